@@ -1,0 +1,25 @@
+// A date text of up to eight characters.
+#ifndef CALLORV_BASE_DATE_H
+#define CALLORV_BASE_DATE_H
+
+#include "callorv/export.h"
+
+// The text is kept as it comes, by convention YYYYMMDD, and is not validated: a shorter one stays short, of a
+// longer one the first eight characters are kept. Null and "" leave the date unset, an absent value.
+class CALLORV_API CDate {
+ public:
+  char m_szDate[9];    // the text, zero-filled behind it
+  bool m_bSet;         // whether the date holds a value
+
+  CDate() noexcept;    // unset
+  CDate(const CDate& p_c) noexcept = default;
+  CDate& operator=(const CDate& p_c) noexcept = default;
+  CDate(const char* p_sz) noexcept;
+  ~CDate() = default;
+
+  void Set(const char* p_sz) noexcept;    // replaces the text and the set flag
+  bool IsSet() const { return m_bSet; }
+  const char* ToStr() const { return m_szDate; }    // never null
+};
+
+#endif

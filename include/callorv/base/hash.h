@@ -1,0 +1,64 @@
+// Maps from a text to a number or to several texts.
+#ifndef CALLORV_BASE_HASH_H
+#define CALLORV_BASE_HASH_H
+
+#include "callorv/base/array.h"
+#include "callorv/base/str.h"
+#include "callorv/export.h"
+
+// A map from a C string to an int. Keys are copied; comparison is exact. Lookups only read, so several threads
+// may look up at once in a map that nobody changes.
+class CALLORV_API CIntHash {
+ public:
+  // p_iBuckets  the most buckets that the map uses; it begins small and grows with its content. Below 1: 1
+  explicit CIntHash(int p_iBuckets) noexcept;
+  ~CIntHash();
+  CIntHash(const CIntHash&) = delete;
+  CIntHash& operator=(const CIntHash&) = delete;
+
+  // Stores p_iValue under p_szKey and returns 0; negative for a null key.
+  //   p_bReplace  what becomes of a key that is already there: true: it gets the new value; false: it keeps its first
+  // Throws std::bad_alloc, leaving the map as it was.
+  int Set(const char* p_szKey, int p_iValue, bool p_bReplace);
+  // 0 with *p_piOut filled when the key is there, -1 (with *p_piOut untouched) when it is absent or null.
+  int Get(const char* p_szKey, int* p_piOut) const;
+
+ private:
+  struct T_Entry;
+  unsigned m_iMaxBuckets;
+  unsigned m_iBuckets;       // a power of two; 0: no table yet
+  int m_iSize, m_iCapacity;
+  int m_iKeyBytes, m_iKeyCapacity;
+  int* m_piHead;             // by bucket: index of its first entry, -1: none
+  T_Entry* m_pEntry;
+  char* m_pKeys;             // every key with its NUL, one after the other
+
+  int Find(const char* p_szKey, unsigned p_iHash) const;
+  void Rehash(unsigned p_iBuckets);
+};
+
+// A map from a C string to one or more strings. Keys and values are copied; comparison is exact.
+class CALLORV_API CStrHash {
+ public:
+  explicit CStrHash(int p_iBuckets);    // as for CIntHash
+  ~CStrHash();
+  CStrHash(const CStrHash&) = delete;
+  CStrHash& operator=(const CStrHash&) = delete;
+
+  // Stores p_szValue (null counts as "") under p_szKey and returns 0; negative for a null key.
+  //   p_bReplace  true: it becomes the key's only value; false: it is added behind the values that are there
+  // Throws std::bad_alloc, leaving the map as it was.
+  int Set(const char* p_szKey, char* p_szValue, bool p_bReplace);
+  // The first value of the key, or all of them in the order in which they were added (p_pOut is emptied first).
+  // 0, or -1 with the output untouched when the key is absent or null.
+  int Get(const char* p_szKey, CString* p_pOut) const;
+  int Get(const char* p_szKey, CStrArray* p_pOut) const;
+
+ private:
+  struct T_Entry;
+  CIntHash m_cIndex;       // key to entry
+  T_Entry** m_apEntry;     // owned
+  int m_iSize, m_iCapacity;
+};
+
+#endif

@@ -1,0 +1,120 @@
+/* The whole C interface. C99 and later; from C++ the same functions are callable, with CMsg as its class. */
+#ifndef CALLORV_CALLORV_H
+#define CALLORV_CALLORV_H
+
+#include "callorv/export.h"
+#include "callorv/version.h"
+
+#ifdef __cplusplus
+class CMsg;
+extern "C" {
+#else
+typedef struct CMsg CMsg;
+#endif
+
+/* A message handle is made by MSG_GetNewMsg and released by MSG_Destroy, unless MSG_SetSub gave it to a parent.
+ * Handles of sub-messages that were read from a message are borrowed: they live as long as that message and are
+ * never destroyed by the caller.
+ *
+ * int results are 0 (or a length or count), or a negative code:
+ *   -1 no value (or, where it says so, a failed file)   -11 no memory          -12 null handle or null output
+ *   -17 the tag has another type                        -18 no such tag        -19 no message definition
+ *   -27 index outside the array                         -28 sub-message has a parent already
+ * The detail is in MSG_GetLastError until the next failure on the same handle. On failure outputs are as the
+ * function says; a null handle touches none.
+ *
+ * No exception leaves these functions. A handle, with its sub-messages, is used by one thread at a time; different
+ * handles are independent. */
+
+/* An error record; the caller's, 1032 bytes. Written on failure only. */
+typedef struct CallOrv_Error {
+  int iCode;         /* negative: the library's; otherwise the server's, from a rejection (0 from initialisation) */
+  char szText[1023]; /* NUL-terminated, at most 1022 characters */
+  int iRefSvcNum;    /* service number that the error refers to, 0 when none */
+} CallOrv_Error;
+
+/* ---- Service calls ---- */
+
+/* Sets the process up from a configuration file; once, before any call and while no call runs.
+ * Keys: msg_dic, key_file, server ("address port"), timeout (seconds, at least 60; 90 when absent).
+ *   returns  0; -12 err is null; -1 configuration or key failed; -2 dictionary failed; err then has code 0 and the text.
+ *            -11 no memory */
+CALLORV_API int CallOrv_Initialize(const char* configFile, CallOrv_Error* err);
+
+/* The same from values. timeOut: seconds to wait for a reply, taken as it is. */
+CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile, const char* server, int port,
+                                     int timeOut, CallOrv_Error* err);
+
+/* Sends `in` to a service and reads the reply into `out` (both borrowed; `out` may be made with number 0 and is
+ * initialised again for the reply). Any number of threads may call at once, each with its own messages.
+ *   returns  0; -12 err is null; or, with err filled:
+ *            -1 not initialised (code -35); -2 null message (-12); -3 transport or XML failure (-1 to -7: request not
+ *            written -2, connect -3, send -4, receive -5, reply not read -6 and -7);
+ *            -4 rejected: code, text and service number are the server's; -11 no memory */
+CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Error* err);
+
+/* ---- Messages ---- */
+
+/* A new message of a dictionary number; without a definition, to receive a reply, when msgnum is below 1. Null when the
+ * number is unknown or memory is short; err (may be null) is then as it was. */
+CALLORV_API CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err);
+/* Frees a message with its sub-messages. Null is ignored, and so is a message that a parent owns. */
+CALLORV_API void MSG_Destroy(CMsg* msg);
+/* The message number, 0 without a definition. */
+CALLORV_API int MSG_GetSelfNum(CMsg* msg);
+/* Text of the latest failure on this handle, "" when none. Borrowed until the next failure or MSG_Destroy.
+ * "p_pMsg Parameter is NULL" for a null handle. */
+CALLORV_API const char* MSG_GetLastError(CMsg* msg);
+/* Appends a listing of the message to the file `path`, or writes it to standard output when path is null.
+ *   returns  0; with err (may be null) filled: -12 null handle; -1 (code -32) "cannot open file", "cannot write file";
+ *            -11 no memory */
+CALLORV_API int MSG_Dump(CMsg* msg, const char* path, CallOrv_Error* err);
+
+/* ---- Setters. On an array tag each call appends one element. ---- */
+
+CALLORV_API int MSG_SetInt(CMsg* msg, int tag, int v);
+CALLORV_API int MSG_SetDbl(CMsg* msg, int tag, double v);
+CALLORV_API int MSG_SetBool(CMsg* msg, int tag, int v); /* 0 is false, all else true */
+/* Copies v. Null and "" are ignored (0). -1 also when memory is short. */
+CALLORV_API int MSG_SetStr(CMsg* msg, int tag, const char* v);
+/* text: up to 8 characters, by convention YYYYMMDD, kept as they are. Null and "" are ignored (0). */
+CALLORV_API int MSG_SetDate(CMsg* msg, int tag, const char* text);
+/* Takes sub on success, also when it is empty (it is then freed and nothing stored); on a negative code it stays the
+ * caller's. A single tag is to be set once: a second sub-message hides the first, which lives as long as msg. */
+CALLORV_API int MSG_SetSub(CMsg* msg, int tag, CMsg* sub);
+
+/* ---- Getters. On an array tag they give the first element. ---- */
+
+CALLORV_API int MSG_GetInt(CMsg* msg, int tag, int* out);    /* *out is 0 on failure */
+CALLORV_API int MSG_GetDbl(CMsg* msg, int tag, double* out); /* *out is 0 on failure */
+/* *out is 255 for true, 0 for false and on failure: test for non-zero. */
+CALLORV_API int MSG_GetBool(CMsg* msg, int tag, int* out);
+/* Copies the text and its NUL into buf, which must hold MSG_GetStrLen() + 1 bytes; on failure buf is untouched. */
+CALLORV_API int MSG_GetStr(CMsg* msg, int tag, char* buf);
+/* Length of the text in bytes without the terminator, or a negative code. */
+CALLORV_API int MSG_GetStrLen(CMsg* msg, int tag);
+/* A copy of the text, released by the caller with free(); null on failure. *rc (may be null) receives the result. */
+CALLORV_API char* MSG_GetStrEx(CMsg* msg, int tag, int* rc);
+/* Writes exactly 9 bytes: up to 8 characters and NULs. On failure buf is untouched. */
+CALLORV_API int MSG_GetDate(CMsg* msg, int tag, char* buf);
+/* Borrowed; null on failure. *rc (may be null) receives the result. */
+CALLORV_API CMsg* MSG_GetSub(CMsg* msg, int tag, int* rc);
+
+/* ---- Arrays. index counts from 0; a single tag gives its value for any index; outside the array: -27. ---- */
+
+/* Number of values: 1 for a single tag that is set, or a negative code. */
+CALLORV_API int MSG_GetArrSize(CMsg* msg, int tag);
+CALLORV_API int MSG_GetAtIntArr(CMsg* msg, int tag, int index, int* out);
+CALLORV_API int MSG_GetAtDblArr(CMsg* msg, int tag, int index, double* out);
+CALLORV_API int MSG_GetAtBoolArr(CMsg* msg, int tag, int index, int* out);    /* 255 or 0, as MSG_GetBool */
+CALLORV_API int MSG_GetAtStrArr(CMsg* msg, int tag, int index, char* buf);    /* as MSG_GetStr */
+CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);
+CALLORV_API char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc);  /* as MSG_GetStrEx */
+CALLORV_API int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf);   /* as MSG_GetDate */
+CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /* as MSG_GetSub */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,29 @@
+// The whole C++ interface. C++11 and later.
+#ifndef CALLORV_CALLORV_HPP
+#define CALLORV_CALLORV_HPP
+
+#include "callorv/adaptor/adaptor.h"
+#include "callorv/adaptor/tcp_adaptor.h"
+#include "callorv/base/array.h"
+#include "callorv/base/date.h"
+#include "callorv/base/exception.h"
+#include "callorv/base/hash.h"
+#include "callorv/base/ptr_array.h"
+#include "callorv/base/str.h"
+#include "callorv/base/stream.h"
+#include "callorv/client/callorv_client.h"
+#include "callorv/client/callorv_error.h"
+#include "callorv/client/msg_base.h"
+#include "callorv/crypt/cfg_reader.h"
+#include "callorv/crypt/crypt.h"
+#include "callorv/crypt/md5.h"
+#include "callorv/msg/error.h"
+#include "callorv/msg/msg.h"
+#include "callorv/msg/msg_array.h"
+#include "callorv/msg/msg_dic.h"
+#include "callorv/msg/msg_info.h"
+#include "callorv/msg/nullable.h"
+#include "callorv/msg/tag_info.h"
+#include "callorv/version.h"
+
+#endif

@@ -1,0 +1,63 @@
+// The service client.
+#ifndef CALLORV_CLIENT_CALLORV_CLIENT_H
+#define CALLORV_CLIENT_CALLORV_CLIENT_H
+
+#include "callorv/base/str.h"
+#include "callorv/base/stream.h"
+#include "callorv/client/callorv_error.h"
+#include "callorv/client/msg_base.h"
+#include "callorv/msg/msg.h"
+
+// Set up once for the process, then called from any number of threads at once: each call has its own connection, and
+// each thread its own messages. Initialize must not run while calls do. No connection is kept and nothing is retried.
+class CALLORV_API CCallOrv {
+ public:
+  // Reads the configuration file and calls the other form. Keys: "msg_dic" (dictionary file), "key_file", "server"
+  // ("address port"); "timeout" (seconds to wait for a reply; 90 when absent, raised to 60 when less).
+  //   returns  0; -12 p_pErr is null; -1 configuration or key failed; -2 dictionary failed; the text, with code 0,
+  //            is in p_pErr
+  static int Initialize(const char* p_szConfigFile, CCallOrvError* p_pErr);
+  // Reads the key file and the dictionary and keeps the settings. p_iTimeOut (seconds) is taken as it is.
+  // Again: replaces key and settings, but a dictionary that has messages already fails with -2; a failed repeat
+  // leaves the process set up, perhaps with the new key.
+  //   returns  0; -12 p_pErr is null; -1 key file failed or "Invalid UserKey"; -2 dictionary failed (CException's text)
+  static int Initialize(const char* p_szKeyFile, const char* p_szMsgDicFile, const char* p_szServer, int p_iPort,
+                        int p_iTimeOut, CCallOrvError* p_pErr);
+
+  // Calls a service with typed messages (both borrowed).
+  //   returns  0 with p_pOut filled, or, with p_pErr filled:
+  //            -12 p_pErr is null; -1 (-35 "call CCallOrv::Initialize() first", -12 "Input Msg(p_pIn) is NULL",
+  //            -12 "Output Msg(p_pOut) is NULL"); -2 (-1 "Input Msg is corrupted(%s)"); -3 (-11 "Out of memory");
+  //            -4 as CallServiceByMsg; -5 (-1 with p_pOut's sLastError)
+  // Throws CException when CreateMsg or LoadFromMsg does.
+  static int CallService(int p_iSvcNum, CMsgBase* p_pIn, CMsgBase* p_pOut, CCallOrvError* p_pErr);
+  // Calls a service with dictionary messages (both borrowed). p_pOut is initialised again for the reply.
+  //   returns  0 with the reply in p_pOut, or, with p_pErr filled (code, text, reference):
+  //            -1 (-35, "call CCallOrv::Initialize() first", p_iSvcNum); -2 (-12, "Parameter is NULL", p_iSvcNum);
+  //            -12 p_pErr is null; -3 (-1 to -7, reason, -1): null, XML, connect, send, receive, -6 and -7 reply;
+  //            -4 rejected: code, text and service number come from the server
+  static int CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr);
+
+  // ---- the steps of the above, for tools
+  // One request and one reply, without looking at what the reply says.
+  //   p_iExtra  goes into the packet header as it is
+  //   returns   0, or, with the reason in p_sErr: -1 "Parameter is NULL(%p, %p)"; -2 request not written;
+  //             -3 not connected; -4 not sent; -5 no reply; -6 reply not read; -7 "%d, %s(%s)" reply not read: code,
+  //             MA_GetErrorStr(code) and text of the CException
+  static int CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iExtra, CString& p_sErr);
+  // 0, or, with the reason in p_sErr: -1 the file cannot be read, -2 it is no key file.
+  static int GetUserKey(const char* p_szKeyFile, CString& p_sKey, CString& p_sErr);
+  // The bytes of a file. 0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -5 "File cannot be open(%s)", also for
+  // more than 2147483646 bytes.
+  static int ReadFileToStream(const char* p_szFileName, CStream& p_stOut, CString& p_sErr);
+
+ private:
+  static CString s_sServer;
+  static int s_iPort;
+  static int s_iTimeOut;    // seconds
+  static CString s_sUserKey;
+  static CMsgDic* s_pMsgDic;
+  static bool s_bSetupOK;
+};
+
+#endif

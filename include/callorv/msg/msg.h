@@ -1,0 +1,245 @@
+// One typed message: the request or reply of a service, or a sub-message inside another.
+#ifndef CALLORV_MSG_MSG_H
+#define CALLORV_MSG_MSG_H
+
+#include "callorv/base/array.h"
+#include "callorv/base/date.h"
+#include "callorv/base/str.h"
+#include "callorv/msg/error.h"
+#include "callorv/msg/msg_array.h"
+#include "callorv/msg/msg_dic.h"
+#include "callorv/msg/nullable.h"
+
+class CStream;
+struct CMsgValue;    // the cell that holds one tag's value; private
+namespace callorv {
+namespace detail {
+struct T_MsgExtra;
+}
+}
+
+// A message has a number; the dictionary says which tags a message of that number has, with each tag's number, name,
+// type, and whether it is a multi tag (an array). Values are set and read by tag number or by tag name.
+//
+// Results: 0, or a negative code whose text is then in GetLastError(). A failure changes no stored value. Types are
+// never converted. Every operation with a tag number checks in this order, the detail in the text following the code:
+//   setters   -19 "msgnum=%d, tagnum=%d"   the message has no definition yet
+//             -18 the same                 the tag is negative, or not defined in this message
+//             -17 "Line:%d, tagnum=%d,type=(%s/%s)"   the tag has another type: the tag's type / the one passed
+//             -11 "new %s failed"          no memory; the tag may stay without a value
+//   getters   -12 ""                       null output
+//             -19, -18                     as above
+//             -1  "tagnum=%d"              the tag has no value
+//             -17 as above                 the value has another type: the value's type / the one asked for
+//             -1  "tagnum=%d,Unset"        an earlier setter found no memory
+//             -1  "tagnum=%d,NULL"         the same, for what is held by pointer
+// Each has a twin whose first argument is the tag's name: -19 "msgnum=%d" when the message has no definition, then as
+// by number; an unknown name counts as tag -1 and so ends as -18.
+// SetLastError may throw CException (-11) when there is not even memory for the error text.
+//
+// Use a message, with its sub-messages, from one thread at a time; distinct messages are independent.
+class CALLORV_API CMsg : public CLastError {
+ public:
+  enum { SLOTS = 128, VER_SIZE = 17 };
+
+  // p_iMsgNum     1 to 9999; below 1: a message without a definition, to be filled by LoadXml or Init
+  // p_iRootNum    number of the outermost message that this one belongs to; below 1: p_iMsgNum
+  // p_iParentTag  the tag under which it will sit in its parent; 0 for a top-level message
+  // p_pDic        borrowed, must outlive the message
+  // Throws CException: -12 "CMsg: Parameter is NULL" for a null dictionary; then as Init.
+  CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic);
+  // Frees the values with every sub-message, however deep.
+  ~CMsg();
+
+  // Gives the message its number and definition; it then has no values. Values that it had before cannot be reached
+  // any more, but pointers to their sub-messages stay valid until the message is destroyed.
+  // Throws CException: -15 "1.msgnum=%d" (p_iMsgNum outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it),
+  // -19 "3.msgnum=%d" (not in the dictionary); the message is then unchanged.
+  void Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag);
+
+  int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
+  int GetRootNum() const { return m_iRootNum; }
+  int GetParentTag() const { return m_iParentTag; }
+  bool IsEmpty() const { return m_bEmpty; }            // no value was ever stored
+  CMsg* GetParent() const { return m_pParent; }        // borrowed; null for a top-level message
+  const CMsgInfo* GetMsgInfo() const { return m_pMsgInfo; }    // borrowed; null: no definition yet
+  // Text of the root element's "ver" attribute.
+  const char* GetVer() const { return m_szVer; }
+  // Keeps the first 16 characters and returns the field.
+  char* SetVer(const CString& p_sVer);
+
+  // ---- scalars. On a multi tag a setter appends one element, and a getter gives the first.
+  int SetValue(int p_iTag, int p_iValue);
+  int SetValue(int p_iTag, double p_dValue);
+  int SetValue(int p_iTag, bool p_bValue);
+  // Null and "" are ignored: 0 at once, nothing is checked.
+  int SetValue(int p_iTag, const char* p_szValue);
+  // An unset value is ignored: 0 at once, nothing is checked.
+  int SetValue(int p_iTag, CDate p_cValue);
+  int SetValue(int p_iTag, CInt p_cValue);
+  int SetValue(int p_iTag, CDbl p_cValue);
+  int SetValue(int p_iTag, CBool p_cValue);
+
+  // The output is set to 0, false or unset before the checks, except a CString and a CDate, which a failure
+  // leaves as they were.
+  int GetValue(int p_iTag, CString* p_psOut);
+  int GetValue(int p_iTag, int* p_piOut);
+  int GetValue(int p_iTag, double* p_pdOut);
+  int GetValue(int p_iTag, bool* p_pbOut);
+  int GetValue(int p_iTag, CDate* p_pcOut);
+  int GetValue(int p_iTag, CInt* p_pcOut);
+  int GetValue(int p_iTag, CDbl* p_pcOut);
+  int GetValue(int p_iTag, CBool* p_pcOut);
+
+  // ---- whole arrays. The output is emptied, then receives every element (the one value of a single tag).
+  int GetValue(int p_iTag, CStrArray* p_pOut);
+  int GetValue(int p_iTag, CIntArray* p_pOut);
+  int GetValue(int p_iTag, CDblArray* p_pOut);
+  int GetValue(int p_iTag, CBoolArray* p_pOut);
+  int GetValue(int p_iTag, CDateArray* p_pOut);
+  // The rows are borrowed until this message is destroyed; p_pOut no longer adopts.
+  int GetValue(int p_iTag, CMsgArray* p_pOut);
+
+  // ---- one element. A single tag gives its value for any index. An index outside the array returns -27, while
+  // the text says code -1 with "tagnum=%d". The output is cleared first (a CString and a CDate are not).
+  int GetValueAt(int p_iTag, int p_iIndex, CString* p_psOut);
+  int GetValueAt(int p_iTag, int p_iIndex, int* p_piOut);
+  int GetValueAt(int p_iTag, int p_iIndex, double* p_pdOut);
+  int GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut);
+  int GetValueAt(int p_iTag, int p_iIndex, CDate* p_pcOut);
+  int GetValueAt(int p_iTag, int p_iIndex, CMsg** p_ppOut);    // borrowed until this message is destroyed
+
+  // Number of values of a tag (1 for a set single tag), or -19, -18, -1, -17.
+  int GetArrSize(int p_iTag);
+
+  // ---- sub-messages
+  // Stores p_pSub under a TAG_SUBMSG, appending when it is a multi tag. -12 for null. An empty p_pSub is freed, 0 is
+  // returned and nothing stored. On success p_pSub is taken; on a negative code it stays the caller's.
+  // A sub-message that stood in a single tag before cannot be reached by its tag any more, but is not freed before
+  // this message is. A p_pSub that has a parent already, or contains this message, is refused with -28 (detail
+  // "tagnum=%d,msgnum=%d"), as it would be freed twice.
+  int SetValue(int p_iTag, CMsg* p_pSub);
+  // The (first) sub-message, borrowed until this message is destroyed; null with 0 when an array has no rows.
+  int GetValue(int p_iTag, CMsg** p_ppOut);
+  CMsg* GetValue(int p_iTag);    // null on any failure
+  // Adds p_pSub to the list of sub-messages that this message was given, which owns none of them. 0, -11 or -12,
+  // without a text.
+  int AddChild(CMsg* p_pSub);
+
+  // ---- the same by tag name
+  int SetValue(char* p_szName, int p_iValue);
+  int SetValue(char* p_szName, double p_dValue);
+  int SetValue(char* p_szName, bool p_bValue);
+  int SetValue(char* p_szName, const char* p_szValue);
+  int SetValue(char* p_szName, CDate p_cValue);
+  int SetValue(char* p_szName, CInt p_cValue);
+  int SetValue(char* p_szName, CDbl p_cValue);
+  int SetValue(char* p_szName, CBool p_cValue);
+  int SetValue(char* p_szName, CMsg* p_pSub);
+  int GetValue(char* p_szName, CString* p_psOut);
+  int GetValue(char* p_szName, int* p_piOut);
+  int GetValue(char* p_szName, double* p_pdOut);
+  int GetValue(char* p_szName, bool* p_pbOut);
+  int GetValue(char* p_szName, CDate* p_pcOut);
+  int GetValue(char* p_szName, CInt* p_pcOut);
+  int GetValue(char* p_szName, CDbl* p_pcOut);
+  int GetValue(char* p_szName, CBool* p_pcOut);
+  int GetValue(char* p_szName, CStrArray* p_pOut);
+  int GetValue(char* p_szName, CIntArray* p_pOut);
+  int GetValue(char* p_szName, CDblArray* p_pOut);
+  int GetValue(char* p_szName, CBoolArray* p_pOut);
+  int GetValue(char* p_szName, CDateArray* p_pOut);
+  int GetValue(char* p_szName, CMsgArray* p_pOut);
+  int GetValue(char* p_szName, CMsg** p_ppOut);
+  CMsg* GetValue(char* p_szName);
+  int GetValueAt(char* p_szName, int p_iIndex, CString* p_psOut);
+  int GetValueAt(char* p_szName, int p_iIndex, int* p_piOut);
+  int GetValueAt(char* p_szName, int p_iIndex, double* p_pdOut);
+  int GetValueAt(char* p_szName, int p_iIndex, bool* p_pbOut);
+  int GetValueAt(char* p_szName, int p_iIndex, CDate* p_pcOut);
+  int GetValueAt(char* p_szName, int p_iIndex, CMsg** p_ppOut);
+  int GetArrSize(char* p_szName);
+
+  // String literals are names too; none of these writes into its name.
+  template <class T>
+  int SetValue(const char* p_szName, T p_Value) {
+    return SetValue(const_cast<char*>(p_szName), p_Value);
+  }
+  template <class T>
+  int GetValue(const char* p_szName, T* p_pOut) {
+    return GetValue(const_cast<char*>(p_szName), p_pOut);
+  }
+  CMsg* GetValue(const char* p_szName) { return GetValue(const_cast<char*>(p_szName)); }
+  template <class T>
+  int GetValueAt(const char* p_szName, int p_iIndex, T* p_pOut) {
+    return GetValueAt(const_cast<char*>(p_szName), p_iIndex, p_pOut);
+  }
+  int GetArrSize(const char* p_szName) { return GetArrSize(const_cast<char*>(p_szName)); }
+
+  // ---- text forms. Tags come in the dictionary's order, unset ones not at all. Numbers are written as in the "C"
+  // locale, whatever locale the application has set. Callers pass p_iDepth 1, which writes a whole message; a greater
+  // one writes the tags alone, as inside a parent. Throw std::bad_alloc when p_pOut cannot grow.
+
+  // The compact XML that goes on the wire. At depth 1 p_pOut is emptied first, otherwise it is appended to.
+  //   p_bArrayPrefix  in number mode, elements of arrays are named a<tag> instead of t<tag>
+  //   p_bByName       elements are named by tag name instead of t<tag>
+  // Returns 0. Nothing is escaped: strings stand in CDATA, and one that holds "]]>" makes the document ill-formed.
+  int ToXml(CStream* p_pOut, bool p_bArrayPrefix, bool p_bByName, int p_iDepth) const;
+  // Indented XML, one line for each element, appended.
+  void DumpXml(CStream* p_pOut, bool p_bByName, int p_iDepth) const;
+  // A plain listing, appended; p_bByName only chooses the word on the "Type" line.
+  void Dump(CStream* p_pOut, bool p_bByName, int p_iDepth) const;
+
+  // Fills the message from XML as ToXml writes it (and, in any encoding the parser reads, whatever has that shape):
+  // it is initialised again for the document's message number, then every text is stored. Of a scalar that comes twice
+  // the first value stays. Blanks, tabs and line feeds at both ends of a text are dropped.
+  //   returns  0; -12 for a null text
+  // Throws CException; the message keeps what was stored before the failure:
+  //   -21 "Handler error : [F]MemData (L:%d, C:%d) %s"  malformed ([E] error, [W] warning)
+  //   -21 "Handler error : %s" around  "Unknown root element(%s)", "Unknown msgno(%d)", "Unknown start tagname(%s)",
+  //       "Unknown start tagnum(%s)", "Unknown start tag element(%s, %d)", "(MakeSubMsgEntry) failed(%d)",
+  //       "Unknown submsg(%d)", the same with "end" for an end tag,
+  //       "DOCTYPE is not allowed", "More than 1024 open elements"
+  //   -17, -18, -19, -11, -15 "Handler error : %s" around the text of SetParsedData or MakeSubMsgEntry
+  //   -11 "XMLParser out of memory", "Out of memory 0"
+  //   -21 "XMLParser internal error: %s\n", "XMLParser internal error : %d"
+  //   -26 "XMLPlatformUtils::Initialize() was not called"   no dictionary was loaded from a file before
+  int LoadXml(char* p_szXml);
+
+  // ---- for readers of other formats
+  // Stores one piece of text, converted by the tag's type. A scalar that is set already keeps its value; an array
+  // grows by one element. Throws CException: -19 "msgnum=%d", -18 "tagnum=%d", -17 "tagnum=%d,type=%d" (a
+  // sub-message), -11 "new %s failed".
+  void SetParsedData(int p_iTag, CString p_sText);
+  // The sub-message that is to be filled next: a new row of a multi tag, else the tag's only one. Borrowed.
+  // Throws CException: -19 "tagnum=%d,submsgnum=%d", -18 "tagnum=%d", -11 "new %s failed"; -17 "tagnum=%d,type=%d"
+  // when the tag holds no sub-messages; what Init throws when its number is not in the dictionary.
+  CMsg* MakeSubMsgEntry(int p_iTag);
+
+ private:
+  int m_iRootNum;
+  int m_iMsgNum;
+  int m_iParentTag;
+  bool m_bEmpty;
+  char m_szVer[VER_SIZE];
+  CMsgValue* m_apSlot[SLOTS];    // cells by tag number modulo the definition's hash key
+  CMsg* m_pParent;
+  CMsgArray* m_pChildren;        // every sub-message given to this message; owns none
+  CMsgDic* m_pMsgDic;
+  CMsgInfo* m_pMsgInfo;
+  callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
+
+  // The cell table, shared by every setter and getter: appends a cell to its slot, finds the first of a tag.
+  void SetHashBag(int p_iTag, CMsgValue* p_pCell);
+  CMsgValue* GetHashBag(int p_iTag) const;
+
+  friend struct CMsgOps;
+};
+
+// A new message with the process-wide dictionary; without a definition when p_iMsgNum is below 1. The caller's, until
+// it is given to a parent. Null when the number is unknown or memory is short. Never throws.
+CALLORV_API CMsg* MA_NewMsg(int p_iMsgNum);
+// Destroys and frees a message. Null is ignored, and so is a message that a parent owns.
+CALLORV_API void MA_FreeMsg(CMsg* p_pMsg);
+
+#endif
