@@ -1,0 +1,33 @@
+// What the subcommands share: how each is added, and how one ends that did not succeed.
+#ifndef CALLORV_TOOLS_COMMAND_H
+#define CALLORV_TOOLS_COMMAND_H
+
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+// The command could not do what was asked: "callorv: <text>" on standard error, exit status 1. An empty text: the
+// command has said everything itself.
+class CFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The arguments parse but make no sense together: the text on standard error, exit status 2.
+class CUsage : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Each adds one subcommand with its options; its callback does the work while p_cApp parses.
+void AddCall(CLI::App& p_cApp);
+void AddDecode(CLI::App& p_cApp);
+void AddDict(CLI::App& p_cApp);
+void AddGenerate(CLI::App& p_cApp);
+void AddKey(CLI::App& p_cApp);
+void AddServe(CLI::App& p_cApp);
+
+#endif
