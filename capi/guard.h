@@ -1,0 +1,78 @@
+// The edge of the C interface: the error record, and the guard around every call.
+#ifndef CALLORV_CAPI_GUARD_H
+#define CALLORV_CAPI_GUARD_H
+
+#include <stddef.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <new>
+
+#include "callorv/base/exception.h"
+#include "callorv/callorv.h"
+#include "callorv/client/callorv_error.h"
+#include "callorv/msg/error.h"
+
+namespace callorv::detail {
+
+// Callers compiled the layout into their programs.
+static_assert(sizeof(CallOrv_Error) == 1032 && alignof(CallOrv_Error) == 4, "CallOrv_Error");
+static_assert(offsetof(CallOrv_Error, iCode) == 0, "CallOrv_Error::iCode");
+static_assert(offsetof(CallOrv_Error, szText) == 4 && sizeof(CallOrv_Error::szText) == 1023, "CallOrv_Error::szText");
+static_assert(offsetof(CallOrv_Error, iRefSvcNum) == 1028, "CallOrv_Error::iRefSvcNum");
+
+// Fills a record, null for a caller who wants none, and returns p_iCode.
+inline int SetError(CallOrv_Error* p_pErr, int p_iCode, const char* p_szText, int p_iRefSvcNum) {
+  if (p_pErr != nullptr) {
+    constexpr size_t TEXT_MAX = sizeof(p_pErr->szText) - 1;
+    p_pErr->iCode = p_iCode;
+    strncpy(p_pErr->szText, p_szText, TEXT_MAX);
+    p_pErr->szText[TEXT_MAX] = 0;
+    p_pErr->iRefSvcNum = p_iRefSvcNum;
+  }
+  return p_iCode;
+}
+
+// The same for an exception, with the text that the message layer would have kept for its code and detail.
+inline int SetMsgError(CallOrv_Error* p_pErr, int p_iCode, const char* p_szDetail) {
+  char szText[sizeof(CallOrv_Error::szText)];
+  snprintf(szText, sizeof(szText), "MSG_Error(%d) : %s {%s}", p_iCode, MA_GetErrorStr(p_iCode), p_szDetail);
+  return SetError(p_pErr, p_iCode, szText, 0);
+}
+
+// Runs a call. A CException and a shortage of memory end here: their code becomes the result, and p_pErr (may be
+// null) is filled. Whatever else is thrown, such as the unwinding of a cancelled thread, passes.
+template <class F>
+int Guard(CallOrv_Error* p_pErr, F p_fnCall) {
+  try {
+    return p_fnCall();
+  } catch (const CException& p_c) {
+    return SetMsgError(p_pErr, p_c.GetCode(), p_c.GetText());
+  } catch (const std::bad_alloc& p_c) {
+    return SetMsgError(p_pErr, MSG_MEMORY, p_c.what());
+  }
+}
+
+// The same for an operation of a message.
+template <class F>
+int Guard(CMsg* p_pMsg, F p_fnCall) {
+  return p_pMsg != nullptr ? Guard(static_cast<CallOrv_Error*>(nullptr), p_fnCall) : MSG_NULL;
+}
+
+// The same for a call of the service client, which gets an error of its own to fill. The record is the caller's proof of
+// a failure and is left alone on success.
+template <class F>
+int GuardService(CallOrv_Error* p_pErr, F p_fnCall) {
+  if (p_pErr == nullptr) return MSG_NULL;
+  return Guard(p_pErr, [&] {
+    CCallOrvError cErr;
+    const int iRet = p_fnCall(&cErr);
+    if (iRet >= 0) return 0;
+    SetError(p_pErr, cErr.iCode, cErr.sText.ToStr(), cErr.iRefSvcNum);
+    return iRet;
+  });
+}
+
+}    // namespace callorv::detail
+
+#endif
