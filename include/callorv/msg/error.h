@@ -2,6 +2,8 @@
 #ifndef CALLORV_MSG_ERROR_H
 #define CALLORV_MSG_ERROR_H
 
+#include <cstdarg>
+
 #include "callorv/export.h"
 
 // The codes that callers meet by number; MA_GetErrorStr has the text of each.
@@ -35,7 +37,7 @@ CALLORV_API const char* MA_GetErrorStr(int p_iCode);
 // Keeps the text of the latest failure of one object. Not copyable. Use from one thread at a time.
 class CALLORV_API CLastError {
  public:
-  CLastError() noexcept : m_pError(nullptr) {}
+  constexpr CLastError() noexcept : m_pError(nullptr) {}
   ~CLastError();
   CLastError(const CLastError&) = delete;
   CLastError& operator=(const CLastError&) = delete;
@@ -48,9 +50,15 @@ class CALLORV_API CLastError {
   // Throws CException (-11) when there is no memory for it; the text kept before then stays.
   void SetLastError(int p_iCode, const char* p_szFmt, ...) CALLORV_PRINTF(3, 4);
 
+ protected:
+  // SetLastError, and returns p_iCode.
+  int Fail(int p_iCode, const char* p_szFmt, ...) CALLORV_PRINTF(3, 4);
+
  private:
   struct Error;
   Error* m_pError;    // made by the first failure
+
+  void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs);
 };
 
 #endif

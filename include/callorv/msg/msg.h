@@ -35,7 +35,8 @@ struct T_MsgExtra;
 //             -1  "tagnum=%d,NULL"         the same, for what is held by pointer
 // Each has a twin whose first argument is the tag's name: -19 "msgnum=%d" when the message has no definition, then as
 // by number; an unknown name counts as tag -1 and so ends as -18.
-// SetLastError may throw CException (-11) when there is not even memory for the error text.
+// When there is not even memory for the error text, CException (-11) is thrown; getters of texts and arrays throw
+// std::bad_alloc when their output cannot grow.
 //
 // Use a message, with its sub-messages, from one thread at a time; distinct messages are independent.
 class CALLORV_API CMsg : public CLastError {
@@ -228,6 +229,7 @@ class CALLORV_API CMsg : public CLastError {
   CMsgDic* m_pMsgDic;
   CMsgInfo* m_pMsgInfo;
   callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
+  bool m_bOwned;                            // a parent frees this message
 
   // The cell table, shared by every setter and getter: appends a cell to its slot, finds the first of a tag.
   void SetHashBag(int p_iTag, CMsgValue* p_pCell);

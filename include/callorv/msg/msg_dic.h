@@ -14,7 +14,7 @@ class CALLORV_API CMsgDic : public CLastError {
   // Set once any dictionary has been loaded without error. For callers; the library does not read it.
   static bool m_bLoaded;
 
-  CMsgDic() noexcept;
+  constexpr CMsgDic() noexcept : m_apMsg(), m_iParserInits(0) {}
   // Frees every definition and gives back each initialisation of the XML parser that InitDictionary made.
   ~CMsgDic();
 

@@ -10,9 +10,10 @@
 class CStream;
 namespace callorv {
 namespace detail {
-struct T_TagIndex;
+template <class NODE>
+class CChainIndex;
 }
-}
+}    // namespace callorv
 
 // Filled by CMsgDic, afterwards only read: any number of threads may look up at once.
 class CALLORV_API CMsgInfo : public CPtrArrayItem {
@@ -59,10 +60,7 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CIntArray m_aTagOrder;
   CTagInfo* m_apBucket[BUCKETS];
   CIntHash m_cNameMap;
-  callorv::detail::T_TagIndex* m_pIndex;    // made once a bucket's chain grows long
-
-  friend struct CMsgOps;
-  unsigned Bucket(int p_iTagNum) const { return static_cast<unsigned>(p_iTagNum) % static_cast<unsigned>(m_iHashKey); }
+  callorv::detail::CChainIndex<CTagInfo>* m_pIndex;    // made once a bucket's chain grows long
 };
 
 #endif

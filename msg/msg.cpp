@@ -1,0 +1,556 @@
+// One typed message.
+#include "callorv/msg/msg.h"
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "base/number.h"
+#include "msg/msg_handler.h"
+#include "msg/msg_ops.h"
+
+using namespace callorv::detail;
+
+static_assert(CMsg::SLOTS == CHAINS);
+
+// ---- life
+
+CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
+    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_apSlot(), m_pParent(nullptr),
+      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_bOwned(false) {
+  if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
+  if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
+}
+
+CMsg::~CMsg() {
+  m_iRootNum = 0;
+  m_iMsgNum = 0;
+  m_pParent = nullptr;
+  CMsg* pList = nullptr;
+  CMsgOps::Release(*this, pList);
+  while (pList != nullptr) {    // not nested: the depth is the caller's choice, the stack is not
+    std::unique_ptr<CMsg> pSub(std::exchange(pList, pList->m_pParent));
+    CMsgOps::Release(*pSub, pList);
+  }
+}
+
+void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
+  const int iRootNum = p_iRootNum > 0 ? p_iRootNum : p_iMsgNum;
+  if (p_iMsgNum < 1 || p_iMsgNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "1.msgnum=%d", p_iMsgNum);
+  if (iRootNum < 1 || iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", iRootNum);
+  CMsgInfo* pMsgInfo = m_pMsgDic->GetMsgInfo(p_iMsgNum);
+  if (pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "3.msgnum=%d", p_iMsgNum);
+  CMsgOps::Abandon(*this);
+  m_iRootNum = iRootNum;
+  m_iMsgNum = p_iMsgNum;
+  m_iParentTag = p_iParentTag;
+  m_pParent = nullptr;
+  m_pMsgInfo = pMsgInfo;
+}
+
+char* CMsg::SetVer(const CString& p_sVer) {
+  strncpy(m_szVer, p_sVer.ToStr(), VER_SIZE - 1);    // the last byte stays the terminator
+  return m_szVer;
+}
+
+CMsg* MA_NewMsg(int p_iMsgNum) {
+  try {
+    return new CMsg(p_iMsgNum > 0 ? p_iMsgNum : 0, 0, 0, MA_GetMsgDic());
+  } catch (const CException&) {
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void MA_FreeMsg(CMsg* p_pMsg) { CMsgOps::Free(p_pMsg); }
+
+// ---- cells
+
+T_MsgExtra& CMsgOps::Extra(CMsg& p_cMsg) {
+  if (p_cMsg.m_pExtra == nullptr) p_cMsg.m_pExtra = new T_MsgExtra;
+  return *p_cMsg.m_pExtra;
+}
+
+void CMsgOps::AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell) {
+  p_pCell->m_iTagNum = p_iTag;
+  CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
+  AppendToChain(p_cMsg.m_apSlot, pIndex, ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey()), p_pCell);
+  if (p_cMsg.m_pExtra != nullptr) {
+    p_cMsg.m_pExtra->pIndex = pIndex;
+  } else if (pIndex != nullptr) {
+    try {
+      Extra(p_cMsg).pIndex = pIndex;
+    } catch (const std::bad_alloc&) {
+      delete pIndex;    // only a short cut
+    }
+  }
+}
+
+void CMsgOps::Abandon(CMsg& p_cMsg) {
+  CMsgValue* pAll = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pAbandoned : nullptr;
+  for (CMsgValue* pHead : p_cMsg.m_apSlot) {
+    if (pHead != nullptr) {
+      Extra(p_cMsg);    // may throw; nothing has been moved then
+      break;
+    }
+  }
+  for (CMsgValue*& pHead : p_cMsg.m_apSlot) {
+    while (pHead != nullptr) {
+      CMsgValue* pCell = std::exchange(pHead, pHead->m_pNext);
+      pCell->m_pNext = std::exchange(pAll, pCell);
+    }
+  }
+  if (p_cMsg.m_pExtra != nullptr) {
+    p_cMsg.m_pExtra->pAbandoned = pAll;
+    delete std::exchange(p_cMsg.m_pExtra->pIndex, nullptr);
+  }
+  delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
+}
+
+void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList) {
+  const auto fnList = [&p_pList](CMsg* p_pSub) {
+    if (p_pSub != nullptr) p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
+  };
+  const auto fnFree = [&](CMsgValue*& p_pHead) {
+    while (p_pHead != nullptr) {
+      std::unique_ptr<CMsgValue> pCell(std::exchange(p_pHead, p_pHead->m_pNext));
+      if (pCell->m_eType != TAG_SUBMSG) continue;
+      if (!pCell->m_bMulti) {
+        fnList(pCell->m_pMsg);
+      } else if (pCell->m_pMsgArr != nullptr) {
+        for (int i = 0; i < pCell->m_pMsgArr->GetSize(); ++i) fnList(pCell->m_pMsgArr->GetAt(i));
+        pCell->m_pMsgArr->SetAdoptFlag(false);
+      }
+    }
+  };
+  delete std::exchange(p_cMsg.m_pChildren, nullptr);
+  for (CMsgValue*& pHead : p_cMsg.m_apSlot) fnFree(pHead);
+  if (p_cMsg.m_pExtra == nullptr) return;
+  fnFree(p_cMsg.m_pExtra->pAbandoned);
+  for (CMsg* pSub : p_cMsg.m_pExtra->apReplaced) fnList(pSub);
+  delete p_cMsg.m_pExtra->pIndex;
+  delete std::exchange(p_cMsg.m_pExtra, nullptr);
+}
+
+void CMsgOps::Free(CMsg* p_pMsg) {
+  if (p_pMsg != nullptr && !p_pMsg->m_bOwned) delete p_pMsg;
+}
+
+void CMsg::SetHashBag(int p_iTag, CMsgValue* p_pCell) { CMsgOps::AppendCell(*this, p_iTag, p_pCell); }
+CMsgValue* CMsg::GetHashBag(int p_iTag) const { return CMsgOps::FindCell(*this, p_iTag); }
+
+// ---- checks
+
+int CMsgOps::CheckTag(CMsg& p_cMsg, int p_iTag, const CTagInfo*& p_pTag) {
+  const auto fnFail = [&](int p_iCode) {
+    return p_cMsg.Fail(p_iCode, "msgnum=%d, tagnum=%d", p_cMsg.m_iMsgNum, p_iTag);
+  };
+  if (p_cMsg.m_pMsgInfo == nullptr) return fnFail(MSG_UNDEF_MSG);
+  if (p_iTag < 0) return fnFail(MSG_UNDEF_TAG);
+  p_pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
+  return p_pTag != nullptr ? 0 : fnFail(MSG_UNDEF_TAG);
+}
+
+int CMsgOps::CheckType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine) {
+  if (p_eHas == p_eWanted) return 0;
+  return p_cMsg.Fail(MSG_TAG_TYPE, "Line:%d, tagnum=%d,type=(%s/%s)", p_iLine, p_iTag,
+                     CTagInfo::ReprType(p_eHas).ToStr(), CTagInfo::ReprType(p_eWanted).ToStr());
+}
+
+int CMsgOps::FindSet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine, CMsgValue*& p_pCell) {
+  const CTagInfo* pTag = nullptr;
+  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
+  p_pCell = FindCell(p_cMsg, p_iTag);
+  if (p_pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
+  if (const int iRet = CheckType(p_cMsg, p_iTag, p_pCell->m_eType, p_eType, p_iLine)) return iRet;
+  return p_pCell->m_bSet ? 0 : p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
+}
+
+// ---- access
+
+template <class T, class VALUE>
+const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
+  using V = ValueTraits<T>;
+  auto*& pArray = V::ArrayOf(p_cCell);
+  try {
+    if (pArray == nullptr) {
+      if constexpr (V::eType == TAG_SUBMSG) {
+        pArray = new CMsgArray(true);
+      } else {
+        pArray = new typename V::Array;
+      }
+      p_cCell.m_bSet = true;
+    }
+    if constexpr (V::eType == TAG_SUBMSG) {
+      if (pArray->Add(p_Value) < 0) return V::szNewArray;
+    } else {
+      pArray->Add(p_Value);
+    }
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return V::szNewArray;
+  }
+}
+
+template <class T, class VALUE>
+int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value) {
+  using V = ValueTraits<T>;
+  const CTagInfo* pTag = nullptr;
+  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
+  if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet)) return iRet;
+  CMsgValue* pCell = FindOrAddCell(p_cMsg, p_iTag);
+  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+  pCell->m_eType = V::eType;
+  pCell->m_bMulti = pTag->m_bArray;
+  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(*pCell, p_Value);
+  if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
+  pCell->m_bSet = true;
+  p_cMsg.m_bEmpty = false;
+  return 0;
+}
+
+template <class T>
+int CMsgOps::Get(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
+  using V = ValueTraits<T>;
+  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  V::Clear(*p_pOut);
+  CMsgValue* pCell = nullptr;
+  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGet, pCell)) return iRet;
+  if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
+  auto* pArray = V::ArrayOf(*pCell);
+  if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
+  Assign(*p_pOut, pArray->GetAt(0));
+  return 0;
+}
+
+template <class T>
+int CMsgOps::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
+  using V = ValueTraits<T>;
+  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  V::Clear(*p_pOut);
+  CMsgValue* pCell = nullptr;
+  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetAt, pCell)) return iRet;
+  if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
+  auto* pArray = V::ArrayOf(*pCell);
+  if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
+  if (p_iIndex < 0 || p_iIndex >= pArray->GetSize()) {
+    p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
+    return MSG_INDEX;    // text -1, result -27: callers rely on the pair
+  }
+  Assign(*p_pOut, pArray->GetAt(p_iIndex));
+  return 0;
+}
+
+template <class ARRAY>
+int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
+  using T = typename ElementOf<ARRAY>::Type;
+  using V = ValueTraits<T>;
+  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  p_pOut->RemoveAll();
+  if constexpr (V::eType == TAG_SUBMSG) p_pOut->SetAdoptFlag(false);
+  CMsgValue* pCell = nullptr;
+  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetArr, pCell)) return iRet;
+  if (!pCell->m_bMulti) {
+    T Value{};
+    if (!V::Load(*pCell, Value)) return FailNull(p_cMsg, p_iTag);
+    p_pOut->Add(Value);
+    return 0;
+  }
+  auto* pArray = V::ArrayOf(*pCell);
+  if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
+  for (int i = 0; i < pArray->GetSize(); ++i) p_pOut->Add(pArray->GetAt(i));
+  return 0;
+}
+
+int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
+  const CTagInfo* pTag = nullptr;
+  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
+  CMsgValue* pCell = FindCell(p_cMsg, p_iTag);
+  if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
+  if (!pCell->m_bSet) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
+  if (pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) {
+    return p_cMsg.Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);    // sic: the detail is about the type here
+  }
+  if (!pCell->m_bMulti) return 1;
+  const auto fnSize = [&](auto* p_pArray) { return p_pArray != nullptr ? p_pArray->GetSize() : FailNull(p_cMsg, p_iTag); };
+  switch (pCell->m_eType) {
+    case TAG_STRING: return fnSize(pCell->m_pStrArr);
+    case TAG_INTEGER: return fnSize(pCell->m_pIntArr);
+    case TAG_DOUBLE: return fnSize(pCell->m_pDblArr);
+    case TAG_BOOL: return fnSize(pCell->m_pBoolArr);
+    case TAG_DATE: return fnSize(pCell->m_pDateArr);
+    default: return fnSize(pCell->m_pMsgArr);
+  }
+}
+
+int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
+  if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  if (p_pSub->m_bEmpty && !p_pSub->m_bOwned && p_pSub != &p_cMsg) {
+    delete p_pSub;
+    return 0;
+  }
+  const CTagInfo* pTag = nullptr;
+  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
+  if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet)) return iRet;
+  bool bTwice = p_pSub->m_bOwned || p_pSub == &p_cMsg;
+  if (p_pSub->m_pChildren != nullptr) {    // only then can it contain this message
+    for (const CMsg* p = p_cMsg.m_pParent; p != nullptr && !bTwice; p = p->m_pParent) bTwice = p == p_pSub;
+  }
+  if (bTwice) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
+
+  CMsgValue* pCell = FindOrAddCell(p_cMsg, p_iTag);
+  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+  pCell->m_eType = TAG_SUBMSG;
+  pCell->m_bMulti = pTag->m_bArray;
+  if (pCell->m_bMulti) {
+    const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
+    if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
+  } else {
+    if (pCell->m_pMsg != nullptr) {
+      try {
+        Extra(p_cMsg).apReplaced.push_back(pCell->m_pMsg);
+      } catch (const std::bad_alloc&) {
+        return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+      }
+    }
+    pCell->m_pMsg = p_pSub;
+    pCell->m_bSet = true;
+  }
+  p_pSub->m_bOwned = true;
+  p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
+  p_pSub->m_pParent = &p_cMsg;
+  if (const int iRet = p_cMsg.AddChild(p_pSub)) {
+    return p_cMsg.Fail(iRet, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
+  }
+  p_cMsg.m_bEmpty = false;
+  return 0;
+}
+
+int CMsg::AddChild(CMsg* p_pSub) {
+  try {
+    if (m_pChildren == nullptr) m_pChildren = new CMsgArray(false);
+    const int iRet = m_pChildren->Add(p_pSub);
+    return iRet < 0 ? iRet : 0;
+  } catch (const std::bad_alloc&) {
+    return MSG_MEMORY;
+  }
+}
+
+// ---- reading
+
+CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  CMsgValue* pCell = FindCell(p_cMsg, p_cTag.m_iTagNum);
+  if (pCell == nullptr) {
+    pCell = new (std::nothrow) CMsgValue;
+    if (pCell == nullptr) throw CException("new CMsgValue failed", MSG_MEMORY);
+    pCell->m_eType = p_cTag.m_eType;
+    pCell->m_bMulti = p_cTag.m_bArray;
+    AppendCell(p_cMsg, p_cTag.m_iTagNum, pCell);
+  }
+  return *pCell;
+}
+
+template <class T>
+void CMsgOps::StoreParsed(CMsgValue& p_cCell, const T& p_Value) {
+  if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays
+  const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value) : ValueTraits<T>::Store(p_cCell, p_Value);
+  if (szWhy != nullptr) throw CException(szWhy, MSG_MEMORY);
+  p_cCell.m_bSet = true;
+}
+
+void CMsgOps::StoreText(CMsg& p_cMsg, int p_iTag, const char* p_sz, int p_iLen) {
+  if (p_cMsg.m_pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
+  const CTagInfo* pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
+  if (pTag == nullptr) throw CException(MSG_UNDEF_TAG, "tagnum=%d", p_iTag);
+  CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
+  switch (cCell.m_eType) {
+    case TAG_STRING: {
+      CString sText;
+      sText.Set(p_sz, p_iLen);
+      StoreParsed(cCell, sText);
+      break;
+    }
+    case TAG_INTEGER: StoreParsed(cCell, ParseInt32(p_sz)); break;
+    case TAG_DOUBLE: StoreParsed(cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
+    case TAG_BOOL: StoreParsed(cCell, strcmp(p_sz, "true") == 0); break;
+    case TAG_DATE: StoreParsed(cCell, CDate(p_sz)); break;
+    default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(cCell.m_eType));
+  }
+  p_cMsg.m_bEmpty = false;
+}
+
+CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
+  if (p_cMsg.m_pMsgInfo == nullptr) {
+    throw CException(MSG_UNDEF_MSG, "tagnum=%d,submsgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
+  }
+  const CTagInfo* pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
+  if (pTag == nullptr) throw CException(MSG_UNDEF_TAG, "tagnum=%d", p_iTag);
+  if (pTag->m_eType != TAG_SUBMSG) {
+    throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(pTag->m_eType));
+  }
+  CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
+  CMsg* pSub = cCell.m_bMulti ? nullptr : cCell.m_pMsg;
+  if (pSub == nullptr) {
+    std::unique_ptr<CMsg> pNew;
+    try {
+      pNew.reset(new CMsg(pTag->m_iSubMsg, p_cMsg.m_iMsgNum, p_iTag, p_cMsg.m_pMsgDic));
+    } catch (const std::bad_alloc&) {
+      throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
+    }
+    if (cCell.m_bMulti) {
+      if (const char* szWhy = Append<CMsg*>(cCell, pNew.get())) throw CException(szWhy, MSG_MEMORY);
+    } else {
+      cCell.m_pMsg = pNew.get();
+      cCell.m_bSet = true;
+    }
+    pSub = pNew.release();
+    pSub->m_bOwned = true;
+  }
+  pSub->m_pParent = &p_cMsg;
+  if (const int iRet = p_cMsg.AddChild(pSub)) {
+    throw CException(iRet, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
+  }
+  p_cMsg.m_bEmpty = false;
+  return pSub;
+}
+
+void CMsg::SetParsedData(int p_iTag, CString p_sText) {
+  CMsgOps::StoreText(*this, p_iTag, p_sText.ToStr(), p_sText.GetSize());
+}
+CMsg* CMsg::MakeSubMsgEntry(int p_iTag) { return CMsgOps::MakeSub(*this, p_iTag); }
+
+int CMsg::LoadXml(char* p_szXml) {
+  if (p_szXml == nullptr) return MSG_NULL;
+  MsgHandler cHandler(this, m_pMsgDic);
+  cHandler.Action(p_szXml);
+  return 0;
+}
+
+// ---- the operations, by number
+
+int CMsg::SetValue(int p_iTag, int p_iValue) { return CMsgOps::Set<int>(*this, p_iTag, p_iValue); }
+int CMsg::SetValue(int p_iTag, double p_dValue) { return CMsgOps::Set<double>(*this, p_iTag, p_dValue); }
+int CMsg::SetValue(int p_iTag, bool p_bValue) { return CMsgOps::Set<bool>(*this, p_iTag, p_bValue); }
+int CMsg::SetValue(int p_iTag, const char* p_szValue) {
+  return p_szValue == nullptr || *p_szValue == 0 ? 0 : CMsgOps::Set<CString>(*this, p_iTag, p_szValue);
+}
+int CMsg::SetValue(int p_iTag, CDate p_cValue) {
+  return p_cValue.m_bSet ? CMsgOps::Set<CDate>(*this, p_iTag, p_cValue) : 0;
+}
+int CMsg::SetValue(int p_iTag, CInt p_cValue) {
+  return p_cValue.m_bSet ? CMsgOps::Set<CInt>(*this, p_iTag, p_cValue.m_Value) : 0;
+}
+int CMsg::SetValue(int p_iTag, CDbl p_cValue) {
+  return p_cValue.m_bSet ? CMsgOps::Set<CDbl>(*this, p_iTag, p_cValue.m_Value) : 0;
+}
+int CMsg::SetValue(int p_iTag, CBool p_cValue) {
+  return p_cValue.m_bSet ? CMsgOps::Set<CBool>(*this, p_iTag, p_cValue.m_Value) : 0;
+}
+int CMsg::SetValue(int p_iTag, CMsg* p_pSub) { return CMsgOps::SetSub(*this, p_iTag, p_pSub); }
+
+int CMsg::GetValue(int p_iTag, CString* p_psOut) { return CMsgOps::Get(*this, p_iTag, p_psOut); }
+int CMsg::GetValue(int p_iTag, int* p_piOut) { return CMsgOps::Get(*this, p_iTag, p_piOut); }
+int CMsg::GetValue(int p_iTag, double* p_pdOut) { return CMsgOps::Get(*this, p_iTag, p_pdOut); }
+int CMsg::GetValue(int p_iTag, bool* p_pbOut) { return CMsgOps::Get(*this, p_iTag, p_pbOut); }
+int CMsg::GetValue(int p_iTag, CDate* p_pcOut) { return CMsgOps::Get(*this, p_iTag, p_pcOut); }
+int CMsg::GetValue(int p_iTag, CInt* p_pcOut) { return CMsgOps::Get(*this, p_iTag, p_pcOut); }
+int CMsg::GetValue(int p_iTag, CDbl* p_pcOut) { return CMsgOps::Get(*this, p_iTag, p_pcOut); }
+int CMsg::GetValue(int p_iTag, CBool* p_pcOut) { return CMsgOps::Get(*this, p_iTag, p_pcOut); }
+int CMsg::GetValue(int p_iTag, CMsg** p_ppOut) { return CMsgOps::Get(*this, p_iTag, p_ppOut); }
+CMsg* CMsg::GetValue(int p_iTag) {
+  CMsg* pSub = nullptr;
+  return GetValue(p_iTag, &pSub) == 0 ? pSub : nullptr;
+}
+
+int CMsg::GetValue(int p_iTag, CStrArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CIntArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CDblArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CBoolArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CDateArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CMsgArray* p_pOut) { return CMsgOps::GetArray(*this, p_iTag, p_pOut); }
+
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, CString* p_psOut) {
+  return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_psOut);
+}
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, int* p_piOut) { return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_piOut); }
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, double* p_pdOut) {
+  return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_pdOut);
+}
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut) { return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_pbOut); }
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, CDate* p_pcOut) {
+  return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_pcOut);
+}
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, CMsg** p_ppOut) {
+  return CMsgOps::GetAt(*this, p_iTag, p_iIndex, p_ppOut);
+}
+int CMsg::GetArrSize(int p_iTag) { return CMsgOps::ArrSize(*this, p_iTag); }
+
+// ---- the same by name
+
+namespace {
+
+template <class T>
+int SetByName(CMsg& p_cMsg, const char* p_szName, T p_Value) {
+  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
+}
+template <class T>
+int GetByName(CMsg& p_cMsg, const char* p_szName, T* p_pOut) {
+  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
+}
+template <class T>
+int GetAtByName(CMsg& p_cMsg, const char* p_szName, int p_iIndex, T* p_pOut) {
+  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
+}
+
+}    // namespace
+
+int CMsg::SetValue(char* p_szName, int p_iValue) { return SetByName(*this, p_szName, p_iValue); }
+int CMsg::SetValue(char* p_szName, double p_dValue) { return SetByName(*this, p_szName, p_dValue); }
+int CMsg::SetValue(char* p_szName, bool p_bValue) { return SetByName(*this, p_szName, p_bValue); }
+int CMsg::SetValue(char* p_szName, const char* p_szValue) { return SetByName(*this, p_szName, p_szValue); }
+int CMsg::SetValue(char* p_szName, CDate p_cValue) { return SetByName(*this, p_szName, p_cValue); }
+int CMsg::SetValue(char* p_szName, CInt p_cValue) { return SetByName(*this, p_szName, p_cValue); }
+int CMsg::SetValue(char* p_szName, CDbl p_cValue) { return SetByName(*this, p_szName, p_cValue); }
+int CMsg::SetValue(char* p_szName, CBool p_cValue) { return SetByName(*this, p_szName, p_cValue); }
+int CMsg::SetValue(char* p_szName, CMsg* p_pSub) { return SetByName(*this, p_szName, p_pSub); }
+int CMsg::GetValue(char* p_szName, CString* p_psOut) { return GetByName(*this, p_szName, p_psOut); }
+int CMsg::GetValue(char* p_szName, int* p_piOut) { return GetByName(*this, p_szName, p_piOut); }
+int CMsg::GetValue(char* p_szName, double* p_pdOut) { return GetByName(*this, p_szName, p_pdOut); }
+int CMsg::GetValue(char* p_szName, bool* p_pbOut) { return GetByName(*this, p_szName, p_pbOut); }
+int CMsg::GetValue(char* p_szName, CDate* p_pcOut) { return GetByName(*this, p_szName, p_pcOut); }
+int CMsg::GetValue(char* p_szName, CInt* p_pcOut) { return GetByName(*this, p_szName, p_pcOut); }
+int CMsg::GetValue(char* p_szName, CDbl* p_pcOut) { return GetByName(*this, p_szName, p_pcOut); }
+int CMsg::GetValue(char* p_szName, CBool* p_pcOut) { return GetByName(*this, p_szName, p_pcOut); }
+int CMsg::GetValue(char* p_szName, CStrArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CIntArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CDblArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CBoolArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CDateArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CMsgArray* p_pOut) { return GetByName(*this, p_szName, p_pOut); }
+int CMsg::GetValue(char* p_szName, CMsg** p_ppOut) { return GetByName(*this, p_szName, p_ppOut); }
+CMsg* CMsg::GetValue(char* p_szName) {
+  CMsg* pSub = nullptr;
+  return GetByName(*this, p_szName, &pSub) == 0 ? pSub : nullptr;
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, CString* p_psOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_psOut);
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, int* p_piOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_piOut);
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, double* p_pdOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_pdOut);
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, bool* p_pbOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_pbOut);
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, CDate* p_pcOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_pcOut);
+}
+int CMsg::GetValueAt(char* p_szName, int p_iIndex, CMsg** p_ppOut) {
+  return GetAtByName(*this, p_szName, p_iIndex, p_ppOut);
+}
+int CMsg::GetArrSize(char* p_szName) {
+  return CMsgOps::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
+}

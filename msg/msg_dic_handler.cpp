@@ -1,0 +1,128 @@
+// Turns the elements of a dictionary file into message and tag definitions.
+#include "msg/msg_dic_handler.h"
+
+#include <cstring>
+#include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax2/Attributes.hpp>
+#include <xercesc/util/BinFileInputStream.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLString.hpp>
+
+#include "callorv/base/exception.h"
+#include "callorv/base/stream.h"
+#include "callorv/crypt/crypt.h"
+
+using namespace xercesc;
+using namespace callorv::detail;
+
+namespace {
+
+constexpr T_XmlUse s_tUse{" : ", " : ", "", true, false};
+
+struct T_Transcoded {
+  char* psz;
+  explicit T_Transcoded(const XMLCh* p_sz) : psz(XMLString::transcode(p_sz)) {}
+  ~T_Transcoded() { XMLString::release(&psz); }
+  T_Transcoded(const T_Transcoded&) = delete;
+  T_Transcoded& operator=(const T_Transcoded&) = delete;
+};
+
+struct T_Wide {
+  XMLCh* psz;
+  explicit T_Wide(const char* p_sz) : psz(XMLString::transcode(p_sz)) {}
+  ~T_Wide() { XMLString::release(&psz); }
+  T_Wide(const T_Wide&) = delete;
+  T_Wide& operator=(const T_Wide&) = delete;
+};
+
+// A local file, opened by the bytes of its name: nothing that looks like a URL reaches the network, and a name that the
+// locale cannot express still opens.
+class CFileSource : public LocalFileInputSource {
+ public:
+  explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz), m_sPath(p_szPath) {}
+  BinInputStream* makeStream() const override {
+    auto pStream = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
+    return pStream->getIsOpen() ? pStream.release() : nullptr;
+  }
+
+ private:
+  CString m_sPath;
+};
+
+// The attributes of an element by local name, narrowed. p_fn(name, value) is called in document order.
+template <class F>
+void ForEachAttribute(const Attributes& p_cAttrs, F p_fn) {
+  for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
+    const CNarrow cName(p_cAttrs.getLocalName(i));
+    p_fn(cName.Text(), CNarrow(p_cAttrs.getValue(i)).Text());
+  }
+}
+
+bool IsName(const XMLCh* p_szWide, const char* p_sz) {
+  for (; *p_sz != 0; ++p_szWide, ++p_sz) {
+    if (*p_szWide != static_cast<unsigned char>(*p_sz)) return false;
+  }
+  return *p_szWide == 0;
+}
+
+[[noreturn]] void ThrowUnknown(const char* p_szWhat, const XMLCh* p_szName) {
+  throw CException(MSG_XML, "Unknown %s - %s", p_szWhat, T_Transcoded(p_szName).psz);
+}
+
+}    // namespace
+
+MsgDicHandler::MsgDicHandler(CMsgDic* p_pDic) : CXmlHandler(s_tUse), m_iMsgNum(0), m_pDic(p_pDic) {}
+
+void MsgDicHandler::Action(const char* p_szPath) {
+  if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
+  if (!CString(p_szPath).EndsWith(".exml")) {
+    Parse([&] { return ParseSource(CFileSource(p_szPath)); });
+    return;
+  }
+  Parse([&] {
+    CStream stXml(0, 512);
+    CString sReason;
+    if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
+    return ParseSource(MemBufInputSource(reinterpret_cast<const XMLByte*>(stXml.GetData()),
+                                         static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false));
+  });
+}
+
+void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
+                                 const Attributes& p_cAttrs) {
+  switch (Enter()) {
+    case 1:
+      if (!IsName(p_szLocalName, "msg_dictionary")) ThrowUnknown("root element", p_szLocalName);
+      break;
+    case 2: {
+      if (!IsName(p_szLocalName, "msg")) ThrowUnknown("element", p_szLocalName);
+      CString sNo, sName, sVer, sHash;
+      ForEachAttribute(p_cAttrs, [&](const char* p_szName, const char* p_szValue) {
+        if (strcmp(p_szName, "no") == 0) sNo = p_szValue;
+        if (strcmp(p_szName, "name") == 0) sName = p_szValue;
+        if (strcmp(p_szName, "ver") == 0) sVer = p_szValue;
+        if (strcmp(p_szName, "hash") == 0) sHash = p_szValue;
+      });
+      m_iMsgNum = sNo.ToInt();
+      m_pDic->SetMsgInfo(m_iMsgNum, sName, sVer, sHash);
+      break;
+    }
+    case 3: {
+      if (IsName(p_szLocalName, "constraint")) break;
+      if (!IsName(p_szLocalName, "tag")) ThrowUnknown("child element", p_szLocalName);
+      CString sNo, sName, sType, sArray("N");
+      ForEachAttribute(p_cAttrs, [&](const char* p_szName, const char* p_szValue) {
+        if (strcmp(p_szName, "no") == 0) sNo = p_szValue;
+        if (strcmp(p_szName, "name") == 0) sName = p_szValue;
+        if (strcmp(p_szName, "type") == 0) sType = p_szValue;
+        if (strcmp(p_szName, "array") == 0) sArray = p_szValue;
+      });
+      m_pDic->SetMsgDetail(m_iMsgNum, sNo.ToInt(), sName, sType, sArray);
+      break;
+    }
+    default: break;    // what stands inside a tag or constraint is free
+  }
+}
+
+void MsgDicHandler::endElement(const XMLCh* const, const XMLCh* const, const XMLCh* const) { Leave(); }

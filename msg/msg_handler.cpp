@@ -1,0 +1,129 @@
+// Turns the elements of a message document into stored values.
+#include "msg/msg_handler.h"
+
+#include <cstring>
+#include <optional>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax2/Attributes.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+
+#include "base/number.h"
+#include "callorv/base/exception.h"
+#include "msg/msg_ops.h"
+
+using namespace xercesc;
+using namespace callorv::detail;
+
+namespace {
+
+constexpr T_XmlUse s_tUse{" ", ": ", "\n", false, true};
+
+bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\n'; }    // a CR stays
+
+}    // namespace
+
+struct MsgHandler::T_TagTexts {
+  const char* szWhere;       // at which end of the element
+  const char* szNoNumber;    // what its name should have been
+};
+const MsgHandler::T_TagTexts MsgHandler::s_tStart{"start", "tagnum"};
+const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
+
+MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
+    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg),
+      m_pCurrentMsg(p_pMsg), m_apMsgInfo(false) {
+  if (p_pMsg == nullptr || p_pDic == nullptr) {
+    throw CException(MSG_NULL, "MsgHandler::MsgHandler - Parameter is NULL(%p,%p)", static_cast<void*>(p_pMsg),
+                     static_cast<void*>(p_pDic));
+  }
+}
+
+void MsgHandler::Action(const char* p_szXml) {
+  if (p_szXml == nullptr) throw CException("Parameter is NULL", MSG_NULL);
+  if (XMLPlatformUtils::fgMemoryManager == nullptr) {
+    throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
+  }
+  std::optional<MemBufInputSource> cSource;
+  try {
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), "MemData", false);
+  } catch (const OutOfMemoryException&) {
+    throw CException("Out of memory 0", MSG_MEMORY);
+  } catch (const std::bad_alloc&) {
+    throw CException("Out of memory 0", MSG_MEMORY);
+  }
+  Parse([&] { return ParseSource(*cSource); });
+}
+
+void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
+  if (strcmp(p_szName, "msg") != 0) throw CException(MSG_XML, "Unknown root element(%s)", p_szName);
+  CString sVer;
+  for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
+    const CNarrow cName(p_cAttrs.getLocalName(i)), cValue(p_cAttrs.getValue(i));
+    if (strcmp(cName.Text(), "no") == 0) m_iMsgNum = ParseInt32(cValue.Text());
+    if (strcmp(cName.Text(), "type") == 0) m_bByName = strcmp(cValue.Text(), "name") == 0;
+    if (strcmp(cName.Text(), "ver") == 0) sVer = cValue.Text();
+  }
+  CMsgInfo* pMsgInfo = m_pDic->GetMsgInfo(m_iMsgNum);
+  if (pMsgInfo == nullptr) throw CException(MSG_XML, "Unknown msgno(%d)", m_iMsgNum);
+  m_pRootMsg->Init(m_iMsgNum, 0, 0);
+  m_pRootMsg->SetVer(sVer);
+  m_apMsgInfo.Add(pMsgInfo);
+}
+
+// The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
+const CTagInfo* MsgHandler::Resolve(const char* p_szName, int p_iDepth, const T_TagTexts& p_tTexts) const {
+  const auto* pMsgInfo = static_cast<const CMsgInfo*>(m_apMsgInfo.GetAt(p_iDepth - 2));
+  int iTag = -1;
+  if (m_bByName) {
+    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(p_szName);
+    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", p_tTexts.szWhere, p_szName);
+  } else {
+    if (*p_szName != 't' && *p_szName != 'a') {
+      throw CException(MSG_XML, "Unknown %s %s(%s)", p_tTexts.szWhere, p_tTexts.szNoNumber, p_szName);
+    }
+    iTag = ParseInt32(p_szName + 1);
+  }
+  const CTagInfo* pTag = pMsgInfo != nullptr ? pMsgInfo->GetTagInfo(iTag) : nullptr;
+  if (pTag == nullptr) throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", p_tTexts.szWhere, p_szName, iTag);
+  return pTag;
+}
+
+void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
+                              const Attributes& p_cAttrs) {
+  const CNarrow cName(p_szLocalName);
+  const int iDepth = Enter();
+  if (iDepth == 1) {
+    StartRoot(cName.Text(), p_cAttrs);
+    return;
+  }
+  const CTagInfo* pTag = Resolve(cName.Text(), iDepth, s_tStart);
+  if (pTag->m_eType == TAG_SUBMSG) {
+    m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(pTag->m_iTagNum);
+    if (m_pCurrentMsg == nullptr) throw CException(MSG_XML, "(MakeSubMsgEntry) failed(%d)", pTag->m_iTagNum);
+    const int iSubMsg = m_pCurrentMsg->GetMsgNum();
+    CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
+    if (pSubInfo == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
+    m_apMsgInfo.Add(pSubInfo);
+  }
+  m_iCurrentTag = pTag->m_iTagNum;
+}
+
+void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t) {
+  CNarrow cText(p_szText);
+  char* pFirst = cText.Text();
+  while (IsBlank(*pFirst)) ++pFirst;
+  char* pEnd = pFirst + strlen(pFirst);
+  while (pEnd > pFirst && IsBlank(pEnd[-1])) --pEnd;
+  if (pEnd == pFirst || m_iCurrentTag < 0) return;
+  *pEnd = 0;
+  CMsgOps::StoreText(*m_pCurrentMsg, m_iCurrentTag, pFirst, static_cast<int>(pEnd - pFirst));
+}
+
+void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {
+  const int iDepth = Leave();
+  if (iDepth == 1) return;
+  if (Resolve(CNarrow(p_szLocalName).Text(), iDepth, s_tEnd)->m_eType != TAG_SUBMSG) return;
+  m_pCurrentMsg = m_pCurrentMsg->GetParent();
+  m_apMsgInfo.RemoveLast();
+}

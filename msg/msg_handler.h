@@ -1,0 +1,39 @@
+// Turns the elements of a message document into stored values.
+#ifndef CALLORV_MSG_MSG_HANDLER_H
+#define CALLORV_MSG_MSG_HANDLER_H
+
+#include "callorv/base/ptr_array.h"
+#include "callorv/msg/msg.h"
+#include "msg/xml_reader.h"
+
+// Serves one document.
+class MsgHandler : public callorv::detail::CXmlHandler {
+ public:
+  // Both borrowed. Throws CException (-12) when either is null.
+  MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic);
+  // Parses the text; see CMsg::LoadXml. Throws CException.
+  void Action(const char* p_szXml);
+
+  void characters(const XMLCh* const p_szText, const XMLSize_t p_iLen) override;
+  void startElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName,
+                    const xercesc::Attributes& p_cAttrs) override;
+  void endElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override;
+
+ private:
+  struct T_TagTexts;    // what an unknown tag is called at its start and at its end
+
+  CMsgDic* m_pDic;
+  int m_iMsgNum;              // the root's "no"
+  bool m_bByName;             // elements are named by tag name
+  int m_iCurrentTag;          // receives character data; an end tag does not reset it
+  CMsg* m_pRootMsg;
+  CMsg* m_pCurrentMsg;        // the message that the open elements belong to
+  CPtrArray m_apMsgInfo;      // entry k: definition for the elements at depth k + 2; owns none
+
+  void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
+  const CTagInfo* Resolve(const char* p_szName, int p_iDepth, const T_TagTexts& p_tTexts) const;
+
+  static const T_TagTexts s_tStart, s_tEnd;
+};
+
+#endif

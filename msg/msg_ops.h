@@ -1,0 +1,85 @@
+// The algorithms behind the operations of CMsg.
+#ifndef CALLORV_MSG_MSG_OPS_H
+#define CALLORV_MSG_MSG_OPS_H
+
+#include <new>
+#include <vector>
+
+#include "callorv/base/exception.h"
+#include "msg/chain_index.h"
+#include "msg/value_traits.h"
+
+namespace callorv::detail {
+
+// What few messages need.
+struct T_MsgExtra {
+  CMsgValue* pAbandoned = nullptr;             // cells from before an Init, chained by m_pNext
+  std::vector<CMsg*> apReplaced;               // sub-messages whose single tag was set again
+  CChainIndex<CMsgValue>* pIndex = nullptr;    // made once a slot's chain grows long
+};
+
+}    // namespace callorv::detail
+
+// A friend of CMsg, so that each check, text and step stands once and not once for every type.
+struct CMsgOps {
+  // ---- cells
+  static CMsgValue* FindCell(const CMsg& p_cMsg, int p_iTag) {
+    return callorv::detail::FindInChain(
+        p_cMsg.m_apSlot[callorv::detail::ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey())],
+        p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
+  }
+  static void AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell);
+  static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
+  // Null when there is no memory for a new one.
+  static CMsgValue* FindOrAddCell(CMsg& p_cMsg, int p_iTag) {
+    CMsgValue* pCell = FindCell(p_cMsg, p_iTag);
+    if (pCell == nullptr && (pCell = new (std::nothrow) CMsgValue) != nullptr) AppendCell(p_cMsg, p_iTag, pCell);
+    return pCell;
+  }
+  static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
+  // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers.
+  static void Release(CMsg& p_cMsg, CMsg*& p_pList);
+  // Moves the cells to where nothing but the destructor finds them.
+  static void Abandon(CMsg& p_cMsg);
+
+  // ---- checks: 0, or the code whose text was kept
+  static int CheckTag(CMsg& p_cMsg, int p_iTag, const CTagInfo*& p_pTag);
+  static int CheckType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
+  // For getters: the tag's cell, which has a value.
+  static int FindSet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine, CMsgValue*& p_pCell);
+  static int FailNull(CMsg& p_cMsg, int p_iTag) { return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,NULL", p_iTag); }
+
+  // ---- access
+  // T: the type whose line number the texts print; VALUE: what is passed for it.
+  template <class T, class VALUE>
+  static int Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value);
+  template <class T>
+  static int Get(CMsg& p_cMsg, int p_iTag, T* p_pOut);
+  template <class T>
+  static int GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut);
+  template <class ARRAY>
+  static int GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut);
+  static int SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub);
+  static int ArrSize(CMsg& p_cMsg, int p_iTag);
+  // p_fnByTag(tag) for the tag of that name.
+  template <class F>
+  static int ByName(CMsg& p_cMsg, const char* p_szName, F p_fnByTag) {
+    if (p_cMsg.m_pMsgInfo == nullptr) return p_cMsg.Fail(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
+    return p_fnByTag(p_cMsg.m_pMsgInfo->GetTagNumByName(p_szName));    // -1 when unknown
+  }
+
+  // ---- reading: failures are thrown
+  // CMsg::SetParsedData of a text that may be changed by the caller afterwards.
+  static void StoreText(CMsg& p_cMsg, int p_iTag, const char* p_sz, int p_iLen);
+  static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);
+  static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
+
+ private:
+  // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set from then on.
+  template <class T, class VALUE>
+  static const char* Append(CMsgValue& p_cCell, const VALUE& p_Value);
+  template <class T>
+  static void StoreParsed(CMsgValue& p_cCell, const T& p_Value);
+};
+
+#endif

@@ -1,0 +1,122 @@
+// What differs between the value types that setters take and getters give.
+#ifndef CALLORV_MSG_VALUE_TRAITS_H
+#define CALLORV_MSG_VALUE_TRAITS_H
+
+#include <new>
+
+#include "msg/msg_value.h"
+
+namespace callorv::detail {
+
+// The numbers that the type-mismatch texts of an operation print. Callers compare these texts, so they never change.
+struct T_Lines {
+  int iSet, iGet, iGetArr, iGetAt;
+};
+template <class T> inline constexpr T_Lines s_tLines{};    // by the type that callers pass; 0: there is no such operation
+template <> inline constexpr T_Lines s_tLines<CString>{1178, 699, 943, 2355};
+template <> inline constexpr T_Lines s_tLines<int>{1233, 740, 983, 2393};
+template <> inline constexpr T_Lines s_tLines<double>{1280, 777, 1023, 2431};
+template <> inline constexpr T_Lines s_tLines<bool>{1327, 814, 1063, 2469};
+template <> inline constexpr T_Lines s_tLines<CDate>{1378, 850, 1103, 2506};
+template <> inline constexpr T_Lines s_tLines<CMsg*>{1441, 891, 1144, 2544};
+template <> inline constexpr T_Lines s_tLines<CInt>{2114, 1987, 0, 0};
+template <> inline constexpr T_Lines s_tLines<CDbl>{2165, 2024, 0, 0};
+template <> inline constexpr T_Lines s_tLines<CBool>{2216, 2061, 0, 0};
+
+// For each type: its tag type, its array and the text for no memory for that, and
+//   Clear   what a getter does to its output before any check
+//   Store   keeps a value in a single cell; null, or the text why not (the cell is then as it was)
+//   Load    the value of a single cell; false when there is none
+// For a value kept in the cell itself:
+template <class T, E_TagType TYPE, class ARRAY, T CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
+struct T_InlineTraits {
+  using Array = ARRAY;
+  static constexpr E_TagType eType = TYPE;
+  static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
+  static void Clear(T& p_Out) { p_Out = T(); }
+  static const char* Store(CMsgValue& p_cCell, T p_Value) {
+    p_cCell.*VALUE = p_Value;
+    return nullptr;
+  }
+  static bool Load(const CMsgValue& p_cCell, T& p_Out) {
+    p_Out = p_cCell.*VALUE;
+    return true;
+  }
+};
+// For a value that the cell points to:
+template <class T, E_TagType TYPE, class ARRAY, T* CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
+struct T_OwnedTraits {
+  using Array = ARRAY;
+  static constexpr E_TagType eType = TYPE;
+  static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
+  static void Clear(T&) {}
+  static bool Load(const CMsgValue& p_cCell, T& p_Out) {
+    if (p_cCell.*VALUE == nullptr) return false;
+    p_Out = *(p_cCell.*VALUE);
+    return true;
+  }
+};
+
+template <class T> struct ValueTraits;
+template <> struct ValueTraits<int>
+    : T_InlineTraits<int, TAG_INTEGER, CIntArray, &CMsgValue::m_iVal, &CMsgValue::m_pIntArr> {
+  static constexpr const char* szNewArray = "new CIntArray failed";
+};
+template <> struct ValueTraits<double>
+    : T_InlineTraits<double, TAG_DOUBLE, CDblArray, &CMsgValue::m_dVal, &CMsgValue::m_pDblArr> {
+  static constexpr const char* szNewArray = "new CDblArray failed";
+};
+template <> struct ValueTraits<bool>
+    : T_InlineTraits<bool, TAG_BOOL, CBoolArray, &CMsgValue::m_bVal, &CMsgValue::m_pBoolArr> {
+  static constexpr const char* szNewArray = "new CBoolArray failed";
+};
+template <> struct ValueTraits<CMsg*>
+    : T_InlineTraits<CMsg*, TAG_SUBMSG, CMsgArray, &CMsgValue::m_pMsg, &CMsgValue::m_pMsgArr> {
+  static constexpr const char* szNewArray = "new CMsgArray failed";
+};
+template <> struct ValueTraits<CString>
+    : T_OwnedTraits<CString, TAG_STRING, CStrArray, &CMsgValue::m_pStr, &CMsgValue::m_pStrArr> {
+  static constexpr const char* szNewArray = "new CStrArray failed";
+  template <class TEXT>    // CString or const char*
+  static const char* Store(CMsgValue& p_cCell, const TEXT& p_Text) try {
+    if (p_cCell.m_pStr != nullptr) {
+      *p_cCell.m_pStr = p_Text;
+    } else {
+      p_cCell.m_pStr = new CString(p_Text);
+    }
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return "new CString failed";
+  }
+};
+template <> struct ValueTraits<CDate>
+    : T_OwnedTraits<CDate, TAG_DATE, CDateArray, &CMsgValue::m_pDate, &CMsgValue::m_pDateArr> {
+  static constexpr const char* szNewArray = "new CDateArray failed";
+  static const char* Store(CMsgValue& p_cCell, const CDate& p_c) {
+    if (p_cCell.m_pDate == nullptr) p_cCell.m_pDate = new (std::nothrow) CDate;
+    if (p_cCell.m_pDate == nullptr) return "new CDate failed";
+    *p_cCell.m_pDate = p_c;
+    return nullptr;
+  }
+};
+// Nullable values are kept as the plain ones; only what goes out differs.
+template <class T> struct ValueTraits<T_Nullable<T>> : ValueTraits<T> {
+  static void Clear(T_Nullable<T>& p_Out) { p_Out.Clear(); }
+  static bool Load(const CMsgValue& p_cCell, T_Nullable<T>& p_Out) {
+    p_Out.m_bSet = ValueTraits<T>::Load(p_cCell, p_Out.m_Value);
+    return p_Out.m_bSet;
+  }
+};
+
+// An element of an array as the type that goes out.
+template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }
+template <class T> void Assign(T_Nullable<T>& p_Out, T p_Value) { p_Out.Set(p_Value); }
+
+// The element type of an array.
+template <class ARRAY> struct ElementOf;
+template <class T> struct ElementOf<CArray<T>> { using Type = T; };
+template <> struct ElementOf<CMsgArray> { using Type = CMsg*; };
+
+}    // namespace callorv::detail
+
+#endif

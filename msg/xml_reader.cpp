@@ -1,0 +1,173 @@
+// The only place that sets up the XML parser.
+#include "msg/xml_reader.h"
+
+#include <atomic>
+#include <cstring>
+#include <new>
+#include <utility>
+#include <xercesc/sax/SAXException.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/sax2/SAX2XMLReader.hpp>
+#include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PanicHandler.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+#include "callorv/base/exception.h"
+#include "callorv/msg/error.h"
+
+namespace callorv::detail {
+
+using namespace xercesc;
+
+namespace {
+
+// The parser's own panic handler ends the process; this one lets the application go on.
+class CPanic : public PanicHandler {
+ public:
+  void panic(const PanicReasons p_eReason) override {
+    throw CException(getPanicReasonString(p_eReason), MSG_XML_INIT);
+  }
+};
+CPanic s_cPanic;
+
+using CReaderPtr = std::unique_ptr<SAX2XMLReader>;
+
+CReaderPtr NewReader() {
+  static const std::pair<const XMLCh*, bool> s_atFeature[] = {
+      {XMLUni::fgSAX2CoreValidation, false},        {XMLUni::fgXercesDynamic, false},
+      {XMLUni::fgXercesSchema, false},              {XMLUni::fgXercesSchemaFullChecking, false},
+      {XMLUni::fgSAX2CoreNameSpaces, true},         {XMLUni::fgSAX2CoreNameSpacePrefixes, false},
+      // nothing outside the document is ever opened
+      {XMLUni::fgXercesLoadExternalDTD, false},     {XMLUni::fgXercesDisableDefaultEntityResolution, true},
+  };
+  CReaderPtr pReader(XMLReaderFactory::createXMLReader());
+  for (const auto& tFeature : s_atFeature) pReader->setFeature(tFeature.first, tFeature.second);
+  return pReader;
+}
+
+// Readers between two documents: making one costs twice as much as parsing a short reply. A slot is taken and filled
+// with one atomic exchange, so threads never wait for each other. Kept only while this library holds an initialisation of
+// the parser, so that no reader outlives the parser's tables.
+std::atomic<int> s_iInits{0};
+std::atomic<SAX2XMLReader*> s_apKept[16];
+
+CReaderPtr TakeReader() {
+  for (auto& pSlot : s_apKept) {
+    if (pSlot.load(std::memory_order_relaxed) == nullptr) continue;
+    if (SAX2XMLReader* pReader = pSlot.exchange(nullptr, std::memory_order_acquire)) return CReaderPtr(pReader);
+  }
+  return NewReader();
+}
+
+void KeepReader(CReaderPtr p_pReader) {
+  if (s_iInits.load(std::memory_order_relaxed) == 0) return;
+  for (auto& pSlot : s_apKept) {
+    SAX2XMLReader* pEmpty = nullptr;
+    if (pSlot.compare_exchange_strong(pEmpty, p_pReader.get(), std::memory_order_release, std::memory_order_relaxed)) {
+      (void)p_pReader.release();
+      return;
+    }
+  }
+}
+
+}    // namespace
+
+void InitializeParser() {
+  try {
+    XMLPlatformUtils::Initialize(XMLUni::fgXercescDefaultLocale, nullptr, &s_cPanic);
+  } catch (const XMLException& cError) {
+    throw CException(CNarrow(cError.getMessage()).Text(), MSG_XML_INIT);
+  } catch (const OutOfMemoryException&) {
+    throw CException("XMLParser out of memory", MSG_XML_INIT);
+  } catch (const std::bad_alloc&) {
+    throw CException("XMLParser out of memory", MSG_XML_INIT);
+  }
+  ++s_iInits;
+}
+
+void TerminateParser() {
+  if (--s_iInits == 0) {
+    for (auto& pSlot : s_apKept) delete pSlot.exchange(nullptr);
+  }
+  XMLPlatformUtils::Terminate();
+}
+
+CNarrow::CNarrow(const XMLCh* p_sz) : m_p(m_szNear) {
+  const XMLSize_t iLen = XMLString::stringLen(p_sz);
+  if (iLen > SIZE) {
+    m_pFar.reset(new char[iLen + 1]);
+    m_p = m_pFar.get();
+  }
+  for (XMLSize_t i = 0; i < iLen; ++i) m_p[i] = static_cast<char>(p_sz[i]);
+  m_p[iLen] = 0;
+}
+
+int CXmlHandler::Enter() {
+  if (++m_iDepth > MAX_DEPTH) throw CException(MSG_XML, "More than %d open elements", static_cast<int>(MAX_DEPTH));
+  return m_iDepth;
+}
+
+void CXmlHandler::Report(char p_cKind, const SAXParseException& p_c) const {
+  throw CException(MSG_XML, "[%c]%s (L:%d, C:%d)%s%s", p_cKind, CNarrow(p_c.getSystemId()).Text(),
+                   static_cast<int>(p_c.getLineNumber()), static_cast<int>(p_c.getColumnNumber()), m_tUse.szReportColon,
+                   CNarrow(p_c.getMessage()).Text());
+}
+
+void CXmlHandler::ThrowInternal(const XMLCh* p_szMessage) const {
+  throw CException(MSG_XML, "XMLParser internal error%s%s%s", m_tUse.szErrorColon, CNarrow(p_szMessage).Text(),
+                   m_tUse.szErrorEnd);
+}
+
+void CXmlHandler::startDTD(const XMLCh* const, const XMLCh* const, const XMLCh* const) {
+  if (!m_tUse.bDoctype) throw CException("DOCTYPE is not allowed", MSG_XML);
+}
+
+// The parser bounds how many entity references are expanded, but neither how long each is nor parameter entities.
+void CXmlHandler::internalEntityDecl(const XMLCh* const p_szName, const XMLCh* const p_szValue) {
+  if (*p_szName == '%') throw CException(MSG_XML, "Parameter entity is not allowed(%s)", CNarrow(p_szName).Text());
+  if (XMLString::stringLen(p_szValue) > MAX_ENTITY_SIZE) {
+    throw CException(MSG_XML, "Entity is too long(%s)", CNarrow(p_szName).Text());
+  }
+}
+
+XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource) {
+  SecurityManager cBounds;
+  CReaderPtr pReader = m_tUse.bKeepReader ? TakeReader() : NewReader();
+  pReader->setContentHandler(this);
+  pReader->setErrorHandler(this);
+  pReader->setLexicalHandler(this);
+  pReader->setDeclarationHandler(this);
+  if (m_tUse.bDoctype) {
+    cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
+    pReader->setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
+  }
+  pReader->parse(p_cSource);
+  const XMLSize_t iErrors = pReader->getErrorCount();
+  if (m_tUse.bKeepReader && iErrors == 0) KeepReader(std::move(pReader));
+  return iErrors;
+}
+
+void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const {
+  XMLSize_t iErrors = 0;
+  try {
+    iErrors = p_fnParse();
+  } catch (const OutOfMemoryException&) {
+    throw CException("XMLParser out of memory", MSG_MEMORY);
+  } catch (const std::bad_alloc&) {
+    throw CException("XMLParser out of memory", MSG_MEMORY);
+  } catch (const XMLException& cError) {
+    ThrowInternal(cError.getMessage());
+  } catch (const SAXException& cError) {
+    ThrowInternal(cError.getMessage());
+  } catch (const CException& cError) {
+    throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
+  }
+  if (iErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(iErrors));
+}
+
+}    // namespace callorv::detail
