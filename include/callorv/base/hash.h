@@ -4,13 +4,15 @@
 
 #include "callorv/base/array.h"
 #include "callorv/base/str.h"
+#include "callorv/base/stream.h"
 #include "callorv/export.h"
 
 // A map from a C string to an int. Keys are copied; comparison is exact. Lookups only read, so several threads
 // may look up at once in a map that nobody changes.
 class CALLORV_API CIntHash {
  public:
-  // p_iBuckets  the most buckets that the map uses; it begins small and grows with its content. Below 1: 1
+  // p_iBuckets  without effect: a map takes no memory while it is empty and grows with its content alone, so that
+  //             many small ones are as cheap as a large one is fast
   explicit CIntHash(int p_iBuckets) noexcept;
   ~CIntHash();
   CIntHash(const CIntHash&) = delete;
@@ -24,23 +26,21 @@ class CALLORV_API CIntHash {
   int Get(const char* p_szKey, int* p_piOut) const;
 
  private:
-  struct T_Entry;
-  unsigned m_iMaxBuckets;
-  unsigned m_iBuckets;       // a power of two; 0: no table yet
-  int m_iSize, m_iCapacity;
-  int m_iKeyBytes, m_iKeyCapacity;
-  int* m_piHead;             // by bucket: index of its first entry, -1: none
-  T_Entry* m_pEntry;
-  char* m_pKeys;             // every key with its NUL, one after the other
+  struct T_Slot;
+  T_Slot* m_pSlot;
+  unsigned m_uSlots;      // a power of two; 0: no table yet
+  unsigned m_uKeys;
+  CStream m_stEntries;    // values and keys, one after the other
 
-  int Find(const char* p_szKey, unsigned p_iHash) const;
-  void Rehash(unsigned p_iBuckets);
+  char* Find(const char* p_szKey, unsigned p_uHash) const;
+  static T_Slot& FreeSlot(T_Slot* p_pSlot, unsigned p_uSlots, unsigned p_uHash);
+  void Rehash(unsigned p_uSlots);
 };
 
 // A map from a C string to one or more strings. Keys and values are copied; comparison is exact.
 class CALLORV_API CStrHash {
  public:
-  explicit CStrHash(int p_iBuckets);    // as for CIntHash
+  explicit CStrHash(int p_iBuckets) noexcept;    // as for CIntHash
   ~CStrHash();
   CStrHash(const CStrHash&) = delete;
   CStrHash& operator=(const CStrHash&) = delete;
@@ -55,10 +55,11 @@ class CALLORV_API CStrHash {
   int Get(const char* p_szKey, CStrArray* p_pOut) const;
 
  private:
-  struct T_Entry;
-  CIntHash m_cIndex;       // key to entry
-  T_Entry** m_apEntry;     // owned
+  CIntHash m_cIndex;          // key to place in m_apValues
+  CStrArray** m_apValues;     // each key's values; owned
   int m_iSize, m_iCapacity;
+
+  const CStrArray* Find(const char* p_szKey) const;
 };
 
 #endif

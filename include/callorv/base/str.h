@@ -69,7 +69,7 @@ class CALLORV_API CString {
 
  private:
   // 16 bytes on 32-bit and 64-bit. A short text lives in szInline, whose last byte holds INLINE_MAX - length
-  // (and so is the terminator of a full one); a long one has HEAP_FLAG in the same byte, the top one of iCapacity.
+  // (and so is the terminator of a full one); a long one has HEAP_FLAG in the same byte, the top one of uCapacity.
   enum { INLINE_MAX = 15 };
   static const unsigned HEAP_FLAG = 0x80000000u;
   struct T_Heap {
@@ -78,7 +78,7 @@ class CALLORV_API CString {
 #if __SIZEOF_POINTER__ == 4
     int iUnused;
 #endif
-    unsigned iCapacity;    // bytes at pData, terminator included, | HEAP_FLAG
+    unsigned uCapacity;    // bytes at pData, terminator included, | HEAP_FLAG
   };
   union {
     T_Heap tHeap;

@@ -41,6 +41,7 @@ class CALLORV_API CStream {
   int m_iGrowBy;
 
   bool Grow(long long p_iSize);
+  bool Reallocate(int p_iCapacity);
 };
 
 #endif

@@ -1,0 +1,18 @@
+// A date text of up to eight characters.
+#include "callorv/base/date.h"
+
+#include <cstddef>
+#include <cstring>
+
+static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "callers hand out the eight characters and the flag");
+
+CDate::CDate() noexcept : m_szDate(), m_bSet(false) {}
+
+CDate::CDate(const char* p_sz) noexcept { Set(p_sz); }
+
+void CDate::Set(const char* p_sz) noexcept {
+  char szDate[sizeof m_szDate] = "";    // p_sz may point into the old text
+  if (p_sz != nullptr) memcpy(szDate, p_sz, strnlen(p_sz, sizeof szDate - 1));
+  memcpy(m_szDate, szDate, sizeof m_szDate);
+  m_bSet = szDate[0] != 0;
+}

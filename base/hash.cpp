@@ -1,0 +1,155 @@
+// Maps from a text to a number or to several texts.
+#include "callorv/base/hash.h"
+
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "base/grow.h"
+
+// An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at
+// most three quarters full. An entry is the value, the key with its NUL, and zeros up to a multiple of four bytes.
+struct CIntHash::T_Slot {
+  unsigned uHash;     // 0: free
+  unsigned uEntry;    // where the entry begins in m_stEntries
+};
+
+namespace {
+
+const unsigned USED = 0x80000000u;    // in every hash, so that none is 0; tables are too small to use this bit
+
+// Four bytes a step, as names are short and looked up often; the last step overlaps the one before it.
+unsigned Hash(const char* p_p, size_t p_iLen) {
+  const auto Mix = [](unsigned p_uHash, const char* p_pFour) {
+    unsigned uFour;
+    memcpy(&uFour, p_pFour, sizeof uFour);
+    p_uHash = (p_uHash ^ uFour) * 0x9E3779B1u;    // odd, without a pattern in its bits
+    return p_uHash ^ (p_uHash >> 15);
+  };
+  unsigned uHash = static_cast<unsigned>(p_iLen) * 0x85EBCA6Bu;
+  if (p_iLen >= 4) {
+    for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, p_p + i);
+    uHash = Mix(uHash, p_p + p_iLen - 4);
+  } else {
+    char acFour[4] = {};
+    for (size_t i = 0; i < p_iLen; ++i) acFour[i] = p_p[i];
+    uHash = Mix(uHash, acFour);
+  }
+  uHash *= 0xC2B2AE35u;
+  return (uHash ^ (uHash >> 16)) | USED;
+}
+
+}    // namespace
+
+CIntHash::CIntHash(int) noexcept : m_pSlot(nullptr), m_uSlots(0), m_uKeys(0), m_stEntries(0, 32) {}
+
+CIntHash::~CIntHash() { delete[] m_pSlot; }
+
+int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
+  if (p_szKey == nullptr) return -1;
+  const size_t iLen = strlen(p_szKey);
+  const unsigned uHash = Hash(p_szKey, iLen);
+  if (char* pEntry = Find(p_szKey, uHash)) {
+    if (p_bReplace) memcpy(pEntry, &p_iValue, sizeof p_iValue);
+    return 0;
+  }
+  const int iBegin = m_stEntries.GetSize();
+  const size_t iRoom = (sizeof p_iValue + iLen + 1 + 3) & ~size_t{3};
+  if (iRoom < iLen || iRoom >= static_cast<size_t>(INT_MAX - iBegin)) throw std::bad_alloc();
+  char* pEntry = m_stEntries.GetBuffer(iBegin + static_cast<int>(iRoom)) + iBegin;
+  if (m_uKeys >= m_uSlots / 4 * 3) Rehash(m_uSlots > 0 ? m_uSlots * 2 : 8);
+
+  memcpy(pEntry, &p_iValue, sizeof p_iValue);
+  memset(pEntry + iRoom - 4, 0, 4);
+  memcpy(pEntry + sizeof p_iValue, p_szKey, iLen);
+  m_stEntries.ReleaseBuffer(iBegin + static_cast<int>(iRoom));
+  ++m_uKeys;
+  FreeSlot(m_pSlot, m_uSlots, uHash) = {uHash, static_cast<unsigned>(iBegin)};
+  return 0;
+}
+
+int CIntHash::Get(const char* p_szKey, int* p_piOut) const {
+  if (p_szKey == nullptr || m_uKeys == 0) return -1;
+  const char* pEntry = Find(p_szKey, Hash(p_szKey, strlen(p_szKey)));
+  if (pEntry == nullptr) return -1;
+  memcpy(p_piOut, pEntry, sizeof *p_piOut);
+  return 0;
+}
+
+// The key's entry, null when absent.
+char* CIntHash::Find(const char* p_szKey, unsigned p_uHash) const {
+  if (m_uSlots == 0) return nullptr;
+  for (unsigned i = p_uHash & (m_uSlots - 1); m_pSlot[i].uHash != 0; i = (i + 1) & (m_uSlots - 1)) {
+    if (m_pSlot[i].uHash != p_uHash) continue;
+    char* pEntry = m_stEntries.GetData() + m_pSlot[i].uEntry;
+    if (strcmp(pEntry + sizeof(int), p_szKey) == 0) return pEntry;
+  }
+  return nullptr;
+}
+
+// Where a key goes that the table does not hold.
+CIntHash::T_Slot& CIntHash::FreeSlot(T_Slot* p_pSlot, unsigned p_uSlots, unsigned p_uHash) {
+  unsigned i = p_uHash & (p_uSlots - 1);
+  while (p_pSlot[i].uHash != 0) i = (i + 1) & (p_uSlots - 1);
+  return p_pSlot[i];
+}
+
+void CIntHash::Rehash(unsigned p_uSlots) {
+  std::unique_ptr<T_Slot[]> pSlot(new T_Slot[p_uSlots]());
+  for (unsigned i = 0; i < m_uSlots; ++i) {
+    if (m_pSlot[i].uHash != 0) FreeSlot(pSlot.get(), p_uSlots, m_pSlot[i].uHash) = m_pSlot[i];
+  }
+  delete[] m_pSlot;
+  m_pSlot = pSlot.release();
+  m_uSlots = p_uSlots;
+}
+
+CStrHash::CStrHash(int p_iBuckets) noexcept : m_cIndex(p_iBuckets), m_apValues(nullptr), m_iSize(0), m_iCapacity(0) {}
+
+CStrHash::~CStrHash() {
+  for (int i = 0; i < m_iSize; ++i) delete m_apValues[i];
+  delete[] m_apValues;
+}
+
+int CStrHash::Set(const char* p_szKey, char* p_szValue, bool p_bReplace) {
+  if (p_szKey == nullptr) return -1;
+  int iAt;
+  const bool bKnown = m_cIndex.Get(p_szKey, &iAt) == 0;
+  if (bKnown && !p_bReplace) {
+    m_apValues[iAt]->Add(p_szValue);
+    return 0;
+  }
+  auto pValues = std::make_unique<CStrArray>();
+  pValues->Add(p_szValue);
+  if (bKnown) {
+    delete m_apValues[iAt];
+    m_apValues[iAt] = pValues.release();
+    return 0;
+  }
+  if (m_iSize == m_iCapacity) callorv::detail::Grow(m_apValues, m_iSize, m_iCapacity);
+  m_cIndex.Set(p_szKey, m_iSize, false);    // the last step that may fail
+  m_apValues[m_iSize++] = pValues.release();
+  return 0;
+}
+
+int CStrHash::Get(const char* p_szKey, CString* p_pOut) const {
+  const CStrArray* pValues = Find(p_szKey);
+  if (pValues == nullptr) return -1;
+  p_pOut->Set(pValues->GetAt(0));
+  return 0;
+}
+
+int CStrHash::Get(const char* p_szKey, CStrArray* p_pOut) const {
+  const CStrArray* pValues = Find(p_szKey);
+  if (pValues == nullptr) return -1;
+  p_pOut->RemoveAll();
+  for (int i = 0; i < pValues->GetSize(); ++i) p_pOut->Add(pValues->GetAt(i));
+  return 0;
+}
+
+// The key's values, null when it is absent.
+const CStrArray* CStrHash::Find(const char* p_szKey) const {
+  int iAt;
+  return m_cIndex.Get(p_szKey, &iAt) == 0 ? m_apValues[iAt] : nullptr;
+}
