@@ -17,7 +17,8 @@ static_assert(CMsg::SLOTS == CHAINS);
 
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
     : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_apSlot(), m_pParent(nullptr),
-      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_bOwned(false) {
+      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
+      m_iCells(0), m_bOwned(false) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
 }
@@ -74,6 +75,7 @@ T_MsgExtra& CMsgOps::Extra(CMsg& p_cMsg) {
 
 void CMsgOps::AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell) {
   p_pCell->m_iTagNum = p_iTag;
+  ++p_cMsg.m_iCells;
   CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
   AppendToChain(p_cMsg.m_apSlot, pIndex, ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey()), p_pCell);
   if (p_cMsg.m_pExtra != nullptr) {
@@ -87,23 +89,19 @@ void CMsgOps::AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell) {
   }
 }
 
+// p_fn(cell) for every cell in the slots, which are empty afterwards.
+template <class F>
+void CMsgOps::TakeCells(CMsg& p_cMsg, F p_fn) {
+  for (CMsgValue** ppHead = p_cMsg.m_apSlot; p_cMsg.m_iCells > 0; ++ppHead) {
+    for (; *ppHead != nullptr; --p_cMsg.m_iCells) p_fn(std::exchange(*ppHead, (*ppHead)->m_pNext));
+  }
+}
+
 void CMsgOps::Abandon(CMsg& p_cMsg) {
-  CMsgValue* pAll = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pAbandoned : nullptr;
-  for (CMsgValue* pHead : p_cMsg.m_apSlot) {
-    if (pHead != nullptr) {
-      Extra(p_cMsg);    // may throw; nothing has been moved then
-      break;
-    }
-  }
-  for (CMsgValue*& pHead : p_cMsg.m_apSlot) {
-    while (pHead != nullptr) {
-      CMsgValue* pCell = std::exchange(pHead, pHead->m_pNext);
-      pCell->m_pNext = std::exchange(pAll, pCell);
-    }
-  }
-  if (p_cMsg.m_pExtra != nullptr) {
-    p_cMsg.m_pExtra->pAbandoned = pAll;
-    delete std::exchange(p_cMsg.m_pExtra->pIndex, nullptr);
+  if (p_cMsg.m_iCells > 0) {
+    T_MsgExtra& tExtra = Extra(p_cMsg);
+    TakeCells(p_cMsg, [&](CMsgValue* p_pCell) { p_pCell->m_pNext = std::exchange(tExtra.pAbandoned, p_pCell); });
+    delete std::exchange(tExtra.pIndex, nullptr);
   }
   delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
 }
@@ -112,25 +110,26 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList) {
   const auto fnList = [&p_pList](CMsg* p_pSub) {
     if (p_pSub != nullptr) p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
   };
-  const auto fnFree = [&](CMsgValue*& p_pHead) {
-    while (p_pHead != nullptr) {
-      std::unique_ptr<CMsgValue> pCell(std::exchange(p_pHead, p_pHead->m_pNext));
-      if (pCell->m_eType != TAG_SUBMSG) continue;
-      if (!pCell->m_bMulti) {
-        fnList(pCell->m_pMsg);
-      } else if (pCell->m_pMsgArr != nullptr) {
-        for (int i = 0; i < pCell->m_pMsgArr->GetSize(); ++i) fnList(pCell->m_pMsgArr->GetAt(i));
-        pCell->m_pMsgArr->SetAdoptFlag(false);
+  const auto fnFree = [&](CMsgValue* p_pCell) {
+    if (p_pCell->m_eType == TAG_SUBMSG) {
+      if (!p_pCell->m_bMulti) {
+        fnList(p_pCell->m_pMsg);
+      } else if (p_pCell->m_pMsgArr != nullptr) {
+        for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) fnList(p_pCell->m_pMsgArr->GetAt(i));
+        p_pCell->m_pMsgArr->SetAdoptFlag(false);
       }
     }
+    p_pCell->~CMsgValue();
   };
   delete std::exchange(p_cMsg.m_pChildren, nullptr);
-  for (CMsgValue*& pHead : p_cMsg.m_apSlot) fnFree(pHead);
-  if (p_cMsg.m_pExtra == nullptr) return;
-  fnFree(p_cMsg.m_pExtra->pAbandoned);
-  for (CMsg* pSub : p_cMsg.m_pExtra->apReplaced) fnList(pSub);
-  delete p_cMsg.m_pExtra->pIndex;
-  delete std::exchange(p_cMsg.m_pExtra, nullptr);
+  TakeCells(p_cMsg, fnFree);
+  if (T_MsgExtra* pExtra = std::exchange(p_cMsg.m_pExtra, nullptr)) {
+    for (CMsgValue* p = pExtra->pAbandoned; p != nullptr;) fnFree(std::exchange(p, p->m_pNext));
+    for (CMsg* pSub : pExtra->apReplaced) fnList(pSub);
+    delete pExtra->pIndex;
+    delete pExtra;
+  }
+  FreeArena(p_cMsg.m_pArena);
 }
 
 void CMsgOps::Free(CMsg* p_pMsg) {
@@ -185,7 +184,7 @@ const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
     if constexpr (V::eType == TAG_SUBMSG) {
       if (pArray->Add(p_Value) < 0) return V::szNewArray;
     } else {
-      pArray->Add(p_Value);
+      pArray->Add(ToElement(p_Value));
     }
     return nullptr;
   } catch (const std::bad_alloc&) {
@@ -203,7 +202,7 @@ int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value) {
   if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
   pCell->m_eType = V::eType;
   pCell->m_bMulti = pTag->m_bArray;
-  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(*pCell, p_Value);
+  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(p_cMsg.m_pArena, *pCell, p_Value);
   if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
   pCell->m_bSet = true;
   p_cMsg.m_bEmpty = false;
@@ -342,7 +341,7 @@ int CMsg::AddChild(CMsg* p_pSub) {
 CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   CMsgValue* pCell = FindCell(p_cMsg, p_cTag.m_iTagNum);
   if (pCell == nullptr) {
-    pCell = new (std::nothrow) CMsgValue;
+    pCell = NewCell(p_cMsg);
     if (pCell == nullptr) throw CException("new CMsgValue failed", MSG_MEMORY);
     pCell->m_eType = p_cTag.m_eType;
     pCell->m_bMulti = p_cTag.m_bArray;
@@ -351,10 +350,11 @@ CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   return *pCell;
 }
 
-template <class T>
-void CMsgOps::StoreParsed(CMsgValue& p_cCell, const T& p_Value) {
+template <class T, class VALUE>
+void CMsgOps::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
   if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays
-  const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value) : ValueTraits<T>::Store(p_cCell, p_Value);
+  const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value)
+                                       : ValueTraits<T>::Store(p_cMsg.m_pArena, p_cCell, p_Value);
   if (szWhy != nullptr) throw CException(szWhy, MSG_MEMORY);
   p_cCell.m_bSet = true;
 }
@@ -365,16 +365,11 @@ void CMsgOps::StoreText(CMsg& p_cMsg, int p_iTag, const char* p_sz, int p_iLen) 
   if (pTag == nullptr) throw CException(MSG_UNDEF_TAG, "tagnum=%d", p_iTag);
   CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
   switch (cCell.m_eType) {
-    case TAG_STRING: {
-      CString sText;
-      sText.Set(p_sz, p_iLen);
-      StoreParsed(cCell, sText);
-      break;
-    }
-    case TAG_INTEGER: StoreParsed(cCell, ParseInt32(p_sz)); break;
-    case TAG_DOUBLE: StoreParsed(cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
-    case TAG_BOOL: StoreParsed(cCell, strcmp(p_sz, "true") == 0); break;
-    case TAG_DATE: StoreParsed(cCell, CDate(p_sz)); break;
+    case TAG_STRING: StoreParsed<CString>(p_cMsg, cCell, T_Text{p_sz, p_iLen}); break;
+    case TAG_INTEGER: StoreParsed<int>(p_cMsg, cCell, ParseInt32(p_sz)); break;
+    case TAG_DOUBLE: StoreParsed<double>(p_cMsg, cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
+    case TAG_BOOL: StoreParsed<bool>(p_cMsg, cCell, strcmp(p_sz, "true") == 0); break;
+    case TAG_DATE: StoreParsed<CDate>(p_cMsg, cCell, CDate(p_sz)); break;
     default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(cCell.m_eType));
   }
   p_cMsg.m_bEmpty = false;
@@ -433,7 +428,8 @@ int CMsg::SetValue(int p_iTag, int p_iValue) { return CMsgOps::Set<int>(*this, p
 int CMsg::SetValue(int p_iTag, double p_dValue) { return CMsgOps::Set<double>(*this, p_iTag, p_dValue); }
 int CMsg::SetValue(int p_iTag, bool p_bValue) { return CMsgOps::Set<bool>(*this, p_iTag, p_bValue); }
 int CMsg::SetValue(int p_iTag, const char* p_szValue) {
-  return p_szValue == nullptr || *p_szValue == 0 ? 0 : CMsgOps::Set<CString>(*this, p_iTag, p_szValue);
+  if (p_szValue == nullptr || *p_szValue == 0) return 0;
+  return CMsgOps::Set<CString>(*this, p_iTag, T_Text{p_szValue, static_cast<int>(strlen(p_szValue))});
 }
 int CMsg::SetValue(int p_iTag, CDate p_cValue) {
   return p_cValue.m_bSet ? CMsgOps::Set<CDate>(*this, p_iTag, p_cValue) : 0;

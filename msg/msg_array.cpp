@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <memory>
 #include <new>
 
@@ -31,7 +32,7 @@ int CMsgArray::SetAt(int p_iIndex, CMsg* p_pMsg) {
 int CMsgArray::Add(CMsg* p_pMsg) {
   if (p_pMsg == nullptr) return MSG_NULL;
   if (m_apMsg == nullptr) {
-    m_apMsg = new (std::nothrow) CMsg*[1];
+    m_apMsg = static_cast<CMsg**>(malloc(sizeof(CMsg*)));
     if (m_apMsg == nullptr) return MSG_MEMORY;
     m_iCapacity = 1;
   }
@@ -42,7 +43,7 @@ int CMsgArray::Add(CMsg* p_pMsg) {
 
 void CMsgArray::RemoveAll() {
   if (m_bAdopt) std::for_each(m_apMsg, m_apMsg + m_iSize, std::default_delete<CMsg>());
-  delete[] m_apMsg;
+  free(m_apMsg);
   m_apMsg = nullptr;
   m_iSize = 0;
   m_iCapacity = 0;
@@ -52,10 +53,11 @@ void CMsgArray::GrowBuffer(int p_iSize) {
   if (p_iSize >= 1 && p_iSize <= m_iCapacity) return;
   const long long iStep = p_iSize >= 1 ? p_iSize : m_iSize / 8 <= 3 ? 4 : std::min(m_iSize / 8, 1024);
   const long long iCapacity = std::max<long long>(m_iCapacity + iStep, m_iSize + 1LL);
-  if (iCapacity > INT_MAX) throw std::bad_alloc();
-  CMsg** apNew = new CMsg*[static_cast<size_t>(iCapacity)];
-  std::fill(std::copy_n(m_apMsg, m_iSize, apNew), apNew + iCapacity, nullptr);
-  delete[] m_apMsg;
+  if (iCapacity > INT_MAX / static_cast<int>(sizeof(CMsg*))) throw std::bad_alloc();
+  // realloc moves the pages of a long array instead of copying it: growth by at most 1,024 slots stays cheap.
+  auto* apNew = static_cast<CMsg**>(realloc(m_apMsg, static_cast<size_t>(iCapacity) * sizeof(CMsg*)));
+  if (apNew == nullptr) throw std::bad_alloc();
+  std::fill(apNew + m_iSize, apNew + iCapacity, nullptr);
   m_apMsg = apNew;
   m_iCapacity = static_cast<int>(iCapacity);
 }

@@ -8,7 +8,9 @@
 #include "callorv/base/exception.h"
 #include "callorv/base/stream.h"
 #include "callorv/msg/error.h"
+#include "msg/arena.h"
 #include "msg/chain_index.h"
+#include "msg/msg_value.h"
 #include "msg/text_out.h"
 #include "msg/type_word.h"
 
@@ -28,7 +30,7 @@ CMsgInfo::CMsgInfo() noexcept : CMsgInfo(0, "", "", 0) {}
 CMsgInfo::CMsgInfo(int p_iMsgNum, const char* p_szName, const char* p_szVer, int p_iHashKey)
     : m_iMsgNum(p_iMsgNum), m_sName(p_szName), m_sVer(p_szVer),
       m_iHashKey(p_iHashKey >= 1 && p_iHashKey <= BUCKETS ? p_iHashKey : +BUCKETS), m_apBucket(),
-      m_cNameMap(NAME_BUCKETS), m_pIndex(nullptr) {}
+      m_cNameMap(NAME_BUCKETS), m_pIndex(nullptr), m_iCellBytes(0) {}
 
 CMsgInfo::~CMsgInfo() {
   delete m_pIndex;
@@ -63,6 +65,10 @@ int CMsgInfo::GetTagNumByName(const char* p_szName) const {
 }
 
 void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType, int p_iSubMsg, bool p_bArray) {
+  const size_t iText = p_bArray                ? 0
+                       : p_eType == TAG_STRING ? sizeof(CString)
+                       : p_eType == TAG_DATE   ? sizeof(CDate)
+                                               : 0;
   try {
     m_aTagOrder.Add(p_iTagNum);
     m_cNameMap.Set(p_szName, p_iTagNum, false);
@@ -71,6 +77,7 @@ void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType
   } catch (const std::bad_alloc&) {
     throw CException("(CTagInfo)", MSG_MEMORY);
   }
+  m_iCellBytes += ArenaSize(sizeof(CMsgValue)) + ArenaSize(iText);
 }
 
 void CMsgInfo::Dump(CStream* p_pOut) const {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "callorv/base/exception.h"
+#include "msg/arena.h"
 #include "msg/chain_index.h"
 #include "msg/value_traits.h"
 
@@ -29,16 +30,22 @@ struct CMsgOps {
         p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
   }
   static void AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell);
+  static CMsgValue* NewCell(CMsg& p_cMsg) {    // null when there is no memory
+    void* p = callorv::detail::AllocateFrom(p_cMsg.m_pArena, sizeof(CMsgValue), p_cMsg.m_pMsgInfo->m_iCellBytes);
+    return p != nullptr ? new (p) CMsgValue : nullptr;
+  }
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
   // Null when there is no memory for a new one.
   static CMsgValue* FindOrAddCell(CMsg& p_cMsg, int p_iTag) {
     CMsgValue* pCell = FindCell(p_cMsg, p_iTag);
-    if (pCell == nullptr && (pCell = new (std::nothrow) CMsgValue) != nullptr) AppendCell(p_cMsg, p_iTag, pCell);
+    if (pCell == nullptr && (pCell = NewCell(p_cMsg)) != nullptr) AppendCell(p_cMsg, p_iTag, pCell);
     return pCell;
   }
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
   // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers.
   static void Release(CMsg& p_cMsg, CMsg*& p_pList);
+  template <class F>
+  static void TakeCells(CMsg& p_cMsg, F p_fn);
   // Moves the cells to where nothing but the destructor finds them.
   static void Abandon(CMsg& p_cMsg);
 
@@ -78,8 +85,8 @@ struct CMsgOps {
   // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set from then on.
   template <class T, class VALUE>
   static const char* Append(CMsgValue& p_cCell, const VALUE& p_Value);
-  template <class T>
-  static void StoreParsed(CMsgValue& p_cCell, const T& p_Value);
+  template <class T, class VALUE>
+  static void StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value);
 };
 
 #endif

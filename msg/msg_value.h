@@ -4,8 +4,8 @@
 
 #include "callorv/msg/msg.h"
 
-// Owned by its message, as is whatever its value points to. A new cell is all zero. Unset: no value was stored yet
-// (an earlier setter found no memory).
+// Owned by its message, in whose arena it lives with its text or date. A new cell is all zero. Unset: no value was stored
+// yet (an earlier setter found no memory).
 struct CMsgValue {
   int m_iTagNum = 0;
   E_TagType m_eType = TAG_UNKNOWN;
@@ -15,8 +15,8 @@ struct CMsgValue {
     int m_iVal;
     double m_dVal = 0;
     bool m_bVal;
-    CString* m_pStr;
-    CDate* m_pDate;
+    CString* m_pStr;     // in the arena
+    CDate* m_pDate;      // in the arena
     CMsg* m_pMsg;
     CStrArray* m_pStrArr;
     CIntArray* m_pIntArr;
@@ -28,7 +28,8 @@ struct CMsgValue {
   CMsgValue* m_pNext = nullptr;    // next cell in the same slot
 
   CMsgValue() = default;
-  // Does not free sub-messages: their message does, one after the other instead of one inside the other.
+  // Gives back texts and arrays, but not sub-messages: their message does, one after the other instead of one inside
+  // the other.
   ~CMsgValue();
   CMsgValue(const CMsgValue&) = delete;
   CMsgValue& operator=(const CMsgValue&) = delete;

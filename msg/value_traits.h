@@ -4,6 +4,7 @@
 
 #include <new>
 
+#include "msg/arena.h"
 #include "msg/msg_value.h"
 
 namespace callorv::detail {
@@ -23,9 +24,16 @@ template <> inline constexpr T_Lines s_tLines<CInt>{2114, 1987, 0, 0};
 template <> inline constexpr T_Lines s_tLines<CDbl>{2165, 2024, 0, 0};
 template <> inline constexpr T_Lines s_tLines<CBool>{2216, 2061, 0, 0};
 
+// A text to be stored, not yet copied.
+struct T_Text {
+  const char* p;
+  int iLen;
+};
+
 // For each type: its tag type, its array and the text for no memory for that, and
 //   Clear   what a getter does to its output before any check
-//   Store   keeps a value in a single cell; null, or the text why not (the cell is then as it was)
+//   Store   keeps a value in a single cell, with memory of the arena; null, or the text why not (the cell's value is then
+//           as it was)
 //   Load    the value of a single cell; false when there is none
 // For a value kept in the cell itself:
 template <class T, E_TagType TYPE, class ARRAY, T CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
@@ -34,7 +42,7 @@ struct T_InlineTraits {
   static constexpr E_TagType eType = TYPE;
   static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
   static void Clear(T& p_Out) { p_Out = T(); }
-  static const char* Store(CMsgValue& p_cCell, T p_Value) {
+  static const char* Store(T_ArenaBlock*&, CMsgValue& p_cCell, T p_Value) {
     p_cCell.*VALUE = p_Value;
     return nullptr;
   }
@@ -77,13 +85,14 @@ template <> struct ValueTraits<CMsg*>
 template <> struct ValueTraits<CString>
     : T_OwnedTraits<CString, TAG_STRING, CStrArray, &CMsgValue::m_pStr, &CMsgValue::m_pStrArr> {
   static constexpr const char* szNewArray = "new CStrArray failed";
-  template <class TEXT>    // CString or const char*
-  static const char* Store(CMsgValue& p_cCell, const TEXT& p_Text) try {
-    if (p_cCell.m_pStr != nullptr) {
-      *p_cCell.m_pStr = p_Text;
-    } else {
-      p_cCell.m_pStr = new CString(p_Text);
+  static const char* Store(T_ArenaBlock*& p_pArena, CMsgValue& p_cCell, const T_Text& p_tText) try {
+    CString*& pStr = p_cCell.m_pStr;
+    if (pStr == nullptr) {
+      void* p = AllocateFrom(p_pArena, sizeof(CString), 0);
+      if (p == nullptr) return "new CString failed";
+      pStr = new (p) CString;
     }
+    pStr->Set(p_tText.p, p_tText.iLen);
     return nullptr;
   } catch (const std::bad_alloc&) {
     return "new CString failed";
@@ -92,10 +101,14 @@ template <> struct ValueTraits<CString>
 template <> struct ValueTraits<CDate>
     : T_OwnedTraits<CDate, TAG_DATE, CDateArray, &CMsgValue::m_pDate, &CMsgValue::m_pDateArr> {
   static constexpr const char* szNewArray = "new CDateArray failed";
-  static const char* Store(CMsgValue& p_cCell, const CDate& p_c) {
-    if (p_cCell.m_pDate == nullptr) p_cCell.m_pDate = new (std::nothrow) CDate;
-    if (p_cCell.m_pDate == nullptr) return "new CDate failed";
-    *p_cCell.m_pDate = p_c;
+  static const char* Store(T_ArenaBlock*& p_pArena, CMsgValue& p_cCell, const CDate& p_c) {
+    CDate*& pDate = p_cCell.m_pDate;
+    if (pDate == nullptr) {
+      void* p = AllocateFrom(p_pArena, sizeof(CDate), 0);
+      if (p == nullptr) return "new CDate failed";
+      pDate = new (p) CDate;
+    }
+    *pDate = p_c;
     return nullptr;
   }
 };
@@ -108,7 +121,13 @@ template <class T> struct ValueTraits<T_Nullable<T>> : ValueTraits<T> {
   }
 };
 
-// An element of an array as the type that goes out.
+// A value as an array takes it, and an element of an array as the type that goes out.
+template <class T> const T& ToElement(const T& p_Value) { return p_Value; }
+inline CString ToElement(const T_Text& p_t) {
+  CString s;
+  s.Set(p_t.p, p_t.iLen);
+  return s;
+}
 template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }
 template <class T> void Assign(T_Nullable<T>& p_Out, T p_Value) { p_Out.Set(p_Value); }
 

@@ -14,9 +14,10 @@ class CStream;
 struct CMsgValue;    // the cell that holds one tag's value; private
 namespace callorv {
 namespace detail {
+struct T_ArenaBlock;
 struct T_MsgExtra;
 }
-}
+}    // namespace callorv
 
 // A message has a number; the dictionary says which tags a message of that number has, with each tag's number, name,
 // type, and whether it is a multi tag (an array). Values are set and read by tag number or by tag name.
@@ -229,6 +230,8 @@ class CALLORV_API CMsg : public CLastError {
   CMsgDic* m_pMsgDic;
   CMsgInfo* m_pMsgInfo;
   callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
+  callorv::detail::T_ArenaBlock* m_pArena;  // where the cells are
+  int m_iCells;                             // in the slots
   bool m_bOwned;                            // a parent frees this message
 
   // The cell table, shared by every setter and getter: appends a cell to its slot, finds the first of a tag.

@@ -61,6 +61,9 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CTagInfo* m_apBucket[BUCKETS];
   CIntHash m_cNameMap;
   callorv::detail::CChainIndex<CTagInfo>* m_pIndex;    // made once a bucket's chain grows long
+  unsigned m_iCellBytes;                               // what the cells of a message with every tag set need
+
+  friend struct CMsgOps;
 };
 
 #endif
