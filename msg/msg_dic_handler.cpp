@@ -20,14 +20,6 @@ namespace {
 
 constexpr T_XmlUse s_tUse{" : ", " : ", "", true, false};
 
-struct T_Transcoded {
-  char* psz;
-  explicit T_Transcoded(const XMLCh* p_sz) : psz(XMLString::transcode(p_sz)) {}
-  ~T_Transcoded() { XMLString::release(&psz); }
-  T_Transcoded(const T_Transcoded&) = delete;
-  T_Transcoded& operator=(const T_Transcoded&) = delete;
-};
-
 struct T_Wide {
   XMLCh* psz;
   explicit T_Wide(const char* p_sz) : psz(XMLString::transcode(p_sz)) {}
@@ -72,9 +64,9 @@ bool IsName(const XMLCh* p_szWide, const char* p_sz) {
 
 }    // namespace
 
-MsgDicHandler::MsgDicHandler(CMsgDic* p_pDic) : CXmlHandler(s_tUse), m_iMsgNum(0), m_pDic(p_pDic) {}
+CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 
-void MsgDicHandler::Action(const char* p_szPath) {
+void CDicFileHandler::Action(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   if (!CString(p_szPath).EndsWith(".exml")) {
     Parse([&] { return ParseSource(CFileSource(p_szPath)); });
@@ -88,6 +80,8 @@ void MsgDicHandler::Action(const char* p_szPath) {
                                          static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false));
   });
 }
+
+void CDicFileHandler::endElement(const XMLCh* const, const XMLCh* const, const XMLCh* const) { Leave(); }
 
 void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
                                  const Attributes& p_cAttrs) {
@@ -124,5 +118,3 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
     default: break;    // what stands inside a tag or constraint is free
   }
 }
-
-void MsgDicHandler::endElement(const XMLCh* const, const XMLCh* const, const XMLCh* const) { Leave(); }

@@ -2,19 +2,43 @@
 #ifndef CALLORV_MSG_MSG_DIC_HANDLER_H
 #define CALLORV_MSG_MSG_DIC_HANDLER_H
 
+#include <xercesc/util/XMLString.hpp>
+
 #include "callorv/msg/msg_dic.h"
 #include "msg/xml_reader.h"
 
-// Serves one load.
-class MsgDicHandler : public callorv::detail::CXmlHandler {
+namespace callorv::detail {
+
+// Text of the parser in UTF-8.
+struct T_Transcoded {
+  char* psz;
+  explicit T_Transcoded(const XMLCh* p_sz) : psz(xercesc::XMLString::transcode(p_sz)) {}
+  ~T_Transcoded() { xercesc::XMLString::release(&psz); }
+  T_Transcoded(const T_Transcoded&) = delete;
+  T_Transcoded& operator=(const T_Transcoded&) = delete;
+};
+
+// Handler base: reads a dictionary file, plain or encrypted.
+class CDicFileHandler : public CXmlHandler {
  public:
-  explicit MsgDicHandler(CMsgDic* p_pDic);    // borrowed
   // Parses the file; see CMsgDic::InitDictionary. Throws CException.
   void Action(const char* p_szPath);
 
+  void endElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override;
+
+ protected:
+  CDicFileHandler();
+};
+
+}    // namespace callorv::detail
+
+// Serves one load.
+class MsgDicHandler : public callorv::detail::CDicFileHandler {
+ public:
+  explicit MsgDicHandler(CMsgDic* p_pDic) : m_iMsgNum(0), m_pDic(p_pDic) {}    // borrowed
+
   void startElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName,
                     const xercesc::Attributes& p_cAttrs) override;
-  void endElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override;
 
  private:
   int m_iMsgNum;      // of the latest "msg"

@@ -199,7 +199,8 @@ int LoadTypedMsg(T& p_Self, CMsg* p_pMsg) {
   if (p_pMsg == nullptr || p_pMsg->GetMsgNum() != T::MSG_NUM) {
     const int iCode = p_pMsg == nullptr ? MSG_NULL : MSG_INPUT;
     const int iMsgNum = p_pMsg == nullptr ? 0 : p_pMsg->GetMsgNum();
-    p_Self.sLastError = TypedMsgError(iCode, CFormat("msgnum=%d,class=%d", iMsgNum, static_cast<int>(T::MSG_NUM)).ToStr());
+    const CString sDetail = CFormat("msgnum=%d,class=%d", iMsgNum, static_cast<int>(T::MSG_NUM));
+    p_Self.sLastError = TypedMsgError(iCode, sDetail.ToStr());
     return iCode;
   }
   CTagLoader cLoader(*p_pMsg);
