@@ -2,6 +2,8 @@
 #ifndef CALLORV_ADAPTOR_ADAPTOR_H
 #define CALLORV_ADAPTOR_ADAPTOR_H
 
+#include <cstdarg>
+
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
 #include "callorv/export.h"
@@ -66,7 +68,8 @@ class CALLORV_API CAdaptor {
   // connection that was open before is forgotten, not closed.
   //   p_szHost  name or dotted address
   //   returns   the descriptor (0 or above), or -3 "(iSock=%d)", -4 "(hostname=%s)", -11 "(TCP_NODELAY)",
-  //             -5 "(connect)" (also for a port outside 0 to 65535); the object is then as before
+  //             -5 "(connect)" (also for a port outside 0 to 65535), -1 "(Connect)" no memory for the host's name;
+  //             the object is then as before
   int Connect(const char* p_szHost, int p_iPort);
   // Hands p_iLen bytes to the kernel.
   //   p_iTimeOut  seconds for each wait, not for the whole; negative: 90
@@ -99,9 +102,13 @@ class CALLORV_API CAdaptor {
   int iSendTimeOut;    // seconds
   int iRecvTimeOut;
 
+  int Fail(int p_iCode, const char* p_szFmt, ...) CALLORV_PRINTF(3, 4);    // SetLastError, then returns p_iCode
+
  private:
   struct T_LastError;
   T_LastError* pLastError;    // made by the first failure
+
+  void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) CALLORV_PRINTF(3, 0);
 };
 
 #endif
