@@ -1,0 +1,106 @@
+// Text as the wire, the terminal and JSON have it.
+#include "text.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "command.h"
+
+namespace {
+
+void AppendUtf8(std::string& p_sOut, unsigned char p_c) {
+  if (p_c < 0x80) {
+    p_sOut += static_cast<char>(p_c);
+  } else {
+    p_sOut += static_cast<char>(0xC0 | p_c >> 6);
+    p_sOut += static_cast<char>(0x80 | (p_c & 0x3F));
+  }
+}
+
+bool IsControl(unsigned char p_c) { return p_c < 0x20 || (p_c >= 0x7F && p_c < 0xA0); }
+
+// The length of the UTF-8 character at the start of p_s, 0 when there is none. Overlong forms count as none.
+size_t Utf8Length(std::string_view p_s) {
+  const auto c = static_cast<unsigned char>(p_s[0]);
+  const size_t iLen = c < 0x80 ? 1 : c >= 0xC2 && c < 0xE0 ? 2 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xF0 && c < 0xF5 ? 4 : 0;
+  if (iLen == 0 || iLen > p_s.size()) return 0;
+  for (size_t i = 1; i < iLen; ++i) {
+    if ((static_cast<unsigned char>(p_s[i]) & 0xC0) != 0x80) return 0;
+  }
+  return iLen;
+}
+
+}    // namespace
+
+std::string ToUtf8(std::string_view p_sLatin1) {
+  std::string sOut;
+  sOut.reserve(p_sLatin1.size());
+  for (const char c : p_sLatin1) AppendUtf8(sOut, static_cast<unsigned char>(c));
+  return sOut;
+}
+
+std::string ToLatin1(std::string_view p_sText) {
+  std::string sOut;
+  bool bFits = true;
+  for (size_t i = 0; i < p_sText.size();) {
+    const size_t iLen = Utf8Length(p_sText.substr(i));
+    if (iLen == 0) return std::string(p_sText);
+    if (iLen == 1) {
+      sOut += p_sText[i];
+    } else {
+      const unsigned char cLead = static_cast<unsigned char>(p_sText[i]);
+      bFits = bFits && iLen == 2 && cLead < 0xC4;
+      sOut += static_cast<char>((cLead << 6 & 0xC0) | (p_sText[i + 1] & 0x3F));
+    }
+    i += iLen;
+  }
+  if (!bFits) throw CFailure("'" + std::string(p_sText) + "' has a character that ISO-8859-1 cannot write");
+  return sOut;
+}
+
+std::string Printable(std::string_view p_sLatin1, bool p_bLines) {
+  std::string sOut;
+  sOut.reserve(p_sLatin1.size());
+  for (const char c : p_sLatin1) {
+    const bool bKeep = !IsControl(static_cast<unsigned char>(c)) || (p_bLines && (c == '\n' || c == '\t'));
+    bKeep ? AppendUtf8(sOut, static_cast<unsigned char>(c)) : void(sOut += "\xEF\xBF\xBD");
+  }
+  return sOut;
+}
+
+std::string MaskKey(std::string_view p_sKey) {
+  const size_t iShown = p_sKey.size() > 4 ? 2 : 0;
+  return Printable(p_sKey.substr(0, iShown), false) + std::string(p_sKey.size() - iShown, '*');
+}
+
+std::string ReadWholeFile(const std::string& p_sPath) {
+  struct T_Close {
+    void operator()(FILE* p_pFile) const { std::fclose(p_pFile); }
+  };
+  std::unique_ptr<FILE, T_Close> pOpened;
+  FILE* pFile = stdin;
+  if (p_sPath != "-") {
+    pOpened.reset(std::fopen(p_sPath.c_str(), "rb"));
+    const int iErrno = errno;
+    pFile = pOpened.get();
+    if (pFile == nullptr) throw CFailure(p_sPath + ": " + std::strerror(iErrno));
+  }
+  std::string sOut;
+  char szPiece[65536];
+  for (size_t iLen; (iLen = std::fread(szPiece, 1, sizeof szPiece, pFile)) > 0;) sOut.append(szPiece, iLen);
+  const int iErrno = errno;
+  if (std::ferror(pFile)) throw CFailure(p_sPath + ": " + std::strerror(iErrno));
+  return sOut;
+}
+
+bool ParseNumber(std::string_view p_sText, int p_iMin, int p_iMax, int& p_iOut) {
+  int i = 0;
+  const char* pEnd = p_sText.data() + p_sText.size();
+  const auto [pStop, eError] = std::from_chars(p_sText.data(), pEnd, i);
+  if (eError != std::errc() || pStop != pEnd || i < p_iMin || i > p_iMax) return false;
+  p_iOut = i;
+  return true;
+}
