@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "base/number.h"
@@ -15,25 +16,18 @@ namespace {
 
 using callorv::detail::ParseInt32;
 
-struct T_Field {
-  int iAt;
-  int iWidth;
+using E_Field = CTcpAdaptor::E_Field;
+using T_Field = CTcpAdaptor::T_Field;
+
+constexpr T_Field s_atFields[] = {
+    {"begin string", 0, 12},  {"packet length", 12, 10}, {"service", 22, 4},      {"message", 26, 4},
+    {"extra", 30, 10},        {"time stamp", 40, 15},    {"user key", 55, 20},    {"aux13", 75, 13},
+    {"compressed", 88, 1},    {"body length", 89, 10},   {"aux8", 99, 8},         {"aux21", 107, 21},
 };
-constexpr T_Field FIELD_BEGIN{0, 12};
-constexpr T_Field FIELD_PACKET_LEN{12, 10};    // header and body as sent
-constexpr T_Field FIELD_SVC_NUM{22, 4};
-constexpr T_Field FIELD_MSG_NUM{26, 4};
-constexpr T_Field FIELD_EXTRA{30, 10};
-constexpr T_Field FIELD_TIME_STAMP{40, 15};
-constexpr T_Field FIELD_USER_KEY{55, 20};
-constexpr T_Field FIELD_AUX13{75, 13};
-constexpr T_Field FIELD_COMPRESSED{88, 1};
-constexpr T_Field FIELD_PLAIN_LEN{89, 10};    // body before compression
-constexpr T_Field FIELD_AUX8{99, 8};
-constexpr T_Field FIELD_AUX21{107, 21};
-constexpr T_Field FIELD_CHECKSUM{0, 3};    // in the trailer
-static_assert(FIELD_AUX21.iAt + FIELD_AUX21.iWidth == CTcpAdaptor::HEADER_SIZE);
-static_assert(FIELD_CHECKSUM.iWidth == CTcpAdaptor::TRAILER_SIZE);
+static_assert(std::size(s_atFields) == CTcpAdaptor::FIELDS);
+static_assert(s_atFields[CTcpAdaptor::AUX21].iAt + s_atFields[CTcpAdaptor::AUX21].iWidth == CTcpAdaptor::HEADER_SIZE);
+
+constexpr T_Field s_tCheckSum{"checksum", 0, CTcpAdaptor::TRAILER_SIZE};    // in the trailer
 
 const char s_szBegin[] = "QMX-SSP-V1.0";
 
@@ -45,7 +39,8 @@ class CFieldWriter {
 
   int Count() const { return m_iCount; }
 
-  void Number(T_Field p_tField, int p_iValue) {    // "%0*d"
+  void Number(E_Field p_eField, int p_iValue) { Number(s_atFields[p_eField], p_iValue); }
+  void Number(const T_Field& p_tField, int p_iValue) {    // "%0*d"
     char szNumber[12];
     const char* pDigits = szNumber;
     const char* pEnd = callorv::detail::FormatInt(szNumber, p_iValue);
@@ -58,12 +53,13 @@ class CFieldWriter {
     std::copy(pDigits, pEnd, pOut);
   }
 
-  void Text(T_Field p_tField, const char* p_szText) {    // "%-*.*s"
-    const size_t uWidth = static_cast<size_t>(p_tField.iWidth);
+  void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"
+    const T_Field& tField = s_atFields[p_eField];
+    const size_t uWidth = static_cast<size_t>(tField.iWidth);
     const size_t uLen = strnlen(p_szText, uWidth);
-    char* pOut = std::copy_n(p_szText, uLen, m_pOut + p_tField.iAt);
+    char* pOut = std::copy_n(p_szText, uLen, m_pOut + tField.iAt);
     std::fill_n(pOut, uWidth - uLen, ' ');
-    m_iCount += p_tField.iWidth;
+    m_iCount += tField.iWidth;
   }
 
  private:
@@ -76,15 +72,17 @@ class CFieldReader {
  public:
   explicit CFieldReader(const char* p_pIn) : m_pIn(p_pIn) {}
 
-  int Number(T_Field p_tField) const {    // 0 for junk
+  int Number(E_Field p_eField) const {    // 0 for junk
+    const T_Field& tField = s_atFields[p_eField];
     char szNumber[12] = {};
-    std::copy_n(m_pIn + p_tField.iAt, p_tField.iWidth, szNumber);
+    std::copy_n(m_pIn + tField.iAt, tField.iWidth, szNumber);
     return ParseInt32(szNumber);
   }
 
-  void Text(T_Field p_tField, CString& p_sOut) const {    // with its padding; a NUL ends it
-    const char* pText = m_pIn + p_tField.iAt;
-    p_sOut.Set(pText, static_cast<int>(strnlen(pText, static_cast<size_t>(p_tField.iWidth))));
+  void Text(E_Field p_eField, CString& p_sOut) const {    // with its padding; a NUL ends it
+    const T_Field& tField = s_atFields[p_eField];
+    const char* pText = m_pIn + tField.iAt;
+    p_sOut.Set(pText, static_cast<int>(strnlen(pText, static_cast<size_t>(tField.iWidth))));
   }
 
  private:
@@ -136,11 +134,23 @@ CTcpAdaptor::CTcpAdaptor() : szLastRecvHeader(), szLastSendHeader(), bKeepHeader
 
 CTcpAdaptor::~CTcpAdaptor() {}
 
+const CTcpAdaptor::T_Field* CTcpAdaptor::GetField(int p_iField) {
+  return p_iField >= 0 && p_iField < FIELDS ? &s_atFields[p_iField] : nullptr;
+}
+
+const char* CTcpAdaptor::GetBeginString() { return s_szBegin; }
+
 int CTcpAdaptor::SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) {
+  CStream stPacket(0, 512);
+  const int iRet = BuildPacket(p_pInfo, stPacket);
+  return iRet < 0 ? iRet : SendData(stPacket.GetData(), stPacket.GetSize(), p_iTimeOut);
+}
+
+int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
   if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "(%s)", "SendTo");
   SetTimeStamp(p_pInfo->sTimeStamp);
 
-  CStream stPacket(0, 512);
+  p_stOut.Clear();
   const CStream& stBody = p_pInfo->stBody;
   const int iPlainLen = stBody.GetSize();
   int iSentLen = iPlainLen;
@@ -148,7 +158,7 @@ int CTcpAdaptor::SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) {
   try {
     // What zlib may need at worst is 0.1 % and 12 bytes more than the body.
     const long long iRoom = p_pInfo->bCompressed ? (iPlainLen + 12LL) * 1001 / 1000 + 1 : iPlainLen;
-    pPacket = PacketRoom(stPacket, iRoom);
+    pPacket = PacketRoom(p_stOut, iRoom);
     if (!p_pInfo->bCompressed) {
       memcpy(pPacket + HEADER_SIZE, stBody.GetData(), static_cast<size_t>(iPlainLen));
     } else if (const int iZlib = Compress(stBody, pPacket + HEADER_SIZE, iRoom, &iSentLen)) {
@@ -159,67 +169,85 @@ int CTcpAdaptor::SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) {
   }
 
   CFieldWriter cHeader(pPacket);
-  cHeader.Text(FIELD_BEGIN, s_szBegin);
-  cHeader.Number(FIELD_PACKET_LEN, HEADER_SIZE + iSentLen);
-  cHeader.Number(FIELD_SVC_NUM, p_pInfo->iSvcNum);
-  cHeader.Number(FIELD_MSG_NUM, p_pInfo->iMsgNum);
-  cHeader.Number(FIELD_EXTRA, p_pInfo->iExtra);
-  cHeader.Text(FIELD_TIME_STAMP, p_pInfo->sTimeStamp.ToStr());
-  cHeader.Text(FIELD_USER_KEY, p_pInfo->sUserKey.ToStr());
-  cHeader.Text(FIELD_AUX13, p_pInfo->sAux13.ToStr());
-  cHeader.Text(FIELD_COMPRESSED, p_pInfo->bCompressed ? "Y" : "N");
-  cHeader.Number(FIELD_PLAIN_LEN, iPlainLen);
-  cHeader.Text(FIELD_AUX8, p_pInfo->sAux8.ToStr());
-  cHeader.Text(FIELD_AUX21, p_pInfo->sAux21.ToStr());
+  cHeader.Text(BEGIN_STRING, s_szBegin);
+  cHeader.Number(PACKET_LENGTH, HEADER_SIZE + iSentLen);
+  cHeader.Number(SERVICE, p_pInfo->iSvcNum);
+  cHeader.Number(MESSAGE, p_pInfo->iMsgNum);
+  cHeader.Number(EXTRA, p_pInfo->iExtra);
+  cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp.ToStr());
+  cHeader.Text(USER_KEY, p_pInfo->sUserKey.ToStr());
+  cHeader.Text(AUX13, p_pInfo->sAux13.ToStr());
+  cHeader.Text(COMPRESSED, p_pInfo->bCompressed ? "Y" : "N");
+  cHeader.Number(BODY_LENGTH, iPlainLen);
+  cHeader.Text(AUX8, p_pInfo->sAux8.ToStr());
+  cHeader.Text(AUX21, p_pInfo->sAux21.ToStr());
   if (cHeader.Count() != HEADER_SIZE) {
     return Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, cHeader.Count(), HEADER_SIZE,
                 pPacket);
   }
   const int iCheckSum = CalcCheckSum(pPacket, HEADER_SIZE + iSentLen);
   char* pTrailer = pPacket + HEADER_SIZE + iSentLen;
-  CFieldWriter(pTrailer).Number(FIELD_CHECKSUM, iCheckSum);
+  CFieldWriter(pTrailer).Number(s_tCheckSum, iCheckSum);
   if (bKeepHeaders) {
     memcpy(szLastSendHeader, pPacket, HEADER_SIZE);
     memcpy(szLastSendHeader + HEADER_SIZE, pTrailer, TRAILER_SIZE);
   }
-  return SendData(pPacket, HEADER_SIZE + iSentLen + TRAILER_SIZE, p_iTimeOut);
+  p_stOut.ReleaseBuffer(HEADER_SIZE + iSentLen + TRAILER_SIZE);
+  return 0;
 }
 
 int CTcpAdaptor::ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) {
+  return ReadPacket([=](char* p_pBuf, int p_iLen) { return ReceiveData(p_pBuf, p_iLen, p_iTimeOut); }, p_pInfo);
+}
+
+int CTcpAdaptor::ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo) {
+  const char* pNext = p_pData;
+  const auto fnRead = [&](char* p_pBuf, int p_iWanted) {
+    if (p_iWanted < 1) return p_iWanted;
+    if (p_iWanted > p_iLen - (pNext - p_pData)) return Fail(ADAPT_CLOSED, "OK");
+    std::copy_n(pNext, p_iWanted, p_pBuf);
+    pNext += p_iWanted;
+    return p_iWanted;
+  };
+  return ReadPacket(fnRead, p_pInfo);
+}
+
+template <class READ>
+int CTcpAdaptor::ReadPacket(READ p_fnRead, T_PacketInfo* p_pInfo) {
   if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "p_pInfo");
 
   char szHeader[HEADER_SIZE + 1] = {};
-  int iRet = ReceiveData(szHeader, HEADER_SIZE, p_iTimeOut);
+  int iRet = p_fnRead(szHeader, HEADER_SIZE);
   if (iRet < 0) return iRet;
-  if (memcmp(szHeader, s_szBegin, static_cast<size_t>(FIELD_BEGIN.iWidth)) != 0) {
-    return Fail(ADAPT_HEADER, "Unknown BeginString[%.*s]", FIELD_BEGIN.iWidth, szHeader);
+  if (memcmp(szHeader, s_szBegin, static_cast<size_t>(s_atFields[BEGIN_STRING].iWidth)) != 0) {
+    return Fail(ADAPT_HEADER, "Unknown BeginString[%.*s]", s_atFields[BEGIN_STRING].iWidth, szHeader);
   }
   if (bKeepHeaders) memcpy(szLastRecvHeader, szHeader, HEADER_SIZE);
 
   int iBodySum = 0;
   try {
     const CFieldReader cHeader(szHeader);
-    const int iBodyLen = cHeader.Number(FIELD_PACKET_LEN) - HEADER_SIZE;    // below 0 for a hostile header
-    p_pInfo->iSvcNum = cHeader.Number(FIELD_SVC_NUM);
-    p_pInfo->iMsgNum = cHeader.Number(FIELD_MSG_NUM);
-    p_pInfo->iExtra = cHeader.Number(FIELD_EXTRA);
-    cHeader.Text(FIELD_TIME_STAMP, p_pInfo->sTimeStamp);
-    cHeader.Text(FIELD_USER_KEY, p_pInfo->sUserKey);
+    const int iBodyLen = cHeader.Number(PACKET_LENGTH) - HEADER_SIZE;    // below 0 for a hostile header
+    p_pInfo->iSvcNum = cHeader.Number(SERVICE);
+    p_pInfo->iMsgNum = cHeader.Number(MESSAGE);
+    p_pInfo->iExtra = cHeader.Number(EXTRA);
+    cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp);
+    cHeader.Text(USER_KEY, p_pInfo->sUserKey);
     p_pInfo->sUserKey.Trim();
-    cHeader.Text(FIELD_AUX13, p_pInfo->sAux13);
-    p_pInfo->bCompressed = szHeader[FIELD_COMPRESSED.iAt] == 'Y';
-    cHeader.Text(FIELD_AUX8, p_pInfo->sAux8);
-    cHeader.Text(FIELD_AUX21, p_pInfo->sAux21);
+    cHeader.Text(AUX13, p_pInfo->sAux13);
+    p_pInfo->bCompressed = szHeader[s_atFields[COMPRESSED].iAt] == 'Y';
+    cHeader.Text(AUX8, p_pInfo->sAux8);
+    cHeader.Text(AUX21, p_pInfo->sAux21);
 
     p_pInfo->stBody.Clear();    // the body of an earlier packet
     CStream stCompressed(0, 512);
     CStream& stSent = p_pInfo->bCompressed ? stCompressed : p_pInfo->stBody;
-    iRet = ReceiveBody(stSent, iBodyLen, p_iTimeOut);
+    iRet = ReadBody(p_fnRead, stSent, iBodyLen);
     if (iRet < 0) return iRet;
     iBodySum = CalcCheckSum(stSent.GetData(), stSent.GetSize());
     if (p_pInfo->bCompressed) {
       long iLen = 0;
-      const int iZlib = Uncompress(stCompressed, cHeader.Number(FIELD_PLAIN_LEN), p_pInfo->stBody, &iLen);
+      const int iZlib = Uncompress(stCompressed, cHeader.Number(BODY_LENGTH), p_pInfo->stBody, &iLen);
       if (iZlib != Z_OK) return Fail(ADAPT_COMPRESSION, "ReceiveFrom(%d)(%ld)", iZlib, iLen);
     }
   } catch (const std::bad_alloc&) {
@@ -227,7 +255,7 @@ int CTcpAdaptor::ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) {
   }
 
   char szTrailer[TRAILER_SIZE + 1] = {};
-  iRet = ReceiveData(szTrailer, TRAILER_SIZE, p_iTimeOut);
+  iRet = p_fnRead(szTrailer, TRAILER_SIZE);
   if (iRet == ADAPT_TIMEOUT) return Fail(ADAPT_CORRUPTED, "uncompleted packet timeout(checksum)");
   if (iRet < 0) return iRet;
   const int iComputed = (CalcCheckSum(szHeader, HEADER_SIZE) + iBodySum) % 256;
@@ -237,14 +265,15 @@ int CTcpAdaptor::ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) {
 }
 
 // Reads p_iLen bytes into p_stOut, which is empty. The room grows with the bytes that really come. A length below 0
-// goes to ReceiveData as it is, which hands it back.
-int CTcpAdaptor::ReceiveBody(CStream& p_stOut, int p_iLen, int p_iTimeOut) {
+// goes to p_fnRead as it is, which hands it back.
+template <class READ>
+int CTcpAdaptor::ReadBody(READ p_fnRead, CStream& p_stOut, int p_iLen) {
   const int iFirstRoom = 64 * 1024;
   int iHave = 0;
   do {
     const int iStep = std::min(p_iLen - iHave, std::max(iHave, iFirstRoom));
     char* pBuf = p_stOut.GetBuffer(iHave + std::max(iStep, 0));
-    const int iRet = ReceiveData(pBuf + iHave, iStep, p_iTimeOut);
+    const int iRet = p_fnRead(pBuf + iHave, iStep);
     if (iRet < 0) p_stOut.Clear();
     if (iRet == ADAPT_TIMEOUT) return Fail(ADAPT_CORRUPTED, "uncompleted packet timeout(body)");
     if (iRet < 0) return iRet;

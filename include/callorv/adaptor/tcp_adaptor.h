@@ -28,8 +28,42 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   //   on failure  p_pInfo may be partly filled and is good for another call
   int ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) override;
 
-  // With the trace switch on (off after construction), every SendTo keeps the header with its checksum behind it, and
-  // every ReceiveFrom keeps the header. "" before the first. Borrowed: valid until the next packet.
+  // ---- packets in memory, for servers and tools: what SendTo and ReceiveFrom are made of. No connection is needed.
+  // Replaces what p_stOut holds by the bytes that SendTo would send. Results as SendTo before it sends; on failure
+  // p_stOut is empty.
+  int BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut);
+  // Reads the packet at p_pData as ReceiveFrom does, with the same results. Where it would wait for more than the p_iLen
+  // bytes that are there: -9 "OK". Bytes behind the packet are not looked at.
+  int ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo);
+
+  // The header's fields in their order on the wire, without a gap. Numbers are decimal digits, padded with zeros on the
+  // left; texts are padded with blanks on the right.
+  enum E_Field {
+    BEGIN_STRING,
+    PACKET_LENGTH,    // header and body as sent; the trailer does not count
+    SERVICE,
+    MESSAGE,
+    EXTRA,
+    TIME_STAMP,
+    USER_KEY,
+    AUX13,
+    COMPRESSED,       // "Y" or "N"
+    BODY_LENGTH,      // before compression
+    AUX8,
+    AUX21,
+    FIELDS            // how many there are
+  };
+  struct T_Field {
+    const char* szName;    // as in docs/formats/packet.md
+    int iAt;               // bytes from the packet's start
+    int iWidth;            // bytes
+  };
+  // Null outside BEGIN_STRING to AUX21. Constant.
+  static const T_Field* GetField(int p_iField);
+  static const char* GetBeginString();    // what every packet begins with
+
+  // With the trace switch on (off after construction), every packet made keeps its header with the checksum
+  // behind it, and every packet read keeps its header. "" before the first. Borrowed: valid until the next packet.
   void KeepHeaders(bool p_bKeep) { bKeepHeaders = p_bKeep; }
   const char* GetLastRecvHeader() const { return szLastRecvHeader; }
   const char* GetLastSendHeader() const { return szLastSendHeader; }
@@ -39,7 +73,11 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   char szLastSendHeader[HEADER_SIZE + TRAILER_SIZE + 1];
   bool bKeepHeaders;
 
-  int ReceiveBody(CStream& p_stOut, int p_iLen, int p_iTimeOut);
+  // READ: int(char* p_pBuf, int p_iLen), with the contract of ReceiveData.
+  template <class READ>
+  int ReadPacket(READ p_fnRead, T_PacketInfo* p_pInfo);
+  template <class READ>
+  int ReadBody(READ p_fnRead, CStream& p_stOut, int p_iLen);
 };
 
 #endif
