@@ -90,5 +90,9 @@ void CLastError::Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) {
   m_pError->code = p_iCode;
   const auto pDetail = callorv::detail::FormatDetail(s_szSource, LINE_BUFFER, "char[iLen]", p_szFmt, p_tArgs);
   const char* szText = MA_GetErrorStr(p_iCode);
-  m_pError->text.Format("MSG_Error(%d) : %s {%s}", p_iCode, szText != nullptr ? szText : "(null)", pDetail.get());
+  try {
+    m_pError->text.Format("MSG_Error(%d) : %s {%s}", p_iCode, szText != nullptr ? szText : "(null)", pDetail.get());
+  } catch (const std::bad_alloc& cNoMemory) {
+    callorv::detail::ThrowNoMemory(s_szSource, LINE_BUFFER, "char[iLen]", cNoMemory.what());
+  }
 }
