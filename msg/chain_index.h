@@ -14,8 +14,8 @@ inline constexpr int CHAINS = 128, LONG_CHAIN = 16;
 template <class NODE>
 class CChainIndex {
  public:
-  explicit CChainIndex(NODE* const (&p_apHead)[CHAINS]) {
-    for (int i = 0; i < CHAINS; ++i) {
+  CChainIndex(NODE* const (&p_apHead)[CHAINS], int p_iChains) {
+    for (int i = 0; i < p_iChains; ++i) {
       for (NODE* p = p_apHead[i]; p != nullptr; p = p->m_pNext) Add(i, p);
     }
   }
@@ -46,25 +46,41 @@ NODE* FindInChain(NODE* p_pHead, const CChainIndex<NODE>* p_pIndex, int p_iTag) 
   return p_pHead;
 }
 
-// Puts p_pNode at the end of its chain. p_pIndex is made when that chain has become long, and given up when there is no
+enum E_Twice { KEEP_FIRST, ALLOW_TWICE };
+
+// Puts what p_fnNew() gives at the end of its chain and returns it (null when that gives null); with KEEP_FIRST, a node that
+// has the tag already is returned instead. p_pIndex is made when the chain has become long, and given up when there is no
 // memory for it: everything works without, only slower.
-template <class NODE>
-void AppendToChain(NODE* (&p_apHead)[CHAINS], CChainIndex<NODE>*& p_pIndex, unsigned p_iChain, NODE* p_pNode) noexcept {
-  NODE** ppEnd = &p_apHead[p_iChain];
-  if (p_pIndex != nullptr && p_pIndex->Last(p_iChain) != nullptr) ppEnd = &p_pIndex->Last(p_iChain)->m_pNext;
+template <E_Twice TWICE, class NODE, class F>
+NODE* AddToChain(NODE* (&p_apHead)[CHAINS], CChainIndex<NODE>*& p_pIndex, int p_iHashKey, int p_iTag, F p_fnNew) {
+  const unsigned iChain = ChainOf(p_iTag, p_iHashKey);
+  NODE** ppEnd = &p_apHead[iChain];
   int iSteps = 0;
-  for (; *ppEnd != nullptr; ++iSteps) ppEnd = &(*ppEnd)->m_pNext;
-  *ppEnd = p_pNode;
+  if (p_pIndex != nullptr) {
+    if constexpr (TWICE == KEEP_FIRST) {
+      if (NODE* pFound = p_pIndex->Find(p_iTag)) return pFound;
+    }
+    if (p_pIndex->Last(iChain) != nullptr) ppEnd = &p_pIndex->Last(iChain)->m_pNext;
+  } else {
+    for (; *ppEnd != nullptr; ppEnd = &(*ppEnd)->m_pNext, ++iSteps) {
+      if (TWICE == KEEP_FIRST && (*ppEnd)->m_iTagNum == p_iTag) return *ppEnd;
+    }
+  }
+  NODE* pNode = p_fnNew();
+  if (pNode == nullptr) return nullptr;
+  *ppEnd = pNode;
+  if (p_pIndex == nullptr && iSteps < LONG_CHAIN) return pNode;
   try {
     if (p_pIndex != nullptr) {
-      p_pIndex->Add(p_iChain, p_pNode);
-    } else if (iSteps >= LONG_CHAIN) {
-      p_pIndex = new CChainIndex<NODE>(p_apHead);
+      p_pIndex->Add(iChain, pNode);
+    } else {
+      p_pIndex = new CChainIndex<NODE>(p_apHead, p_iHashKey);
     }
   } catch (const std::bad_alloc&) {
     delete p_pIndex;
     p_pIndex = nullptr;
   }
+  return pNode;
 }
 
 }    // namespace callorv::detail

@@ -1,6 +1,7 @@
 // One typed message.
 #include "callorv/msg/msg.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -16,9 +17,9 @@ static_assert(CMsg::SLOTS == CHAINS);
 // ---- life
 
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
-    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_apSlot(), m_pParent(nullptr),
+    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
       m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
-      m_iCells(0), m_bOwned(false) {
+      m_iCells(0), m_bOwned(false), m_bInArena(false) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
 }
@@ -28,11 +29,18 @@ CMsg::~CMsg() {
   m_iMsgNum = 0;
   m_pParent = nullptr;
   CMsg* pList = nullptr;
-  CMsgOps::Release(*this, pList);
+  CArena* pArenas = nullptr;    // freed last: messages of the list may stand in them
+  CMsgOps::Release(*this, pList, pArenas);
   while (pList != nullptr) {    // not nested: the depth is the caller's choice, the stack is not
-    std::unique_ptr<CMsg> pSub(std::exchange(pList, pList->m_pParent));
-    CMsgOps::Release(*pSub, pList);
+    CMsg* pSub = std::exchange(pList, pList->m_pParent);
+    CMsgOps::Release(*pSub, pList, pArenas);
+    if (pSub->m_bInArena) {
+      pSub->~CMsg();
+    } else {
+      delete pSub;
+    }
   }
+  CArena::FreeList(pArenas);
 }
 
 void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
@@ -47,6 +55,7 @@ void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
   m_iParentTag = p_iParentTag;
   m_pParent = nullptr;
   m_pMsgInfo = pMsgInfo;
+  std::fill_n(m_apSlot, pMsgInfo->GetHashKey(), nullptr);    // no other slot is ever looked at
 }
 
 char* CMsg::SetVer(const CString& p_sVer) {
@@ -73,11 +82,22 @@ T_MsgExtra& CMsgOps::Extra(CMsg& p_cMsg) {
   return *p_cMsg.m_pExtra;
 }
 
-void CMsgOps::AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell) {
-  p_pCell->m_iTagNum = p_iTag;
-  ++p_cMsg.m_iCells;
+CMsgValue* CMsgOps::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
-  AppendToChain(p_cMsg.m_apSlot, pIndex, ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey()), p_pCell);
+  const CMsgInfo& cMsgInfo = *p_cMsg.m_pMsgInfo;
+  const int iTag = p_cTag.m_iTagNum;
+  CMsgValue* pCell = AddToChain<KEEP_FIRST>(
+      p_cMsg.m_apSlot, pIndex, cMsgInfo.GetHashKey(), iTag, [&]() -> CMsgValue* {
+        CArena* pArena = Arena(p_cMsg);
+        void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
+        if (p == nullptr) return nullptr;
+        ++p_cMsg.m_iCells;
+        auto* pNew = new (p) CMsgValue;
+        pNew->m_iTagNum = iTag;
+        pNew->m_eType = p_cTag.m_eType;
+        pNew->m_bMulti = p_cTag.m_bArray;
+        return pNew;
+      });
   if (p_cMsg.m_pExtra != nullptr) {
     p_cMsg.m_pExtra->pIndex = pIndex;
   } else if (pIndex != nullptr) {
@@ -87,6 +107,7 @@ void CMsgOps::AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell) {
       delete pIndex;    // only a short cut
     }
   }
+  return pCell;
 }
 
 // p_fn(cell) for every cell in the slots, which are empty afterwards.
@@ -106,7 +127,7 @@ void CMsgOps::Abandon(CMsg& p_cMsg) {
   delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
 }
 
-void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList) {
+void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
   const auto fnList = [&p_pList](CMsg* p_pSub) {
     if (p_pSub != nullptr) p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
   };
@@ -129,15 +150,18 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList) {
     delete pExtra->pIndex;
     delete pExtra;
   }
-  FreeArena(p_cMsg.m_pArena);
+  CArena* pArena = std::exchange(p_cMsg.m_pArena, nullptr);
+  if (pArena != nullptr && !p_cMsg.m_bInArena) pArena->pNext = std::exchange(p_pArenas, pArena);
+}
+
+CArena* CMsgOps::Arena(CMsg& p_cMsg) {
+  if (p_cMsg.m_pArena == nullptr) p_cMsg.m_pArena = CArena::Make(p_cMsg.m_pMsgInfo->m_iCellBytes);
+  return p_cMsg.m_pArena;
 }
 
 void CMsgOps::Free(CMsg* p_pMsg) {
   if (p_pMsg != nullptr && !p_pMsg->m_bOwned) delete p_pMsg;
 }
-
-void CMsg::SetHashBag(int p_iTag, CMsgValue* p_pCell) { CMsgOps::AppendCell(*this, p_iTag, p_pCell); }
-CMsgValue* CMsg::GetHashBag(int p_iTag) const { return CMsgOps::FindCell(*this, p_iTag); }
 
 // ---- checks
 
@@ -160,7 +184,7 @@ int CMsgOps::CheckType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_e
 int CMsgOps::FindSet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine, CMsgValue*& p_pCell) {
   const CTagInfo* pTag = nullptr;
   if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
-  p_pCell = FindCell(p_cMsg, p_iTag);
+  p_pCell = GetHashBag(p_cMsg, p_iTag);
   if (p_pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
   if (const int iRet = CheckType(p_cMsg, p_iTag, p_pCell->m_eType, p_eType, p_iLine)) return iRet;
   return p_pCell->m_bSet ? 0 : p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
@@ -198,11 +222,9 @@ int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value) {
   const CTagInfo* pTag = nullptr;
   if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
   if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet)) return iRet;
-  CMsgValue* pCell = FindOrAddCell(p_cMsg, p_iTag);
+  CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  pCell->m_eType = V::eType;
-  pCell->m_bMulti = pTag->m_bArray;
-  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(p_cMsg.m_pArena, *pCell, p_Value);
+  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(*p_cMsg.m_pArena, *pCell, p_Value);
   if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
   pCell->m_bSet = true;
   p_cMsg.m_bEmpty = false;
@@ -265,7 +287,7 @@ int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
 int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
   const CTagInfo* pTag = nullptr;
   if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
-  CMsgValue* pCell = FindCell(p_cMsg, p_iTag);
+  CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
   if (!pCell->m_bSet) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
   if (pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) {
@@ -298,10 +320,8 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   }
   if (bTwice) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
 
-  CMsgValue* pCell = FindOrAddCell(p_cMsg, p_iTag);
+  CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  pCell->m_eType = TAG_SUBMSG;
-  pCell->m_bMulti = pTag->m_bArray;
   if (pCell->m_bMulti) {
     const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
     if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
@@ -339,14 +359,8 @@ int CMsg::AddChild(CMsg* p_pSub) {
 // ---- reading
 
 CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-  CMsgValue* pCell = FindCell(p_cMsg, p_cTag.m_iTagNum);
-  if (pCell == nullptr) {
-    pCell = NewCell(p_cMsg);
-    if (pCell == nullptr) throw CException("new CMsgValue failed", MSG_MEMORY);
-    pCell->m_eType = p_cTag.m_eType;
-    pCell->m_bMulti = p_cTag.m_bArray;
-    AppendCell(p_cMsg, p_cTag.m_iTagNum, pCell);
-  }
+  CMsgValue* pCell = SetHashBag(p_cMsg, p_cTag);
+  if (pCell == nullptr) throw CException("new CMsgValue failed", MSG_MEMORY);
   return *pCell;
 }
 
@@ -354,23 +368,27 @@ template <class T, class VALUE>
 void CMsgOps::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
   if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays
   const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value)
-                                       : ValueTraits<T>::Store(p_cMsg.m_pArena, p_cCell, p_Value);
+                                       : ValueTraits<T>::Store(*p_cMsg.m_pArena, p_cCell, p_Value);
   if (szWhy != nullptr) throw CException(szWhy, MSG_MEMORY);
   p_cCell.m_bSet = true;
 }
 
-void CMsgOps::StoreText(CMsg& p_cMsg, int p_iTag, const char* p_sz, int p_iLen) {
+const CTagInfo& CMsgOps::ParsedTag(CMsg& p_cMsg, int p_iTag) {
   if (p_cMsg.m_pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
   const CTagInfo* pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
   if (pTag == nullptr) throw CException(MSG_UNDEF_TAG, "tagnum=%d", p_iTag);
-  CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
+  return *pTag;
+}
+
+void CMsgOps::StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen) {
+  CMsgValue& cCell = ParsedCell(p_cMsg, p_cTag);
   switch (cCell.m_eType) {
     case TAG_STRING: StoreParsed<CString>(p_cMsg, cCell, T_Text{p_sz, p_iLen}); break;
     case TAG_INTEGER: StoreParsed<int>(p_cMsg, cCell, ParseInt32(p_sz)); break;
     case TAG_DOUBLE: StoreParsed<double>(p_cMsg, cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
     case TAG_BOOL: StoreParsed<bool>(p_cMsg, cCell, strcmp(p_sz, "true") == 0); break;
     case TAG_DATE: StoreParsed<CDate>(p_cMsg, cCell, CDate(p_sz)); break;
-    default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(cCell.m_eType));
+    default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_cTag.m_iTagNum, static_cast<int>(cCell.m_eType));
   }
   p_cMsg.m_bEmpty = false;
 }
@@ -387,20 +405,18 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
   CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
   CMsg* pSub = cCell.m_bMulti ? nullptr : cCell.m_pMsg;
   if (pSub == nullptr) {
-    std::unique_ptr<CMsg> pNew;
-    try {
-      pNew.reset(new CMsg(pTag->m_iSubMsg, p_cMsg.m_iMsgNum, p_iTag, p_cMsg.m_pMsgDic));
-    } catch (const std::bad_alloc&) {
-      throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
-    }
+    void* p = p_cMsg.m_pArena->Allocate(sizeof(CMsg));    // which the cell is in already
+    if (p == nullptr) throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
+    pSub = new (p) CMsg(pTag->m_iSubMsg, p_cMsg.m_iMsgNum, p_iTag, p_cMsg.m_pMsgDic);
+    pSub->m_pArena = p_cMsg.m_pArena;
+    pSub->m_bOwned = true;
+    pSub->m_bInArena = true;
     if (cCell.m_bMulti) {
-      if (const char* szWhy = Append<CMsg*>(cCell, pNew.get())) throw CException(szWhy, MSG_MEMORY);
+      if (const char* szWhy = Append<CMsg*>(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
     } else {
-      cCell.m_pMsg = pNew.get();
+      cCell.m_pMsg = pSub;
       cCell.m_bSet = true;
     }
-    pSub = pNew.release();
-    pSub->m_bOwned = true;
   }
   pSub->m_pParent = &p_cMsg;
   if (const int iRet = p_cMsg.AddChild(pSub)) {
@@ -411,7 +427,7 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
 }
 
 void CMsg::SetParsedData(int p_iTag, CString p_sText) {
-  CMsgOps::StoreText(*this, p_iTag, p_sText.ToStr(), p_sText.GetSize());
+  CMsgOps::StoreText(*this, CMsgOps::ParsedTag(*this, p_iTag), p_sText.ToStr(), p_sText.GetSize());
 }
 CMsg* CMsg::MakeSubMsgEntry(int p_iTag) { return CMsgOps::MakeSub(*this, p_iTag); }
 

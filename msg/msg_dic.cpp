@@ -5,6 +5,7 @@
 
 #include "callorv/base/exception.h"
 #include "callorv/base/stream.h"
+#include "msg/arena.h"
 #include "msg/msg_dic_handler.h"
 #include "msg/text_out.h"
 #include "msg/type_word.h"
@@ -44,6 +45,7 @@ CMsgDic::~CMsgDic() {
     pMsg = nullptr;
   }
   for (; m_iParserInits > 0; --m_iParserInits) TerminateParser();
+  CArena::DropKept();
 }
 
 void CMsgDic::SetMsgInfo(int p_iMsgNum, const CString& p_sName, const CString& p_sVer, const CString& p_sHash) {

@@ -31,7 +31,8 @@ const MsgHandler::T_TagTexts MsgHandler::s_tStart{"start", "tagnum"};
 const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
 
 MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
-    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg),
+    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0),
+      m_pCurrentTag(nullptr), m_pRootMsg(p_pMsg),
       m_pCurrentMsg(p_pMsg), m_apMsgInfo(false) {
   if (p_pMsg == nullptr || p_pDic == nullptr) {
     throw CException(MSG_NULL, "MsgHandler::MsgHandler - Parameter is NULL(%p,%p)", static_cast<void*>(p_pMsg),
@@ -46,7 +47,7 @@ void MsgHandler::Action(const char* p_szXml) {
   }
   std::optional<MemBufInputSource> cSource;
   try {
-    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), "MemData", false);
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
   } catch (const OutOfMemoryException&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   } catch (const std::bad_alloc&) {
@@ -98,15 +99,17 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
     return;
   }
   const CTagInfo* pTag = Resolve(cName.Text(), iDepth, s_tStart);
-  if (pTag->m_eType == TAG_SUBMSG) {
-    m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(pTag->m_iTagNum);
-    if (m_pCurrentMsg == nullptr) throw CException(MSG_XML, "(MakeSubMsgEntry) failed(%d)", pTag->m_iTagNum);
-    const int iSubMsg = m_pCurrentMsg->GetMsgNum();
-    CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
-    if (pSubInfo == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
-    m_apMsgInfo.Add(pSubInfo);
-  }
+  m_atOpen[iDepth] = {p_szLocalName, pTag};
   m_iCurrentTag = pTag->m_iTagNum;
+  m_pCurrentTag = pTag;
+  if (pTag->m_eType != TAG_SUBMSG) return;
+  m_pCurrentTag = nullptr;
+  m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(pTag->m_iTagNum);
+  if (m_pCurrentMsg == nullptr) throw CException(MSG_XML, "(MakeSubMsgEntry) failed(%d)", pTag->m_iTagNum);
+  const int iSubMsg = m_pCurrentMsg->GetMsgNum();
+  CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
+  if (pSubInfo == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
+  m_apMsgInfo.Add(pSubInfo);
 }
 
 void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t) {
@@ -117,13 +120,19 @@ void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t) {
   while (pEnd > pFirst && IsBlank(pEnd[-1])) --pEnd;
   if (pEnd == pFirst || m_iCurrentTag < 0) return;
   *pEnd = 0;
-  CMsgOps::StoreText(*m_pCurrentMsg, m_iCurrentTag, pFirst, static_cast<int>(pEnd - pFirst));
+  if (m_pCurrentTag == nullptr) m_pCurrentTag = &CMsgOps::ParsedTag(*m_pCurrentMsg, m_iCurrentTag);
+  CMsgOps::StoreText(*m_pCurrentMsg, *m_pCurrentTag, pFirst, static_cast<int>(pEnd - pFirst));
 }
 
 void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {
   const int iDepth = Leave();
   if (iDepth == 1) return;
-  if (Resolve(CNarrow(p_szLocalName).Text(), iDepth, s_tEnd)->m_eType != TAG_SUBMSG) return;
+  // The parser hands out one and the same name at both ends of an element.
+  const T_Open& tOpen = m_atOpen[iDepth];
+  const CTagInfo* pTag =
+      tOpen.szName == p_szLocalName ? tOpen.pTag : Resolve(CNarrow(p_szLocalName).Text(), iDepth, s_tEnd);
+  if (pTag->m_eType != TAG_SUBMSG) return;
   m_pCurrentMsg = m_pCurrentMsg->GetParent();
+  m_pCurrentTag = nullptr;
   m_apMsgInfo.RemoveLast();
 }

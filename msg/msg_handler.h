@@ -21,14 +21,20 @@ class MsgHandler : public callorv::detail::CXmlHandler {
 
  private:
   struct T_TagTexts;    // what an unknown tag is called at its start and at its end
+  struct T_Open {       // an open element
+    const XMLCh* szName;
+    const CTagInfo* pTag;
+  };
 
   CMsgDic* m_pDic;
   int m_iMsgNum;              // the root's "no"
   bool m_bByName;             // elements are named by tag name
   int m_iCurrentTag;          // receives character data; an end tag does not reset it
+  const CTagInfo* m_pCurrentTag;    // its definition in the current message, null where that is to be looked up
   CMsg* m_pRootMsg;
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
   CPtrArray m_apMsgInfo;      // entry k: definition for the elements at depth k + 2; owns none
+  T_Open m_atOpen[MAX_DEPTH + 1];    // by depth
 
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
   const CTagInfo* Resolve(const char* p_szName, int p_iDepth, const T_TagTexts& p_tTexts) const;

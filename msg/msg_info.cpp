@@ -72,12 +72,13 @@ void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType
   try {
     m_aTagOrder.Add(p_iTagNum);
     m_cNameMap.Set(p_szName, p_iTagNum, false);
-    AppendToChain(m_apBucket, m_pIndex, ChainOf(p_iTagNum, m_iHashKey),
-                  new CTagInfo(p_iTagNum, p_szName, p_eType, p_iSubMsg, p_bArray));
+    AddToChain<ALLOW_TWICE>(m_apBucket, m_pIndex, m_iHashKey, p_iTagNum, [&] {
+      return new CTagInfo(p_iTagNum, p_szName, p_eType, p_iSubMsg, p_bArray);
+    });
   } catch (const std::bad_alloc&) {
     throw CException("(CTagInfo)", MSG_MEMORY);
   }
-  m_iCellBytes += ArenaSize(sizeof(CMsgValue)) + ArenaSize(iText);
+  m_iCellBytes += static_cast<unsigned>(CArena::Rounded(sizeof(CMsgValue)) + CArena::Rounded(iText));
 }
 
 void CMsgInfo::Dump(CStream* p_pOut) const {

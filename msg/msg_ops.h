@@ -2,6 +2,7 @@
 #ifndef CALLORV_MSG_MSG_OPS_H
 #define CALLORV_MSG_MSG_OPS_H
 
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -24,26 +25,20 @@ struct T_MsgExtra {
 // A friend of CMsg, so that each check, text and step stands once and not once for every type.
 struct CMsgOps {
   // ---- cells
-  static CMsgValue* FindCell(const CMsg& p_cMsg, int p_iTag) {
+  // The tag's cell, or null.
+  static CMsgValue* GetHashBag(const CMsg& p_cMsg, int p_iTag) {
     return callorv::detail::FindInChain(
         p_cMsg.m_apSlot[callorv::detail::ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey())],
         p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
   }
-  static void AppendCell(CMsg& p_cMsg, int p_iTag, CMsgValue* p_pCell);
-  static CMsgValue* NewCell(CMsg& p_cMsg) {    // null when there is no memory
-    void* p = callorv::detail::AllocateFrom(p_cMsg.m_pArena, sizeof(CMsgValue), p_cMsg.m_pMsgInfo->m_iCellBytes);
-    return p != nullptr ? new (p) CMsgValue : nullptr;
-  }
+  // The tag's cell; a new one, of the tag's type, when there was none. Null when there is no memory for it.
+  static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
-  // Null when there is no memory for a new one.
-  static CMsgValue* FindOrAddCell(CMsg& p_cMsg, int p_iTag) {
-    CMsgValue* pCell = FindCell(p_cMsg, p_iTag);
-    if (pCell == nullptr && (pCell = NewCell(p_cMsg)) != nullptr) AppendCell(p_cMsg, p_iTag, pCell);
-    return pCell;
-  }
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
-  // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers.
-  static void Release(CMsg& p_cMsg, CMsg*& p_pList);
+  // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers, and its arena
+  // on p_pArenas.
+  static void Release(CMsg& p_cMsg, CMsg*& p_pList, callorv::detail::CArena*& p_pArenas);
+  static callorv::detail::CArena* Arena(CMsg& p_cMsg);    // made on first use; null when there is no memory
   template <class F>
   static void TakeCells(CMsg& p_cMsg, F p_fn);
   // Moves the cells to where nothing but the destructor finds them.
@@ -76,8 +71,9 @@ struct CMsgOps {
   }
 
   // ---- reading: failures are thrown
-  // CMsg::SetParsedData of a text that may be changed by the caller afterwards.
-  static void StoreText(CMsg& p_cMsg, int p_iTag, const char* p_sz, int p_iLen);
+  // The two steps of CMsg::SetParsedData.
+  static const CTagInfo& ParsedTag(CMsg& p_cMsg, int p_iTag);
+  static void StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen);
   static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
 

@@ -97,7 +97,7 @@ struct CMsgWalk {
     for (; p_tPlace.pCell == nullptr && p_tPlace.iOrder < iTags; ++p_tPlace.iOrder) {
       const int iTag = pMsgInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0) p_cForm.BadTag(iTag);
-      const CMsgValue* pCell = CMsgOps::FindCell(*p_tPlace.pMsg, iTag);
+      const CMsgValue* pCell = CMsgOps::GetHashBag(*p_tPlace.pMsg, iTag);
       if (pCell == nullptr || !pCell->m_bSet || pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pMsgInfo->GetTagInfo(iTag);

@@ -42,7 +42,7 @@ struct T_InlineTraits {
   static constexpr E_TagType eType = TYPE;
   static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
   static void Clear(T& p_Out) { p_Out = T(); }
-  static const char* Store(T_ArenaBlock*&, CMsgValue& p_cCell, T p_Value) {
+  static const char* Store(CArena&, CMsgValue& p_cCell, T p_Value) {
     p_cCell.*VALUE = p_Value;
     return nullptr;
   }
@@ -85,10 +85,10 @@ template <> struct ValueTraits<CMsg*>
 template <> struct ValueTraits<CString>
     : T_OwnedTraits<CString, TAG_STRING, CStrArray, &CMsgValue::m_pStr, &CMsgValue::m_pStrArr> {
   static constexpr const char* szNewArray = "new CStrArray failed";
-  static const char* Store(T_ArenaBlock*& p_pArena, CMsgValue& p_cCell, const T_Text& p_tText) try {
+  static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, const T_Text& p_tText) try {
     CString*& pStr = p_cCell.m_pStr;
     if (pStr == nullptr) {
-      void* p = AllocateFrom(p_pArena, sizeof(CString), 0);
+      void* p = p_cArena.Allocate(sizeof(CString));
       if (p == nullptr) return "new CString failed";
       pStr = new (p) CString;
     }
@@ -101,10 +101,10 @@ template <> struct ValueTraits<CString>
 template <> struct ValueTraits<CDate>
     : T_OwnedTraits<CDate, TAG_DATE, CDateArray, &CMsgValue::m_pDate, &CMsgValue::m_pDateArr> {
   static constexpr const char* szNewArray = "new CDateArray failed";
-  static const char* Store(T_ArenaBlock*& p_pArena, CMsgValue& p_cCell, const CDate& p_c) {
+  static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, const CDate& p_c) {
     CDate*& pDate = p_cCell.m_pDate;
     if (pDate == nullptr) {
-      void* p = AllocateFrom(p_pArena, sizeof(CDate), 0);
+      void* p = p_cArena.Allocate(sizeof(CDate));
       if (p == nullptr) return "new CDate failed";
       pDate = new (p) CDate;
     }

@@ -19,6 +19,7 @@
 
 #include "callorv/base/exception.h"
 #include "callorv/msg/error.h"
+#include "msg/kept.h"
 
 namespace callorv::detail {
 
@@ -50,29 +51,18 @@ CReaderPtr NewReader() {
   return pReader;
 }
 
-// Readers between two documents: making one costs twice as much as parsing a short reply. A slot is taken and filled
-// with one atomic exchange, so threads never wait for each other. Kept only while this library holds an initialisation of
-// the parser, so that no reader outlives the parser's tables.
+// Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
+// an initialisation of the parser, so that no reader outlives the parser's tables.
+CKept<SAX2XMLReader, 16> s_cKept;
 std::atomic<int> s_iInits{0};
-std::atomic<SAX2XMLReader*> s_apKept[16];
 
 CReaderPtr TakeReader() {
-  for (auto& pSlot : s_apKept) {
-    if (pSlot.load(std::memory_order_relaxed) == nullptr) continue;
-    if (SAX2XMLReader* pReader = pSlot.exchange(nullptr, std::memory_order_acquire)) return CReaderPtr(pReader);
-  }
-  return NewReader();
+  CReaderPtr pReader(s_cKept.Take());
+  return pReader != nullptr ? std::move(pReader) : NewReader();
 }
 
 void KeepReader(CReaderPtr p_pReader) {
-  if (s_iInits.load(std::memory_order_relaxed) == 0) return;
-  for (auto& pSlot : s_apKept) {
-    SAX2XMLReader* pEmpty = nullptr;
-    if (pSlot.compare_exchange_strong(pEmpty, p_pReader.get(), std::memory_order_release, std::memory_order_relaxed)) {
-      (void)p_pReader.release();
-      return;
-    }
-  }
+  if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
 }
 
 }    // namespace
@@ -92,19 +82,16 @@ void InitializeParser() {
 
 void TerminateParser() {
   if (--s_iInits == 0) {
-    for (auto& pSlot : s_apKept) delete pSlot.exchange(nullptr);
+    while (SAX2XMLReader* pReader = s_cKept.Take()) delete pReader;
   }
   XMLPlatformUtils::Terminate();
 }
 
-CNarrow::CNarrow(const XMLCh* p_sz) : m_p(m_szNear) {
+void CNarrow::Grow(const XMLCh* p_sz) {
   const XMLSize_t iLen = XMLString::stringLen(p_sz);
-  if (iLen > SIZE) {
-    m_pFar.reset(new char[iLen + 1]);
-    m_p = m_pFar.get();
-  }
-  for (XMLSize_t i = 0; i < iLen; ++i) m_p[i] = static_cast<char>(p_sz[i]);
-  m_p[iLen] = 0;
+  m_pFar.reset(new char[iLen + 1]);
+  m_p = m_pFar.get();
+  for (XMLSize_t i = 0; i <= iLen; ++i) m_p[i] = static_cast<char>(p_sz[i]);
 }
 
 int CXmlHandler::Enter() {

@@ -19,7 +19,13 @@ void TerminateParser();
 // Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit. Short texts stay on the stack.
 class CNarrow {
  public:
-  explicit CNarrow(const XMLCh* p_sz);
+  explicit CNarrow(const XMLCh* p_sz) : m_p(m_szNear) {
+    for (int i = 0; i <= SIZE; ++i) {
+      m_szNear[i] = static_cast<char>(p_sz[i]);
+      if (p_sz[i] == 0) return;
+    }
+    Grow(p_sz);
+  }
   CNarrow(const CNarrow&) = delete;
   CNarrow& operator=(const CNarrow&) = delete;
 
@@ -31,6 +37,8 @@ class CNarrow {
   char m_szNear[SIZE + 1];
   std::unique_ptr<char[]> m_pFar;
   char* m_p;
+
+  void Grow(const XMLCh* p_sz);
 };
 
 // What the two users of the parser do differently.

@@ -14,7 +14,7 @@ class CStream;
 struct CMsgValue;    // the cell that holds one tag's value; private
 namespace callorv {
 namespace detail {
-struct T_ArenaBlock;
+class CArena;
 struct T_MsgExtra;
 }
 }    // namespace callorv
@@ -230,13 +230,10 @@ class CALLORV_API CMsg : public CLastError {
   CMsgDic* m_pMsgDic;
   CMsgInfo* m_pMsgInfo;
   callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
-  callorv::detail::T_ArenaBlock* m_pArena;  // where the cells are
+  callorv::detail::CArena* m_pArena;        // where the cells are; its parent's, for a message in an arena
   int m_iCells;                             // in the slots
   bool m_bOwned;                            // a parent frees this message
-
-  // The cell table, shared by every setter and getter: appends a cell to its slot, finds the first of a tag.
-  void SetHashBag(int p_iTag, CMsgValue* p_pCell);
-  CMsgValue* GetHashBag(int p_iTag) const;
+  bool m_bInArena;                          // it was read into its parent
 
   friend struct CMsgOps;
 };
