@@ -48,7 +48,8 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
 }    // namespace
 
 int main(int p_iArgs, char** p_apArgs) {
-  CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.", "callorv"};
+  CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
+                "callorv"};
   cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
   cApp.require_subcommand(1);
   AddCall(cApp);

@@ -25,7 +25,11 @@ bool IsControl(unsigned char p_c) { return p_c < 0x20 || (p_c >= 0x7F && p_c < 0
 // The length of the UTF-8 character at the start of p_s, 0 when there is none. Overlong forms count as none.
 size_t Utf8Length(std::string_view p_s) {
   const auto c = static_cast<unsigned char>(p_s[0]);
-  const size_t iLen = c < 0x80 ? 1 : c >= 0xC2 && c < 0xE0 ? 2 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xF0 && c < 0xF5 ? 4 : 0;
+  const size_t iLen = c < 0x80                ? 1
+                      : c >= 0xC2 && c < 0xE0 ? 2
+                      : c >= 0xE0 && c < 0xF0 ? 3
+                      : c >= 0xF0 && c < 0xF5 ? 4
+                                              : 0;
   if (iLen == 0 || iLen > p_s.size()) return 0;
   for (size_t i = 1; i < iLen; ++i) {
     if ((static_cast<unsigned char>(p_s[i]) & 0xC0) != 0x80) return 0;

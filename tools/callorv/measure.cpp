@@ -1,0 +1,131 @@
+// Many calls from several threads.
+#include "measure.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point p_tStart) {
+  return std::chrono::duration<double>(Clock::now() - p_tStart).count();
+}
+
+void ShowProgress(int p_iDone, int p_iAll, int p_iFailed, double p_dSeconds) {
+  constexpr int WIDTH = 40;
+  const int iFull = static_cast<int>(static_cast<long long>(WIDTH) * p_iDone / p_iAll);
+  std::fprintf(stderr, "\r\x1b[K[%s%s] %3d %%  %d/%d  %.0f/s  %d failed", std::string(iFull, '#').c_str(),
+               std::string(WIDTH - iFull, '.').c_str(), static_cast<int>(100LL * p_iDone / p_iAll), p_iDone, p_iAll,
+               p_iDone / std::max(p_dSeconds, 0.001), p_iFailed);
+}
+
+// What the threads share.
+class CRun {
+ public:
+  CRun(int p_iCalls, int p_iThreads) : m_iCalls(p_iCalls), m_iWaiting(p_iThreads), m_iRunning(p_iThreads) {}
+
+  // One thread's part. Nothing leaves it by an exception.
+  void Work(const std::function<CCall()>& p_fnMake) {
+    CCall fnCall;
+    Guarded([&] { fnCall = p_fnMake(); });
+    {
+      std::unique_lock<std::mutex> cLock(m_cMutex);
+      if (--m_iWaiting == 0) m_tStart = Clock::now();
+      m_cChanged.notify_all();
+      m_cChanged.wait(cLock, [&] { return m_iWaiting == 0; });
+    }
+    std::vector<uint32_t> aMicros;
+    Guarded([&] {
+      while (!m_bStop && m_iTaken++ < m_iCalls) OneCall(fnCall, aMicros);
+    });
+    const std::lock_guard<std::mutex> cLock(m_cMutex);
+    m_tResult.aMicros.insert(m_tResult.aMicros.end(), aMicros.begin(), aMicros.end());
+    m_tResult.dSeconds = SecondsSince(m_tStart);
+    --m_iRunning;
+    m_cChanged.notify_all();
+  }
+
+  // Waits until every thread is through, showing how far they are.
+  void Watch() {
+    const bool bTerminal = isatty(STDERR_FILENO) == 1;
+    std::unique_lock<std::mutex> cLock(m_cMutex);
+    while (!m_cChanged.wait_for(cLock, std::chrono::milliseconds(200), [&] { return m_iRunning == 0; })) {
+      if (bTerminal && m_iWaiting == 0) ShowProgress(m_iDone, m_iCalls, m_tResult.iFailed, SecondsSince(m_tStart));
+    }
+    if (bTerminal) std::fputs("\r\x1b[K", stderr);
+  }
+
+  T_Measurement TakeResult() {
+    if (m_pThrown) std::rethrow_exception(m_pThrown);
+    std::sort(m_tResult.aMicros.begin(), m_tResult.aMicros.end());
+    m_tResult.iCalls = m_iCalls;
+    return std::move(m_tResult);
+  }
+
+ private:
+  const int m_iCalls;
+  std::atomic<int> m_iTaken{0};
+  std::atomic<int> m_iDone{0};
+  std::atomic<bool> m_bStop{false};
+  std::mutex m_cMutex;    // the following
+  std::condition_variable m_cChanged;
+  int m_iWaiting;    // threads that are not ready to start
+  int m_iRunning;
+  Clock::time_point m_tStart;
+  T_Measurement m_tResult;
+  std::exception_ptr m_pThrown;
+
+  template <class F>
+  void Guarded(F p_fn) {
+    try {
+      p_fn();
+    } catch (...) {
+      m_bStop = true;
+      const std::lock_guard<std::mutex> cLock(m_cMutex);
+      m_pThrown = std::current_exception();
+    }
+  }
+
+  void OneCall(const CCall& p_fnCall, std::vector<uint32_t>& p_aMicros) {
+    std::string sText;
+    const Clock::time_point tStart = Clock::now();
+    const int iCode = p_fnCall(sText);
+    const auto iMicros = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - tStart).count();
+    p_aMicros.push_back(static_cast<uint32_t>(std::min<long long>(iMicros, UINT32_MAX)));
+    ++m_iDone;
+    if (iCode == 0) return;
+    const std::lock_guard<std::mutex> cLock(m_cMutex);
+    T_Failure& tFailure = m_tResult.cFailures[iCode];
+    if (tFailure.iCount++ == 0) tFailure.sText = sText;
+    ++m_tResult.iFailed;
+  }
+};
+
+}    // namespace
+
+uint32_t T_Measurement::Percentile(double p_dPercent) const {
+  if (aMicros.empty()) return 0;
+  const auto iRank = static_cast<size_t>(std::ceil(p_dPercent / 100 * static_cast<double>(aMicros.size())));
+  return aMicros[std::max<size_t>(iRank, 1) - 1];
+}
+
+T_Measurement Measure(int p_iCalls, int p_iThreads, const std::function<CCall()>& p_fnMake) {
+  CRun cRun(p_iCalls, p_iThreads);
+  std::vector<std::thread> aThreads;
+  for (int i = 0; i < p_iThreads; ++i) aThreads.emplace_back([&] { cRun.Work(p_fnMake); });
+  cRun.Watch();
+  for (std::thread& cThread : aThreads) cThread.join();
+  T_Measurement tResult = cRun.TakeResult();
+  tResult.iThreads = p_iThreads;
+  return tResult;
+}

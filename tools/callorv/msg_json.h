@@ -1,0 +1,14 @@
+// A message as JSON.
+#ifndef CALLORV_TOOLS_MSG_JSON_H
+#define CALLORV_TOOLS_MSG_JSON_H
+
+#include <callorv/msg/msg.h>
+
+#include <nlohmann/json.hpp>
+
+// {"message": 3, "name": "Quote", "version": "1.0", "values": {"code": "ABC", "rows": [{"price": 1.5}]}}
+// Values stand in the dictionary's order under the tag's name; under its number when the name is empty or taken.
+// Tags without a value are left out.
+nlohmann::ordered_json MsgToJson(CMsg& p_cMsg);
+
+#endif

@@ -1,0 +1,26 @@
+// The simulated service: a TCP server that answers packets.
+#ifndef CALLORV_TOOLS_SERVER_H
+#define CALLORV_TOOLS_SERVER_H
+
+#include <string>
+#include <vector>
+
+struct T_ServeOptions {
+  std::string sDictionary;
+  std::string sHost = "127.0.0.1";
+  int iPort = 0;           // 0: a free one
+  std::string sReplies;    // folder; "" with bEcho
+  bool bEcho = false;
+  int iDelay = 0;              // milliseconds before every answer
+  int iCompressOver = 1024;    // bytes of XML; a longer reply is compressed
+  std::string sRecord;         // folder; "": nothing is kept
+  std::vector<std::string> asFaults;
+  int iReadTimeOut = 60;    // seconds for a request to come in
+  int iThreads = 0;         // 0: one for each processor
+  bool bQuiet = false;
+};
+
+// Serves until SIGINT or SIGTERM, then returns. The dictionary is loaded. Throws CFailure and CUsage.
+void Serve(const T_ServeOptions& p_tOptions);
+
+#endif
