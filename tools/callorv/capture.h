@@ -1,0 +1,13 @@
+// Captured bytes, as people keep them.
+#ifndef CALLORV_TOOLS_CAPTURE_H
+#define CALLORV_TOOLS_CAPTURE_H
+
+#include <optional>
+#include <string>
+
+// The bytes that a text of hexadecimal digits writes: digits with blanks, colons and line breaks between them as one
+// likes, or lines that begin with their offset and may end with the characters, as xxd, hexdump -C and od -A x -t x1z
+// write them. None when it is not such a text.
+std::optional<std::string> FromHex(const std::string& p_sText);
+
+#endif

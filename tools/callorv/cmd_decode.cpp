@@ -1,0 +1,157 @@
+// callorv decode: captured packets, field by field.
+#include <callorv/adaptor/tcp_adaptor.h>
+
+#include <CLI/CLI.hpp>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+
+#include "capture.h"
+#include "command.h"
+#include "packet_view.h"
+#include "text.h"
+
+namespace {
+
+constexpr char s_szFooter[] = R"(
+The input is the packets' bytes one behind the other, or a text of hexadecimal digits, such
+as xxd, xxd -p or hexdump -C write. A user key is masked unless --show-key is given. When
+something is wrong with a packet it is said below the packet, and the exit status is 1.
+
+Examples:
+  callorv decode packets/000001-1201-request.packet
+  callorv decode --xml packets/000001-1201-reply.packet > replies/1201.xml
+  xxd -p capture.bin | callorv decode --json
+)";
+
+struct T_Options {
+  std::string sFile = "-";
+  bool bHex = false;
+  bool bBinary = false;
+  bool bJson = false;
+  bool bXml = false;
+  bool bShowKey = false;
+};
+
+constexpr size_t HEADER_SIZE = CTcpAdaptor::HEADER_SIZE;
+constexpr size_t TRAILER_SIZE = CTcpAdaptor::TRAILER_SIZE;
+
+// One packet of the input, or bytes between packets.
+struct T_Piece {
+  size_t iAt = 0;
+  std::string_view sBytes;
+  bool bPacket = false;    // it begins like one
+  size_t iSize = 0;        // what its header says, 0 when it does not
+  std::vector<std::string> asWrong;
+  std::string sBody;    // of a whole packet, decompressed
+
+  bool HasHeader() const { return bPacket && sBytes.size() >= HEADER_SIZE; }
+  bool IsWhole() const { return HasHeader() && sBytes.size() == iSize; }
+  std::string_view Header() const { return sBytes.substr(0, HEADER_SIZE); }
+  std::string_view Trailer() const { return IsWhole() ? sBytes.substr(iSize - TRAILER_SIZE) : ""; }
+};
+
+std::string ReadBytes(const T_Options& p_tOptions) {
+  std::string sInput = ReadWholeFile(p_tOptions.sFile);
+  const bool bLooksBinary = sInput.find(CTcpAdaptor::GetBeginString()) != std::string::npos;
+  if (p_tOptions.bBinary || (bLooksBinary && !p_tOptions.bHex)) return sInput;
+  const std::optional<std::string> sBytes = FromHex(sInput);
+  if (!sBytes && p_tOptions.bHex) throw CFailure(p_tOptions.sFile + ": not a text of hexadecimal digits");
+  return sBytes.value_or(sInput);
+}
+
+// Takes the first piece off p_sRest. A packet whose length cannot be true reaches to where the next begins.
+T_Piece TakePiece(std::string_view& p_sRest) {
+  T_Piece tPiece;
+  const std::string_view sBegin = CTcpAdaptor::GetBeginString();
+  tPiece.bPacket = p_sRest.substr(0, sBegin.size()) == sBegin;
+  if (p_sRest.size() >= HEADER_SIZE) tPiece.iSize = PacketSize(p_sRest.substr(0, HEADER_SIZE));
+  const bool bFits = tPiece.bPacket && tPiece.iSize > 0 && tPiece.iSize <= p_sRest.size();
+  tPiece.sBytes = p_sRest.substr(0, bFits ? tPiece.iSize : p_sRest.find(sBegin, 1));
+  p_sRest.remove_prefix(tPiece.sBytes.size());
+  const std::string sSize = std::to_string(tPiece.sBytes.size());
+  if (!tPiece.bPacket) {
+    tPiece.asWrong.push_back("these bytes do not begin a packet");
+  } else if (!tPiece.HasHeader()) {
+    tPiece.asWrong.push_back("the header ends after " + sSize + " of 128 bytes");
+  } else if (!tPiece.IsWhole()) {
+    tPiece.asWrong = CheckHeader(tPiece.Header());
+    if (tPiece.iSize > 0) {
+      tPiece.asWrong.push_back("the packet ends after " + sSize + " of " + std::to_string(tPiece.iSize) + " bytes");
+    }
+  } else {
+    CAdaptor::T_PacketInfo tInfo;
+    tPiece.asWrong = CheckPacket(tPiece.sBytes, tInfo);
+    tPiece.sBody.assign(tInfo.stBody.GetData(), static_cast<size_t>(tInfo.stBody.GetSize()));
+  }
+  return tPiece;
+}
+
+void PrintText(const T_Piece& p_tPiece, int p_iNumber, bool p_bShowKey) {
+  std::cout << (p_tPiece.bPacket ? "packet " + std::to_string(p_iNumber) : "not a packet") << ": bytes " << p_tPiece.iAt
+            << " to " << p_tPiece.iAt + p_tPiece.sBytes.size() - 1 << '\n';
+  if (p_tPiece.HasHeader()) {
+    PrintHeader(std::cout, p_tPiece.Header(), p_tPiece.Trailer(), p_bShowKey);
+  } else {
+    std::cout << "  " << Printable(p_tPiece.sBytes, false) << '\n';
+  }
+  if (!p_tPiece.sBody.empty()) std::cout << "  body: " << Printable(p_tPiece.sBody, true) << '\n';
+  for (const std::string& s : p_tPiece.asWrong) std::cout << "  WRONG: " << s << '\n';
+}
+
+nlohmann::ordered_json ToJson(const T_Piece& p_tPiece, bool p_bShowKey) {
+  nlohmann::ordered_json cPiece{
+      {"offset", p_tPiece.iAt}, {"size", p_tPiece.sBytes.size()}, {"packet", p_tPiece.bPacket}};
+  if (p_tPiece.HasHeader()) cPiece["header"] = HeaderToJson(p_tPiece.Header(), p_bShowKey);
+  if (p_tPiece.IsWhole()) {
+    cPiece["body"] = ToUtf8(p_tPiece.sBody);
+    cPiece["checksum"] = ToUtf8(p_tPiece.Trailer());
+  }
+  cPiece["wrong"] = p_tPiece.asWrong;
+  return cPiece;
+}
+
+void Decode(const T_Options& p_tOptions) {
+  const std::string sBytes = ReadBytes(p_tOptions);
+  if (sBytes.empty()) throw CFailure(p_tOptions.sFile + ": no bytes");
+  nlohmann::ordered_json cAll = nlohmann::ordered_json::array();
+  int iPackets = 0;
+  int iBroken = 0;
+  std::string_view sRest = sBytes;
+  while (!sRest.empty()) {
+    const size_t iAt = sBytes.size() - sRest.size();
+    T_Piece tPiece = TakePiece(sRest);
+    tPiece.iAt = iAt;
+    iPackets += tPiece.bPacket;
+    iBroken += !tPiece.asWrong.empty();
+    if (p_tOptions.bJson) {
+      cAll.push_back(ToJson(tPiece, p_tOptions.bShowKey));
+    } else if (p_tOptions.bXml) {
+      if (tPiece.IsWhole()) std::cout << tPiece.sBody << '\n';
+    } else {
+      PrintText(tPiece, iPackets, p_tOptions.bShowKey);
+    }
+  }
+  if (p_tOptions.bJson) std::cout << cAll.dump(2) << '\n';
+  std::cout.flush();
+  if (iBroken > 0) {
+    throw CFailure(p_tOptions.sFile + ": " + std::to_string(iBroken) + " broken among " + std::to_string(iPackets) +
+                   (iPackets == 1 ? " packet" : " packets"));
+  }
+}
+
+}    // namespace
+
+void AddDecode(CLI::App& p_cApp) {
+  auto pOptions = std::make_shared<T_Options>();
+  T_Options& t = *pOptions;
+  CLI::App* pCommand = p_cApp.add_subcommand("decode", "Print captured packets field by field");
+  pCommand->add_option("FILE", t.sFile, "Captured bytes; - is standard input")->capture_default_str();
+  CLI::Option* pHex = pCommand->add_flag("--hex", t.bHex, "The input is hexadecimal digits");
+  pCommand->add_flag("--binary", t.bBinary, "The input is the bytes themselves")->excludes(pHex);
+  CLI::Option* pJson = pCommand->add_flag("--json", t.bJson, "Print JSON");
+  pCommand->add_flag("--xml", t.bXml, "Print the bodies alone")->excludes(pJson);
+  pCommand->add_flag("--show-key", t.bShowKey, "Print user keys whole");
+  pCommand->footer(s_szFooter);
+  pCommand->callback([pOptions] { Decode(*pOptions); });
+}
