@@ -32,8 +32,8 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   // Replaces what p_stOut holds by the bytes that SendTo would send. Results as SendTo before it sends; on failure
   // p_stOut is empty.
   int BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut);
-  // Reads the packet at p_pData as ReceiveFrom does, with the same results. Where it would wait for more than the p_iLen
-  // bytes that are there: -9 "OK". Bytes behind the packet are not looked at.
+  // Reads the packet at p_pData as ReceiveFrom does, with the same results. Where it would wait for more than the
+  // p_iLen bytes that are there: -9 "OK". Bytes behind the packet are not looked at.
   int ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo);
 
   // The header's fields in their order on the wire, without a gap. Numbers are decimal digits, padded with zeros on the
