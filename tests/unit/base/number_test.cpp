@@ -51,7 +51,7 @@ int CountDifferent(int p_iCount, FN p_fnText, std::string* p_psFirst) {
 
 // As printf's %.<precision><form>; a negative precision counts as none.
 std::string Print(char p_cForm, int p_iPrecision, double p_d) {
-  char sz[512];
+  char sz[1500];
   switch (p_cForm) {
     case 'a': snprintf(sz, sizeof sz, "%.*a", p_iPrecision, p_d); break;
     case 'e': snprintf(sz, sizeof sz, "%.*e", p_iPrecision, p_d); break;
@@ -214,7 +214,7 @@ TEST_CASE("ParseDouble agrees with strtod on random texts") {
   std::string sFirst;
   SUBCASE("printed doubles of any bits") {
     static const T_Form s_atForm[] = {{'e', 15}, {'e', 16}, {'g', 17}, {'e', 3},  {'e', 30},
-                                      {'g', 20}, {'a', -1}, {'f', -1}, {'e', 0}};
+                                      {'g', 20}, {'a', -1}, {'f', -1}, {'e', 0},  {'e', 800}};
     for (const T_Form& tForm : s_atForm) {
       CAPTURE(tForm.cForm);
       CAPTURE(tForm.iPrecision);
