@@ -6,13 +6,22 @@
 #include "callorv/base/stream.h"
 #include "callorv/export.h"
 
+// A user-key file byte by byte (docs/formats/key_file.md). More bytes may follow, and are ignored.
+struct T_KeyFile {
+  unsigned char abDigest[16];     // MD5 of the other two
+  unsigned char abTable[4096];    // the bytes of the encrypted key among others
+  unsigned char abIndex[32];      // where they stand in the table: 1 to 255, 0 ends the list; [16] other than 0: the
+                                  // encrypted key has 32 bytes, else 16
+};
+static_assert(sizeof(T_KeyFile) == 4144, "a key file is read as it stands");
+
 // SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY).
 // Encrypted data is a multiple of 16 bytes; the last plain byte says how many bytes of the last block are padding.
 // All operations report failure by a negative result and a text in p_sErr; they throw only std::bad_alloc.
 // Any thread; the streams and texts passed belong to one thread at a time.
 class CALLORV_API CCrypt {
  public:
-  enum { BLOCK_SIZE = 16, KEY_FILE_SIZE = 4144 };
+  enum { BLOCK_SIZE = 16, KEY_FILE_SIZE = sizeof(T_KeyFile) };
 
   // Fills p_aiRoundKeys (32 words, caller's) with the round keys of the built-in key; each fits in 32 bits.
   static void CreateRoundKey(unsigned long* p_aiRoundKeys);

@@ -1,0 +1,103 @@
+// callorv generate: typed C++ classes from a dictionary.
+#include <callorv/msg/msg_dic.h>
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "class_writer.h"
+#include "command.h"
+#include "files.h"
+#include "text.h"
+
+namespace {
+
+struct T_Options {
+  std::string sDictionary;
+  std::string sDir;
+  std::string sNamespace = "msgs";
+  std::vector<int> aMsg;
+  bool bJson = false;
+};
+
+// A file that holds the text already keeps its time, so that nothing is compiled again for it.
+bool IsUpToDate(const std::string& p_sPath, const std::string& p_sText) {
+  struct stat tStat;
+  return stat(p_sPath.c_str(), &tStat) == 0 && S_ISREG(tStat.st_mode) && ReadWholeFile(p_sPath) == p_sText;
+}
+
+void Generate(const T_Options& p_tOptions) {
+  if (!IsNamespace(p_tOptions.sNamespace)) {
+    throw CUsage("--namespace: '" + p_tOptions.sNamespace + "' is no name for a name space");
+  }
+  const auto pDic = std::make_unique<CMsgDic>();
+  pDic->InitDictionary(p_tOptions.sDictionary.c_str());
+  const CClassWriter cWriter(*pDic, p_tOptions.sNamespace);
+  const std::set<int> cMsgs = cWriter.WithSubMsgs(std::set<int>(p_tOptions.aMsg.begin(), p_tOptions.aMsg.end()));
+  if (mkdir(p_tOptions.sDir.c_str(), 0777) < 0 && errno != EEXIST) {
+    throw CFailure(p_tOptions.sDir + ": " + strerror(errno));
+  }
+  nlohmann::json cList = nlohmann::json::array();
+  int iWritten = 0;
+  for (int iMsg : cMsgs) {
+    const T_ClassName& tName = cWriter.Name(iMsg);
+    const std::string sPath = p_tOptions.sDir + "/" + tName.sHeader;
+    const std::string sText = cWriter.Header(iMsg);
+    const std::vector<std::string> aLeftOut = cWriter.LeftOut(iMsg);
+    const bool bWrite = !IsUpToDate(sPath, sText);
+    if (bWrite) WriteFile(sPath, sText);
+    iWritten += bWrite;
+    for (const std::string& s : aLeftOut) std::cerr << "callorv: warning: message " << iMsg << ": " << s << '\n';
+    cList.push_back({{"message", iMsg},
+                     {"class", p_tOptions.sNamespace + "::" + tName.sClass},
+                     {"file", sPath},
+                     {"written", bWrite},
+                     {"left_out", aLeftOut}});
+  }
+  if (p_tOptions.bJson) {
+    std::cout << cList.dump(2) << '\n';
+  } else {
+    std::cout << cMsgs.size() << " classes in " << p_tOptions.sDir << ", " << iWritten << " headers changed\n";
+  }
+}
+
+}    // namespace
+
+void AddGenerate(CLI::App& p_cApp) {
+  auto pOptions = std::make_shared<T_Options>();
+  CLI::App* pCommand = p_cApp.add_subcommand("generate", "Write typed C++ classes for the messages of a dictionary");
+  pCommand->add_option("DICTIONARY", pOptions->sDictionary, "Dictionary, plain or .exml")->required();
+  pCommand->add_option("-o,--output", pOptions->sDir, "Directory for the headers, made when it is not there")
+      ->type_name("DIR")
+      ->required();
+  pCommand->add_option("--message", pOptions->aMsg, "Only this message and what it holds; may be given several times")
+      ->type_name("N")
+      ->allow_extra_args(false);
+  pCommand->add_option("--namespace", pOptions->sNamespace, "Name space of the classes")
+      ->type_name("NAME")
+      ->capture_default_str();
+  pCommand->add_flag("--json", pOptions->bJson, "List messages, classes and files as JSON");
+  pCommand->footer(
+      "Each message becomes one header with one class: members by tag name (CStr, CInt, CDbl,\n"
+      "CBool and CDate may be absent; several values are a std::vector; a sub-message is a\n"
+      "class of its own), for use with CCallOrv::CallService. A header that would not change\n"
+      "is left alone.\n"
+      "\n"
+      "Examples:\n"
+      "  callorv generate msg_dic.xml -o generated\n"
+      "  callorv generate msg_dic.exml --message 3 --message 120 --namespace shop -o generated\n"
+      "\n"
+      "  #include \"generated/quote_msg.h\"\n"
+      "  shop::CQuote cIn;\n"
+      "  cIn.code.Set(\"ABC\");\n"
+      "  shop::CQuoteReply cOut;\n"
+      "  CCallOrvError cError;\n"
+      "  if (CCallOrv::CallService(3, &cIn, &cOut, &cError) == 0 && cOut.price.IsSet()) ...\n"
+      "\n"
+      "With CMake: find_package(callorv) and callorv_generate(TARGET msg_dic.xml).");
+  pCommand->callback([pOptions] { Generate(*pOptions); });
+}

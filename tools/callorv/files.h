@@ -1,0 +1,18 @@
+// Files that the command writes whole.
+#ifndef CALLORV_TOOLS_FILES_H
+#define CALLORV_TOOLS_FILES_H
+
+#include <string>
+#include <string_view>
+
+struct T_WriteMode {
+  unsigned iPermissions = 0666;    // less the umask
+  bool bReplace = true;            // what is there may be replaced
+};
+
+// Writes p_sData to a new file that takes the name p_sPath when it is complete, so that nobody ever reads half a file
+// and a failure leaves the old one as it was. "-" is standard output; a device or pipe is written as it is.
+// Throws CFailure.
+void WriteFile(const std::string& p_sPath, std::string_view p_sData, const T_WriteMode& p_tMode = T_WriteMode());
+
+#endif
