@@ -1,0 +1,183 @@
+"""Runs the callorv command, and speaks its packets without any of its code."""
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import unittest
+import zlib
+
+COMMAND = os.environ["CALLORV"]
+
+DICTIONARY = """<?xml version='1.0' encoding='ISO-8859-1' ?>
+<msg_dictionary>
+  <msg no='3' name='Quote' ver='1.0'>
+    <tag no='1' name='code' type='string' />
+    <tag no='2' name='price' type='double' />
+    <tag no='3' name='open' type='bool' />
+    <tag no='4' name='rows' type='m4' array='Y' />
+    <tag no='5' name='day' type='date' />
+    <tag no='6' name='count' type='integer' />
+    <tag no='7' name='list' type='integer' array='Y' />
+    <tag no='8' name='head' type='m4' />
+    <tag no='9' name='names' type='string' array='Y' />
+  </msg>
+  <msg no='4' name='QuoteRow'>
+    <tag no='1' name='time' type='date' />
+    <tag no='2' name='price' type='double' />
+    <tag no='3' name='text' type='string' />
+  </msg>
+  <msg no='10' name='REJECT'>
+    <tag no='6' name='SysCode' type='integer' />
+    <tag no='7' name='SysReasonText' type='string' />
+    <tag no='8' name='RefSvcNum' type='integer' />
+  </msg>
+</msg_dictionary>
+"""
+
+XML_HEAD = '<?xml version="1.0" encoding="ISO-8859-1" ?>'
+
+
+def run(*args, stdin=b"", timeout=60):
+    """Runs the command to its end; standard input and both outputs are bytes."""
+    return subprocess.run([COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout, check=False)
+
+
+def header(body, service, message, **fields):
+    """The 128 bytes before a body as it is sent; a field given by name replaces what belongs there."""
+    values = {"begin": b"QMX-SSP-V1.0", "length": b"%010d" % (128 + len(body)), "service": b"%04d" % service,
+              "message": b"%04d" % message, "extra": b"0000000000", "time": b"20260131-235959",
+              "key": b"USERKEY1".ljust(20), "aux13": b" " * 13, "compressed": b"N", "plain": b"%010d" % len(body),
+              "aux8": b" " * 8, "aux21": b" " * 21}
+    values.update(fields)
+    result = b"".join(values.values())
+    assert len(result) == 128
+    return result
+
+
+def packet(body, service=1201, message=3, compress=False, checksum=None, **fields):
+    """A whole packet."""
+    sent = zlib.compress(body) if compress else body
+    if compress:
+        fields = {"compressed": b"Y", "plain": b"%010d" % len(body), **fields}
+    result = header(sent, service, message, **fields) + sent
+    return result + (b"%03d" % (sum(result) % 256) if checksum is None else checksum)
+
+
+class Reply:
+    """A packet taken apart by the wire's table; everything about it is asserted."""
+
+    def __init__(self, data):
+        self.data = data
+        assert data[:12] == b"QMX-SSP-V1.0", data[:12]
+        length = int(data[12:22])
+        assert len(data) == length + 3, (len(data), length)
+        assert int(data[length:]) == sum(data[:length]) % 256
+        self.service, self.message = int(data[22:26]), int(data[26:30])
+        self.extra = int(data[30:40])
+        assert re.fullmatch(rb"\d{8}-\d{6}", data[40:55])
+        self.key = data[55:75]
+        self.compressed = {b"Y": True, b"N": False}[data[88:89]]
+        self.sent = data[128:length]
+        self.body = zlib.decompress(self.sent) if self.compressed else self.sent
+        assert int(data[89:99]) == len(self.body)
+
+
+def read_all(sock):
+    """Every byte until the peer closes; ConnectionResetError when it resets."""
+    pieces = []
+    while piece := sock.recv(65536):
+        pieces.append(piece)
+    return b"".join(pieces)
+
+
+def read_packet(sock):
+    """Exactly one packet."""
+    data = b""
+    while len(data) < 128:
+        piece = sock.recv(128 - len(data))
+        assert piece, data
+        data += piece
+    while len(data) < int(data[12:22]) + 3:
+        piece = sock.recv(int(data[12:22]) + 3 - len(data))
+        assert piece, data
+        data += piece
+    return data
+
+
+class Server:
+    """`callorv serve` on a free port, stopped at the end of the `with` block; then log and status are there."""
+
+    def __init__(self, *args, stop=signal.SIGTERM):
+        self.args = args
+        self.stop = stop
+
+    def __enter__(self):
+        self.process = subprocess.Popen([COMMAND, "serve", *map(str, self.args)], stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE)
+        self.greeting = self.process.stdout.readline().decode()
+        match = re.fullmatch(r"listening on 127\.0\.0\.1 (\d+)\n", self.greeting)
+        if not match:
+            _, err = self.process.communicate()
+            raise AssertionError(f"no greeting: {self.greeting!r} {err!r}")
+        self.port = int(match[1])
+        return self
+
+    def connect(self):
+        return socket.create_connection(("127.0.0.1", self.port), timeout=30)
+
+    def ask(self, data):
+        """Sends bytes on a connection of their own and returns one packet."""
+        with self.connect() as sock:
+            sock.sendall(data)
+            return Reply(read_packet(sock))
+
+    def ask_raw(self, data):
+        """Sends bytes, and returns everything until the server closes."""
+        with self.connect() as sock:
+            sock.sendall(data)
+            return read_all(sock)
+
+    def __exit__(self, *_):
+        self.process.send_signal(self.stop)
+        out, err = self.process.communicate(timeout=60)
+        self.rest, self.log, self.status = out.decode(), err.decode(), self.process.returncode
+
+
+class ToolTest(unittest.TestCase):
+    """A test with a folder of its own, in which dictionary.xml is."""
+
+    maxDiff = None
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="callorv-test-")
+        self.addCleanup(shutil.rmtree, self.dir)
+        self.dictionary = self.write("dictionary.xml", DICTIONARY)
+
+    def path(self, name):
+        return os.path.join(self.dir, name)
+
+    def write(self, name, data):
+        path = self.path(name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(data if isinstance(data, bytes) else data.encode())
+        return path
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def assert_run(self, result, status, out=None, err=None):
+        """Compares what is given; texts with \\A...\\Z-like care are compared whole, as text."""
+        self.assertEqual(result.returncode, status, result)
+        if out is not None:
+            self.assertEqual(result.stdout.decode(), out)
+        if err is not None:
+            self.assertEqual(result.stderr.decode(), err)
+
+    def assert_usage(self, command, result, text):
+        """Exit status 2 and these two lines on standard error, nothing on standard output."""
+        self.assert_run(result, 2, "", f"callorv: {text}\nTry 'callorv {command} --help'.\n")
