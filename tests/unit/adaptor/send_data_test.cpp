@@ -1,0 +1,211 @@
+// SendData.
+#include <doctest/doctest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <future>
+#include <thread>
+
+#include "open_adaptor.h"
+#include "support/child.h"
+#include "support/peer.h"
+
+namespace {
+
+volatile sig_atomic_t s_iPipeSignals = 0;
+
+// The calling thread's SIGPIPE: blocked or not, pending or not, and how often the handler ran.
+std::string PipeState() {
+  sigset_t tMask, tPending;
+  pthread_sigmask(SIG_BLOCK, nullptr, &tMask);
+  sigpending(&tPending);
+  return std::string(sigismember(&tMask, SIGPIPE) == 1 ? "blocked" : "open") +
+         (sigismember(&tPending, SIGPIPE) == 1 ? ", pending" : ", none pending") + ", handled " +
+         std::to_string(s_iPipeSignals);
+}
+
+void BlockSigPipe() {
+  sigset_t tSet;
+  sigemptyset(&tSet);
+  sigaddset(&tSet, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &tSet, nullptr);
+}
+
+// Sends into a connection whose own sending side is closed: send() fails with EPIPE.
+std::string SendIntoBrokenPipe() {
+  CPeer cPeer(WaitForEnd);
+  COpenAdaptor cAdaptor;
+  cAdaptor.Connect("127.0.0.1", cPeer.Port());
+  shutdown(cAdaptor.iSock, SHUT_WR);
+  const int iRet = cAdaptor.SendData("x", 1, 5);
+  const int iErrno = errno;
+  return std::to_string(iRet) + " " + cAdaptor.Error() + " errno " + std::to_string(iErrno);
+}
+
+}    // namespace
+
+TEST_CASE("SendData: the connection is tested first, then the pointer, then the length") {
+  COpenAdaptor cAdaptor;
+  CHECK(cAdaptor.SendData(nullptr, 0, 0) == -12);
+  CHECK(cAdaptor.Error() == "Socket not connected(-12)((SendData))");
+  CPeer cPeer(WaitForEnd);
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  CHECK(cAdaptor.SendData(nullptr, 0, 0) == -2);
+  CHECK(cAdaptor.Error() == "Parameter is NULL(-2)(p_pData)");
+  CHECK(cAdaptor.SendData(nullptr, 5, 0) == -2);
+  CHECK(cAdaptor.SendData("x", 0, 0) == 0);
+  CHECK(cAdaptor.SendData("x", -1, 0) == 0);
+  CHECK(cAdaptor.SendData("x", INT_MIN, 0) == 0);
+  CHECK(cAdaptor.Error() == "Parameter is NULL(-2)(p_pData)");    // success does not clear it
+  cAdaptor.Disconnect();
+  CHECK(cAdaptor.SendData("x", 1, 0) == -12);
+}
+
+TEST_CASE("SendData hands over every byte") {
+  std::promise<std::string> cGot;
+  CPeer cPeer([&](int p_iSock) { cGot.set_value(ReadToEnd(p_iSock)); });
+  const std::string sBytes = Noise(3000000) + std::string("a\0b", 3);
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  CHECK(cAdaptor.SendData(sBytes.data(), static_cast<int>(sBytes.size()), 20) == 0);
+  cAdaptor.Disconnect();
+  CHECK((cGot.get_future().get() == sBytes));
+}
+
+TEST_CASE("SendData in parts: waits for room, again and again") {
+  std::promise<void> cStart;
+  std::promise<std::string> cGot;
+  CPeer cPeer([&](int p_iSock) {
+    cStart.get_future().get();
+    cGot.set_value(ReadToEnd(p_iSock));
+  });
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  cAdaptor.Fill();    // the first send() of SendData finds no room
+  const int iSmall = 4096;
+  setsockopt(cAdaptor.iSock, SOL_SOCKET, SO_SNDBUF, &iSmall, sizeof(iSmall));
+  const std::string sBytes = Noise(2000000);
+  std::thread cLater([&] { cStart.set_value(); });
+  CHECK(cAdaptor.SendData(sBytes.data(), 2000000, 20) == 0);
+  cLater.join();
+  shutdown(cAdaptor.iSock, SHUT_WR);
+  const std::string sGot = cGot.get_future().get();
+  REQUIRE(sGot.size() > sBytes.size());
+  CHECK((sGot.substr(sGot.size() - sBytes.size()) == sBytes));
+}
+
+TEST_CASE("SendData: no room in time") {
+  CPeer cPeer(WaitForEnd);
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  cAdaptor.SetNonBlocking();
+  const std::string sBytes(64 << 20, 'x');
+  CHECK(cAdaptor.SendData(sBytes.data(), 64 << 20, 0) == -8);    // after a part
+  CHECK(cAdaptor.Error() == "Socket timeout(-8)((send to=0))");
+  cAdaptor.SetLastError(-1, "x");
+  cAdaptor.Fill();
+  CHECK(cAdaptor.SendData("x", 1, 0) == -8);    // at once
+  CHECK(cAdaptor.Error() == "Socket timeout(-8)((send to=0))");
+  CHECK(cAdaptor.iSock >= 0);
+
+  cAdaptor.iSendTimeOut = 1;
+  const auto tStart = std::chrono::steady_clock::now();
+  CHECK(cAdaptor.SendData("x", 1, -1) == -8);
+  CHECK(cAdaptor.Error() == "Socket timeout(-8)((send to=0))");    // what is left of the second, not the second
+  const auto tTook = std::chrono::steady_clock::now() - tStart;
+  CHECK(tTook >= std::chrono::milliseconds(990));
+  CHECK(tTook < std::chrono::seconds(15));
+}
+
+TEST_CASE("SendData: send() fails") {
+  int aiPipe[2];
+  REQUIRE(pipe2(aiPipe, O_CLOEXEC) == 0);
+  COpenAdaptor cAdaptor;
+  cAdaptor.iSock = aiPipe[1];
+  CHECK(cAdaptor.SendData("x", 1, 0) == -6);
+  CHECK(cAdaptor.Error() == "Failed in send()(-6)((send errno=88,Socket operation on non-socket))");
+  cAdaptor.Disconnect();
+  close(aiPipe[0]);
+
+  cAdaptor.iSock = 900000;
+  CHECK(cAdaptor.SendData("x", 1, 0) == -6);
+  CHECK(cAdaptor.Error() == "Failed in send()(-6)((send errno=9,Bad file descriptor))");
+  cAdaptor.iSock = -1;
+}
+
+TEST_CASE("SendData: the server has reset the connection") {
+  CPeer cPeer(ResetOnClose);
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  cAdaptor.AwaitBytes(1);
+  CHECK(cAdaptor.SendData("x", 1, 5) == -6);
+  CHECK(cAdaptor.Error() == "Failed in send()(-6)((send errno=104,Connection reset by peer))");
+  CHECK(cAdaptor.SendData("x", 1, 5) == -6);    // no SIGPIPE
+  CHECK(cAdaptor.Error() == "Failed in send()(-6)((send errno=32,Broken pipe))");
+  CHECK(PipeState() == "open, none pending, handled 0");
+}
+
+TEST_CASE("SendData: a signal ends the wait for room") {
+  struct sigaction tAction = {};
+  tAction.sa_handler = [](int) {};
+  tAction.sa_flags = SA_RESTART;
+  sigaction(SIGUSR1, &tAction, nullptr);
+  const pthread_t tClient = pthread_self();
+  std::promise<void> cStart;
+  CPeer cPeer([&](int p_iSock) {
+    cStart.get_future().get();
+    for (pollfd tPoll = {p_iSock, POLLRDHUP, 0}; poll(&tPoll, 1, 5) == 0;) pthread_kill(tClient, SIGUSR1);
+  });
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  cAdaptor.Fill();
+  cStart.set_value();
+  CHECK(cAdaptor.SendData("x", 1, 20) == -10);
+  CHECK(cAdaptor.Error() == "Failed in select()(-10)((send errno=4,Interrupted system call))");
+  cAdaptor.Disconnect();
+}
+
+TEST_CASE("a server that went away does not end the application by SIGPIPE") {
+  static const char s_szFailed[] = "-6 Failed in send()(-6)((send errno=32,Broken pipe)) errno 32; ";
+  SUBCASE("default action") {
+    CHECK(InChild([] {
+            signal(SIGPIPE, SIG_DFL);
+            const std::string sSent = SendIntoBrokenPipe();
+            return sSent + "; " + PipeState();
+          }) == s_szFailed + std::string("open, none pending, handled 0"));
+  }
+  SUBCASE("the application's handler does not see it") {
+    CHECK(InChild([] {
+            signal(SIGPIPE, [](int) { s_iPipeSignals = s_iPipeSignals + 1; });
+            const std::string sSent = SendIntoBrokenPipe();
+            const std::string sState = PipeState();
+            raise(SIGPIPE);    // and is still there
+            return sSent + "; " + sState + "; " + PipeState();
+          }) == s_szFailed + std::string("open, none pending, handled 0; open, none pending, handled 1"));
+  }
+  SUBCASE("ignored") {
+    CHECK(InChild([] {
+            signal(SIGPIPE, SIG_IGN);
+            const std::string sSent = SendIntoBrokenPipe();
+            return sSent + "; " + PipeState() + (signal(SIGPIPE, SIG_DFL) == SIG_IGN ? ", ignored" : "");
+          }) == s_szFailed + std::string("open, none pending, handled 0, ignored"));
+  }
+  SUBCASE("blocked by the application") {
+    CHECK(InChild([] {
+            BlockSigPipe();
+            const std::string sSent = SendIntoBrokenPipe();
+            return sSent + "; " + PipeState();
+          }) == s_szFailed + std::string("blocked, none pending, handled 0"));
+  }
+  SUBCASE("one that the application has pending stays") {
+    CHECK(InChild([] {
+            BlockSigPipe();
+            raise(SIGPIPE);
+            const std::string sSent = SendIntoBrokenPipe();
+            return sSent + "; " + PipeState();
+          }) == s_szFailed + std::string("blocked, pending, handled 0"));
+  }
+}
