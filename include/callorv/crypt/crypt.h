@@ -33,7 +33,7 @@ class CALLORV_API CCrypt {
 
   // Encrypts p_stIn into p_stOut (another stream, emptied first) so that DecryptStream gives it back: 1 to 16 bytes of
   // padding are added, the last of which says how many; 16 for an input that is a multiple of 16 bytes.
-  //   returns  0, or -1 "Input data is too long" above 2147483600 bytes
+  //   returns  0, or -1 "Input data is too long" above 2147483615 bytes
   static int EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr);
 
   // Decrypts a whole file.

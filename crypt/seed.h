@@ -1,0 +1,17 @@
+// The SEED block cipher (RFC 4269): 128-bit key, 16-byte blocks.
+#ifndef CALLORV_CRYPT_SEED_H
+#define CALLORV_CRYPT_SEED_H
+
+namespace callorv::detail {
+
+enum { SEED_BLOCK = 16, SEED_ROUND_KEYS = 32 };
+
+// Expands a 16-byte key into 32 words, each of which fits in 32 bits.
+void SeedRoundKey(unsigned long* p_aiRoundKeys, const unsigned char* p_pKey);
+// Encrypts or decrypts one block in place.
+void SeedEncrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys);
+void SeedDecrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys);
+
+}    // namespace callorv::detail
+
+#endif
