@@ -1,0 +1,64 @@
+# callorv_generate(<target> <dictionary> [MESSAGES <number>...] [NAMESPACE <name>] [OUTPUT <directory>])
+#
+# Gives <target> the typed classes that `callorv generate` writes for the messages of a dictionary: the headers are made
+# before the target is compiled, and again, with the target's sources, when the dictionary changes.
+#
+#   add_executable(shop main.cpp)                          #include "quote_msg.h"
+#   target_link_libraries(shop PRIVATE callorv::callorv)   msgs::CQuote cQuote;
+#   callorv_generate(shop dictionary.xml)
+#
+#   MESSAGES   only these messages and what they hold; without it all
+#   NAMESPACE  name space of the classes; "msgs" when not given
+#   OUTPUT     directory of the headers, which is added to the target's include path; <target>_messages in the binary
+#              directory when not given
+#
+# Call it in the directory that makes the target. The command is found beside the package, else by PATH; set
+# CALLORV_COMMAND to use another one.
+function(callorv_generate TARGET DICTIONARY)
+  cmake_parse_arguments(PARSE_ARGV 2 A "" "NAMESPACE;OUTPUT" "MESSAGES")
+  if(A_UNPARSED_ARGUMENTS OR A_KEYWORDS_MISSING_VALUES)
+    message(FATAL_ERROR "callorv_generate: wrong arguments: ${A_UNPARSED_ARGUMENTS}${A_KEYWORDS_MISSING_VALUES}")
+  endif()
+  get_target_property(SOURCE_DIR ${TARGET} SOURCE_DIR)
+  if(NOT SOURCE_DIR STREQUAL CMAKE_CURRENT_SOURCE_DIR)
+    message(FATAL_ERROR "callorv_generate: target ${TARGET} is not made in this directory")
+  endif()
+  if(TARGET callorv_command)    # in the library's own tree
+    set(COMMAND callorv_command)
+  else()
+    find_program(CALLORV_COMMAND callorv HINTS ${callorv_BINDIR} REQUIRED DOC "The callorv command")
+    set(COMMAND ${CALLORV_COMMAND})
+  endif()
+
+  get_filename_component(DICTIONARY "${DICTIONARY}" ABSOLUTE)
+  set(DIR "${CMAKE_CURRENT_BINARY_DIR}/${TARGET}_messages")
+  if(A_OUTPUT)
+    get_filename_component(DIR "${A_OUTPUT}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_BINARY_DIR}")
+  endif()
+  set(OPTIONS)
+  if(A_NAMESPACE)
+    list(APPEND OPTIONS --namespace "${A_NAMESPACE}")
+  endif()
+  foreach(NUMBER IN LISTS A_MESSAGES)
+    list(APPEND OPTIONS --message ${NUMBER})
+  endforeach()
+
+  # Which headers there will be is known only when they are made, so this file stands for all of them.
+  set(STAMP "${DIR}.stamp")
+  add_custom_command(OUTPUT "${STAMP}"
+    COMMAND ${COMMAND} generate "${DICTIONARY}" -o "${DIR}" ${OPTIONS}
+    COMMAND ${CMAKE_COMMAND} -E touch "${STAMP}"
+    DEPENDS "${DICTIONARY}" ${COMMAND}
+    COMMENT "Generating the messages of ${TARGET}" VERBATIM)
+  target_sources(${TARGET} PRIVATE "${STAMP}")
+  target_include_directories(${TARGET} PRIVATE "${DIR}")
+  # At the end of the directory, when the target has all its sources.
+  cmake_language(EVAL CODE "cmake_language(DEFER CALL callorv_compile_after [[${TARGET}]] [[${STAMP}]])")
+endfunction()
+
+# Lets every source of a target be compiled again when a file changes.
+function(callorv_compile_after TARGET FILE)
+  get_target_property(SOURCES ${TARGET} SOURCES)
+  list(FILTER SOURCES INCLUDE REGEX "\\.(c|C|cc|cpp|cxx|c\\+\\+)$")
+  set_property(SOURCE ${SOURCES} APPEND PROPERTY OBJECT_DEPENDS "${FILE}")
+endfunction()
