@@ -1,0 +1,268 @@
+// A message's life: construction, definition, version, the cell table, the end.
+#include <climits>
+#include <type_traits>
+
+#include "unit/msg/test_dic.h"
+
+TEST_CASE("a message without a dictionary cannot be made") {
+  CheckThrows(-12, "CMsg: Parameter is NULL", [] { CMsg cMsg(120, 0, 0, nullptr); });
+  CheckThrows(-12, "CMsg: Parameter is NULL", [] { CMsg cMsg(0, 0, 0, nullptr); });
+}
+
+TEST_CASE("a new message is empty") {
+  CTestDic cDic;
+  CMsg cMsg(120, 121, 6, &cDic);
+  CHECK(cMsg.GetMsgNum() == 120);
+  CHECK(cMsg.GetRootNum() == 121);
+  CHECK(cMsg.GetParentTag() == 6);
+  CHECK(cMsg.IsEmpty());
+  CHECK(cMsg.GetParent() == nullptr);
+  CHECK(cMsg.GetMsgInfo() == cDic.GetMsgInfo(120));
+  CHECK(cMsg.GetVer() == std::string());
+  CHECK(cMsg.GetLastError() == std::string());
+}
+
+TEST_CASE("a message's root is itself unless another is given") {
+  CTestDic cDic;
+  CHECK(CMsg(120, 0, 0, &cDic).GetRootNum() == 120);
+  CHECK(CMsg(120, -1, 0, &cDic).GetRootNum() == 120);
+  CHECK(CMsg(120, 9999, 0, &cDic).GetRootNum() == 9999);
+}
+
+TEST_CASE("a message number below 1 makes a message without a definition") {
+  CTestDic cDic;
+  for (int i : {0, -1, INT_MIN}) {
+    CAPTURE(i);
+    CMsg cMsg(i, 120, 6, &cDic);
+    CHECK(cMsg.GetMsgNum() == 0);
+    CHECK(cMsg.GetRootNum() == 0);
+    CHECK(cMsg.GetParentTag() == 0);
+    CHECK(cMsg.GetMsgInfo() == nullptr);
+    CHECK(cMsg.IsEmpty());
+    CHECK(cMsg.SetValue(7, 1) == -19);
+    CHECK(cMsg.GetLastError() == std::string("MSG_Error(-19) : Not defined msg in dictionary {msgnum=0, tagnum=7}"));
+  }
+}
+
+TEST_CASE("the numbers of a message are checked, by the constructor and by Init") {
+  struct T_Row {
+    int iMsgNum, iRootNum, iCode;
+    const char* szText;
+  };
+  static const T_Row s_atRow[] = {
+      {10000, 0, -15, "1.msgnum=10000"},       {INT_MAX, 0, -15, "1.msgnum=2147483647"},
+      {10000, 10000, -15, "1.msgnum=10000"},   {120, 10000, -15, "2.msgnum=10000"},
+      {122, 10000, -15, "2.msgnum=10000"},     {120, INT_MAX, -15, "2.msgnum=2147483647"},
+      {122, 0, -19, "3.msgnum=122"},           {9999, 120, -19, "3.msgnum=9999"}};
+  CTestDic cDic;
+  for (const T_Row& tRow : s_atRow) {
+    CAPTURE(tRow.szText);
+    CheckThrows(tRow.iCode, tRow.szText, [&] { CMsg cMsg(tRow.iMsgNum, tRow.iRootNum, 0, &cDic); });
+    CMsg cMsg(0, 0, 0, &cDic);
+    CheckThrows(tRow.iCode, tRow.szText, [&] { cMsg.Init(tRow.iMsgNum, tRow.iRootNum, 0); });
+    CHECK(cMsg.GetMsgInfo() == nullptr);
+    CHECK(cMsg.GetLastError() == std::string());
+  }
+  CMsg cMsg(0, 0, 0, &cDic);
+  CheckThrows(-15, "1.msgnum=0", [&] { cMsg.Init(0, 0, 0); });
+  CheckThrows(-15, "1.msgnum=-7", [&] { cMsg.Init(-7, 120, 0); });
+}
+
+TEST_CASE("Init defines a message that had no definition") {
+  CTestDic cDic;
+  CMsg cMsg(0, 0, 0, &cDic);
+  cMsg.Init(120, 121, 16);
+  CHECK(cMsg.GetMsgNum() == 120);
+  CHECK(cMsg.GetRootNum() == 121);
+  CHECK(cMsg.GetParentTag() == 16);
+  CHECK(cMsg.GetMsgInfo() == cDic.GetMsgInfo(120));
+  CHECK(cMsg.SetValue(7, 5) == 0);
+  CHECK_FALSE(cMsg.IsEmpty());
+}
+
+TEST_CASE("a refused Init leaves the message as it was") {
+  CTestMsg cMsg(120);
+  cMsg->SetValue(7, 5);
+  CHECK_THROWS_AS(cMsg->Init(10000, 0, 0), CException);
+  CHECK_THROWS_AS(cMsg->Init(121, 10000, 0), CException);
+  CHECK_THROWS_AS(cMsg->Init(122, 0, 0), CException);
+  int iValue = 0;
+  CHECK(cMsg->GetMsgNum() == 120);
+  CHECK(cMsg->GetValue(7, &iValue) == 0);
+  CHECK(iValue == 5);
+}
+
+TEST_CASE("Init takes the values out of reach but keeps what was lent") {
+  CTestMsg cMsg(120);
+  cMsg->SetVer("1.5");
+  cMsg->SetValue(7, 5);
+  cMsg->SetValue(1, "a text that is too long to be stored in place");
+  cMsg->SetValue(6, NewRow(cMsg.Dic(), "single"));
+  cMsg->SetValue(16, NewRow(cMsg.Dic(), "in a row"));
+  CMsg* pSingle = cMsg->GetValue(6);
+  CMsg* pRow = cMsg->GetValue(16);
+  cMsg->Init(120, 0, 0);
+
+  int iValue = 1;
+  CHECK(cMsg->GetValue(7, &iValue) == -1);
+  CHECK(cMsg->GetValue(6) == nullptr);
+  CHECK(cMsg->GetValue(16) == nullptr);
+  CHECK_FALSE(cMsg->IsEmpty());    // a value was stored once
+  CHECK(cMsg->GetVer() == std::string("1.5"));
+  CString sText;
+  CHECK(pSingle->GetValue(1, &sText) == 0);
+  CHECK(sText == "single");
+  CHECK(pRow->GetValue(1, &sText) == 0);
+  CHECK(sText == "in a row");
+
+  cMsg->Init(121, 0, 0);
+  CHECK(cMsg->SetValue(2, 9) == 0);
+  CHECK(cMsg->GetValue(2, &iValue) == 0);
+  CHECK(iValue == 9);
+}
+
+TEST_CASE("Init can be repeated") {
+  CTestMsg cMsg(120);
+  for (int i = 0; i < 50; ++i) {
+    cMsg->SetValue(7, i);
+    cMsg->SetValue(16, NewRow(cMsg.Dic(), "row"));
+    cMsg->Init(120, 0, 0);
+  }
+  CHECK(cMsg->GetArrSize(16) == -1);
+}
+
+TEST_CASE("Init goes from one hash key to another") {
+  CMsgDic cDic;
+  for (int iKey : {1, 128, 7, 64}) {
+    cDic.SetMsgInfo(iKey, "m", "", std::to_string(iKey).c_str());
+    for (int i = 0; i < 200; ++i) cDic.SetMsgDetail(iKey, i, "t", "integer", "N");
+  }
+  CMsg cMsg(1, 0, 0, &cDic);
+  for (int iKey : {1, 128, 7, 64, 1}) {
+    CAPTURE(iKey);
+    cMsg.Init(iKey, 0, 0);
+    int iValue = 0;
+    for (int i = 0; i < 200; ++i) CHECK(cMsg.GetValue(i, &iValue) == -1);
+    for (int i = 0; i < 200; ++i) CHECK(cMsg.SetValue(i, i + iKey) == 0);
+    for (int i = 0; i < 200; ++i) {
+      CHECK(cMsg.GetValue(i, &iValue) == 0);
+      CHECK(iValue == i + iKey);
+    }
+  }
+}
+
+TEST_CASE("cells are found under every hash key, also when all tags share one slot") {
+  for (int iKey : {1, 2, 7, 127, 128}) {
+    CAPTURE(iKey);
+    CMsgDic cDic;
+    cDic.SetMsgInfo(5, "m", "", std::to_string(iKey).c_str());
+    for (int i = 0; i < 60; ++i) cDic.SetMsgDetail(5, i * 5, "t", i % 2 == 0 ? "integer" : "string", "N");
+    CMsg cMsg(5, 0, 0, &cDic);
+    for (int i = 59; i >= 0; --i) {
+      CHECK((i % 2 == 0 ? cMsg.SetValue(i * 5, i) : cMsg.SetValue(i * 5, std::to_string(i).c_str())) == 0);
+    }
+    for (int i = 0; i < 60; ++i) {
+      int iValue = -1;
+      CString sText;
+      CHECK((i % 2 == 0 ? cMsg.GetValue(i * 5, &iValue) : cMsg.GetValue(i * 5, &sText)) == 0);
+      if (i % 2 == 0) CHECK(iValue == i);
+      if (i % 2 == 1) CHECK(sText == std::to_string(i).c_str());
+    }
+  }
+}
+
+TEST_CASE("SetVer keeps 16 characters and returns the field") {
+  CTestMsg cMsg(120);
+  CHECK(cMsg->SetVer("1.0") == cMsg->GetVer());
+  CHECK(cMsg->GetVer() == std::string("1.0"));
+  CHECK(cMsg->SetVer("0123456789abcdef") == std::string("0123456789abcdef"));
+  CHECK(cMsg->SetVer("0123456789abcdefg") == std::string("0123456789abcdef"));
+  CHECK(cMsg->SetVer(std::string(10000, 'v').c_str()) == std::string("vvvvvvvvvvvvvvvv"));
+  CHECK(cMsg->SetVer("2") == std::string("2"));
+  CHECK(cMsg->SetVer("") == std::string());
+  CHECK(cMsg->IsEmpty());
+}
+
+TEST_CASE("MA_NewMsg makes messages of the process-wide dictionary") {
+  GlobalDic();
+  CMsg* pMsg = MA_NewMsg(120);
+  REQUIRE(pMsg != nullptr);
+  CHECK(pMsg->GetMsgNum() == 120);
+  CHECK(pMsg->GetRootNum() == 120);
+  CHECK(pMsg->GetParentTag() == 0);
+  CHECK(pMsg->GetMsgInfo() == MA_GetMsgDic()->GetMsgInfo(120));
+  MA_FreeMsg(pMsg);
+}
+
+TEST_CASE("MA_NewMsg makes a message without a definition for 0 and below") {
+  for (int i : {0, -1, INT_MIN}) {
+    CAPTURE(i);
+    CMsg* pMsg = MA_NewMsg(i);
+    REQUIRE(pMsg != nullptr);
+    CHECK(pMsg->GetMsgNum() == 0);
+    CHECK(pMsg->SetValue(1, 5) == -19);
+    MA_FreeMsg(pMsg);
+  }
+}
+
+TEST_CASE("MA_NewMsg gives null for a number that cannot be") {
+  GlobalDic();
+  CHECK(MA_NewMsg(10000) == nullptr);
+  CHECK(MA_NewMsg(122) == nullptr);
+  CHECK(MA_NewMsg(INT_MAX) == nullptr);
+}
+
+TEST_CASE("MA_NewMsg gives null when memory is short") {
+  GlobalDic();
+  CHECK(ForEachFailure([](CFailAlloc& p_cFail) {
+          CMsg* pMsg = nullptr;
+          const bool bThrew = p_cFail.Run([&] { pMsg = MA_NewMsg(120); });
+          CHECK_FALSE(bThrew);
+          CHECK((pMsg == nullptr) == p_cFail.HasFailed());
+          MA_FreeMsg(pMsg);
+        }) == 1);
+  // The error that would say why finds no memory, either.
+  CFailAlloc cNone(1, INT_MAX);
+  CMsg* pMsg = nullptr;
+  CHECK_FALSE(cNone.Run([&] { pMsg = MA_NewMsg(122); }));
+  CHECK(pMsg == nullptr);
+}
+
+TEST_CASE("MA_FreeMsg ignores null and what a parent owns") {
+  MA_FreeMsg(nullptr);
+  CTestMsg cMsg(120);
+  CMsg* pRow = NewRow(cMsg.Dic(), "row");
+  cMsg->SetValue(16, pRow);
+  MA_FreeMsg(pRow);
+  CString sText;
+  CHECK(cMsg->GetValue(16)->GetValue(1, &sText) == 0);
+  CHECK(sText == "row");
+}
+
+TEST_CASE("a message cannot be copied") {
+  CHECK_FALSE(std::is_copy_constructible<CMsg>::value);
+  CHECK_FALSE(std::is_copy_assignable<CMsg>::value);
+}
+
+TEST_CASE("a success does not clear the last error") {
+  CTestMsg cMsg(120);
+  CHECK(cMsg->SetValue(99, 1) == -18);
+  const std::string sText = "MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=99}";
+  CHECK(cMsg->GetLastError() == sText);
+  CHECK(cMsg->SetValue(7, 1) == 0);
+  CHECK(cMsg->GetLastError() == sText);
+  CHECK(cMsg->SetValue(-1, 1) == -18);
+  CHECK(cMsg->GetLastError() == std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=-1}"));
+}
+
+TEST_CASE("distinct messages of one dictionary are independent") {
+  CTestDic cDic;
+  CMsg cOne(120, 0, 0, &cDic), cTwo(120, 0, 0, &cDic);
+  CHECK(cOne.SetValue(7, 1) == 0);
+  CHECK(cTwo.SetValue(7, 2) == 0);
+  CHECK(cTwo.SetValue(99, 2) == -18);
+  int iValue = 0;
+  CHECK(cOne.GetValue(7, &iValue) == 0);
+  CHECK(iValue == 1);
+  CHECK(cOne.GetLastError() == std::string());
+}
