@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "callers hand out the eight characters and the flag");
+static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "the flag follows the text without a gap");
 
 CDate::CDate() noexcept : m_szDate(), m_bSet(false) {}
 

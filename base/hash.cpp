@@ -9,7 +9,7 @@
 #include "base/grow.h"
 
 // An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at
-// most three quarters full. An entry is the value, the key with its NUL, and zeros up to a multiple of four bytes.
+// most three quarters full. An entry is the value and then the key with its NUL; it is not aligned.
 struct CIntHash::T_Slot {
   unsigned uHash;     // 0: free
   unsigned uEntry;    // where the entry begins in m_stEntries
@@ -19,25 +19,27 @@ namespace {
 
 const unsigned USED = 0x80000000u;    // in every hash, so that none is 0; tables are too small to use this bit
 
+unsigned Four(const char* p_p) {
+  unsigned u;
+  memcpy(&u, p_p, sizeof u);
+  return u;
+}
+
+unsigned Mix(unsigned p_uHash, unsigned p_uFour) {
+  p_uHash = (p_uHash ^ p_uFour) * 0x9E3779B1u;    // odd, without a pattern in its bits
+  return p_uHash ^ (p_uHash >> 15);
+}
+
 // Four bytes a step, as names are short and looked up often; the last step overlaps the one before it.
-unsigned Hash(const char* p_p, size_t p_iLen) {
-  const auto Mix = [](unsigned p_uHash, const char* p_pFour) {
-    unsigned uFour;
-    memcpy(&uFour, p_pFour, sizeof uFour);
-    p_uHash = (p_uHash ^ uFour) * 0x9E3779B1u;    // odd, without a pattern in its bits
-    return p_uHash ^ (p_uHash >> 15);
-  };
+unsigned Hash(const char* p_szKey, size_t p_iLen) {
   unsigned uHash = static_cast<unsigned>(p_iLen) * 0x85EBCA6Bu;
-  if (p_iLen >= 4) {
-    for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, p_p + i);
-    uHash = Mix(uHash, p_p + p_iLen - 4);
+  if (p_iLen < 4) {
+    for (size_t i = 0; i < p_iLen; ++i) uHash = Mix(uHash, static_cast<unsigned char>(p_szKey[i]));
   } else {
-    char acFour[4] = {};
-    for (size_t i = 0; i < p_iLen; ++i) acFour[i] = p_p[i];
-    uHash = Mix(uHash, acFour);
+    for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, Four(p_szKey + i));
+    uHash = Mix(uHash, Four(p_szKey + p_iLen - 4));
   }
-  uHash *= 0xC2B2AE35u;
-  return (uHash ^ (uHash >> 16)) | USED;
+  return Mix(uHash, 0) | USED;
 }
 
 }    // namespace
@@ -55,22 +57,22 @@ int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
     return 0;
   }
   const int iBegin = m_stEntries.GetSize();
-  const size_t iRoom = (sizeof p_iValue + iLen + 1 + 3) & ~size_t{3};
-  if (iRoom < iLen || iRoom >= static_cast<size_t>(INT_MAX - iBegin)) throw std::bad_alloc();
-  char* pEntry = m_stEntries.GetBuffer(iBegin + static_cast<int>(iRoom)) + iBegin;
+  const unsigned long long uEnd = 1ULL + static_cast<unsigned>(iBegin) + sizeof p_iValue + iLen;
+  if (uEnd > INT_MAX) throw std::bad_alloc();
+  const int iEnd = static_cast<int>(uEnd);
+  char* pEntry = m_stEntries.GetBuffer(iEnd) + iBegin;
   if (m_uKeys >= m_uSlots / 4 * 3) Rehash(m_uSlots > 0 ? m_uSlots * 2 : 8);
 
   memcpy(pEntry, &p_iValue, sizeof p_iValue);
-  memset(pEntry + iRoom - 4, 0, 4);
-  memcpy(pEntry + sizeof p_iValue, p_szKey, iLen);
-  m_stEntries.ReleaseBuffer(iBegin + static_cast<int>(iRoom));
+  memcpy(pEntry + sizeof p_iValue, p_szKey, iLen + 1);
+  m_stEntries.ReleaseBuffer(iEnd);
   ++m_uKeys;
   FreeSlot(m_pSlot, m_uSlots, uHash) = {uHash, static_cast<unsigned>(iBegin)};
   return 0;
 }
 
 int CIntHash::Get(const char* p_szKey, int* p_piOut) const {
-  if (p_szKey == nullptr || m_uKeys == 0) return -1;
+  if (p_szKey == nullptr) return -1;
   const char* pEntry = Find(p_szKey, Hash(p_szKey, strlen(p_szKey)));
   if (pEntry == nullptr) return -1;
   memcpy(p_piOut, pEntry, sizeof *p_piOut);

@@ -68,7 +68,13 @@ void CString::Set(const char* p_sz) {
   Set(p_sz, Length(p_sz));
 }
 
-void CString::Set(const CString& p_s) { Set(p_s.ToStr(), p_s.GetSize()); }
+void CString::Set(const CString& p_s) {
+  if (IsHeap() || p_s.IsHeap()) {
+    Set(p_s.ToStr(), p_s.GetSize());
+  } else {
+    m_u = p_s.m_u;
+  }
+}
 
 void CString::Set(const char* p_p, int p_iLen) {
   if (p_iLen < 1) {

@@ -272,7 +272,8 @@ TEST_CASE("ParseDouble agrees with strtod on random texts") {
           // An odd number of 54 bits is half way; times a power of two it has up to 23 digits.
           const uint64_t uHalf = (uint64_t{1} << 53) | (cRandom() >> 11) | 1;
           char sz[64];
-          snprintf(sz, sizeof sz, "%.0Lf", std::ldexp(static_cast<long double>(uHalf), static_cast<int>(cRandom() % 20)));
+          const int iTwos = static_cast<int>(cRandom() % 20);
+          snprintf(sz, sizeof sz, "%.0Lf", std::ldexp(static_cast<long double>(uHalf), iTwos));
           const std::string s = sz;
           switch (cRandom() % 3) {
             case 0: return s;

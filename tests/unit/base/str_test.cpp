@@ -315,7 +315,8 @@ TEST_CASE("CString::Trim(set)") {
       {"xyabxycyx", "xy", "abxyc"},
       {" \t\nabc\r \t\n", " \t\n", "abc\r"},
       {"\xFF" "a\xFF", "\xFF", "a"},
-      {"<<<a text that is clearly too long to be kept inside>>>", "<>", "a text that is clearly too long to be kept inside"},
+      {"<<<a text that is clearly too long to be kept inside>>>", "<>",
+       "a text that is clearly too long to be kept inside"},
   };
   for (const T_Row& tRow : s_atRow) {
     CAPTURE(tRow.sText);
