@@ -80,6 +80,25 @@ int BestHash(const std::set<int>& p_cNums) {
   return iBest;
 }
 
+// One message on the way from another down into the messages that it holds.
+struct T_Step {
+  const T_Msg* pMsg;
+  size_t iNextTag;
+};
+
+// 1 > 2 > 3 > 1 for the last steps from p_iFrom on; of a long circle its beginning and its end.
+std::string Circle(const std::vector<T_Step>& p_atPath, size_t p_iFrom) {
+  enum { SHOWN = 8, HEAD = 4, TAIL = 2 };
+  const size_t iSize = p_atPath.size() - p_iFrom;
+  std::string sText;
+  for (size_t i = 0; i < iSize; ++i) {
+    const bool bSkip = iSize >= SHOWN && i >= HEAD && i < iSize - TAIL;
+    if (bSkip && i > HEAD) continue;
+    sText += (bSkip ? "..." : Str(p_atPath[p_iFrom + i].pMsg->iNum)) + " > ";
+  }
+  return sText + Str(p_atPath[p_iFrom].pMsg->iNum);
+}
+
 class CDicChecker : public CDicReader {
  public:
   T_DictReport Check(const std::string& p_sPath);
@@ -111,7 +130,7 @@ class CDicChecker : public CDicReader {
   void CheckNames();
   void CheckReject();
   void CheckRecursion();
-  void Descend(const T_Msg& p_tMsg, std::vector<int>& p_aiPath, std::set<int>& p_cDone);
+  void CheckBelow(const T_Msg& p_tMsg, std::set<int>& p_cDone);
 };
 
 void CDicChecker::OnElement(int p_iDepth, const char* p_szName, const T_Attribute* p_atAttr, int p_iAttrs) {
@@ -307,30 +326,40 @@ void CDicChecker::CheckReject() {
 
 // Each message that holds itself, by the tag that closes the circle.
 void CDicChecker::CheckRecursion() {
-  std::set<int> cDone;
+  std::set<int> cDone;    // messages below which all is known
   for (const auto& [iNum, iPlace] : m_cByNum) {
-    std::vector<int> aiPath;
-    if (cDone.count(iNum) == 0) Descend(m_atMsg[iPlace], aiPath, cDone);
+    if (cDone.count(iNum) == 0) CheckBelow(m_atMsg[iPlace], cDone);
   }
 }
 
-void CDicChecker::Descend(const T_Msg& p_tMsg, std::vector<int>& p_aiPath, std::set<int>& p_cDone) {
-  p_aiPath.push_back(p_tMsg.iNum);
-  for (const T_Tag& tTag : p_tMsg.atTag) {
-    const auto cSub = m_cByNum.find(tTag.iSubMsg);
-    if (cSub == m_cByNum.end() || p_cDone.count(tTag.iSubMsg) != 0) continue;
-    const auto cStart = std::find(p_aiPath.begin(), p_aiPath.end(), tTag.iSubMsg);
-    if (cStart == p_aiPath.end()) {
-      Descend(m_atMsg[cSub->second], p_aiPath, p_cDone);
+void CDicChecker::CheckBelow(const T_Msg& p_tMsg, std::set<int>& p_cDone) {
+  std::vector<T_Step> atPath;
+  std::map<int, size_t> cPlace;    // of a message in the path
+  const auto fnEnter = [&](const T_Msg& p_tNext) {
+    cPlace[p_tNext.iNum] = atPath.size();
+    atPath.push_back({&p_tNext, 0});
+  };
+  fnEnter(p_tMsg);
+  while (!atPath.empty()) {
+    T_Step& tStep = atPath.back();
+    const T_Msg& tMsg = *tStep.pMsg;
+    if (tStep.iNextTag == tMsg.atTag.size()) {
+      p_cDone.insert(tMsg.iNum);
+      cPlace.erase(tMsg.iNum);
+      atPath.pop_back();
       continue;
     }
-    std::string sCircle;
-    for (auto c = cStart; c != p_aiPath.end(); ++c) sCircle += Str(*c) + " > ";
-    Add(tTag.iLine, false, "message " + Str(p_tMsg.iNum) + ", tag " + Str(tTag.iNum) + ": message " +
-                               Str(tTag.iSubMsg) + " holds itself (" + sCircle + Str(tTag.iSubMsg) + ")");
+    const T_Tag& tTag = tMsg.atTag[tStep.iNextTag++];
+    const auto cSub = m_cByNum.find(tTag.iSubMsg);
+    if (cSub == m_cByNum.end() || p_cDone.count(tTag.iSubMsg) != 0) continue;
+    const auto cOpen = cPlace.find(tTag.iSubMsg);
+    if (cOpen == cPlace.end()) {
+      fnEnter(m_atMsg[cSub->second]);
+    } else {
+      Add(tTag.iLine, false, "message " + Str(tMsg.iNum) + ", tag " + Str(tTag.iNum) + ": message " +
+                                 Str(tTag.iSubMsg) + " holds itself (" + Circle(atPath, cOpen->second) + ")");
+    }
   }
-  p_aiPath.pop_back();
-  p_cDone.insert(p_tMsg.iNum);
 }
 
 T_DictReport CDicChecker::Check(const std::string& p_sPath) {
