@@ -30,31 +30,25 @@ int Length(const char* p_sz) {
 
 bool callorv::detail::VFormat(CString* p_pOut, const char* p_szFmt, va_list p_tArgs) noexcept {
   p_szFmt = OrEmpty(p_szFmt);
-  char szShort[512];
   va_list tAgain;
   va_copy(tAgain, p_tArgs);
-  int iLen = vsnprintf(szShort, sizeof szShort, p_szFmt, p_tArgs);
-  int iErrno = errno;
-  std::unique_ptr<char[]> pLong;
-  if (iLen >= static_cast<int>(sizeof szShort)) {
-    const size_t iRoom = static_cast<size_t>(iLen) + 1;
-    pLong.reset(new (std::nothrow) char[iRoom]);
-    if (pLong != nullptr) {
+  bool bDone = false;
+  try {
+    char szShort[512];
+    std::unique_ptr<char[]> pLong;
+    int iLen = vsnprintf(szShort, sizeof szShort, p_szFmt, p_tArgs);
+    if (iLen >= static_cast<int>(sizeof szShort)) {
+      const size_t iRoom = static_cast<size_t>(iLen) + 1;
+      pLong.reset(new char[iRoom]);
       iLen = vsnprintf(pLong.get(), iRoom, p_szFmt, tAgain);
-      iErrno = errno;
-    } else {
-      iLen = -1;
-      iErrno = ENOMEM;
     }
+    if (iLen < 0 && errno == ENOMEM) throw std::bad_alloc();
+    p_pOut->Set(pLong != nullptr ? pLong.get() : szShort, iLen);
+    bDone = true;
+  } catch (const std::bad_alloc&) {
   }
   va_end(tAgain);
-  if (iLen < 0 && iErrno == ENOMEM) return false;
-  try {
-    p_pOut->Set(pLong != nullptr ? pLong.get() : szShort, iLen);
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  return bDone;
 }
 
 CString::CString(const char* p_sz) : CString() { Set(p_sz); }

@@ -3,8 +3,8 @@
 // Every test program is linked so that these count: operator new in all its forms, wherever it is called, in the
 // program or in a shared library; and malloc, calloc, realloc and strdup where our own code calls them (what libc and
 // other libraries take through malloc is left alone). Only the thread that armed the failure is touched.
-// Sanitizers keep checking that memory is given back the way it was taken. With clang's AddressSanitizer this needs
-// -shared-libasan.
+// Sanitizers keep checking that memory is given back the way it was taken. Clang's AddressSanitizer needs
+// -shared-libasan for it, valgrind --soname-synonyms=somalloc=nouserintercepts.
 //
 //   const int iFailures = ForEachFailure([](CFailAlloc& p_cFail) {
 //     CStream stText(0, 1);                                       // set-up: nothing fails yet
