@@ -40,6 +40,10 @@ class CConnection final : public CTcpAdaptor {
   }
 };
 
+void AppendBody(const CStream& p_stBody, CStream& p_stOut) {
+  if (p_stOut.AppendData(p_stBody.GetData(), p_stBody.GetSize()) < 0) throw std::bad_alloc();
+}
+
 // Puts what the server says into the error. A value that the rejection lacks counts as 0 or "".
 void ReportReject(CMsg& p_cReply, int p_iSvcNum, CCallOrvError& p_cErr) {
   int iCode = 0;
@@ -117,7 +121,22 @@ int CCallOrv::Initialize(const char* p_szKeyFile, const char* p_szMsgDicFile, co
   return 0;
 }
 
+CCallOrv::T_Exchange::T_Exchange() : stSent(0, 512), stReceived(0, 512) {}
+
+void CCallOrv::T_Exchange::Clear() {
+  sSendHeader = "";
+  stSent.Clear();
+  sRecvHeader = "";
+  stReceived.Clear();
+}
+
 int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iExtra, CString& p_sErr) {
+  return CallServiceCore(p_iSvcNum, p_pIn, p_pOut, p_iExtra, p_sErr, nullptr);
+}
+
+int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iExtra, CString& p_sErr,
+                              T_Exchange* p_pExchange) {
+  if (p_pExchange != nullptr) p_pExchange->Clear();
   if (p_pIn == nullptr || p_pOut == nullptr) {
     p_sErr.Format("Parameter is NULL(%p, %p)", static_cast<void*>(p_pIn), static_cast<void*>(p_pOut));
     return -1;
@@ -136,6 +155,7 @@ int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iE
   CAdaptor::T_PacketInfo tReply;
   {
     CConnection cConnection;
+    cConnection.KeepHeaders(p_pExchange != nullptr);
     int iRet = 0;
     if (cConnection.Connect(s_sServer.ToStr(), s_iPort) < 0) {
       iRet = -3;
@@ -143,6 +163,12 @@ int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iE
       iRet = -4;
     } else if (cConnection.ReceiveFrom(&tReply, s_iTimeOut) < 0) {
       iRet = -5;
+    }
+    if (p_pExchange != nullptr) {
+      p_pExchange->sSendHeader = cConnection.GetLastSendHeader();
+      p_pExchange->sRecvHeader = cConnection.GetLastRecvHeader();
+      AppendBody(tRequest.stBody, p_pExchange->stSent);
+      AppendBody(tReply.stBody, p_pExchange->stReceived);
     }
     if (iRet < 0) {
       p_sErr = cConnection.GetLastError();
@@ -162,6 +188,11 @@ int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iE
 }
 
 int CCallOrv::CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr) {
+  return CallServiceByMsg(p_iSvcNum, p_pIn, p_pOut, p_pErr, nullptr);
+}
+
+int CCallOrv::CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr,
+                               T_Exchange* p_pExchange) {
   CCallOrvError cUnwanted;    // the first two failures go before the check of p_pErr
   CCallOrvError& cErr = p_pErr != nullptr ? *p_pErr : cUnwanted;
   if (!s_bSetupOK) {
@@ -176,7 +207,7 @@ int CCallOrv::CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOr
   cErr.Clear();
 
   CString sReason;
-  const int iRet = CallServiceCore(p_iSvcNum, p_pIn, p_pOut, 0, sReason);
+  const int iRet = CallServiceCore(p_iSvcNum, p_pIn, p_pOut, 0, sReason, p_pExchange);
   if (iRet < 0) {
     cErr.SetError(iRet, sReason.ToStr(), -1);
     return -3;

@@ -38,6 +38,19 @@ class CALLORV_API CCallOrv {
   //            -4 rejected: code, text and service number come from the server
   static int CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr);
 
+  // What one call sent and received, as far as it came.
+  struct CALLORV_API T_Exchange {
+    CString sSendHeader;    // the request's 128 bytes with the 3 of its checksum behind; "" when it was not made
+    CStream stSent;         // the request's body before compression
+    CString sRecvHeader;    // the reply's 128 bytes; "" when none came
+    CStream stReceived;     // the reply's body after decompression
+
+    T_Exchange();
+    void Clear();
+  };
+  // The same, telling p_pExchange (null: nobody) what went over the connection.
+  static int CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr, T_Exchange* p_pExchange);
+
   // ---- the steps of the above, for tools
   // One request and one reply, without looking at what the reply says.
   //   p_iExtra  goes into the packet header as it is
@@ -45,6 +58,9 @@ class CALLORV_API CCallOrv {
   //             -3 not connected; -4 not sent; -5 no reply; -6 reply not read; -7 "%d, %s(%s)" reply not read: code,
   //             MA_GetErrorStr(code) and text of the CException
   static int CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iExtra, CString& p_sErr);
+  // The same, telling p_pExchange (null: nobody) what went over the connection.
+  static int CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iExtra, CString& p_sErr,
+                             T_Exchange* p_pExchange);
   // 0, or, with the reason in p_sErr: -1 the file cannot be read, -2 it is no key file.
   static int GetUserKey(const char* p_szKeyFile, CString& p_sKey, CString& p_sErr);
   // The bytes of a file. 0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -5 "File cannot be open(%s)", also for
