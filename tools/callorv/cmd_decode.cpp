@@ -1,28 +1,27 @@
 // callorv decode: captured packets, field by field.
 #include <callorv/adaptor/tcp_adaptor.h>
 
-#include <CLI/CLI.hpp>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 
 #include "capture.h"
 #include "command.h"
+#include "options.h"
 #include "packet_view.h"
 #include "text.h"
 
 namespace {
 
-constexpr char s_szFooter[] = R"(
-The input is the packets' bytes one behind the other, or a text of hexadecimal digits, such
+constexpr char s_szFooter[] =
+    R"(The input is the packets' bytes one behind the other, or a text of hexadecimal digits, such
 as xxd, xxd -p or hexdump -C write. A user key is masked unless --show-key is given. When
 something is wrong with a packet it is said below the packet, and the exit status is 1.
 
 Examples:
   callorv decode packets/000001-1201-request.packet
   callorv decode --xml packets/000001-1201-reply.packet > replies/1201.xml
-  xxd -p capture.bin | callorv decode --json
-)";
+  xxd -p capture.bin | callorv decode --json)";
 
 struct T_Options {
   std::string sFile = "-";

@@ -1,17 +1,16 @@
 // callorv serve: a simulated service for people who develop against one that they cannot reach.
 #include <callorv/msg/msg_dic.h>
 
-#include <CLI/CLI.hpp>
 #include <climits>
 #include <memory>
 
 #include "command.h"
+#include "options.h"
 #include "server.h"
 
 namespace {
 
-constexpr char s_szFooter[] = R"(
-A call of service 1201 is answered with the message in DIR/1201.xml, which is read
+constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml, which is read
 again for every call; {{tag:1}} or {{tag:rows[0].price}} in it stands for that value
 of the request. A service without a file is rejected (message 10, code 404).
 
@@ -25,8 +24,7 @@ Examples:
   callorv serve --dictionary dictionary.xml --replies replies --port 7000
   callorv serve --dictionary dictionary.exml --echo --delay 200
   callorv serve --dictionary dictionary.xml --replies replies --fault reset@10 --fault delay:500@50
-  callorv serve --dictionary dictionary.xml --replies replies --record packets
-)";
+  callorv serve --dictionary dictionary.xml --replies replies --record packets)";
 
 void RunServe(const T_ServeOptions& p_tOptions) {
   if (p_tOptions.bEcho == !p_tOptions.sReplies.empty()) throw CUsage("one of --replies DIR and --echo is needed");
@@ -46,14 +44,14 @@ void AddServe(CLI::App& p_cApp) {
   pCommand->add_option("--host", t.sHost, "Address to listen on")->type_name("HOST")->capture_default_str();
   pCommand->add_option("--port", t.iPort, "Port to listen on; 0 takes a free one and prints it")
       ->type_name("PORT")
-      ->check(CLI::Range(0, 65535))
+      ->check(Between(0, 65535))
       ->capture_default_str();
   pCommand->add_option("--delay", t.iDelay, "Milliseconds to wait before every answer")
       ->type_name("MS")
-      ->check(CLI::Range(0, 3600000));
+      ->check(Between(0, 3600000));
   pCommand->add_option("--compress-over", t.iCompressOver, "Compress replies of more than this many bytes")
       ->type_name("BYTES")
-      ->check(CLI::Range(0, INT_MAX))
+      ->check(Between(0, INT_MAX))
       ->capture_default_str();
   pCommand->add_option("--fault", t.asFaults, "Play a fault; may be given several times")
       ->type_name("KIND[:ARG][@PERCENT]")
@@ -61,11 +59,11 @@ void AddServe(CLI::App& p_cApp) {
   pCommand->add_option("--record", t.sRecord, "Keep every request and reply packet in this folder")->type_name("DIR");
   pCommand->add_option("--timeout", t.iReadTimeOut, "Seconds for a request to come in, and for a reply to be taken")
       ->type_name("SECONDS")
-      ->check(CLI::Range(1, 86400))
+      ->check(Between(1, 86400))
       ->capture_default_str();
   pCommand->add_option("--threads", t.iThreads, "Threads to work with; 0 is one for each processor")
       ->type_name("N")
-      ->check(CLI::Range(0, 256));
+      ->check(Between(0, 256));
   pCommand->add_flag("--quiet", t.bQuiet, "No line for each call");
   pCommand->footer(s_szFooter);
   pCommand->callback([pOptions] { RunServe(*pOptions); });

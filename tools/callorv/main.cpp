@@ -51,6 +51,7 @@ int main(int p_iArgs, char** p_apArgs) {
   CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
                 "callorv"};
   cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
+  cApp.get_formatter()->column_width(34);
   cApp.require_subcommand(1);
   AddCall(cApp);
   AddServe(cApp);

@@ -125,7 +125,27 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
 
   void Refuse(const std::string& p_sWhy) {
     m_cServer.Log().Refused(m_sPeer, p_sWhy);
-    Close();
+    End();
+  }
+
+  // Lets the peer see the end of the bytes, not a reset, which bytes that were not read would cause.
+  void End() {
+    Error cIgnored;
+    m_cSocket.shutdown(tcp::socket::shutdown_send, cIgnored);
+    Hold();
+  }
+
+  // Keeps the connection, silently, until the peer closes or the deadline passes.
+  void Hold() {
+    m_sPacket.resize(READ_STEP);
+    SetDeadline();
+    Drain();
+  }
+
+  void Drain() {
+    m_cSocket.async_read_some(asio::buffer(m_sPacket), [pSelf = shared_from_this()](const Error& p_cError, size_t) {
+      p_cError ? pSelf->Close() : pSelf->Drain();
+    });
   }
 
   std::string WhyEnded(const Error& p_cError) const {
@@ -218,22 +238,14 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
           break;
         }
         [[fallthrough]];
-      case T_Answer::CLOSE: Close(); break;
+      case T_Answer::CLOSE: End(); break;
       case T_Answer::RESET:
         m_cSocket.set_option(asio::socket_base::linger(true, 0), cIgnored);
         Close();
         break;
-      case T_Answer::STALL: WaitForClose(); break;
+      case T_Answer::STALL: Hold(); break;
     }
     m_cServer.CallEnds();
-  }
-
-  // Holds the connection, silently, until the peer gives up or the deadline passes.
-  void WaitForClose() {
-    m_sPacket.resize(1);
-    SetDeadline();
-    asio::async_read(m_cSocket, asio::buffer(m_sPacket),
-                     [pSelf = shared_from_this()](const Error&, size_t) { pSelf->Close(); });
   }
 };
 

@@ -1,0 +1,264 @@
+// callorv call: a service from the shell.
+#include <callorv/callorv.hpp>
+
+#include <climits>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "command.h"
+#include "measure.h"
+#include "msg_json.h"
+#include "msg_path.h"
+#include "options.h"
+#include "packet_view.h"
+#include "text.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr char s_szFooter[] =
+    R"(SERVICE is a number; MESSAGE a message of the dictionary by number or by name; TAG a tag
+by number or by name, with the index of an element in brackets behind an array's, and
+further steps behind a dot inside a sub-message. An array tag may simply come again.
+
+Examples:
+  callorv call --config client.cfg 1201 Quote code=ABC volume=100
+  callorv call --config client.cfg 1201 3 1=ABC 'rows[0].price=1.5' 'rows[1].price=2'
+  callorv call --config client.cfg --json 1201 --xml request.xml
+  callorv call --config client.cfg --repeat 10000 --threads 8 1201 Quote code=ABC
+  callorv call --config client.cfg --trace 1201 Quote code=ABC
+  callorv call --dictionary d.xml --key-file user.key --server localhost:7000 1201 Quote)";
+
+struct T_Options {
+  std::string sConfig;
+  std::string sDictionary, sKeyFile, sServer;    // instead of the configuration file
+  int iTimeOut = 90;
+  int iService = 0;
+  std::string sMessage;
+  std::vector<std::string> asValues;
+  std::string sXml;
+  std::string sFormat = "dump";
+  bool bJson = false;
+  bool bTrace = false;
+  bool bShowKey = false;
+  int iRepeat = 0;
+  int iThreads = 1;
+};
+
+void Initialize(const T_Options& p_tOptions) {
+  CCallOrvError cError;
+  int iRet = 0;
+  if (!p_tOptions.sConfig.empty()) {
+    iRet = CCallOrv::Initialize(p_tOptions.sConfig.c_str(), &cError);
+  } else {
+    const size_t iColon = p_tOptions.sServer.rfind(':');
+    int iPort = 0;
+    if (iColon == std::string::npos || !ParseNumber(p_tOptions.sServer.substr(iColon + 1), 1, 65535, iPort)) {
+      throw CUsage("--server: '" + p_tOptions.sServer + "' is not HOST:PORT");
+    }
+    iRet = CCallOrv::Initialize(p_tOptions.sKeyFile.c_str(), p_tOptions.sDictionary.c_str(),
+                                p_tOptions.sServer.substr(0, iColon).c_str(), iPort, p_tOptions.iTimeOut, &cError);
+  }
+  if (iRet < 0) throw CFailure(cError.GetText().ToStr());
+}
+
+int FindMessage(const std::string& p_sMessage) {
+  int iFound = 0;
+  if (!ParseNumber(p_sMessage, 0, INT_MAX, iFound)) {
+    const std::string sName = ToLatin1(p_sMessage);
+    for (int i = 1; i < CMsgDic::SLOTS && iFound == 0; ++i) {
+      const CMsgInfo* pInfo = MA_GetMsgDic()->GetMsgInfo(i);
+      if (pInfo != nullptr && pInfo->GetMsgName() == sName.c_str()) iFound = i;
+    }
+  }
+  if (MA_GetMsgDic()->GetMsgInfo(iFound) == nullptr)
+    throw CFailure("no message '" + p_sMessage + "' in the dictionary");
+  return iFound;
+}
+
+std::shared_ptr<CMsg> MakeRequest(const T_Options& p_tOptions, const std::string& p_sXml) {
+  auto pRequest = std::make_shared<CMsg>(0, 0, 0, MA_GetMsgDic());
+  if (p_tOptions.sXml.empty()) {
+    pRequest->Init(FindMessage(p_tOptions.sMessage), 0, 0);
+  } else {
+    pRequest->LoadXml(std::string(p_sXml).data());
+  }
+  for (const std::string& s : p_tOptions.asValues) SetByPath(*pRequest, s);
+  return pRequest;
+}
+
+bool IsRejection(int p_iRet) { return p_iRet == -4; }
+
+// What a failed call says: a rejection is the server's word, everything else the library's.
+std::string ErrorText(int p_iRet, const CCallOrvError& p_cError) {
+  if (!IsRejection(p_iRet)) return p_cError.GetText().ToStr();
+  return "rejected by the server: Code=" + std::to_string(p_cError.GetCode()) +
+         ", Text=" + Printable(p_cError.GetText().ToStr(), false) +
+         ", RefSvcNum=" + std::to_string(p_cError.GetRefSvcNum());
+}
+
+void PrintTrace(const CCallOrv::T_Exchange& p_tExchange, bool p_bShowKey) {
+  const auto fnPacket = [&](const char* p_szTitle, const CString& p_sHeader, const CStream& p_stBody) {
+    if (p_sHeader.IsEmpty()) return;
+    const std::string_view sHeader(p_sHeader.ToStr(), static_cast<size_t>(p_sHeader.GetSize()));
+    const size_t iSize = CTcpAdaptor::HEADER_SIZE;
+    std::cerr << p_szTitle << '\n';
+    PrintHeader(std::cerr, sHeader.substr(0, iSize), sHeader.substr(std::min(sHeader.size(), iSize)), p_bShowKey);
+    const std::string_view sBody(p_stBody.GetData(), static_cast<size_t>(p_stBody.GetSize()));
+    std::cerr << "  body: " << Printable(sBody, true) << '\n';
+  };
+  fnPacket("request", p_tExchange.sSendHeader, p_tExchange.stSent);
+  fnPacket("reply", p_tExchange.sRecvHeader, p_tExchange.stReceived);
+}
+
+void PrintReply(CMsg& p_cReply, const std::string& p_sFormat) {
+  CStream stOut(0, 512);
+  if (p_sFormat == "json") {
+    std::cout << MsgToJson(p_cReply).dump(2) << '\n';
+  } else if (p_sFormat == "xml") {
+    p_cReply.DumpXml(&stOut, true, 1);
+    std::cout.write(stOut.GetData(), stOut.GetSize());
+  } else {
+    p_cReply.Dump(&stOut, false, 1);
+    std::cout << Printable({stOut.GetData(), static_cast<size_t>(stOut.GetSize())}, true);
+  }
+}
+
+void CallOnce(const T_Options& p_tOptions, const std::string& p_sXml) {
+  const auto pRequest = MakeRequest(p_tOptions, p_sXml);
+  CMsg cReply(0, 0, 0, MA_GetMsgDic());
+  CCallOrvError cError;
+  CCallOrv::T_Exchange tExchange;
+  const int iRet = CCallOrv::CallServiceByMsg(p_tOptions.iService, pRequest.get(), &cReply, &cError,
+                                              p_tOptions.bTrace ? &tExchange : nullptr);
+  if (p_tOptions.bTrace) PrintTrace(tExchange, p_tOptions.bShowKey);
+  if (iRet == 0) return PrintReply(cReply, p_tOptions.sFormat);
+  if (p_tOptions.sFormat == "json") {
+    const Json cFailure{{"error",
+                         {{"rejected", IsRejection(iRet)},
+                          {"code", cError.GetCode()},
+                          {"text", ToUtf8(cError.GetText().ToStr())},
+                          {"service", cError.GetRefSvcNum()}}}};
+    std::cout << cFailure.dump(2) << '\n';
+    std::cout.flush();
+  }
+  throw CFailure(ErrorText(iRet, cError));
+}
+
+void PrintMeasurement(const T_Measurement& p_t, bool p_bJson) {
+  const double dRate = p_t.iCalls / std::max(p_t.dSeconds, 1e-6);
+  if (p_bJson) {
+    Json cFailures = Json::array();
+    for (const auto& [iCode, tFailure] : p_t.cFailures) {
+      cFailures.push_back({{"code", iCode}, {"text", ToUtf8(tFailure.sText)}, {"count", tFailure.iCount}});
+    }
+    const Json cAll{{"calls", p_t.iCalls},
+                    {"threads", p_t.iThreads},
+                    {"seconds", p_t.dSeconds},
+                    {"calls_per_second", dRate},
+                    {"latency_us",
+                     {{"p50", p_t.Percentile(50)},
+                      {"p90", p_t.Percentile(90)},
+                      {"p99", p_t.Percentile(99)},
+                      {"max", p_t.Percentile(100)}}},
+                    {"failed", p_t.iFailed},
+                    {"errors", cFailures}};
+    std::cout << cAll.dump(2) << '\n';
+    return;
+  }
+  const auto fnMillis = [&](double p_dPercent) { return CFormat("%.3f ms", p_t.Percentile(p_dPercent) / 1000.0); };
+  std::cout << CFormat("%d calls from %d threads in %.3f s: %.0f calls/s\n", p_t.iCalls, p_t.iThreads, p_t.dSeconds,
+                       dRate)
+                   .ToStr()
+            << "latency  50 % " << fnMillis(50).ToStr() << "  90 % " << fnMillis(90).ToStr() << "  99 % "
+            << fnMillis(99).ToStr() << "  max " << fnMillis(100).ToStr() << '\n';
+  for (const auto& [iCode, tFailure] : p_t.cFailures) {
+    std::cout << tFailure.iCount << " x " << iCode << "  " << Printable(tFailure.sText, false) << '\n';
+  }
+}
+
+void CallMany(const T_Options& p_tOptions, const std::string& p_sXml) {
+  MakeRequest(p_tOptions, p_sXml);    // what is wrong with the request is said once
+  const T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, [&]() -> CCall {
+    const auto pRequest = MakeRequest(p_tOptions, p_sXml);    // a message belongs to one thread
+    return [pRequest, iService = p_tOptions.iService](std::string& p_sText) {
+      CMsg cReply(0, 0, 0, MA_GetMsgDic());    // a new one each time: a message keeps what it held before
+      CCallOrvError cError;
+      const int iRet = CCallOrv::CallServiceByMsg(iService, pRequest.get(), &cReply, &cError);
+      if (iRet == 0) return 0;
+      p_sText = cError.GetText().ToStr();
+      return cError.GetCode() != 0 ? cError.GetCode() : iRet;
+    };
+  });
+  PrintMeasurement(tResult, p_tOptions.sFormat == "json");
+  std::cout.flush();
+  if (tResult.iFailed > 0) {
+    throw CFailure(std::to_string(tResult.iFailed) + " of " + std::to_string(tResult.iCalls) + " calls failed");
+  }
+}
+
+void Call(T_Options& p_tOptions) {
+  if (p_tOptions.bJson) p_tOptions.sFormat = "json";
+  const bool bDirect = !p_tOptions.sDictionary.empty();
+  if (bDirect == !p_tOptions.sConfig.empty()) {
+    throw CUsage("either --config FILE or --dictionary, --key-file and --server are needed");
+  }
+  if (!p_tOptions.sXml.empty() && !p_tOptions.sMessage.empty()) {    // the document says which message it is
+    p_tOptions.asValues.insert(p_tOptions.asValues.begin(), p_tOptions.sMessage);
+  } else if (p_tOptions.sXml.empty() && p_tOptions.sMessage.empty()) {
+    throw CUsage("MESSAGE or --xml FILE is needed");
+  }
+  Initialize(p_tOptions);
+  const std::string sXml = p_tOptions.sXml.empty() ? "" : ReadWholeFile(p_tOptions.sXml);
+  p_tOptions.iRepeat > 0 ? CallMany(p_tOptions, sXml) : CallOnce(p_tOptions, sXml);
+}
+
+}    // namespace
+
+void AddCall(CLI::App& p_cApp) {
+  auto pOptions = std::make_shared<T_Options>();
+  T_Options& t = *pOptions;
+  CLI::App* pCommand = p_cApp.add_subcommand("call", "Call a service and print its reply");
+  CLI::Option* pConfig =
+      pCommand->add_option("--config", t.sConfig, "Configuration file of the client")->type_name("FILE");
+  CLI::Option* pDictionary = pCommand->add_option("--dictionary", t.sDictionary, "Without --config: the dictionary")
+                                 ->type_name("FILE")
+                                 ->excludes(pConfig);
+  CLI::Option* pKey = pCommand->add_option("--key-file", t.sKeyFile, "Without --config: the user-key file")
+                          ->type_name("FILE")
+                          ->excludes(pConfig)
+                          ->needs(pDictionary);
+  CLI::Option* pServer = pCommand->add_option("--server", t.sServer, "Without --config: the server")
+                             ->type_name("HOST:PORT")
+                             ->excludes(pConfig)
+                             ->needs(pDictionary);
+  pDictionary->needs(pKey)->needs(pServer);
+  pCommand->add_option("--timeout", t.iTimeOut, "Without --config: seconds to wait for the reply")
+      ->type_name("SECONDS")
+      ->check(Between(1, 86400))
+      ->excludes(pConfig)
+      ->capture_default_str();
+  pCommand->add_option("SERVICE", t.iService, "Service number")->required()->check(Between(0, 9999));
+  pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml brings it");
+  pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
+  pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")->type_name("FILE");
+  CLI::Option* pFormat = pCommand->add_option("--format", t.sFormat, "How to print the reply: dump, xml or json")
+                             ->type_name("FORMAT")
+                             ->check(CLI::IsMember({"dump", "xml", "json"}))
+                             ->capture_default_str();
+  pCommand->add_flag("--json", t.bJson, "The same as --format json")->excludes(pFormat);
+  CLI::Option* pRepeat = pCommand->add_option("--repeat", t.iRepeat, "Call N times and measure, printing no reply")
+                             ->type_name("N")
+                             ->check(Between(1, 1000000000));
+  pCommand->add_option("--threads", t.iThreads, "Threads for --repeat")
+      ->type_name("T")
+      ->check(Between(1, 1024))
+      ->needs(pRepeat)
+      ->capture_default_str();
+  pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")->excludes(pRepeat);
+  pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace");
+  pCommand->footer(s_szFooter);
+  pCommand->callback([pOptions] { Call(*pOptions); });
+}
