@@ -19,7 +19,7 @@ static_assert(CMsg::SLOTS == CHAINS);
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
     : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
       m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
-      m_iCells(0), m_bOwned(false), m_bInArena(false) {
+      m_pOwner(nullptr), m_iCells(0), m_bInArena(false) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
 }
@@ -160,7 +160,7 @@ CArena* CMsgOps::Arena(CMsg& p_cMsg) {
 }
 
 void CMsgOps::Free(CMsg* p_pMsg) {
-  if (p_pMsg != nullptr && !p_pMsg->m_bOwned) delete p_pMsg;
+  if (p_pMsg != nullptr && p_pMsg->m_pOwner == nullptr) delete p_pMsg;
 }
 
 // ---- checks
@@ -203,13 +203,9 @@ const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
       } else {
         pArray = new typename V::Array;
       }
-      p_cCell.m_bSet = true;
     }
-    if constexpr (V::eType == TAG_SUBMSG) {
-      if (pArray->Add(p_Value) < 0) return V::szNewArray;
-    } else {
-      pArray->Add(ToElement(p_Value));
-    }
+    AddTo(*pArray, ToElement(p_Value));
+    p_cCell.m_bSet = true;
     return nullptr;
   } catch (const std::bad_alloc&) {
     return V::szNewArray;
@@ -275,12 +271,12 @@ int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
   if (!pCell->m_bMulti) {
     T Value{};
     if (!V::Load(*pCell, Value)) return FailNull(p_cMsg, p_iTag);
-    p_pOut->Add(Value);
+    AddTo(*p_pOut, Value);
     return 0;
   }
   auto* pArray = V::ArrayOf(*pCell);
   if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
-  for (int i = 0; i < pArray->GetSize(); ++i) p_pOut->Add(pArray->GetAt(i));
+  for (int i = 0; i < pArray->GetSize(); ++i) AddTo(*p_pOut, pArray->GetAt(i));
   return 0;
 }
 
@@ -307,16 +303,16 @@ int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
 
 int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
-  if (p_pSub->m_bEmpty && !p_pSub->m_bOwned && p_pSub != &p_cMsg) {
+  if (p_pSub->m_bEmpty && p_pSub->m_pOwner == nullptr && p_pSub != &p_cMsg) {
     delete p_pSub;
     return 0;
   }
   const CTagInfo* pTag = nullptr;
   if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
   if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet)) return iRet;
-  bool bTwice = p_pSub->m_bOwned || p_pSub == &p_cMsg;
-  if (p_pSub->m_pChildren != nullptr) {    // only then can it contain this message
-    for (const CMsg* p = p_cMsg.m_pParent; p != nullptr && !bTwice; p = p->m_pParent) bTwice = p == p_pSub;
+  bool bTwice = p_pSub->m_pOwner != nullptr || p_pSub == &p_cMsg;
+  if (p_pSub->m_pChildren != nullptr || p_pSub->m_pExtra != nullptr) {    // only then can it contain this message
+    for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
   }
   if (bTwice) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
 
@@ -336,7 +332,7 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     pCell->m_pMsg = p_pSub;
     pCell->m_bSet = true;
   }
-  p_pSub->m_bOwned = true;
+  p_pSub->m_pOwner = &p_cMsg;
   p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
   p_pSub->m_pParent = &p_cMsg;
   if (const int iRet = p_cMsg.AddChild(p_pSub)) {
@@ -409,8 +405,9 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
     if (p == nullptr) throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
     pSub = new (p) CMsg(pTag->m_iSubMsg, p_cMsg.m_iMsgNum, p_iTag, p_cMsg.m_pMsgDic);
     pSub->m_pArena = p_cMsg.m_pArena;
-    pSub->m_bOwned = true;
+    pSub->m_pOwner = &p_cMsg;
     pSub->m_bInArena = true;
+    if (pSub->m_pMsgInfo == nullptr && !cCell.m_bMulti) pSub->Init(pTag->m_iSubMsg, 0, 0);    // says what is wrong
     if (cCell.m_bMulti) {
       if (const char* szWhy = Append<CMsg*>(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
     } else {

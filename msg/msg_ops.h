@@ -78,7 +78,8 @@ struct CMsgOps {
   static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
 
  private:
-  // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set from then on.
+  // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set once the
+  // array has an element.
   template <class T, class VALUE>
   static const char* Append(CMsgValue& p_cCell, const VALUE& p_Value);
   template <class T, class VALUE>

@@ -3,6 +3,7 @@
 #define CALLORV_MSG_VALUE_TRAITS_H
 
 #include <new>
+#include <utility>
 
 #include "msg/arena.h"
 #include "msg/msg_value.h"
@@ -127,6 +128,11 @@ inline CString ToElement(const T_Text& p_t) {
   CString s;
   s.Set(p_t.p, p_t.iLen);
   return s;
+}
+// Appends; throws std::bad_alloc.
+template <class T> void AddTo(CArray<T>& p_aOut, T p_Value) { p_aOut.Add(std::move(p_Value)); }
+inline void AddTo(CMsgArray& p_apOut, CMsg* p_pMsg) {
+  if (p_apOut.Add(p_pMsg) == MSG_MEMORY) throw std::bad_alloc();
 }
 template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }
 template <class T> void Assign(T_Nullable<T>& p_Out, T p_Value) { p_Out.Set(p_Value); }

@@ -116,7 +116,8 @@ class CALLORV_API CMsg : public CLastError {
 
   // ---- sub-messages
   // Stores p_pSub under a TAG_SUBMSG, appending when it is a multi tag. -12 for null. An empty p_pSub is freed, 0 is
-  // returned and nothing stored. On success p_pSub is taken; on a negative code it stays the caller's.
+  // returned and nothing stored. On success p_pSub is taken; on a negative code it stays the caller's, except for -11 with
+  // the detail "tagnum=%d,msgnum=%d" (no memory for the list of AddChild): it is stored and taken then.
   // A sub-message that stood in a single tag before cannot be reached by its tag any more, but is not freed before
   // this message is. A p_pSub that has a parent already, or contains this message, is refused with -28 (detail
   // "tagnum=%d,msgnum=%d"), as it would be freed twice.
@@ -231,8 +232,8 @@ class CALLORV_API CMsg : public CLastError {
   CMsgInfo* m_pMsgInfo;
   callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
   callorv::detail::CArena* m_pArena;        // where the cells are; its parent's, for a message in an arena
+  CMsg* m_pOwner;                           // the message that frees this one; Init clears m_pParent, but not this
   int m_iCells;                             // in the slots
-  bool m_bOwned;                            // a parent frees this message
   bool m_bInArena;                          // it was read into its parent
 
   friend struct CMsgOps;

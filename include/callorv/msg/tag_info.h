@@ -6,7 +6,7 @@
 #include "callorv/export.h"
 
 // The type of a tag's values.
-enum E_TagType {
+enum E_TagType : int {
   TAG_UNKNOWN = 0,
   TAG_STRING = 1,
   TAG_INTEGER = 2,    // 32-bit signed
