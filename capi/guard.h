@@ -24,10 +24,10 @@ static_assert(offsetof(CallOrv_Error, iRefSvcNum) == 1028, "CallOrv_Error::iRefS
 // Fills a record, null for a caller who wants none, and returns p_iCode.
 inline int SetError(CallOrv_Error* p_pErr, int p_iCode, const char* p_szText, int p_iRefSvcNum) {
   if (p_pErr != nullptr) {
-    constexpr size_t TEXT_MAX = sizeof(p_pErr->szText) - 1;
+    const size_t iLen = strnlen(p_szText, sizeof(p_pErr->szText) - 1);
     p_pErr->iCode = p_iCode;
-    strncpy(p_pErr->szText, p_szText, TEXT_MAX);
-    p_pErr->szText[TEXT_MAX] = 0;
+    memcpy(p_pErr->szText, p_szText, iLen);
+    p_pErr->szText[iLen] = 0;
     p_pErr->iRefSvcNum = p_iRefSvcNum;
   }
   return p_iCode;

@@ -25,9 +25,10 @@ constexpr char s_szNullMsg[] = "p_pMsg Parameter is NULL";
 template <class GET>
 int GetBool(CMsg* p_pMsg, int* p_piOut, GET p_fnGet) {
   return Guard(p_pMsg, [&] {
+    if (p_piOut != nullptr) *p_piOut = 0;    // also when the call throws
     bool bValue = false;
     const int iRet = p_fnGet(p_piOut != nullptr ? &bValue : nullptr);
-    if (p_piOut != nullptr) *p_piOut = bValue ? 255 : 0;
+    if (bValue) *p_piOut = 255;
     return iRet;
   });
 }

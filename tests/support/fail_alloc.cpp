@@ -79,7 +79,9 @@ void* operator new[](size_t p_uBytes) { return New(NextNewArray(), p_uBytes); }
 void* operator new(size_t p_uBytes, const std::nothrow_t&) noexcept { return NewNoThrow(NextNew(), p_uBytes); }
 void* operator new[](size_t p_uBytes, const std::nothrow_t&) noexcept { return NewNoThrow(NextNewArray(), p_uBytes); }
 
-// The linker's --wrap option sends our code's calls of malloc here, and calls of __real_malloc to malloc.
+// The linker's --wrap option sends our code's calls of malloc here, and calls of __real_malloc to malloc. Visible, as it
+// resolves what the shared libraries of a sanitizer build refer to in the same way.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* __real_malloc(size_t p_uBytes);
@@ -112,3 +114,4 @@ char* __wrap_strdup(const char* p_sz) {
 }
 
 }    // extern "C"
+#pragma GCC visibility pop

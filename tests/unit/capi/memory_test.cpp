@@ -1,0 +1,200 @@
+// The C interface without memory: no exception leaves it, and its results say what happened.
+#include <callorv/callorv.h>
+#include <doctest/doctest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+#include "support/fail_alloc.h"
+#include "support/parser_leaks.h"
+#include "support/service_peer.h"
+#include "support/set_up.h"
+
+namespace {
+
+const std::string LONG(100, 'x');    // kept outside the string object
+
+long OpenDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
+
+}    // namespace
+
+TEST_CASE("MSG_GetNewMsg gives null and leaves the record alone") {
+  SetUp(1);
+  const int iFailures = ForEachFailure([](CFailAlloc& p_cFail) {
+    CallOrv_Error tErr = {99, "old", 77};
+    CMsg* pMsg = nullptr;
+    CHECK_FALSE(p_cFail.Run([&] { pMsg = MSG_GetNewMsg(100, &tErr); }));
+    CHECK((pMsg == nullptr) == p_cFail.HasFailed());
+    CHECK(tErr.iCode == 99);
+    MSG_Destroy(pMsg);
+  });
+  CHECK(iFailures >= 1);
+}
+
+TEST_CASE("setters give -11, MSG_SetStr -11 or -1") {
+  SetUp(1);
+  for (int iTag : {1, 11}) {
+    CAPTURE(iTag);
+    const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+      const CMsgPtr pMsg = NewMsg(100);
+      int iRet = 0;
+      CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_SetStr(pMsg.get(), iTag, LONG.c_str()); }));
+      CAPTURE(iRet);
+      CHECK((iRet == -1 || iRet == -11) == p_cFail.HasFailed());
+      CHECK((iRet == 0) == !p_cFail.HasFailed());
+    });
+    CHECK(iFailures >= 1);
+  }
+  for (int iTag : {2, 12}) {
+    CAPTURE(iTag);
+    ForEachFailure([&](CFailAlloc& p_cFail) {
+      const CMsgPtr pMsg = NewMsg(100);
+      int iRet = 0;
+      CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_SetInt(pMsg.get(), iTag, 5); }));
+      CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
+    });
+  }
+}
+
+TEST_CASE("getters of texts give -11, and no copy") {
+  SetUp(1);
+  const CMsgPtr pMsg = NewRequest(LONG.c_str());
+  std::string sBuf(LONG.size() + 1, '#');
+  int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    int iRet = 0;
+    CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_GetStr(pMsg.get(), 1, &sBuf[0]); }));
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
+    CHECK(sBuf[0] == (p_cFail.HasFailed() ? '#' : 'x'));
+  });
+  CHECK(iFailures == 1);
+  iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    int iRet = 0;
+    CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_GetStrLen(pMsg.get(), 1); }));
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : 100));
+  });
+  CHECK(iFailures == 1);
+  iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    int iRet = 42;
+    char* szCopy = nullptr;
+    CHECK_FALSE(p_cFail.Run([&] { szCopy = MSG_GetStrEx(pMsg.get(), 1, &iRet); }));
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
+    CHECK((szCopy == nullptr) == p_cFail.HasFailed());
+    free(szCopy);
+  });
+  CHECK(iFailures == 2);    // the text, and the copy
+}
+
+TEST_CASE("a failure without memory for its text still has a code") {
+  SetUp(1);
+  ForEachFailure([](CFailAlloc& p_cFail) {
+    const CMsgPtr pMsg = NewMsg(100);
+    int iRet = 0, iOut = 42;
+    CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_GetBool(pMsg.get(), 4, &iOut); }));
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : -1));
+    CHECK(iOut == 0);
+  });
+}
+
+TEST_CASE("MSG_Dump gives -11 with the record filled, and closes its file") {
+  SetUp(1);
+  const CTempDir cDir;
+  const std::string sPath = cDir.Path("dump");
+  const CMsgPtr pMsg = NewRequest("x");
+  const long iBefore = OpenDescriptors();
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    CallOrv_Error tErr = {99, "old", 77};
+    int iRet = 0;
+    CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_Dump(pMsg.get(), sPath.c_str(), &tErr); }));
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
+    CHECK(tErr.szText == std::string(p_cFail.HasFailed() ? "MSG_Error(-11) : Memory error {std::bad_alloc}" : "old"));
+    CHECK(OpenDescriptors() == iBefore);
+  });
+  CHECK(iFailures >= 1);
+}
+
+TEST_CASE("a call without memory for its request or its reply fails with a code and closes its connection") {
+  const long iBefore = OpenDescriptors();
+  {
+    CServicePeer cPeer([](const T_Request&) { return T_Answer{Packet(LONG).substr(0, 200)}; });
+    SetUp(cPeer.Port());
+    const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+      const CMsgPtr pIn = NewRequest(std::string(2000, 'x').c_str()), pOut = NewMsg(0);
+      CallOrv_Error tErr = {99, "old", 77};
+      int iRet = 0;
+      CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr); }));
+      CAPTURE(iRet);
+      CAPTURE(tErr.szText);
+      if (iRet == -11) {
+        CHECK(p_cFail.HasFailed());
+        CHECK(tErr.iCode == -11);
+        CHECK(std::string(tErr.szText).rfind("MSG_Error(-11) : Memory error {", 0) == 0);
+      } else {
+        CHECK(iRet == -3);
+        CHECK((tErr.iCode <= -3 && tErr.iCode >= -5));
+      }
+    });
+    CHECK(iFailures >= 3);
+  }
+  CHECK(OpenDescriptors() == iBefore);
+}
+
+TEST_CASE("a call that runs out of memory anywhere fails with a code, and the next one works") {
+  CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
+  SetUp(cPeer.Port());
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    const CMsgPtr pIn = NewRequest(LONG.c_str()), pOut = NewMsg(0);
+    CallOrv_Error tErr = {99, "old", 77};
+    int iRet = 0;
+    {
+      const CParserLeaks cLeaks;
+      CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr); }));
+    }
+    CAPTURE(iRet);
+    CAPTURE(tErr.szText);
+    CHECK((iRet == 0 || iRet == -11 || iRet == -3));
+    CHECK((iRet == 0 || p_cFail.HasFailed()));
+    CHECK((iRet == 0) == (tErr.iCode == 99));
+  });
+  CHECK(iFailures >= 3);
+}
+
+TEST_CASE("an initialisation that runs out of memory fails with a code, and can be repeated") {
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("user.key", KeyFile("USER"));
+  const std::string sDic = cDir.Write("dic.xml", "<msg_dictionary/>");
+  const std::string sConfig =
+      cDir.Write("callorv.cfg", "msg_dic=" + sDic + "\nkey_file=" + sKey + "\nserver=127.0.0.1 1\n");
+  SetUp(1);    // once with memory, so that the parser's own set-up is not what fails
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    CallOrv_Error tErr = {99, "old", 77};
+    int iRet = 0;
+    {
+      const CParserLeaks cLeaks;
+      CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_Initialize(sConfig.c_str(), &tErr); }));
+    }
+    CAPTURE(iRet);
+    CAPTURE(tErr.szText);
+    CHECK((iRet == 0 || iRet == -1 || iRet == -2 || iRet == -11));
+    CHECK((iRet == 0 || p_cFail.HasFailed()));
+    CHECK((iRet == 0) == (tErr.iCode == 99));
+  });
+  CHECK(iFailures >= 3);
+}
+
+TEST_CASE("an initialisation without memory up to the dictionary loses none") {
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("user.key", KeyFile("USER"));
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    CallOrv_Error tErr = {99, "old", 77};
+    int iRet = 0;
+    CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_InitializeEx(sKey.c_str(), nullptr, "s", 1, 1, &tErr); }));
+    CAPTURE(iRet);
+    CAPTURE(tErr.szText);
+    CHECK(iRet == (p_cFail.HasFailed() ? -11 : -2));
+  });
+  CHECK(iFailures >= 1);
+}
