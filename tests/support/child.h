@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -18,7 +19,11 @@ extern char** environ;
 inline std::string ReadAndClose(int p_iFile) {
   std::string sAll;
   char szPart[4096];
-  for (ssize_t iGot; (iGot = read(p_iFile, szPart, sizeof(szPart))) > 0;) sAll.append(szPart, static_cast<size_t>(iGot));
+  for (;;) {
+    const ssize_t iGot = read(p_iFile, szPart, sizeof(szPart));
+    if (iGot <= 0) break;
+    sAll.append(szPart, static_cast<size_t>(iGot));
+  }
   close(p_iFile);
   return sAll;
 }
@@ -29,6 +34,7 @@ template <class FN>
 std::string InChild(FN p_fnRun) {
   int aiPipe[2];
   if (pipe2(aiPipe, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  fflush(nullptr);    // nothing is to be printed twice
   const pid_t iPid = fork();
   if (iPid == 0) {
     alarm(60);
