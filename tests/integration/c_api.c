@@ -187,9 +187,9 @@ static void Scalars(void) {
 
   CHECK(MSG_GetDbl(pMsg, 3, &dOut) == -1);
   CHECK(dOut == 0);
-  CHECK(MSG_SetDbl(pMsg, 3, -0.1) == 0);
+  CHECK(MSG_SetDbl(pMsg, 3, -0.125) == 0);
   CHECK(MSG_GetDbl(pMsg, 3, &dOut) == 0);
-  CHECK(dOut == -0.1);
+  CHECK(dOut == -0.125);
 
   iOut = 42;
   CHECK(MSG_GetBool(pMsg, 4, &iOut) == -1);
