@@ -2,19 +2,14 @@
 #include "callorv/crypt/cfg_reader.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "callorv/base/array.h"
+#include "crypt/file.h"
 
 namespace {
 
 enum { BUCKETS = 1024, LINE_SIZE = 2048 };
-
-struct T_CloseFile {
-  void operator()(FILE* p_pFile) const { (void)fclose(p_pFile); }    // only read from: nothing to be lost
-};
 
 }    // namespace
 
@@ -23,7 +18,7 @@ CCfgReader::~CCfgReader() = default;
 
 int CCfgReader::Load(const char* p_szPath) {
   errno = EINVAL;    // for a null path
-  const std::unique_ptr<FILE, T_CloseFile> pFile(p_szPath != nullptr ? fopen(p_szPath, "r") : nullptr);
+  const callorv::detail::CFilePtr pFile(p_szPath != nullptr ? fopen(p_szPath, "r") : nullptr);
   if (pFile == nullptr) {
     const int iErrno = errno;
     char szBuf[128];
@@ -31,7 +26,7 @@ int CCfgReader::Load(const char* p_szPath) {
                       strerror_r(iErrno, szBuf, sizeof(szBuf)));
     return -1;
   }
-  char szLine[LINE_SIZE + 1];
+  char szLine[LINE_SIZE];
   while (fgets(szLine, LINE_SIZE, pFile.get()) != nullptr) {
     szLine[strcspn(szLine, "\n")] = 0;
     szLine[strcspn(szLine, "#")] = 0;

@@ -28,7 +28,7 @@ struct T_RoundKeys {
 
 void CCrypt::CreateRoundKey(unsigned long* p_aiRoundKeys) {
   SeedKey abKey = StoredSeedKey();
-  ForEachKeySwap([&](int p_i, int p_j) { Swap(abKey, p_i, p_j); });
+  PermuteSeedKey(abKey);
   SeedRoundKey(p_aiRoundKeys, abKey.data());
   explicit_bzero(abKey.data(), abKey.size());
 }
@@ -68,8 +68,8 @@ int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
 }
 
 int CCrypt::DecryptFileToStream(const char* p_szFileName, CStream& p_stOut, CString& p_sErr) {
-  CStream stFile(0, 512);
   if (p_szFileName != nullptr) p_stOut.Clear();
+  CStream stFile(0, 512);
   if (const int iRet = ReadFile(p_szFileName, stFile, p_sErr, BLOCK_SIZE)) return iRet;
   return DecryptStream(stFile, p_stOut, p_sErr) < 0 ? -7 : 0;
 }

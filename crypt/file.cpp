@@ -1,21 +1,11 @@
-// Whole files.
+// Files that are read.
 #include "crypt/file.h"
 
 #include <sys/stat.h>
 
 #include <climits>
-#include <cstdio>
-#include <memory>
 
 namespace callorv::detail {
-
-namespace {
-
-struct T_CloseFile {
-  void operator()(FILE* p_pFile) const { (void)fclose(p_pFile); }    // only read from: nothing to be lost
-};
-
-}    // namespace
 
 int ReadFile(const char* p_szFileName, CStream& p_stOut, CString& p_sErr, int p_iBlock) {
   if (p_szFileName == nullptr) {
@@ -29,26 +19,22 @@ int ReadFile(const char* p_szFileName, CStream& p_stOut, CString& p_sErr, int p_
     p_sErr.Format("File not found(%s)", p_szFileName);
     return -2;
   }
-  const bool bRegular = S_ISREG(tStat.st_mode);    // opening a pipe would wait for whoever writes to it
-  const long long iSize = bRegular ? static_cast<long long>(tStat.st_size) : 0;
+  const bool bRegular = S_ISREG(tStat.st_mode);
+  const long long iSize = bRegular ? static_cast<long long>(tStat.st_size) : 0;    // that of a folder counts names
   if (iSize % p_iBlock != 0) {
     p_sErr = "File may be corrupted";
     return -3;
   }
   if (!bRegular && !S_ISDIR(tStat.st_mode)) return 0;
-  const std::unique_ptr<FILE, T_CloseFile> pFile(iSize < INT_MAX ? fopen(p_szFileName, "rb") : nullptr);
+  const CFilePtr pFile(iSize < INT_MAX ? fopen(p_szFileName, "rb") : nullptr);
   if (pFile == nullptr) {
     p_sErr.Format("File cannot be open(%s)", p_szFileName);
     return -5;
   }
+  const auto iRoom = static_cast<size_t>(iSize);
   char* pData = p_stOut.GetBuffer(static_cast<int>(iSize));
   size_t iRead = 0;
-  for (size_t iLeft = static_cast<size_t>(iSize); iLeft > 0;) {
-    const size_t iNow = fread(pData + iRead, 1, iLeft, pFile.get());
-    if (iNow < 1) break;
-    iRead += iNow;
-    iLeft -= iNow;
-  }
+  while (const size_t iNow = fread(pData + iRead, 1, iRoom - iRead, pFile.get())) iRead += iNow;
   p_stOut.ReleaseBuffer(static_cast<int>(iRead));
   return 0;
 }

@@ -47,8 +47,8 @@ struct T_SBox {
 constexpr T_SBox s_tS1{{0x2C, 0xD0, 0x69, 0xC2, 0x41, 0x44, 0x58, 0xE2}, 247, 169};
 constexpr T_SBox s_tS2{{0xD0, 0x2A, 0xE1, 0x2C, 0x21, 0x30, 0xA2, 0x6C}, 251, 56};
 
-// SS0 to SS3: an S-box and the permutation behind it in one. Byte j of the output of box i is masked with mask (j - i) mod 4
-// of 0xFC, 0xF3, 0xCF, 0x3F.
+// SS0 to SS3: an S-box and the permutation behind it in one. Byte j of an entry of table i is the S-box's output under
+// mask (i + j) mod 4.
 constexpr Table MakeTable(const T_SBox& p_tBox, unsigned p_iBox) {
   constexpr unsigned aiMask[4] = {0xFC, 0xF3, 0xCF, 0x3F};
   Table tTable{};
@@ -58,7 +58,8 @@ constexpr Table MakeTable(const T_SBox& p_tBox, unsigned p_iBox) {
   }
   return tTable;
 }
-constexpr Table SS0 = MakeTable(s_tS1, 0), SS1 = MakeTable(s_tS2, 1), SS2 = MakeTable(s_tS1, 2), SS3 = MakeTable(s_tS2, 3);
+constexpr Table SS0 = MakeTable(s_tS1, 0), SS1 = MakeTable(s_tS2, 1);
+constexpr Table SS2 = MakeTable(s_tS1, 2), SS3 = MakeTable(s_tS2, 3);
 
 uint32_t G(uint32_t p_i) {
   return SS0[p_i & 0xFF] ^ SS1[p_i >> 8 & 0xFF] ^ SS2[p_i >> 16 & 0xFF] ^ SS3[p_i >> 24];
@@ -112,7 +113,12 @@ void SeedRoundKey(unsigned long* p_aiRoundKeys, const unsigned char* p_pKey) {
   }
 }
 
-void SeedEncrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys) { Crypt(p_pBlock, p_aiRoundKeys, 0, 2); }
-void SeedDecrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys) { Crypt(p_pBlock, p_aiRoundKeys, 30, -2); }
+void SeedEncrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys) {
+  Crypt(p_pBlock, p_aiRoundKeys, 0, 2);
+}
+
+void SeedDecrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys) {
+  Crypt(p_pBlock, p_aiRoundKeys, 30, -2);
+}
 
 }    // namespace callorv::detail

@@ -1,37 +1,37 @@
 // The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, comes from the build.
 #include "crypt/seed_key.h"
 
-#include <utility>
-
 namespace callorv::detail {
 
 namespace {
+
+static_assert(sizeof(CALLORV_SEED_KEY) == 33);
 
 constexpr unsigned Digit(char p_c) {
   return static_cast<unsigned>(p_c <= '9' ? p_c - '0' : (p_c | 0x20) - 'a' + 10);
 }
 
-// Undoes the swaps, the last one first.
+// The bytes that the passes turn into the key.
 constexpr SeedKey StoredKey(const char* p_szKey) {
-  std::pair<int, int> atSwap[28];
-  int iSwaps = 0;
-  ForEachKeySwap([&](int p_i, int p_j) {
-    atSwap[iSwaps].first = p_i;
-    atSwap[iSwaps++].second = p_j;
-  });
-  SeedKey abKey{};
-  for (unsigned i = 0; i < 16; ++i) {
-    abKey[i] = static_cast<unsigned char>(Digit(p_szKey[2 * i]) << 4 | Digit(p_szKey[2 * i + 1]));
+  SeedKey abFrom{};    // where each byte of the key comes from
+  for (size_t i = 0; i < abFrom.size(); ++i) abFrom[i] = static_cast<unsigned char>(i);
+  PermuteSeedKey(abFrom);
+  SeedKey abStored{};
+  for (size_t i = 0; i < abFrom.size(); ++i) {
+    abStored[abFrom[i]] = static_cast<unsigned char>(Digit(p_szKey[2 * i]) << 4 | Digit(p_szKey[2 * i + 1]));
   }
-  while (iSwaps-- > 0) Swap(abKey, atSwap[iSwaps].first, atSwap[iSwaps].second);
-  return abKey;
+  return abStored;
 }
-
-static_assert(sizeof(CALLORV_SEED_KEY) == 33);
 
 }    // namespace
 
-constexpr SeedKey s_abStored = StoredKey(CALLORV_SEED_KEY);    // worked out by the compiler
-const SeedKey& StoredSeedKey() { return s_abStored; }
+SeedKey StoredSeedKey() {
+  static constexpr SeedKey s_abStored = StoredKey(CALLORV_SEED_KEY);    // worked out by the compiler
+  // Read as volatile: an optimiser that sees the whole library would else carry the passes out, too.
+  const volatile unsigned char* pStored = s_abStored.data();
+  SeedKey abKey{};
+  for (unsigned char& b : abKey) b = *pStored++;
+  return abKey;
+}
 
 }    // namespace callorv::detail
