@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""Compare what a shared library exports with a committed list: check_symbols.py [--update] LIBRARY LIST
+
+Callers' programs are linked to these names: one that goes away breaks them, and one that slips out can never be taken
+back. One list serves 32-bit and 64-bit builds.
+"""
+import argparse
+import difflib
+import pathlib
+import re
+import subprocess
+import sys
+
+# Code that compilers put into every program, other libraries and our own inner parts.
+NEVER = re.compile(r"\b(std|__gnu_cxx|xercesc_\w+|callorv::detail)::")
+
+
+def exported(library):
+    table = subprocess.run(["nm", "--dynamic", "--defined-only", "--demangle", library],
+                           check=True, capture_output=True, text=True).stdout
+    names = set()
+    for line in table.splitlines():
+        kind, name = line.split(maxsplit=1)[1].split(maxsplit=1)
+        if kind != "A":         # the version node itself
+            # va_list is a pointer to char in a 32-bit program
+            names.add(re.sub(r"@@\w+$", "", name).replace("__va_list_tag*", "char*"))
+    return sorted(names)
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Compare what a shared library exports with a committed list.")
+    parser.add_argument("--update", action="store_true", help="write LIST anew")
+    parser.add_argument("library")
+    parser.add_argument("list", type=pathlib.Path)
+    options = parser.parse_args()
+
+    names = exported(options.library)
+    private = [name for name in names if NEVER.search(name)]
+    if private or not names:
+        print("may not be exported:" if private else "exports nothing", *private, sep="\n  ")
+        return 1
+    if options.update:
+        options.list.write_text("".join(name + "\n" for name in names), encoding="ascii")
+        return 0
+    known = options.list.read_text(encoding="ascii").splitlines()
+    difference = list(difflib.unified_diff(known, names, str(options.list), options.library, lineterm="", n=0))
+    print(*difference, sep="\n", end="\n" if difference else "")
+    return 1 if difference else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
