@@ -16,7 +16,7 @@ char s_szNoData[] = "";              // what a stream without room points at; ne
 }    // namespace
 
 CStream::CStream(int p_iInitialSize, int p_iGrowBy)
-    : m_pData(s_szNoData), m_iSize(0), m_iCapacity(0), m_iGrowBy(std::max(p_iGrowBy, 1)) {
+    : m_pData(s_szNoData), m_iSize(0), m_iCapacity(0), m_iGrowBy(p_iGrowBy) {
   if (p_iInitialSize > 0 && !Reallocate(p_iInitialSize)) throw std::bad_alloc();
 }
 

@@ -4,12 +4,13 @@
 #include <doctest/doctest.h>
 
 #include <climits>
-#include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/fail_alloc.h"
+#include "support/huge_text.h"
 
 namespace {
 
@@ -308,3 +309,21 @@ TEST_CASE("CStrHash::Get without memory") {
           if (bThrew) CHECK(as.GetSize() == 0);
         }) == 2);
 }
+
+#ifdef HAVE_HUGE_TEXT
+TEST_CASE("the maps refuse a key of more than an int can count") {
+  const CHugeText cHuge;
+  CIntHash cInt(1024);
+  CStrHash cStr(1024);
+  cInt.Set("key", 1, false);
+  Set(cStr, "key", "value", false);
+  CHECK(Value(cInt, cHuge.ToStr()) == INT_MIN);
+  CHECK(All(cStr, cHuge.ToStr()) == "absent");
+  CHECK_THROWS_AS(cInt.Set(cHuge.ToStr(), 2, false), std::bad_alloc);
+  CHECK_THROWS_AS(Set(cStr, cHuge.ToStr(), "other", false), std::bad_alloc);
+  CHECK(Value(cInt, cHuge.ToStr()) == INT_MIN);
+  CHECK(All(cStr, cHuge.ToStr()) == "absent");
+  CHECK(Value(cInt, "key") == 1);
+  CHECK(All(cStr, "key") == "[value]");
+}
+#endif

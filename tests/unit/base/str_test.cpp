@@ -13,6 +13,7 @@
 #include "callorv/base/array.h"
 #include "support/comma_locale.h"
 #include "support/fail_alloc.h"
+#include "support/huge_text.h"
 
 namespace {
 
@@ -507,3 +508,24 @@ TEST_CASE("comparison with a C text is exact") {
   CHECK(CString() == static_cast<const char*>(nullptr));
   CHECK_FALSE(CString() != static_cast<const char*>(nullptr));
 }
+
+#ifdef HAVE_HUGE_TEXT
+TEST_CASE("CString refuses a text of more than 2147483646 bytes") {
+  const CHugeText cHuge;
+  CString s(LONG);
+  CFailAlloc cCount;
+  CHECK(cCount.Run([&] { s.Set(cHuge.ToStr()); }));
+  CHECK(cCount.Run([&] { s = cHuge.ToStr() + 1; }));    // 2147483647
+  CHECK(cCount.Run([&] { CString sNew(cHuge.ToStr()); }));
+  CHECK(cCount.GetCount() == 0);
+  CheckText(s, LONG);
+  CHECK(s != cHuge.ToStr());
+  CHECK_FALSE(s.StartsWith(cHuge.ToStr()));
+  CHECK_FALSE(s.EndsWith(cHuge.ToStr()));
+  // One byte less is asked for; its allocation fails here, as it would take too long to fill.
+  CFailAlloc cFail(1);
+  CHECK(cFail.Run([&] { s.Set(cHuge.ToStr() + 2); }));
+  CHECK(cFail.GetBytes() == 2147483647u);
+  CheckText(s, LONG);
+}
+#endif
