@@ -18,7 +18,7 @@ using namespace callorv::detail;
 
 namespace {
 
-constexpr T_XmlUse s_tUse{" : ", " : ", "", true, false};
+constexpr T_XmlUse s_tUse{" : ", " : ", "", true};
 
 struct T_Wide {
   XMLCh* psz;
@@ -69,7 +69,7 @@ CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 void CDicFileHandler::Action(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   if (!CString(p_szPath).EndsWith(".exml")) {
-    Parse([&] { return ParseSource(CFileSource(p_szPath)); });
+    Parse([&] { return ParseSource(CFileSource(p_szPath), false); });
     return;
   }
   Parse([&] {
@@ -77,7 +77,7 @@ void CDicFileHandler::Action(const char* p_szPath) {
     CString sReason;
     if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
     return ParseSource(MemBufInputSource(reinterpret_cast<const XMLByte*>(stXml.GetData()),
-                                         static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false));
+                                         static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false), false);
   });
 }
 

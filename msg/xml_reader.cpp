@@ -122,9 +122,9 @@ void CXmlHandler::internalEntityDecl(const XMLCh* const p_szName, const XMLCh* c
   }
 }
 
-XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource) {
+XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepReader) {
   SecurityManager cBounds;
-  CReaderPtr pReader = m_tUse.bKeepReader ? TakeReader() : NewReader();
+  CReaderPtr pReader = p_bKeepReader ? TakeReader() : NewReader();
   pReader->setContentHandler(this);
   pReader->setErrorHandler(this);
   pReader->setLexicalHandler(this);
@@ -135,7 +135,7 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource) {
   }
   pReader->parse(p_cSource);
   const XMLSize_t iErrors = pReader->getErrorCount();
-  if (m_tUse.bKeepReader && iErrors == 0) KeepReader(std::move(pReader));
+  if (p_bKeepReader && iErrors == 0) KeepReader(std::move(pReader));
   return iErrors;
 }
 

@@ -47,7 +47,6 @@ struct T_XmlUse {
   const char* szErrorColon;      // before the message of a parser exception
   const char* szErrorEnd;        // and behind it
   bool bDoctype;                 // a DOCTYPE is accepted (and can do no harm) instead of refused
-  bool bKeepReader;              // the reader may serve a later document
 };
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
@@ -68,7 +67,8 @@ class CXmlHandler : public xercesc::DefaultHandler {
   // the callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11.
   void Parse(const std::function<XMLSize_t()>& p_fnParse) const;
   // Parses with this handler; returns the parser's error count. Only inside Parse.
-  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource);
+  //   p_bKeepReader  the reader may have served another document and may serve a later one
+  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, bool p_bKeepReader);
 
   // Depth of the open elements, the root's being 1. Callbacks enter first and leave last: the parser's own time is
   // quadratic in depth, so a document of nothing but start tags must end early.
