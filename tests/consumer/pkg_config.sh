@@ -1,5 +1,5 @@
 #!/bin/sh
-# pkg_config.sh PREFIX LIBDIR DICTIONARY: builds the programs of project/ as a Makefile would, and runs them.
+# pkg_config.sh PREFIX LIBDIR DICTIONARY: builds the programs of project/, which it runs, and those of the README.
 # CC, CXX, CFLAGS and CXXFLAGS come from the environment.
 set -eu
 cd "$(dirname "$0")/project"
@@ -13,5 +13,11 @@ flags="-Wall -Wextra -pedantic -Werror $(pkg-config --cflags callorv)"
 $CC ${CFLAGS:-} -std=c99 $flags use.c -o "$out/use_c" $(pkg-config --libs callorv)
 # shellcheck disable=SC2046,SC2086
 $CXX ${CXXFLAGS:-} -std=c++11 $flags use.cpp -o "$out/use_cpp" $(pkg-config --libs callorv)
+# snippet LANGUAGE: the program in that language in the README
+snippet() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/!p}" ../../../README.md; }
+# shellcheck disable=SC2086
+snippet c | $CC ${CFLAGS:-} -std=c99 $flags -x c - -o "$out/readme_c" -x none $(pkg-config --libs callorv)
+# shellcheck disable=SC2086
+snippet cpp | $CXX ${CXXFLAGS:-} -std=c++11 $flags -x c++ - -o "$out/readme_cpp" -x none $(pkg-config --libs callorv)
 "$out/use_c"
 "$out/use_cpp" "$3"
