@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "msg/msg_ops.h"
-#include "support/locale.h"
+#include "support/comma_locale.h"
 #include "unit/msg/test_dic.h"
 
 namespace {
@@ -71,12 +71,11 @@ CString WithNul(const std::string& p_s) {
   return sText;
 }
 
-// Whether python3 takes the documents to be well-formed.
+// Whether another parser takes the document to be well-formed.
 bool WellFormed(const std::string& p_sXml) {
   const CTempDir cDir;
-  const std::string sPath = cDir.Write("doc.xml", p_sXml);
-  return system(("python3 -c 'import sys, xml.etree.ElementTree as e; e.parse(sys.argv[1])' " + sPath + " 2>/dev/null").c_str()) ==
-         0;
+  const std::string sPath = cDir.Write("doc.xml", p_sXml), sProgram = "import sys, xml.etree.ElementTree as e; e.parse(sys.argv[1])";
+  return system((std::string(TEST_PYTHON) + " -c '" + sProgram + "' " + sPath + " 2>/dev/null").c_str()) == 0;
 }
 
 }    // namespace
@@ -322,6 +321,7 @@ TEST_CASE("numbers are written and read without the locale") {
   cMsg->SetValue(3, 1234567.5);
   cMsg->SetValue(7, 1234567);
   const CCommaLocale cLocale;
+  REQUIRE(CFormat("%.1f", 1.5) == "1,5");
   CHECK(Body(*cMsg) == "<t7>1234567</t7><t3>1.234567500000000e+06</t3>");
   CHECK(DumpXml(*cMsg).find("  <t3>1.234567500000000e+06</t3>\n") != std::string::npos);
   CHECK(Dump(*cMsg).find("    [3](price) 1.234567500000000e+06\n") != std::string::npos);
