@@ -28,14 +28,11 @@ int CCfgReader::Load(const char* p_szPath) {
   }
   char szLine[LINE_SIZE];
   while (fgets(szLine, LINE_SIZE, pFile.get()) != nullptr) {
-    szLine[strcspn(szLine, "\n")] = 0;
     szLine[strcspn(szLine, "#")] = 0;
-    CString sLine(szLine);
-    sLine.Trim();
-    CStrArray aPiece;
-    if (sLine.Split('=', &aPiece, true) < 1) continue;
-    CString sValue(aPiece.GetSize() > 1 ? aPiece[1].ToStr() : "");
-    m_cValues.Set(aPiece[0].ToStr(), const_cast<char*>(sValue.ToStr()), false);    // copied, not written to
+    CStrArray asPiece;
+    if (CString(szLine).Split('=', &asPiece, true) < 1) continue;    // takes the line feed off, too
+    // Without a second piece the value is "". It is copied, not written to.
+    m_cValues.Set(asPiece[0].ToStr(), const_cast<char*>(asPiece[1].ToStr()), false);
   }
   return 0;
 }

@@ -66,7 +66,6 @@ void MD5::Transform(const unsigned char* p_pBlock) noexcept {
 }
 
 void MD5::update(const unsigned char* p_pData, unsigned int p_iLen) noexcept {
-  if (m_bFinal) return;
   while (p_iLen > 0) {
     const auto iUsed = static_cast<unsigned>(m_iBytes % BLOCK), iNow = std::min(p_iLen, BLOCK - iUsed);
     memcpy(m_abBlock + iUsed, p_pData, iNow);
