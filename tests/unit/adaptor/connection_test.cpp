@@ -114,6 +114,7 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
       {"no such host", cPeer.Port(), -4, "Failed in gethostbyname()(-4)((hostname=no such host))"},
       {"::1", cPeer.Port(), -4, "Failed in gethostbyname()(-4)((hostname=::1))"},
       {"no such host", -1, -4, "Failed in gethostbyname()(-4)((hostname=no such host))"},
+      {"127.2", cPeer.Port(), -5, "Failed in connect()(-5)((connect))"},    // 127.0.0.2: the peer is at 127.0.0.1 only
       {"127.0.0.1", iUnused, -5, "Failed in connect()(-5)((connect))"},
       {"127.0.0.1", 0, -5, "Failed in connect()(-5)((connect))"},
       {"127.0.0.1", -1, -5, "Failed in connect()(-5)((connect))"},
@@ -222,7 +223,9 @@ TEST_CASE("Disconnect ends both directions and can be repeated") {
   REQUIRE(SameFile(iSock, iCopy));
   CHECK(cAdaptor.SendData("bye", 3, 5) == 0);
   CHECK(cAdaptor.Disconnect() == 0);
-  CHECK(cGot.get_future().get() == "bye.");    // shut down, although a copy of the descriptor is open
+  char c;
+  CHECK(recv(iCopy, &c, 1, MSG_DONTWAIT) == 0);    // shut down, although a copy of the descriptor is open
+  CHECK(cGot.get_future().get() == "bye.");
   CHECK(cAdaptor.iSock == -1);
   CHECK_FALSE(SameFile(iSock, iCopy));    // closed, even if another thread has the number by now
   CHECK(cAdaptor.Disconnect() == -1);

@@ -102,11 +102,12 @@ TEST_CASE("ReceiveFrom: what numbers and texts may look like") {
   CHECK(cExchange.tInfo.iSvcNum == -7);
   CHECK(cExchange.tInfo.iMsgNum == 42);
   CHECK(cExchange.tInfo.iExtra == INT_MAX);
-  CHECK(cExchange.tInfo.sTimeStamp == "");
+  CHECK(cExchange.tInfo.sTimeStamp.IsEmpty());
   CHECK(cExchange.tInfo.sUserKey == "AB CD");
   CHECK(cExchange.tInfo.sAux13 == "aux");
+  CHECK(cExchange.tInfo.sAux13.GetSize() == 3);    // a NUL ends a text
   CHECK_FALSE(cExchange.tInfo.bCompressed);    // only "Y" is
-  CHECK(cExchange.tInfo.sAux8 == "");
+  CHECK(cExchange.tInfo.sAux8.IsEmpty());
   CHECK(cExchange.tInfo.sAux21 == "\xE4\xF6\xFC                  ");
   CHECK(Bytes(cExchange.tInfo.stBody) == "abc");
 }
@@ -130,7 +131,9 @@ TEST_CASE("ReceiveFrom: packets one behind the other, into one record") {
   const std::string sFirst = s_szPlain;
   const std::string sBad = Replaced(s_szPlain, 133, "051");
   const std::string sEmpty = Packet('N', "", "0000000000");
-  CPeer cPeer([&](int p_iSock) { WriteAll(p_iSock, sFirst + s_sCompressed + sBad + sEmpty + sFirst); });
+  const std::string sNoZLib = Packet('Y', "hello", "0000000005").substr(0, 133);    // its trailer would not be read
+  const std::string sAll = sFirst + s_sCompressed + sBad + sNoZLib + sFirst + sEmpty + sFirst;
+  CPeer cPeer([&](int p_iSock) { WriteAll(p_iSock, sAll); });
   COpenAdaptor cAdaptor;
   REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
   T_PacketInfo tInfo;
@@ -141,6 +144,11 @@ TEST_CASE("ReceiveFrom: packets one behind the other, into one record") {
   CHECK(Bytes(tInfo.stBody) == "hello");
   CHECK(cAdaptor.ReceiveFrom(&tInfo, 5) == -13);
   CHECK(cAdaptor.Error() == "Checksum is incorrect(-13)((M:50,C:51))");
+  CHECK(Bytes(tInfo.stBody) == "hello");
+  CHECK(cAdaptor.ReceiveFrom(&tInfo, 5) == -16);
+  CHECK(cAdaptor.Error() == "Compression failed(-16)(ReceiveFrom(-3)(0))");
+  CHECK(tInfo.stBody.GetSize() == 0);    // no body rather than that of the packet before
+  CHECK(cAdaptor.ReceiveFrom(&tInfo, 5) == 0);
   CHECK(Bytes(tInfo.stBody) == "hello");
   CHECK(cAdaptor.ReceiveFrom(&tInfo, 5) == 0);
   CHECK(tInfo.stBody.GetSize() == 0);
