@@ -22,6 +22,7 @@ enum { DETAIL_SIZE = 1024, DETAIL_MAX_SIZE = 1 << 20 };
 // p_szFmt filled in, cut at DETAIL_SIZE - 1 characters. The buffer grows only while the formatter reports failure, and
 // not beyond DETAIL_MAX_SIZE: a format that can never be printed must not eat the process's memory.
 // Throws CException (-11), naming p_szSource, p_iLine and p_szWhat, when no buffer can be had.
+CALLORV_PRINTF(4, 0)
 inline std::unique_ptr<char[]> FormatDetail(const char* p_szSource, int p_iLine, const char* p_szWhat,
                                             const char* p_szFmt, va_list p_tArgs) {
   for (int iLen = DETAIL_SIZE; iLen <= DETAIL_MAX_SIZE; iLen += DETAIL_SIZE) {
