@@ -47,8 +47,8 @@ def run(*args, stdin=b"", timeout=60):
 
 def header(body, service, message, **fields):
     """The 128 bytes before a body as it is sent; a field given by name replaces what belongs there."""
-    values = {"begin": b"QMX-SSP-V1.0", "length": b"%010d" % (128 + len(body)), "service": b"%04d" % service,
-              "message": b"%04d" % message, "extra": b"0000000000", "time": b"20260131-235959",
+    values = {"begin": b"QMX-SSP-V1.0", "length": b"%010d" % (128 + len(body)), "service_field": b"%04d" % service,
+              "message_field": b"%04d" % message, "extra": b"0000000000", "time": b"20260131-235959",
               "key": b"USERKEY1".ljust(20), "aux13": b" " * 13, "compressed": b"N", "plain": b"%010d" % len(body),
               "aux8": b" " * 8, "aux21": b" " * 21}
     values.update(fields)
@@ -115,13 +115,14 @@ class Server:
         self.stop = stop
 
     def __enter__(self):
+        self.errors = tempfile.TemporaryFile()    # a pipe that nobody reads would fill up
         self.process = subprocess.Popen([COMMAND, "serve", *map(str, self.args)], stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE)
+                                        stderr=self.errors)
         self.greeting = self.process.stdout.readline().decode()
         match = re.fullmatch(r"listening on 127\.0\.0\.1 (\d+)\n", self.greeting)
         if not match:
-            _, err = self.process.communicate()
-            raise AssertionError(f"no greeting: {self.greeting!r} {err!r}")
+            self.__exit__()
+            raise AssertionError(f"no greeting: {self.greeting!r} {self.log!r}")
         self.port = int(match[1])
         return self
 
@@ -142,8 +143,10 @@ class Server:
 
     def __exit__(self, *_):
         self.process.send_signal(self.stop)
-        out, err = self.process.communicate(timeout=60)
-        self.rest, self.log, self.status = out.decode(), err.decode(), self.process.returncode
+        out, _ = self.process.communicate(timeout=60)
+        self.errors.seek(0)
+        self.rest, self.log, self.status = out.decode(), self.errors.read().decode(), self.process.returncode
+        self.errors.close()
 
 
 class ToolTest(unittest.TestCase):

@@ -114,8 +114,8 @@ T_Answer CAnswerer::Answer(const std::string& p_sPacket, T_CallRecord& p_tCall) 
   CAdaptor::T_PacketInfo tRequest;
   const std::vector<std::string> asWrong = CheckPacket(p_sPacket, tRequest);
   if (!asWrong.empty()) {
-    p_tCall.bError = true;
-    p_tCall.sResult = "refused: " + Joined(asWrong);
+    tAnswer.eThen = T_Answer::REFUSE;
+    p_tCall.sResult = Joined(asWrong);
     if (m_cRecorder) m_cRecorder->Save(p_sPacket, "", tRequest.iSvcNum);
     return tAnswer;
   }

@@ -16,7 +16,7 @@
 
 // What is to be done with the connection.
 struct T_Answer {
-  enum E_Then { READ_NEXT, STALL, CLOSE, RESET };
+  enum E_Then { READ_NEXT, STALL, CLOSE, RESET, REFUSE };
   std::string sBytes;    // to be sent first
   int iDelay = 0;        // milliseconds before
   E_Then eThen = READ_NEXT;
@@ -30,7 +30,7 @@ class CAnswerer {
 
   // p_sPacket  one packet, as long as its header says
   // p_tCall    receives all but the peer, the times and the bytes sent
-  // A packet that breaks the rules gives an empty answer and CLOSE, and the reasons in p_tCall.sResult.
+  // A packet that breaks the rules gives REFUSE, and the reasons in p_tCall.sResult.
   T_Answer Answer(const std::string& p_sPacket, T_CallRecord& p_tCall);
 
  private:

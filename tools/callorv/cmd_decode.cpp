@@ -52,36 +52,47 @@ struct T_Piece {
 
 std::string ReadBytes(const T_Options& p_tOptions) {
   std::string sInput = ReadWholeFile(p_tOptions.sFile);
-  const bool bLooksBinary = sInput.find(CTcpAdaptor::GetBeginString()) != std::string::npos;
-  if (p_tOptions.bBinary || (bLooksBinary && !p_tOptions.bHex)) return sInput;
+  if (p_tOptions.bBinary) return sInput;
   const std::optional<std::string> sBytes = FromHex(sInput);
   if (!sBytes && p_tOptions.bHex) throw CFailure(p_tOptions.sFile + ": not a text of hexadecimal digits");
   return sBytes.value_or(sInput);
 }
 
-// Takes the first piece off p_sRest. A packet whose length cannot be true reaches to where the next begins.
-T_Piece TakePiece(std::string_view& p_sRest) {
-  T_Piece tPiece;
-  const std::string_view sBegin = CTcpAdaptor::GetBeginString();
-  tPiece.bPacket = p_sRest.substr(0, sBegin.size()) == sBegin;
-  if (p_sRest.size() >= HEADER_SIZE) tPiece.iSize = PacketSize(p_sRest.substr(0, HEADER_SIZE));
-  const bool bFits = tPiece.bPacket && tPiece.iSize > 0 && tPiece.iSize <= p_sRest.size();
-  tPiece.sBytes = p_sRest.substr(0, bFits ? tPiece.iSize : p_sRest.find(sBegin, 1));
-  p_sRest.remove_prefix(tPiece.sBytes.size());
-  const std::string sSize = std::to_string(tPiece.sBytes.size());
-  if (!tPiece.bPacket) {
-    tPiece.asWrong.push_back("these bytes do not begin a packet");
-  } else if (!tPiece.HasHeader()) {
-    tPiece.asWrong.push_back("the header ends after " + sSize + " of 128 bytes");
-  } else if (!tPiece.IsWhole()) {
-    tPiece.asWrong = CheckHeader(tPiece.Header());
-    if (tPiece.iSize > 0) {
-      tPiece.asWrong.push_back("the packet ends after " + sSize + " of " + std::to_string(tPiece.iSize) + " bytes");
+// What is wrong with a piece, and its body when it is whole.
+void Check(T_Piece& p_tPiece) {
+  const std::string sSize = std::to_string(p_tPiece.sBytes.size());
+  if (!p_tPiece.bPacket) {
+    p_tPiece.asWrong.push_back("these bytes do not begin a packet");
+  } else if (!p_tPiece.HasHeader()) {
+    p_tPiece.asWrong.push_back("the header ends after " + sSize + " of 128 bytes");
+  } else if (!p_tPiece.IsWhole()) {
+    p_tPiece.asWrong = CheckHeader(p_tPiece.Header());
+    if (p_tPiece.iSize > 0) {
+      p_tPiece.asWrong.push_back("the packet ends after " + sSize + " of " + std::to_string(p_tPiece.iSize) + " bytes");
     }
   } else {
     CAdaptor::T_PacketInfo tInfo;
-    tPiece.asWrong = CheckPacket(tPiece.sBytes, tInfo);
-    tPiece.sBody.assign(tInfo.stBody.GetData(), static_cast<size_t>(tInfo.stBody.GetSize()));
+    p_tPiece.asWrong = CheckPacket(p_tPiece.sBytes, tInfo);
+    p_tPiece.sBody.assign(tInfo.stBody.GetData(), static_cast<size_t>(tInfo.stBody.GetSize()));
+  }
+}
+
+// The first piece of p_sRest: a packet as long as its header says. When it is broken or its length cannot be true, it
+// reaches to where the next begins.
+T_Piece FirstPiece(std::string_view p_sRest) {
+  const std::string_view sBegin = CTcpAdaptor::GetBeginString();
+  const size_t iNext = std::min(p_sRest.find(sBegin, 1), p_sRest.size());
+  T_Piece tPiece;
+  tPiece.bPacket = p_sRest.substr(0, sBegin.size()) == sBegin;
+  if (p_sRest.size() >= HEADER_SIZE) tPiece.iSize = PacketSize(p_sRest.substr(0, HEADER_SIZE));
+  const bool bFits = tPiece.bPacket && tPiece.iSize > 0 && tPiece.iSize <= p_sRest.size();
+  tPiece.sBytes = p_sRest.substr(0, bFits ? tPiece.iSize : iNext);
+  Check(tPiece);
+  if (!tPiece.asWrong.empty() && iNext < tPiece.sBytes.size()) {
+    tPiece.sBytes = p_sRest.substr(0, iNext);
+    tPiece.sBody.clear();
+    tPiece.asWrong.clear();
+    Check(tPiece);
   }
   return tPiece;
 }
@@ -101,7 +112,11 @@ void PrintText(const T_Piece& p_tPiece, int p_iNumber, bool p_bShowKey) {
 nlohmann::ordered_json ToJson(const T_Piece& p_tPiece, bool p_bShowKey) {
   nlohmann::ordered_json cPiece{
       {"offset", p_tPiece.iAt}, {"size", p_tPiece.sBytes.size()}, {"packet", p_tPiece.bPacket}};
-  if (p_tPiece.HasHeader()) cPiece["header"] = HeaderToJson(p_tPiece.Header(), p_bShowKey);
+  if (p_tPiece.HasHeader()) {
+    cPiece["header"] = HeaderToJson(p_tPiece.Header(), p_bShowKey);
+  } else {
+    cPiece["text"] = Printable(p_tPiece.sBytes, false);
+  }
   if (p_tPiece.IsWhole()) {
     cPiece["body"] = ToUtf8(p_tPiece.sBody);
     cPiece["checksum"] = ToUtf8(p_tPiece.Trailer());
@@ -116,11 +131,10 @@ void Decode(const T_Options& p_tOptions) {
   nlohmann::ordered_json cAll = nlohmann::ordered_json::array();
   int iPackets = 0;
   int iBroken = 0;
-  std::string_view sRest = sBytes;
-  while (!sRest.empty()) {
-    const size_t iAt = sBytes.size() - sRest.size();
-    T_Piece tPiece = TakePiece(sRest);
+  for (size_t iAt = 0; iAt < sBytes.size();) {
+    T_Piece tPiece = FirstPiece(std::string_view(sBytes).substr(iAt));
     tPiece.iAt = iAt;
+    iAt += tPiece.sBytes.size();
     iPackets += tPiece.bPacket;
     iBroken += !tPiece.asWrong.empty();
     if (p_tOptions.bJson) {

@@ -27,6 +27,21 @@ int Failed(const std::string& p_sText) {
   return EXIT_FAILED;
 }
 
+// Help that leaves out which options go together: the footers and man pages show that.
+class CHelp : public CLI::Formatter {
+ public:
+  CHelp() { column_width(34); }
+
+  std::string make_option_opts(const CLI::Option* p_pOption) const override {
+    std::string sText;
+    if (p_pOption->get_type_size() != 0) sText = " " + p_pOption->get_type_name();
+    if (!p_pOption->get_default_str().empty()) sText += " [" + p_pOption->get_default_str() + "]";
+    if (p_pOption->get_expected_max() == CLI::detail::expected_max_vector_size) sText += " ...";
+    if (p_pOption->get_required()) sText += " (required)";
+    return sText;
+  }
+};
+
 int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
   try {
     p_cApp.parse(p_iArgs, p_apArgs);
@@ -34,6 +49,10 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
     return std::cout ? EXIT_DONE : Failed("standard output cannot be written");
   } catch (const CLI::Success& cDone) {    // --help, --version
     return p_cApp.exit(cDone);
+  } catch (const CLI::RequiredError& cError) {
+    // A misspelt command or option is missed under its right name; the wrong one says more.
+    const std::vector<std::string> asLeft = p_cApp.remaining(true);
+    return Usage(p_cApp, asLeft.empty() ? cError.what() : CLI::ExtrasError(asLeft).what());
   } catch (const CLI::ParseError& cError) {
     return Usage(p_cApp, cError.what());
   } catch (const CUsage& cError) {
@@ -51,7 +70,7 @@ int main(int p_iArgs, char** p_apArgs) {
   CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
                 "callorv"};
   cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
-  cApp.get_formatter()->column_width(34);
+  cApp.formatter(std::make_shared<CHelp>());
   cApp.require_subcommand(1);
   AddCall(cApp);
   AddServe(cApp);

@@ -119,7 +119,7 @@ int SetTyped(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sPath, c
       return p_cMsg.SetValue(p_tTag.m_iTagNum, CDate(p_sValue.c_str()));
     default:
       throw CFailure(p_sPath + " is a sub-message: write " + p_sPath +
-                     (p_tTag.m_bArray ? "[0].TAG=VALUE" : ".TAG=VALUE"));
+                     (p_tTag.m_bArray && p_sPath.back() != ']' ? "[0].TAG=VALUE" : ".TAG=VALUE"));
   }
 }
 

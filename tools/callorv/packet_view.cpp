@@ -1,6 +1,7 @@
 // A packet taken apart: its fields, its body, and everything that is wrong with it.
 #include "packet_view.h"
 
+#include <algorithm>
 #include <climits>
 #include <iomanip>
 
@@ -122,7 +123,9 @@ void PrintHeader(std::ostream& p_cOut, std::string_view p_sHeader, std::string_v
 nlohmann::ordered_json HeaderToJson(std::string_view p_sHeader, bool p_bShowKey) {
   nlohmann::ordered_json cFields;
   for (int i = 0; i < CTcpAdaptor::FIELDS; ++i) {
-    cFields[CTcpAdaptor::GetField(i)->szName] = ShownText(p_sHeader, i, p_bShowKey);
+    std::string sName = CTcpAdaptor::GetField(i)->szName;
+    std::replace(sName.begin(), sName.end(), ' ', '_');
+    cFields[sName] = ShownText(p_sHeader, i, p_bShowKey);
   }
   return cFields;
 }

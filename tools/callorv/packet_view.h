@@ -23,6 +23,7 @@ std::vector<std::string> CheckPacket(std::string_view p_sPacket, CAdaptor::T_Pac
 // The header's fields, one a line: offset, width, name, value between quotes. The user key is masked unless p_bShowKey.
 // p_sTrailer: the checksum that was sent behind the body; "" leaves its line out.
 void PrintHeader(std::ostream& p_cOut, std::string_view p_sHeader, std::string_view p_sTrailer, bool p_bShowKey);
+// The fields' texts by name, with underscores for blanks.
 nlohmann::ordered_json HeaderToJson(std::string_view p_sHeader, bool p_bShowKey);
 
 #endif

@@ -206,6 +206,10 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
       Fail(cError.what());
     }
     m_sPacket = std::string();    // a waiting connection holds no room
+    if (m_tAnswer.eThen == T_Answer::REFUSE) {
+      m_cServer.CallEnds();
+      return Refuse(m_tCall.sResult);
+    }
     if (m_tAnswer.iDelay == 0) return Send();
     m_cTimer.expires_after(std::chrono::milliseconds(m_tAnswer.iDelay));
     m_cTimer.async_wait([pSelf = shared_from_this()](const Error&) { pSelf->Send(); });
@@ -238,6 +242,7 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
           break;
         }
         [[fallthrough]];
+      case T_Answer::REFUSE:    // without an answer already
       case T_Answer::CLOSE: End(); break;
       case T_Answer::RESET:
         m_cSocket.set_option(asio::socket_base::linger(true, 0), cIgnored);

@@ -1,0 +1,127 @@
+"""What the subcommands have in common, their man pages and the completion for bash."""
+import os
+import re
+import subprocess
+import unittest
+
+from support import COMMAND, Server, ToolTest, run
+
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+COMMANDS = ["call", "serve", "decode", "dict check", "dict dump", "dict encrypt", "dict decrypt", "dict html",
+            "key make", "key check", "generate"]
+
+
+def options(command):
+    """The long options that --help shows, but --help."""
+    text = run(*command.split(), "--help").stdout.decode()
+    return [name for name in re.findall(r"^  (?:-\w,)?(--[\w-]+)", text, re.M) if name != "--help"]
+
+
+def man_page(name):
+    with open(os.path.join(SOURCE, "docs", "man", f"{name}.1"), encoding="ascii") as file:
+        return file.read().replace("\\-", "-").replace("\\(aq", "'").replace("\\en", "\\n")
+
+
+class CommandTest(ToolTest):
+    def test_version(self):
+        self.assert_run(run("--version"), 0, "callorv 1.0.0\n", "")
+
+    def test_help_lists_the_commands(self):
+        result = run("--help")
+        self.assert_run(result, 0, err="")
+        for name in ("call", "serve", "decode", "dict", "key", "generate"):
+            self.assertRegex(result.stdout.decode(), rf"(?m)^  {name} {{3,}}\S")
+
+    def test_usage(self):
+        for args, command, text in (
+                ((), "callorv", "A subcommand is required"),
+                (("nosuch",), "callorv", "The following argument was not expected: nosuch"),
+                (("--nosuch",), "callorv", "The following argument was not expected: --nosuch"),
+                (("key", "nosuch"), "callorv key", "The following argument was not expected: nosuch"),
+                (("serve", "--dictonary"), "callorv serve", "The following argument was not expected: --dictonary")):
+            with self.subTest(args=args):
+                self.assert_run(run(*args), 2, "", f"callorv: {text}\nTry '{command} --help'.\n")
+
+    def test_every_command_has_help_with_an_example(self):
+        for command in COMMANDS:
+            result = run(*command.split(), "--help")
+            self.assert_run(result, 0, err="")
+            self.assertRegex(result.stdout.decode(), rf"\nExamples?:\n  callorv {command} ")
+
+
+class ManPageTest(ToolTest):
+    def test_every_option_is_explained(self):
+        for command in COMMANDS:
+            page = man_page("callorv-" + command.split()[0])
+            for option in options(command):
+                with self.subTest(command=command, option=option):
+                    self.assertRegex(page, rf"(?m){option}\b")
+
+    def test_no_option_is_made_up(self):
+        for name in ("call", "serve", "decode"):
+            page = man_page("callorv-" + name)
+            known = {option for command in COMMANDS for option in options(command)} | {"--help"}
+            self.assertEqual(set(re.findall(r"(?<![-\w])--[\w-]+", page)) - known, set())
+
+    def test_the_first_steps_work_as_they_stand(self):
+        steps = man_page("callorv").split(".SH FIRST STEPS")[1].split(".SH ")[0]
+        dictionary, prepare, serve, call = re.findall(r"\.EX\n(.*?)\.EE\n", steps, re.S)
+        self.write("dictionary.xml", dictionary)
+        tools = os.path.join(self.dir, "bin")
+        os.mkdir(tools)
+        os.symlink(os.path.abspath(COMMAND), os.path.join(tools, "callorv"))
+
+        def shell(text):
+            env = {**os.environ, "PATH": tools + ":" + os.environ["PATH"]}
+            return subprocess.run(["sh", "-ec", text], cwd=self.dir, env=env, capture_output=True, check=False)
+
+        self.assert_run(shell(prepare), 0, err="")
+        words = serve.split()
+        self.assertEqual((words[:2], words[-2:]), (["callorv", "serve"], ["--port", "7000"]))
+        here = os.getcwd()
+        os.chdir(self.dir)
+        self.addCleanup(os.chdir, here)
+        with Server(*words[2:-2]) as server:    # a free port, as 7000 may be taken
+            result = shell(call.replace("7000", str(server.port)))
+        self.assert_run(result, 0, err="")
+        self.assertIn("    [1](code) ABC\n    [2](price) 1.500000000000000e+00\n", result.stdout.decode())
+
+
+class CompletionTest(ToolTest):
+    def complete(self, line):
+        """What bash offers for the last word of a line."""
+        script = f"""source {SOURCE}/tools/completion/callorv
+            COMP_WORDS=({line}) COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1))
+            _callorv callorv "${{COMP_WORDS[COMP_CWORD]}}" "${{COMP_WORDS[COMP_CWORD - 1]}}"
+            printf '%s\\n' "${{COMPREPLY[@]}}" """
+        result = subprocess.run(["bash", "-c", script], cwd=self.dir, capture_output=True, check=False)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        return result.stdout.decode().split()
+
+    def test_commands(self):
+        self.assertEqual(self.complete("callorv ''"), ["call", "serve", "decode", "dict", "key", "generate", "--help",
+                                                       "--version"])
+        self.assertEqual(self.complete("callorv d"), ["decode", "dict"])
+        self.assertEqual(self.complete("callorv dict ''"), ["check", "dump", "encrypt", "decrypt", "html", "--help"])
+        self.assertEqual(self.complete("callorv key m"), ["make"])
+
+    def test_every_option(self):
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                self.assertEqual(sorted(self.complete(f"callorv {command} --")), sorted([*options(command), "--help"]))
+
+    def test_values(self):
+        self.assertEqual(self.complete("callorv call --format ''"), ["dump", "xml", "json"])
+        self.assertEqual(self.complete("callorv serve --fault re"), ["reset", "reject"])
+        self.assertEqual(self.complete("callorv serve --port ''"), [])
+        self.write("other.exml", "")
+        os.mkdir(self.path("replies"))
+        for line in ("callorv call --config", "callorv serve --dictionary", "callorv dict check", "callorv decode",
+                     "callorv generate", "callorv dict html dictionary.xml -o"):
+            self.assertEqual(sorted(self.complete(line + " ''")), ["dictionary.xml", "other.exml", "replies"])
+        for line in ("callorv serve --replies", "callorv serve --record", "callorv generate -o"):
+            self.assertEqual(self.complete(line + " ''"), ["replies"])
+
+
+if __name__ == "__main__":
+    unittest.main()

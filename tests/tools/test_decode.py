@@ -1,0 +1,250 @@
+"""callorv decode: captured packets, as bytes and as hexadecimal digits."""
+import json
+import os
+import subprocess
+import unittest
+import zlib
+
+from support import XML_HEAD, ToolTest, packet, run
+
+BODY = f'{XML_HEAD}<msg no="3" ver=""><t1><![CDATA[ABC]]></t1></msg>'.encode()
+
+LISTING = f"""packet 1: bytes 0 to 223
+       0    12  begin string      'QMX-SSP-V1.0'
+      12    10  packet length     '0000000221'
+      22     4  service           '1201'
+      26     4  message           '0003'
+      30    10  extra             '0000000000'
+      40    15  time stamp        '20260131-235959'
+      55    20  user key          'US******            '
+      75    13  aux13             '             '
+      88     1  compressed        'N'
+      89    10  body length       '0000000093'
+      99     8  aux8              '        '
+     107    21  aux21             '                     '
+     221     3  checksum          '%03d'
+  body: {BODY.decode()}
+"""
+
+
+def listing(data):
+    return LISTING % (sum(data[:-3]) % 256)
+
+
+class DecodeTest(ToolTest):
+    def decode(self, data, *args):
+        return run("decode", *args, stdin=data)
+
+
+class ListingTest(DecodeTest):
+    def test_prints_every_field(self):
+        data = packet(BODY)
+        self.assert_run(self.decode(data), 0, listing(data), "")
+
+    def test_reads_a_file_or_standard_input(self):
+        data = packet(BODY)
+        path = self.write("one.packet", data)
+        self.assert_run(run("decode", path), 0, listing(data), "")
+        self.assert_run(run("decode", "-", stdin=data), 0, listing(data), "")
+
+    def test_shows_the_user_key_when_asked(self):
+        shown = self.decode(packet(BODY), "--show-key").stdout.decode()
+        self.assertIn("user key          'USERKEY1            '\n", shown)
+        self.assertNotIn("USERKEY1", self.decode(packet(BODY)).stdout.decode())
+
+    def test_shows_a_compressed_body_as_it_was(self):
+        data = packet(BODY, compress=True)
+        out = self.decode(data).stdout.decode()
+        self.assertIn("compressed        'Y'\n", out)
+        self.assertIn(f"\n  body: {BODY.decode()}\n", out)
+
+    def test_several_packets_in_a_row(self):
+        data = packet(BODY) + packet(BODY, service=7, compress=True) + packet(b"")
+        result = self.decode(data)
+        self.assert_run(result, 0, err="")
+        out = result.stdout.decode()
+        self.assertIn("packet 1: bytes 0 to 223\n", out)
+        second = 224 + len(packet(BODY, compress=True))
+        self.assertIn(f"\npacket 2: bytes 224 to {second - 1}\n", out)
+        self.assertIn(f"\npacket 3: bytes {second} to {second + 130}\n", out)
+        self.assertEqual(out.count("  body: "), 2)    # the third has none
+
+    def test_what_came_over_the_wire_cannot_steer_the_terminal(self):
+        out = self.decode(packet(b"\x1b[2J\x9bH\r\n\tok", aux8=b"\x00\x07\x1b[31m ")).stdout.decode()
+        self.assertIn("body: \ufffd[2J\ufffdH\ufffd\n\tok\n", out)
+        self.assertIn("aux8              '\ufffd\ufffd\ufffd[31m '\n", out)
+
+    def test_latin_letters_come_out_as_utf_8(self):
+        self.assertIn("body: Z\u00fcrich\n", self.decode(packet("Z\u00fcrich".encode("latin-1"))).stdout.decode())
+
+    def test_bodies_alone(self):
+        result = self.decode(packet(BODY) + packet("\u00e9".encode("latin-1"), compress=True), "--xml")
+        self.assertEqual((result.returncode, result.stdout), (0, BODY + b"\n\xe9\n"))
+
+
+class HexTest(DecodeTest):
+    def test_every_usual_form(self):
+        data = packet(BODY + b" ab cd")    # characters that look like digits in the right column
+        def tool(*command):
+            return subprocess.run(command, input=data, stdout=subprocess.PIPE, check=True).stdout
+
+        plain = data.hex()
+        forms = {
+            "one line": plain.encode(),
+            "upper case": plain.upper().encode(),
+            "with a line break": plain.encode() + b"\r\n",
+            "in lines": "\n".join(plain[i:i + 60] for i in range(0, len(plain), 60)).encode(),
+            "with blanks": data.hex(" ").encode(),
+            "with colons": data.hex(":").encode(),
+            "in words": data.hex(" ", 4).encode(),
+            "like xxd": self.dump(data, "{:08x}: {}  {}", lambda b: b.hex(" ", -2)),
+            "like hexdump -C": self.dump(data, "{:08x}  {}  |{}|", lambda b: b[:8].hex(" ") + "  " + b[8:].hex(" "))
+                               + b"%08x\n" % len(data),
+            "like od": self.dump(data, "{:06x} {}  >{}<", lambda b: b.hex(" ")) + b"%06x\n" % len(data),
+        }
+        for name, text in forms.items():
+            for args in ((), ("--hex",)):
+                with self.subTest(form=name, args=args):
+                    result = self.decode(text, *args)
+                    self.assert_run(result, 0, err="")
+                    self.assertIn("body: " + BODY.decode() + " ab cd\n", result.stdout.decode())
+
+    @staticmethod
+    def dump(data, form, digits):
+        lines = []
+        for i in range(0, len(data), 16):
+            piece = data[i:i + 16]
+            text = "".join(chr(c) if 32 <= c < 127 else "." for c in piece)
+            lines.append(form.format(i, digits(piece), text))
+        return ("\n".join(lines) + "\n").encode()
+
+    def test_what_is_no_digits(self):
+        for text in (b"4", b"zz", b"51 4d 5", b"51,4d", b"  "):
+            result = self.decode(text, "--hex")
+            self.assert_run(result, 1, "", "callorv: -: not a text of hexadecimal digits\n")
+
+    def test_bytes_that_happen_to_be_digits_can_be_forced(self):
+        self.assert_run(self.decode(b"3132", "--binary"), 1,
+                        "not a packet: bytes 0 to 3\n  3132\n  WRONG: these bytes do not begin a packet\n",
+                        "callorv: -: 1 broken among 0 packets\n")
+        self.assert_run(self.decode(b"3132"), 1,
+                        "not a packet: bytes 0 to 1\n  12\n  WRONG: these bytes do not begin a packet\n",
+                        "callorv: -: 1 broken among 0 packets\n")
+
+
+class BrokenTest(DecodeTest):
+    def wrong(self, data, *texts):
+        result = self.decode(data)
+        self.assertEqual(result.returncode, 1)
+        said = [line[len("  WRONG: "):] for line in result.stdout.decode().splitlines() if line.startswith("  WRONG: ")]
+        self.assertEqual(said, list(texts))
+
+    def test_says_what_is_wrong(self):
+        right = sum(packet(BODY)[:-3]) % 256
+        self.wrong(packet(BODY, checksum=b"%03d" % ((right + 1) % 256)),
+                   f"Checksum is incorrect(-13)((M:{right},C:{(right + 1) % 256}))")
+        self.wrong(packet(BODY, checksum=b"abc"), "checksum 'abc' is not 3 digits",
+                   f"Checksum is incorrect(-13)((M:{right},C:0))")
+        self.wrong(packet(BODY, compressed=b"Y"), "Compression failed(-16)(ReceiveFrom(-3)(0))")
+        self.wrong(packet(BODY, plain=b"0000000092"), "body length 92 is not the packet's 93 bytes")
+        sent = zlib.compress(BODY)
+        self.wrong(packet(sent, compressed=b"Y", plain=b"0000000094"),
+                   "body length 94 is not the 93 bytes that the body decompresses to")
+        self.wrong(packet(BODY, service_field=b"  1 ", extra=b"+000000001", time=b"2026-01-31 2359", compressed=b"?"),
+                   "service '  1 ' is no number of 32 bits in digits",
+                   "extra '+000000001' is no number of 32 bits in digits",
+                   "time stamp '2026-01-31 2359' is not YYYYMMDD-HHMMSS", "compressed '?' is neither Y nor N")
+
+    def test_lengths_that_cannot_be(self):
+        for length, texts in (
+                (b"0000000127", ["packet length 127 is less than the header's 128 bytes"]),
+                (b"9999999999", ["packet length '9999999999' is no number of 32 bits in digits"]),
+                (b"00000000x1", ["packet length '00000000x1' is no number of 32 bits in digits"]),
+                (b"2147483647", ["body length 93 is not the packet's 2147483519 bytes",
+                                 "the packet ends after 224 of 2147483650 bytes"])):
+            with self.subTest(length=length):
+                self.wrong(packet(BODY, length=length), *texts)
+
+    def test_a_packet_cut_short_at_any_byte(self):
+        data = packet(BODY)
+        for size in range(1, len(data)):
+            with self.subTest(size=size):
+                if size < 12:
+                    self.wrong(data[:size], "these bytes do not begin a packet")
+                elif size < 128:
+                    self.wrong(data[:size], f"the header ends after {size} of 128 bytes")
+                else:
+                    self.wrong(data[:size], f"the packet ends after {size} of 224 bytes")
+
+    def test_finds_the_next_packet_behind_a_broken_one(self):
+        good = packet(BODY)
+        data = good[:100] + good + b"junk" + packet(BODY, length=b"0000009999") + good
+        result = self.decode(data)
+        self.assert_run(result, 1, err="callorv: -: 3 broken among 4 packets\n")
+        heads = [line for line in result.stdout.decode().splitlines() if not line.startswith(" ")]
+        self.assertEqual(heads, ["packet 1: bytes 0 to 99", "packet 2: bytes 100 to 323",
+                                 "not a packet: bytes 324 to 327", "packet 3: bytes 328 to 551",
+                                 "packet 4: bytes 552 to 775"])
+
+    def test_bodies_alone_leave_the_broken_out_and_tell(self):
+        result = self.decode(packet(BODY)[:150] + packet(BODY), "--xml")
+        self.assert_run(result, 1, BODY.decode() + "\n", "callorv: -: 1 broken among 2 packets\n")
+
+    def test_nothing(self):
+        self.assert_run(self.decode(b""), 1, "", "callorv: -: no bytes\n")
+
+
+class JsonTest(DecodeTest):
+    def test_has_everything(self):
+        data = packet(BODY, compress=True)
+        result = self.decode(b"x" + data + packet(BODY)[:130], "--json")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(json.loads(result.stdout), [
+            {"offset": 0, "size": 1, "packet": False, "text": "x", "wrong": ["these bytes do not begin a packet"]},
+            {"offset": 1, "size": len(data), "packet": True,
+             "header": {"begin_string": "QMX-SSP-V1.0", "packet_length": "%010d" % (len(data) - 3), "service": "1201",
+                        "message": "0003", "extra": "0000000000", "time_stamp": "20260131-235959",
+                        "user_key": "US******            ", "aux13": " " * 13, "compressed": "Y",
+                        "body_length": "0000000093", "aux8": " " * 8, "aux21": " " * 21},
+             "body": BODY.decode(), "checksum": data[-3:].decode(), "wrong": []},
+            {"offset": 1 + len(data), "size": 130, "packet": True,
+             "header": {"begin_string": "QMX-SSP-V1.0", "packet_length": "0000000221", "service": "1201",
+                        "message": "0003", "extra": "0000000000", "time_stamp": "20260131-235959",
+                        "user_key": "US******            ", "aux13": " " * 13, "compressed": "N",
+                        "body_length": "0000000093", "aux8": " " * 8, "aux21": " " * 21},
+             "wrong": ["the packet ends after 130 of 224 bytes"]}])
+
+    def test_any_byte_gives_utf_8(self):
+        body = bytes(range(256))
+        result = self.decode(packet(body, key=bytes(range(236, 256))), "--json", "--show-key")
+        self.assertEqual(json.loads(result.stdout)[0]["body"], body.decode("latin-1"))
+
+
+class ArgumentTest(DecodeTest):
+    def test_usage(self):
+        for args, text in ((("--hex", "--binary"), "--hex excludes --binary"),
+                           (("--json", "--xml"), "--json excludes --xml"),
+                           (("a", "b"), "The following argument was not expected: b"),
+                           (("--nosuch",), "The following argument was not expected: --nosuch")):
+            with self.subTest(args=args):
+                self.assert_usage("decode", run("decode", *args), text)
+
+    def test_files_that_cannot_be_read(self):
+        missing = self.path("missing")
+        self.assert_run(run("decode", missing), 1, "", f"callorv: {missing}: No such file or directory\n")
+        self.assert_run(run("decode", self.dir), 1, "", f"callorv: {self.dir}: Is a directory\n")
+
+    def test_an_output_that_cannot_be_written(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([os.environ["CALLORV"], "decode"], input=packet(BODY), stdout=full,
+                                    stderr=subprocess.PIPE, check=False)
+        self.assertEqual((result.returncode, result.stderr), (1, b"callorv: standard output cannot be written\n"))
+
+    def test_help_teaches_by_example(self):
+        result = run("decode", "--help")
+        self.assert_run(result, 0, err="")
+        self.assertIn("\nExamples:\n  callorv decode packets/000001-1201-request.packet\n", result.stdout.decode())
+
+
+if __name__ == "__main__":
+    unittest.main()
