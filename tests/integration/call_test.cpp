@@ -2,6 +2,7 @@
 #include <callorv/callorv.hpp>
 #include <doctest/doctest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -299,8 +300,12 @@ TEST_CASE("a server that never answers") {
   SetUp(cPeer.Port(), 1);
   CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
   CCallOrvError cErr;
+  const auto cStart = std::chrono::steady_clock::now();
   CHECK(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr) == -3);
+  const std::chrono::duration<double> cTaken = std::chrono::steady_clock::now() - cStart;
   CheckError(cErr, -5, "Socket timeout(-8)((recv to=0))", -1);
+  CHECK(cTaken.count() >= 0.99);
+  CHECK(cTaken.count() < 30);    // on a busy machine; the transport's own time-outs are longer
 }
 
 TEST_CASE("a server that stalls inside its reply") {

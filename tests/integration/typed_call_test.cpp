@@ -138,6 +138,7 @@ TEST_CASE("an exception of a typed message leaves the call as a plain one with i
       cIn.fnCreate = []() -> CMsg* { throw CMyException("100% broken", -14); };
     }
     CCallOrvError cErr;
+    cErr.SetError(99, "old", 77);
     bool bCaught = false;
     try {
       CCallOrv::CallService(7, &cIn, &cOut, &cErr);
@@ -149,6 +150,7 @@ TEST_CASE("an exception of a typed message leaves the call as a plain one with i
       CHECK(p_c.GetText() == std::string("100% broken"));
     }
     CHECK(bCaught);
+    CheckError(cErr, 0, "", 0);
   }
 }
 

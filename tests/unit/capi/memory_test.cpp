@@ -2,6 +2,7 @@
 #include <callorv/callorv.h>
 #include <doctest/doctest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -58,6 +59,21 @@ TEST_CASE("setters give -11, MSG_SetStr -11 or -1") {
       CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
     });
   }
+}
+
+TEST_CASE("without any memory, not even for the error's text, MSG_SetStr gives -1 and the others -11") {
+  SetUp(1);
+  const CMsgPtr pMsg = NewMsg(100);
+  int iStr = 0, iInt = 0, iSub = 0;
+  CFailAlloc cFail(1, INT_MAX);
+  CHECK_FALSE(cFail.Run([&] {
+    iStr = MSG_SetStr(pMsg.get(), 2, LONG.c_str());    // of another type
+    iInt = MSG_SetInt(pMsg.get(), 1, 5);
+    iSub = MSG_SetSub(pMsg.get(), 6, nullptr);
+  }));
+  CHECK(iStr == -1);
+  CHECK(iInt == -11);
+  CHECK(iSub == -11);
 }
 
 TEST_CASE("getters of texts give -11, and no copy") {

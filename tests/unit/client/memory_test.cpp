@@ -1,13 +1,8 @@
 // Calls without memory.
 #include <callorv/client/callorv_client.h>
-#include <callorv/base/exception.h>
 #include <doctest/doctest.h>
 
-#include <climits>
-#include <string>
-
 #include "support/fail_alloc.h"
-#include "support/service_peer.h"
 #include "support/set_up.h"
 
 namespace {

@@ -114,3 +114,31 @@ TEST_CASE("a failed set-up keeps server, port and time-out, but perhaps not the 
   CHECK(UserKey() == "NEW");
   CHECK(SetupOK());
 }
+
+TEST_CASE("a dictionary whose name ends in .exml is decrypted") {
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("user.key", KeyFile("USER"));
+  CStream stPlain(0, 512), stEncrypted(0, 512);
+  CString sErr;
+  const std::string sPlain = "<msg_dictionary></msg_dictionary>";
+  REQUIRE(stPlain.AppendData(sPlain.data(), static_cast<int>(sPlain.size())) == 0);
+  REQUIRE(CCrypt::EncryptStream(stPlain, stEncrypted, sErr) == 0);
+  const std::string sEncrypted(stEncrypted.GetData(), static_cast<size_t>(stEncrypted.GetSize()));
+  struct T_Row {
+    const char* szName;
+    std::string sContent;
+    int iRet;
+    const char* szText;
+  };
+  const T_Row atRow[] = {
+      {"good.exml", sEncrypted, 0, ""},
+      {"long.exml", sEncrypted + "x", -2, "InitDictionary(Handler error : File may be corrupted)"},
+      {"plain.xml", sPlain, 0, ""}};
+  for (const T_Row& tRow : atRow) {
+    CAPTURE(tRow.szName);
+    const std::string sDic = cDir.Write(tRow.szName, tRow.sContent);
+    CCallOrvError cErr;
+    CHECK(CCallOrv::Initialize(sKey.c_str(), sDic.c_str(), "s", 1, 90, &cErr) == tRow.iRet);
+    CHECK(cErr.GetText() == tRow.szText);
+  }
+}
