@@ -311,19 +311,11 @@ TEST_CASE("CStrHash::Get without memory") {
 }
 
 #ifdef HAVE_HUGE_TEXT
-TEST_CASE("the maps refuse a key of more than an int can count") {
+TEST_CASE("CIntHash refuses a key of more than an int can count") {
   const CHugeText cHuge;
-  CIntHash cInt(1024);
-  CStrHash cStr(1024);
-  cInt.Set("key", 1, false);
-  Set(cStr, "key", "value", false);
-  CHECK(Value(cInt, cHuge.ToStr()) == INT_MIN);
-  CHECK(All(cStr, cHuge.ToStr()) == "absent");
-  CHECK_THROWS_AS(cInt.Set(cHuge.ToStr(), 2, false), std::bad_alloc);
-  CHECK_THROWS_AS(Set(cStr, cHuge.ToStr(), "other", false), std::bad_alloc);
-  CHECK(Value(cInt, cHuge.ToStr()) == INT_MIN);
-  CHECK(All(cStr, cHuge.ToStr()) == "absent");
-  CHECK(Value(cInt, "key") == 1);
-  CHECK(All(cStr, "key") == "[value]");
+  CIntHash c(1024);
+  c.Set("key", 1, false);
+  CHECK_THROWS_AS(c.Set(cHuge.ToStr(), 2, false), std::bad_alloc);
+  CHECK(Value(c, "key") == 1);
 }
 #endif
