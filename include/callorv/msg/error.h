@@ -58,7 +58,7 @@ class CALLORV_API CLastError {
   struct Error;
   Error* m_pError;    // made by the first failure
 
-  void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs);
+  void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) CALLORV_PRINTF(3, 0);
 };
 
 #endif
