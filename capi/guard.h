@@ -59,8 +59,8 @@ int Guard(CMsg* p_pMsg, F p_fnCall) {
   return p_pMsg != nullptr ? Guard(static_cast<CallOrv_Error*>(nullptr), p_fnCall) : MSG_NULL;
 }
 
-// The same for a call of the service client, which gets an error of its own to fill. The record is the caller's proof of
-// a failure and is left alone on success.
+// The same for a call of the service client, which gets an error of its own to fill. On success the record is left
+// alone, so that it keeps an earlier failure.
 template <class F>
 int GuardService(CallOrv_Error* p_pErr, F p_fnCall) {
   if (p_pErr == nullptr) return MSG_NULL;

@@ -11,8 +11,8 @@
 #include "support/client_files.h"
 #include "support/temp_file.h"
 
-// Calls go to 127.0.0.1 and this port from now on, as user TEST-USER-1. Only the first time reads the dictionary, since a
-// process can load its messages once; later ones read an empty one.
+// Calls go to 127.0.0.1 and this port from now on, as user TEST-USER-1. Only the first time reads the dictionary, since
+// a process can load its messages once; later ones read an empty one.
 inline void SetUp(int p_iPort, int p_iTimeOut = 30) {
   static const CTempDir s_cDir;
   static const std::string s_sKey = s_cDir.Write("user.key", KeyFile("TEST-USER-1"));

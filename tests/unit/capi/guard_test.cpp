@@ -106,7 +106,8 @@ TEST_CASE("a shortage of memory becomes -11") {
 
 TEST_CASE("any other exception passes and leaves the record alone") {
   CallOrv_Error tErr = OldRecord();
-  CHECK_THROWS_AS(GuardService(&tErr, [](CCallOrvError*) -> int { throw std::runtime_error("x"); }), std::runtime_error);
+  CHECK_THROWS_AS(GuardService(&tErr, [](CCallOrvError*) -> int { throw std::runtime_error("x"); }),
+                  std::runtime_error);
   CHECK_THROWS_AS(OfMessage([]() -> int { throw 42; }), int);
   CheckRecord(tErr, 99, "old", 77);
 }

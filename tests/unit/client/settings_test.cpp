@@ -72,8 +72,8 @@ TEST_CASE("the values form takes its time-out as it is") {
   Configuration(cDir, "");
   for (int iTimeOut : {30, 0, -1, 2147483647}) {
     CCallOrvError cErr;
-    REQUIRE(CCallOrv::Initialize(cDir.Path("user.key").c_str(), cDir.Path("dic.xml").c_str(), "s", 1, iTimeOut, &cErr) ==
-            0);
+    const std::string sKey = cDir.Path("user.key"), sDic = cDir.Path("dic.xml");
+    REQUIRE(CCallOrv::Initialize(sKey.c_str(), sDic.c_str(), "s", 1, iTimeOut, &cErr) == 0);
     CHECK(TimeOut() == iTimeOut);
   }
 }
