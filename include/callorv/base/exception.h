@@ -2,7 +2,6 @@
 #ifndef CALLORV_BASE_EXCEPTION_H
 #define CALLORV_BASE_EXCEPTION_H
 
-#include "callorv/base/str.h"
 #include "callorv/export.h"
 
 // A code (negative, see MA_GetErrorStr) and a text. A root class: `catch (const std::exception&)` does not see it.
