@@ -267,9 +267,10 @@ class StrictTest(ServeTest):
                 ({"length": b"-000000001"}, "packet length '-000000001' is no number of 32 bits in digits"),
                 ({"length": b"       224"}, "packet length '       224' is no number of 32 bits in digits"),
                 ({"length": b"0000000127"}, "packet length 127 is less than the header's 128 bytes"),
-                ({"length": b"2147483647", "plain": b"2147483519"}, "packet of 2147483650 bytes is too long"),
+                ({"length": b"2147483647", "plain": b"2147483519"}, "2147483650 bytes are too many"),
+                ({"compressed": b"Y", "plain": b"0067108865"}, "67108865 bytes are too many"),
                 ({"service_field": b"12 1"}, "service '12 1' is no number of 32 bits in digits"),
-                ({"message_field": b"-003"}, "message '-003' is no number of 32 bits in digits"),
+                ({"message_field": b"00-3"}, "message '00-3' is no number of 32 bits in digits"),
                 ({"extra": b"4294967296"}, "extra '4294967296' is no number of 32 bits in digits"),
                 ({"time": b"2026013-1235959"}, "time stamp '2026013-1235959' is not YYYYMMDD-HHMMSS"),
                 ({"compressed": b"y"}, "compressed 'y' is neither Y nor N"),
@@ -278,6 +279,11 @@ class StrictTest(ServeTest):
                 ({"plain": b"000000000 "}, "body length '000000000 ' is no number of 32 bits in digits")):
             with self.subTest(pattern=pattern):
                 self.refused(packet(REQUEST, **fields), pattern)
+
+    def test_negative_numbers_of_the_format_pass(self):
+        with self.echo() as server:
+            reply = server.ask(packet(REQUEST, service_field=b"-007", extra=b"-000000042"))
+        self.assertEqual((reply.service, reply.extra, reply.body), (-7, -42, REQUEST))
 
     def test_checksum(self):
         right = int(packet(REQUEST)[-3:])

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <iomanip>
+#include <optional>
 
 #include "text.h"
 
@@ -20,12 +21,12 @@ std::string_view FieldText(std::string_view p_sHeader, int p_iField) {
 
 std::string Quoted(std::string_view p_sText) { return "'" + Printable(p_sText, false) + "'"; }
 
-// The number in a field, -1 when there is none of 32 bits.
-int FieldNumber(std::string_view p_sHeader, int p_iField) {
+// The number in a field: digits, after a sign where the number may be negative. None when it is no 32-bit number.
+std::optional<int> FieldNumber(std::string_view p_sHeader, int p_iField) {
+  const bool bLength = p_iField == CTcpAdaptor::PACKET_LENGTH || p_iField == CTcpAdaptor::BODY_LENGTH;
   const std::string_view sText = FieldText(p_sHeader, p_iField);
-  int i = -1;
-  if (sText.find_first_not_of(DIGITS) == std::string_view::npos) ParseNumber(sText, 0, INT_MAX, i);
-  return i;
+  int i = 0;
+  return ParseNumber(sText, bLength ? 0 : INT_MIN, INT_MAX, i) ? std::optional<int>(i) : std::nullopt;
 }
 
 bool IsTimeStamp(std::string_view p_sText) {
@@ -55,8 +56,8 @@ void PrintField(std::ostream& p_cOut, size_t p_iOffset, size_t p_iWidth, const c
 std::vector<std::string> CheckHeader(std::string_view p_sHeader) {
   std::vector<std::string> asWrong;
   const auto fnNumber = [&](int p_iField) {
-    const int i = FieldNumber(p_sHeader, p_iField);
-    if (i < 0) {
+    const std::optional<int> i = FieldNumber(p_sHeader, p_iField);
+    if (!i) {
       asWrong.push_back(CTcpAdaptor::GetField(p_iField)->szName + (" " + Quoted(FieldText(p_sHeader, p_iField))) +
                         " is no number of 32 bits in digits");
     }
@@ -66,26 +67,31 @@ std::vector<std::string> CheckHeader(std::string_view p_sHeader) {
   if (sBegin != CTcpAdaptor::GetBeginString()) {
     asWrong.push_back("begin string " + Quoted(sBegin) + " is not " + CTcpAdaptor::GetBeginString());
   }
-  const int iPacket = fnNumber(CTcpAdaptor::PACKET_LENGTH);
-  if (iPacket >= 0 && iPacket < HEADER_SIZE) {
-    asWrong.push_back("packet length " + std::to_string(iPacket) + " is less than the header's 128 bytes");
+  const std::optional<int> iPacket = fnNumber(CTcpAdaptor::PACKET_LENGTH);
+  const bool bRoom = iPacket && *iPacket >= HEADER_SIZE;
+  if (iPacket && !bRoom) {
+    asWrong.push_back("packet length " + std::to_string(*iPacket) + " is less than the header's 128 bytes");
   }
   for (const int iField : {CTcpAdaptor::SERVICE, CTcpAdaptor::MESSAGE, CTcpAdaptor::EXTRA}) fnNumber(iField);
   const std::string_view sTime = FieldText(p_sHeader, CTcpAdaptor::TIME_STAMP);
   if (!IsTimeStamp(sTime)) asWrong.push_back("time stamp " + Quoted(sTime) + " is not YYYYMMDD-HHMMSS");
   const std::string_view sFlag = FieldText(p_sHeader, CTcpAdaptor::COMPRESSED);
   if (sFlag != "Y" && sFlag != "N") asWrong.push_back("compressed " + Quoted(sFlag) + " is neither Y nor N");
-  const int iBody = fnNumber(CTcpAdaptor::BODY_LENGTH);
-  if (sFlag == "N" && iBody >= 0 && iPacket >= HEADER_SIZE && iBody != iPacket - HEADER_SIZE) {
-    asWrong.push_back("body length " + std::to_string(iBody) + " is not the packet's " +
-                      std::to_string(iPacket - HEADER_SIZE) + " bytes");
+  const std::optional<int> iBody = fnNumber(CTcpAdaptor::BODY_LENGTH);
+  if (sFlag == "N" && iBody && bRoom && *iBody != *iPacket - HEADER_SIZE) {
+    asWrong.push_back("body length " + std::to_string(*iBody) + " is not the packet's " +
+                      std::to_string(*iPacket - HEADER_SIZE) + " bytes");
   }
   return asWrong;
 }
 
 size_t PacketSize(std::string_view p_sHeader) {
-  const int iPacket = FieldNumber(p_sHeader, CTcpAdaptor::PACKET_LENGTH);
+  const int iPacket = FieldNumber(p_sHeader, CTcpAdaptor::PACKET_LENGTH).value_or(0);
   return iPacket < HEADER_SIZE ? 0 : static_cast<size_t>(iPacket) + TRAILER_SIZE;
+}
+
+size_t BodySize(std::string_view p_sHeader) {
+  return static_cast<size_t>(FieldNumber(p_sHeader, CTcpAdaptor::BODY_LENGTH).value_or(0));
 }
 
 std::vector<std::string> CheckPacket(std::string_view p_sPacket, CAdaptor::T_PacketInfo& p_tInfo) {
@@ -97,13 +103,13 @@ std::vector<std::string> CheckPacket(std::string_view p_sPacket, CAdaptor::T_Pac
   }
   CTcpAdaptor cParser;
   const int iRet = cParser.ParsePacket(p_sPacket.data(), static_cast<int>(p_sPacket.size()), &p_tInfo);
-  const int iBody = FieldNumber(sHeader, CTcpAdaptor::BODY_LENGTH);
+  const std::optional<int> iBody = FieldNumber(sHeader, CTcpAdaptor::BODY_LENGTH);
   if (iRet < 0) {
     // Other failures follow from what is wrong with the header.
     const bool bNews = iRet == ADAPT_CHECKSUM || iRet == ADAPT_COMPRESSION || asWrong.empty();
     if (bNews) asWrong.push_back(cParser.GetLastError());
-  } else if (p_tInfo.bCompressed && iBody >= 0 && iBody != p_tInfo.stBody.GetSize()) {
-    asWrong.push_back("body length " + std::to_string(iBody) + " is not the " +
+  } else if (p_tInfo.bCompressed && iBody && *iBody != p_tInfo.stBody.GetSize()) {
+    asWrong.push_back("body length " + std::to_string(*iBody) + " is not the " +
                       std::to_string(p_tInfo.stBody.GetSize()) + " bytes that the body decompresses to");
   }
   return asWrong;

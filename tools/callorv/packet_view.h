@@ -17,6 +17,9 @@ std::vector<std::string> CheckHeader(std::string_view p_sHeader);
 // Bytes that the packet with this header takes on the wire, trailer included; 0 when the header does not say.
 size_t PacketSize(std::string_view p_sHeader);
 
+// Bytes of the body before compression as the header says; 0 when it does not say.
+size_t BodySize(std::string_view p_sHeader);
+
 // Reads a whole packet into p_tInfo and returns everything that is wrong with it, its header included.
 std::vector<std::string> CheckPacket(std::string_view p_sPacket, CAdaptor::T_PacketInfo& p_tInfo);
 

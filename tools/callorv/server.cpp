@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 using Error = asio::error_code;
 
 constexpr size_t HEADER_SIZE = CTcpAdaptor::HEADER_SIZE;
-constexpr size_t MAX_PACKET = 64 << 20;                 // bytes; a longer one is refused
+constexpr size_t MAX_PACKET = 64 << 20;                 // bytes, sent or decompressed; a longer one is refused
 constexpr size_t READ_STEP = 64 << 10;                  // bytes; room grows with what a peer really sends
 constexpr auto STOP_GRACE = std::chrono::seconds(2);    // for calls that are being answered when a signal comes
 
@@ -166,9 +166,8 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
     if (p_cError) return Refuse(std::to_string(p_iLen) + " bytes of a header, then " + WhyEnded(p_cError));
     const std::vector<std::string> asWrong = CheckHeader(m_sPacket);
     if (!asWrong.empty()) return Refuse(asWrong[0]);
-    if (PacketSize(m_sPacket) > MAX_PACKET) {
-      return Refuse("packet of " + std::to_string(PacketSize(m_sPacket)) + " bytes is too long");
-    }
+    const size_t iLongest = std::max(PacketSize(m_sPacket), BodySize(m_sPacket));
+    if (iLongest > MAX_PACKET) return Refuse(std::to_string(iLongest) + " bytes are too many");
     SetDeadline();
     ReadRest(PacketSize(m_sPacket));
   }
