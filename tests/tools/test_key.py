@@ -179,7 +179,7 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("key check", run("key", "check"), "FILE is required")
-        self.assert_usage("key", run("key", "unmake"), "A subcommand is required")
+        self.assert_usage("key", run("key", "unmake"), "The following argument was not expected: unmake")
 
     def test_help_teaches_by_example(self):
         for command in (["key"], ["key", "make"], ["key", "check"]):

@@ -114,7 +114,7 @@ TEST_CASE("EncryptStream: every byte of the padding says how long it is, as Open
 
 TEST_CASE("EncryptStream: DecryptStream gives back what went in") {
   CRandom cRandom(9);
-  for (const size_t i : {0u, 1u, 15u, 16u, 17u, 31u, 32u, 33u, 511u, 512u, 4096u, 100000u}) {
+  for (size_t i = 0; i <= 100000; i += i < 4096 ? 1 : 95904) {
     CAPTURE(i);
     const std::string sPlain = cRandom.Bytes(i);
     const T_Result tResult = Decrypt(Encrypt(sPlain).sOut);
