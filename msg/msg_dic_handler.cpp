@@ -68,17 +68,15 @@ CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 
 void CDicFileHandler::Action(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
-  if (!CString(p_szPath).EndsWith(".exml")) {
-    Parse([&] { return ParseSource(CFileSource(p_szPath), false); });
-    return;
-  }
-  Parse([&] {
+  const auto fnParse = [&] {
+    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath), false);
     CStream stXml(0, 512);
     CString sReason;
     if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
     return ParseSource(MemBufInputSource(reinterpret_cast<const XMLByte*>(stXml.GetData()),
                                          static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false), false);
-  });
+  };
+  Parse(std::ref(fnParse));
 }
 
 void CDicFileHandler::endElement(const XMLCh* const, const XMLCh* const, const XMLCh* const) { Leave(); }

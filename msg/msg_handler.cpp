@@ -6,7 +6,6 @@
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
@@ -45,7 +44,7 @@ MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
 
 void MsgHandler::Action(const char* p_szXml) {
   if (p_szXml == nullptr) throw CException("Parameter is NULL", MSG_NULL);
-  if (XMLPlatformUtils::fgMemoryManager == nullptr) {
+  if (!IsParserReady()) {
     throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
   }
   const size_t iLen = strlen(p_szXml);
@@ -57,7 +56,8 @@ void MsgHandler::Action(const char* p_szXml) {
   } catch (const std::bad_alloc&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   }
-  Parse([&] { return ParseSource(*cSource, iLen <= KEEP_READER_MAX); });
+  const auto fnParse = [&] { return ParseSource(*cSource, iLen <= KEEP_READER_MAX); };
+  Parse(std::ref(fnParse));
 }
 
 void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {

@@ -65,20 +65,34 @@ void KeepReader(CReaderPtr p_pReader) {
   if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
 }
 
+// The parser counts a failed initialisation like any other and so takes itself to be ready from then on, but can neither be
+// used nor be terminated: both crash. Nothing is asked of it any more.
+std::atomic<bool> s_bBroken{false};
+
+[[noreturn]] void ThrowBroken(const char* p_szText) {
+  s_bBroken = true;
+  throw CException(p_szText, MSG_XML_INIT);
+}
+
 }    // namespace
 
 void InitializeParser() {
+  if (s_bBroken) throw CException("XMLPlatformUtils::Initialize() has failed before", MSG_XML_INIT);
   try {
     XMLPlatformUtils::Initialize(XMLUni::fgXercescDefaultLocale, nullptr, &s_cPanic);
   } catch (const XMLException& cError) {
-    throw CException(CNarrow(cError.getMessage()).Text(), MSG_XML_INIT);
+    ThrowBroken(CNarrow(cError.getMessage()).Text());
   } catch (const OutOfMemoryException&) {
-    throw CException("XMLParser out of memory", MSG_XML_INIT);
+    ThrowBroken("XMLParser out of memory");
   } catch (const std::bad_alloc&) {
-    throw CException("XMLParser out of memory", MSG_XML_INIT);
+    ThrowBroken("XMLParser out of memory");
+  } catch (const CException& cError) {    // thrown by CPanic
+    ThrowBroken(cError.GetText());
   }
   ++s_iInits;
 }
+
+bool IsParserReady() { return XMLPlatformUtils::fgMemoryManager != nullptr && !s_bBroken; }
 
 void TerminateParser() {
   if (--s_iInits == 0) {

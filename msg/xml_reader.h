@@ -12,9 +12,10 @@
 namespace callorv::detail {
 
 // Initialise and terminate the parser library, which counts; each success is to be paired with one TerminateParser.
-// InitializeParser throws CException (-26).
+// InitializeParser throws CException (-26), and from a failure on always.
 void InitializeParser();
 void TerminateParser();
+bool IsParserReady();    // whether anybody has initialised it
 
 // Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit. Short texts stay on the stack.
 class CNarrow {
@@ -64,7 +65,8 @@ class CXmlHandler : public xercesc::DefaultHandler {
   explicit CXmlHandler(const T_XmlUse& p_tUse) : m_tUse(p_tUse) {}
 
   // Runs p_fnParse, which makes a source and returns what ParseSource returns for it. Throws CException: what p_fnParse and
-  // the callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11.
+  // the callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11. Pass a
+  // std::ref, which needs no memory itself.
   void Parse(const std::function<XMLSize_t()>& p_fnParse) const;
   // Parses with this handler; returns the parser's error count. Only inside Parse.
   //   p_bKeepReader  the reader may have served another document and may serve a later one
