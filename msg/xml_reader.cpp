@@ -149,7 +149,8 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepRea
   }
   pReader->parse(p_cSource);
   const XMLSize_t iErrors = pReader->getErrorCount();
-  if (p_bKeepReader && iErrors == 0) KeepReader(std::move(pReader));
+  // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
+  if (p_bKeepReader && iErrors == 0 && !m_bPrefixes) KeepReader(std::move(pReader));
   return iErrors;
 }
 

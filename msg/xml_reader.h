@@ -60,6 +60,7 @@ class CXmlHandler : public xercesc::DefaultHandler {
   void fatalError(const xercesc::SAXParseException& p_c) override { Report('F', p_c); }
   void startDTD(const XMLCh* const p_szName, const XMLCh* const p_szPublicId, const XMLCh* const p_szSystemId) override;
   void internalEntityDecl(const XMLCh* const p_szName, const XMLCh* const p_szValue) override;
+  void startPrefixMapping(const XMLCh* const, const XMLCh* const) override { m_bPrefixes = true; }
 
  protected:
   explicit CXmlHandler(const T_XmlUse& p_tUse) : m_tUse(p_tUse) {}
@@ -80,6 +81,7 @@ class CXmlHandler : public xercesc::DefaultHandler {
  private:
   const T_XmlUse& m_tUse;
   int m_iDepth = 0;
+  bool m_bPrefixes = false;    // the document has declared namespaces
 
   [[noreturn]] void ThrowInternal(const XMLCh* p_szMessage) const;
   [[noreturn]] void Report(char p_cKind, const xercesc::SAXParseException& p_c) const;

@@ -602,16 +602,38 @@ TEST_CASE("reading goes on after any failure") {
   }
 }
 
-TEST_CASE("a second reading needs less than the first") {
+TEST_CASE("a reading leaves its parser for the next one, unless that would cost memory") {
   CReaderDic cDic;
-  CMsg cFirst(0, 0, 0, &cDic), cSecond(0, 0, 0, &cDic);
-  std::string sXml = "<msg no='120'><t7>1</t7></msg>";
-  CFailAlloc cCountFirst, cCountSecond;
-  cCountFirst.Run([&] { cFirst.LoadXml(&sXml[0]); });
-  cCountSecond.Run([&] { cSecond.LoadXml(&sXml[0]); });
-  CHECK(cFirst.GetArrSize(7) == 1);
-  CHECK(cSecond.GetArrSize(7) == 1);
-  CHECK(cCountSecond.GetCount() < cCountFirst.GetCount() / 2);
+  const auto fnAllocations = [&cDic](std::string p_sXml) {
+    CMsg cMsg(0, 0, 0, &cDic);
+    CFailAlloc cCount;
+    cCount.Run([&] { cMsg.LoadXml(&p_sXml[0]); });
+    return cCount.GetCount();
+  };
+  const std::string sShort = "<msg no='120'><t7>1</t7></msg>";
+  const int iNew = fnAllocations(sShort), iKept = fnAllocations(sShort);
+  CHECK(iKept < iNew / 2);
+  CHECK(fnAllocations(sShort) == iKept);
+  struct T_Row {
+    const char* szWhat;
+    std::string sXml;
+    int iNext;    // allocations of the reading after it
+  };
+  const T_Row s_atRow[] = {
+      {"a usual one", "<msg no='120'><t1>" + std::string(100000, 'x') + "</t1></msg>", iKept},
+      {"a long one", "<msg no='120'><t1>" + std::string(300000, 'x') + "</t1></msg>", iNew},
+      {"one that failed", "<msg no='120'><t99/></msg>", iNew},
+      {"one with a namespace", "<msg no='120' xmlns='u'/>", iNew},
+      {"one with a prefix", "<p:msg xmlns:p='u' no='120'/>", iNew},
+      {"one with a prefix that is not used", "<msg no='120'><t7 xmlns:p='u'/></msg>", iNew},
+  };
+  for (const T_Row& tRow : s_atRow) {
+    CAPTURE(std::string(tRow.szWhat));
+    CHECK(Caught([&] { fnAllocations("<x/>"); }).iCode == -21);    // leaves none
+    CHECK(Caught([&] { fnAllocations(tRow.sXml); }).iCode <= 0);
+    CHECK(fnAllocations(sShort) == tRow.iNext);
+    CHECK(fnAllocations(sShort) == iKept);
+  }
 }
 
 TEST_CASE("without an initialised parser nothing can be read") {
