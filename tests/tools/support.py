@@ -113,6 +113,11 @@ class Server:
     def __init__(self, *args, stop=signal.SIGTERM):
         self.args = args
         self.stop = stop
+        self.told_to_stop = False
+
+    def send_signal(self, number):
+        self.process.send_signal(number)
+        self.told_to_stop = True    # another signal would end it at once
 
     def __enter__(self):
         self.errors = tempfile.TemporaryFile()    # a pipe that nobody reads would fill up
@@ -142,7 +147,8 @@ class Server:
             return read_all(sock)
 
     def __exit__(self, *_):
-        self.process.send_signal(self.stop)
+        if not self.told_to_stop:
+            self.send_signal(self.stop)
         out, _ = self.process.communicate(timeout=60)
         self.errors.seek(0)
         self.rest, self.log, self.status = out.decode(), self.errors.read().decode(), self.process.returncode

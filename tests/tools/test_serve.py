@@ -59,7 +59,7 @@ class LifeTest(ServeTest):
 
     def test_a_call_that_is_being_answered_when_the_signal_comes_gets_its_answer(self):
         with self.begun(300) as (server, sock):
-            server.process.send_signal(signal.SIGTERM)
+            server.send_signal(signal.SIGTERM)
             self.assertEqual(Reply(read_packet(sock)).body, REQUEST)
         self.assertEqual(server.status, 0)
         self.assertIn("served 3 calls, 0 errors", server.log)
@@ -77,15 +77,15 @@ class LifeTest(ServeTest):
     def test_a_second_signal_does_not_wait(self):
         with self.begun(60000) as (server, _):
             started = time.monotonic()
-            server.process.send_signal(signal.SIGTERM)
-            server.process.send_signal(signal.SIGINT)
+            server.send_signal(signal.SIGTERM)
+            server.send_signal(signal.SIGINT)
             server.process.wait(30)
             self.assertLess(time.monotonic() - started, 1.5)
         self.assertEqual(server.status, 0)
 
     def test_one_that_takes_too_long_does_not_hold_up_the_end(self):
         with self.begun(60000) as (server, sock):
-            server.process.send_signal(signal.SIGTERM)
+            server.send_signal(signal.SIGTERM)
             server.process.wait(30)
             self.assertEqual(sock.recv(1), b"")
         self.assertEqual(server.status, 0)
@@ -95,7 +95,7 @@ class LifeTest(ServeTest):
             stalled.sendall(packet(REQUEST))
             self.assertEqual(len(stalled.recv(4096)), 128)
             started = time.monotonic()
-            server.process.send_signal(signal.SIGTERM)
+            server.send_signal(signal.SIGTERM)
             server.process.wait(30)
             self.assertLess(time.monotonic() - started, 1.5)
             self.assertIsNotNone(idle)
