@@ -24,8 +24,8 @@ SMALL = """<?xml version='1.0' encoding='ISO-8859-1' ?>
   <msg no='5' name='&lt;b&gt;&lt;script&gt;alert(1)&lt;/script&gt;'><tag no='1' name='&lt;i&gt;' type='string'/></msg>
 </msg_dictionary>
 """
-QUOTE_LINE = ("callorv call --config callorv.cfg SERVICE 3 code=TEXT price=0.0 open=true 'rows[0].time=YYYYMMDD' "
-              "'rows[0].volume=0' 5=YYYYMMDD '6[0]=0' self.code=TEXT self.price=0.0 self.open=true self.5=YYYYMMDD "
+QUOTE_LINE = ("callorv call --config callorv.cfg SERVICE 3 code=TEXT price=0.0 open=true 'rows[0].time=20260131' "
+              "'rows[0].volume=0' 5=20260131 '6[0]=0' self.code=TEXT self.price=0.0 self.open=true self.5=20260131 "
               "'self.6[0]=0'")
 
 
@@ -166,7 +166,7 @@ class PageTest(unittest.TestCase):
         self.browser.type("#service", "1201")
         self.browser.script("document.getElementById('config').value = ''")
         self.browser.type("#config", "my shop's.cfg")
-        line = "callorv call --config 'my shop'\\''s.cfg' 1201 4 time=YYYYMMDD volume=0"
+        line = "callorv call --config 'my shop'\\''s.cfg' 1201 4 time=20260131 volume=0"
         self.assertEqual(self.text("#line"), line)
         self.open("small.html#4")    # they are kept
         self.assertEqual(self.text("#line"), line)

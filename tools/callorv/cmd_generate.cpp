@@ -4,10 +4,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "class_writer.h"
 #include "command.h"
@@ -39,7 +39,7 @@ void Generate(const T_Options& p_tOptions) {
   const CClassWriter cWriter(*pDic, p_tOptions.sNamespace);
   const std::set<int> cMsgs = cWriter.WithSubMsgs(std::set<int>(p_tOptions.aMsg.begin(), p_tOptions.aMsg.end()));
   if (mkdir(p_tOptions.sDir.c_str(), 0777) < 0 && errno != EEXIST) {
-    throw CFailure(p_tOptions.sDir + ": " + strerror(errno));
+    throw CFailure(p_tOptions.sDir + ": " + std::generic_category().message(errno));
   }
   nlohmann::json cList = nlohmann::json::array();
   int iWritten = 0;

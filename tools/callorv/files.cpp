@@ -7,16 +7,16 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "command.h"
 
 namespace {
 
 [[noreturn]] void Fail(const std::string& p_sPath, int p_iErrno) {
-  throw CFailure(p_sPath + ": " + strerror(p_iErrno));
+  throw CFailure(p_sPath + ": " + std::generic_category().message(p_iErrno));
 }
 
 class CDescriptor {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <numeric>
+#include <system_error>
 
 #include "command.h"
 
@@ -27,7 +28,7 @@ struct T_Random {
   static void Fill(unsigned char* p_pOut, size_t p_iLen) {
     while (p_iLen > 0) {
       const ssize_t iGot = getrandom(p_pOut, p_iLen, 0);
-      if (iGot < 0 && errno != EINTR) throw CFailure(std::string("no random numbers: ") + strerror(errno));
+      if (iGot < 0 && errno != EINTR) throw CFailure("no random numbers: " + std::generic_category().message(errno));
       if (iGot <= 0) continue;
       p_pOut += iGot;
       p_iLen -= static_cast<size_t>(iGot);
