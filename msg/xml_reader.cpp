@@ -136,6 +136,14 @@ void CXmlHandler::internalEntityDecl(const XMLCh* const p_szName, const XMLCh* c
   }
 }
 
+// Every element gets the defaults of all its attributes, so a few bytes each could ask for megabytes.
+void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName, const XMLCh* const, const XMLCh* const,
+                                const XMLCh* const p_szDefault) {
+  if (p_szDefault == nullptr) return;
+  m_iDefaults += XMLString::stringLen(p_szName) + XMLString::stringLen(p_szDefault);
+  if (m_iDefaults > MAX_DEFAULTS) throw CException(MSG_XML, "Attribute defaults are too long(%s)", CNarrow(p_szName).Text());
+}
+
 XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepReader) {
   SecurityManager cBounds;
   CReaderPtr pReader = p_bKeepReader ? TakeReader() : NewReader();

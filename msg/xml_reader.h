@@ -53,13 +53,15 @@ struct T_XmlUse {
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
 class CXmlHandler : public xercesc::DefaultHandler {
  public:
-  enum { MAX_DEPTH = 1024, MAX_ENTITY_SIZE = 1024, MAX_EXPANSIONS = 10000 };
+  enum { MAX_DEPTH = 1024, MAX_ENTITY_SIZE = 1024, MAX_EXPANSIONS = 10000, MAX_DEFAULTS = 1024 };
 
   void warning(const xercesc::SAXParseException& p_c) override { Report('W', p_c); }
   void error(const xercesc::SAXParseException& p_c) override { Report('E', p_c); }
   void fatalError(const xercesc::SAXParseException& p_c) override { Report('F', p_c); }
   void startDTD(const XMLCh* const p_szName, const XMLCh* const p_szPublicId, const XMLCh* const p_szSystemId) override;
   void internalEntityDecl(const XMLCh* const p_szName, const XMLCh* const p_szValue) override;
+  void attributeDecl(const XMLCh* const p_szElement, const XMLCh* const p_szName, const XMLCh* const p_szType,
+                     const XMLCh* const p_szMode, const XMLCh* const p_szDefault) override;
   void startPrefixMapping(const XMLCh* const, const XMLCh* const) override { m_bPrefixes = true; }
 
  protected:
@@ -81,6 +83,7 @@ class CXmlHandler : public xercesc::DefaultHandler {
  private:
   const T_XmlUse& m_tUse;
   int m_iDepth = 0;
+  XMLSize_t m_iDefaults = 0;    // characters of attribute defaults declared so far
   bool m_bPrefixes = false;    // the document has declared namespaces
 
   [[noreturn]] void ThrowInternal(const XMLCh* p_szMessage) const;

@@ -533,6 +533,17 @@ TEST_CASE("entities cannot be made to fill the memory") {
     CHECK(cLoad.Thrown().iCode == -21);
     CHECK(cLoad.Thrown().sText == "InitDictionary(Handler error : Parameter entity is not allowed(%p))");
   }
+  SUBCASE("attribute defaults, which every element gets") {
+    const auto fnDoctype = [](size_t p_iLen) {
+      return "<!DOCTYPE msg_dictionary [<!ATTLIST x a CDATA #IMPLIED b CDATA '" + std::string(p_iLen, 'x') +
+             "'><!ATTLIST y c CDATA '12345'>]><msg_dictionary/>";
+    };
+    CLoad cAllowed(fnDoctype(1024 - 7));
+    CHECK(cAllowed.Thrown().sText == "");
+    CLoad cLoad(fnDoctype(1024 - 6));
+    CHECK(cLoad.Thrown().iCode == -21);
+    CHECK(cLoad.Thrown().sText == "InitDictionary(Handler error : Attribute defaults are too long(c))");
+  }
   SUBCASE("what is allowed") {
     std::string sXml = "<!DOCTYPE msg_dictionary [<!ENTITY a '" + std::string(1024, 'x') + "'>]><msg_dictionary>";
     for (int i = 0; i < 9999; ++i) sXml += "&a;";
