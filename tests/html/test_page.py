@@ -3,10 +3,14 @@ import base64
 import os
 import pathlib
 import subprocess
+import sys
 import tempfile
 import unittest
 
 from browser import KEYS, Browser
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+from support import Server, run
 
 COMMAND = os.environ["CALLORV"]
 SHOTS = os.environ.get("CALLORV_SCREENSHOTS")    # a directory to keep pictures in
@@ -160,6 +164,21 @@ class PageTest(unittest.TestCase):
         self.browser.wait_for("document.getElementById('copy').textContent === 'Copied'")
         copied = self.browser.script("return navigator.clipboard.readText()")
         self.assertEqual(copied, QUOTE_LINE)
+
+    def test_the_call_line_calls(self):
+        folder = pathlib.Path(self.dir)
+        run("key", "make", "--user-key", "KEY", "-o", folder / "user.key", "--force")
+        with Server("--dictionary", folder / "small.xml", "--echo") as server:
+            folder.joinpath("callorv.cfg").write_text(
+                f"msg_dic=small.xml\nkey_file=user.key\nserver=127.0.0.1 {server.port}\n")
+            self.open("small.html#3")
+            line = self.text("#line").replace("SERVICE", "1201")
+            path = os.path.dirname(COMMAND) + ":" + os.environ["PATH"]
+            result = subprocess.run(["sh", "-c", line], cwd=folder, env={**os.environ, "PATH": path},
+                                    capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn("[4](rows) SUBMSG(4) row 0\n", result.stdout)
+        self.assertIn("[5](it is) 20260131\n", result.stdout)
 
     def test_the_call_line_takes_service_and_configuration(self):
         self.open("small.html#4")

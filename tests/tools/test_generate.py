@@ -58,6 +58,10 @@ class GenerateTest(ToolTest):
         self.generate("--message", 6, to="one")
         self.assertEqual(list(files(self.path("one"))), ["quote_row_6_msg.h"])
 
+    def test_the_directory_is_made(self):
+        self.assert_run(self.generate("--message", 6, to="some/new/place"), 0,
+                        f"1 classes in {self.path('some/new/place')}, 1 headers changed\n", "")
+
     def test_json(self):
         result = self.generate("--json", "--message", 5)
         self.assert_run(result, 0, err=LEFT_OUT)
@@ -106,10 +110,10 @@ class GenerateTest(ToolTest):
     def test_failures(self):
         self.assert_run(self.generate("--message", 77), 1, "", "callorv: message 77 is not in the dictionary\n")
         self.assertFalse(os.path.exists(self.path("out")))
-        self.assert_run(self.generate(to="no/out"), 1, "",
-                        f"callorv: {self.path('no/out')}: No such file or directory\n")
         self.assert_run(self.generate(to="dictionary.xml"), 1, "",
-                        f"callorv: {self.path('dictionary.xml/node_msg.h')}: Not a directory\n")
+                        f"callorv: {self.path('dictionary.xml')}: Not a directory\n")
+        self.assert_run(self.generate(to="dictionary.xml/out"), 1, "",
+                        f"callorv: {self.path('dictionary.xml/out')}: Not a directory\n")
         bad = self.write("bad.xml", "<msg_dictionary><msg no='0'/></msg_dictionary>")
         self.assert_run(self.generate(dictionary=bad), 1, "",
                         "callorv: InitDictionary(Handler error : msgnum=0)\n")

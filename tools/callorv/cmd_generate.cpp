@@ -1,9 +1,8 @@
 // callorv generate: typed C++ classes from a dictionary.
 #include <callorv/msg/msg_dic.h>
-#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -26,8 +25,8 @@ struct T_Options {
 
 // A file that holds the text already keeps its time, so that nothing is compiled again for it.
 bool IsUpToDate(const std::string& p_sPath, const std::string& p_sText) {
-  struct stat tStat;
-  return stat(p_sPath.c_str(), &tStat) == 0 && S_ISREG(tStat.st_mode) && ReadWholeFile(p_sPath) == p_sText;
+  std::error_code cIgnored;    // what is not there is not up to date
+  return std::filesystem::is_regular_file(p_sPath, cIgnored) && ReadWholeFile(p_sPath) == p_sText;
 }
 
 void Generate(const T_Options& p_tOptions) {
@@ -38,9 +37,9 @@ void Generate(const T_Options& p_tOptions) {
   pDic->InitDictionary(p_tOptions.sDictionary.c_str());
   const CClassWriter cWriter(*pDic, p_tOptions.sNamespace);
   const std::set<int> cMsgs = cWriter.WithSubMsgs(std::set<int>(p_tOptions.aMsg.begin(), p_tOptions.aMsg.end()));
-  if (mkdir(p_tOptions.sDir.c_str(), 0777) < 0 && errno != EEXIST) {
-    throw CFailure(p_tOptions.sDir + ": " + std::generic_category().message(errno));
-  }
+  std::error_code cError;
+  std::filesystem::create_directories(p_tOptions.sDir, cError);
+  if (cError) throw CFailure(p_tOptions.sDir + ": " + cError.message());
   nlohmann::json cList = nlohmann::json::array();
   int iWritten = 0;
   for (int iMsg : cMsgs) {
@@ -71,7 +70,7 @@ void AddGenerate(CLI::App& p_cApp) {
   auto pOptions = std::make_shared<T_Options>();
   CLI::App* pCommand = p_cApp.add_subcommand("generate", "Write typed C++ classes for the messages of a dictionary");
   pCommand->add_option("DICTIONARY", pOptions->sDictionary, "Dictionary, plain or .exml")->required();
-  pCommand->add_option("-o,--output", pOptions->sDir, "Directory for the headers, made when it is not there")
+  pCommand->add_option("-o,--output", pOptions->sDir, "Directory for the headers; it is made when it is not there")
       ->type_name("DIR")
       ->required();
   pCommand->add_option("--message", pOptions->aMsg, "Only this message and what it holds; may be given several times")
