@@ -155,7 +155,8 @@ int GetSecondToNull(CMsg& p_cMsg, KEY p_Key) {
 struct T_Getter {
   const char* szWhat;
   int iSingle, iMulti;                       // tags of the type
-  const char *szNone, *szSingle, *szMulti;   // what comes out: on failure, of a single tag, of a multi tag with two values
+  // What comes out: on failure, of a single tag, of a multi tag with two values.
+  const char *szNone, *szSingle, *szMulti;
   int iOther;                                // a tag of another type, and what is said about it
   const char* szMismatch;
   int (*fnByTag)(CMsg&, int, std::string&);
@@ -526,13 +527,15 @@ TEST_CASE("a getter refuses a negative, an undefined and an unknown tag") {
     CTestMsg cMsg(120);
     std::string sOut;
     CHECK(tGetter.fnByTag(*cMsg, -1, sOut) == -18);
-    CHECK(cMsg->GetLastError() == std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=-1}"));
+    CHECK(cMsg->GetLastError() ==
+          std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=-1}"));
     CHECK(sOut == tGetter.szNone);
     CHECK(tGetter.fnByTag(*cMsg, 2, sOut) == -18);
     CHECK(cMsg->GetLastError() == std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=2}"));
     CHECK(sOut == tGetter.szNone);
     CHECK(tGetter.fnByName(*cMsg, CName("nonesuch"), sOut) == -18);
-    CHECK(cMsg->GetLastError() == std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=-1}"));
+    CHECK(cMsg->GetLastError() ==
+          std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=120, tagnum=-1}"));
     CHECK(tGetter.fnByName(*cMsg, nullptr, sOut) == -18);
     CHECK(tGetter.fnByConstName(*cMsg, "nonesuch", sOut) == -18);
   }

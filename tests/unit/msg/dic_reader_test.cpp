@@ -16,9 +16,11 @@ class CKeep : public CDicReader {
 
  protected:
   void OnElement(int p_iDepth, const char* p_szName, const T_Attribute* p_atAttr, int p_iAttrs) override {
-    sAll += std::to_string(GetLine()) + ":" + std::to_string(GetColumn()) + " " + std::to_string(p_iDepth) + " " + p_szName;
+    sAll +=
+        std::to_string(GetLine()) + ":" + std::to_string(GetColumn()) + " " + std::to_string(p_iDepth) + " " + p_szName;
     for (int i = 0; i < p_iAttrs; ++i) {
-      sAll += std::string(" ") + p_atAttr[i].sName.ToStr() + "=" + p_atAttr[i].sValue.ToStr() + (p_atAttr[i].bCut ? "!" : "");
+      sAll += std::string(" ") + p_atAttr[i].sName.ToStr() + "=" + p_atAttr[i].sValue.ToStr() +
+              (p_atAttr[i].bCut ? "!" : "");
     }
     sAll += "\n";
     if (--iThrowAt != 0) return;
@@ -64,7 +66,8 @@ TEST_CASE("what cannot be read is thrown as by the loader, without the loader's 
   const CTempDir cDir;
   CKeep cKeep;
   CheckThrows(-12, "MsgDic Path", [&] { cKeep.Read(nullptr); });
-  CheckThrows(-21, "Handler error : [F] (L:0, C:0) : unable to open primary document entity '" + cDir.Path("none.xml") + "'",
+  CheckThrows(-21,
+              "Handler error : [F] (L:0, C:0) : unable to open primary document entity '" + cDir.Path("none.xml") + "'",
               [&] { cKeep.Read(cDir.Path("none.xml").c_str()); });
   CHECK(cKeep.GetLine() == 0);
   CHECK(cKeep.GetColumn() == 0);

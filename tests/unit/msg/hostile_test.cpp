@@ -25,8 +25,8 @@ void OnSmallStack(std::function<void()> p_fn) {
   pthread_attr_destroy(&tAttr);
 }
 
-// Processor time of this process, which what else the machine does cannot change much. What takes steps in proportion to the
-// square of MANY takes minutes.
+// Processor time of this process, which what else the machine does cannot change much. What takes steps in proportion
+// to the square of MANY takes minutes.
 class CClock {
  public:
   double Seconds() const { return static_cast<double>(clock() - m_iStart) / CLOCKS_PER_SEC; }
@@ -121,8 +121,8 @@ TEST_CASE("messages inside each other in the readable forms") {    // whose inde
     pMsg->DumpXml(&stXml, false, 1);
     pMsg->Dump(&stList, false, 1);
   });
-  CHECK(Text(stXml).find("\n" + std::string(4000, ' ') + "<t1><![CDATA[x]]></t1>\n" + std::string(3998, ' ') + "</t3>\n") !=
-        std::string::npos);
+  CHECK(Text(stXml).find("\n" + std::string(4000, ' ') + "<t1><![CDATA[x]]></t1>\n" + std::string(3998, ' ') +
+                         "</t3>\n") != std::string::npos);
   CHECK(Text(stList).find("\n" + std::string(4002, ' ') + "[1](text) x\n=") != std::string::npos);
 }
 
@@ -210,8 +210,8 @@ TEST_CASE("a dictionary of all messages") {
   const CClock cClock;
   std::string sXml = "<msg_dictionary>";
   for (int i = 1; i <= 9999; ++i) {
-    sXml += "<msg no='" + std::to_string(i) + "' name='Message" + std::to_string(i) + "' hash='" + std::to_string(i % 128 + 1) +
-            "'>";
+    sXml += "<msg no='" + std::to_string(i) + "' name='Message" + std::to_string(i) + "' hash='" +
+            std::to_string(i % 128 + 1) + "'>";
     for (int k = 0; k < 10; ++k) {
       sXml += "<tag no='" + std::to_string(k) + "' name='name" + std::to_string(k) + "' type='integer'/>";
     }

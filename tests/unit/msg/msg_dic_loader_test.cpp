@@ -160,7 +160,8 @@ TEST_CASE("names may have a prefix") {
       "<d:msg_dictionary xmlns:d='u'><d:msg d:no='3' d:name='Quote'><d:tag d:no='1' d:type='string' d:array='Y'/>"
       "<d:constraint/></d:msg></d:msg_dictionary>");
   CHECK(cLoad.Thrown().sText == "");
-  CHECK(Dump(*cLoad) == "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
+  CHECK(Dump(*cLoad) ==
+        "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
 }
 
 TEST_CASE("text, comments, constraints and whatever stands inside a tag are ignored") {
@@ -180,7 +181,8 @@ TEST_CASE("text, comments, constraints and whatever stands inside a tag are igno
 
 TEST_CASE("sub-messages may be defined later or not at all") {
   CLoad cLoad(
-      "<msg_dictionary><msg no='1'><tag no='1' type='m2'/><tag no='2' type='m0099'/></msg><msg no='2'/></msg_dictionary>");
+      "<msg_dictionary><msg no='1'><tag no='1' type='m2'/><tag no='2' type='m0099'/></msg>"
+      "<msg no='2'/></msg_dictionary>");
   CHECK(cLoad.Thrown().sText == "");
   CHECK(cLoad->GetMsgInfo(1)->GetTagInfo(2)->m_iSubMsg == 99);
 }
@@ -254,7 +256,8 @@ TEST_CASE("what stands before a failure stays") {
   CLoad cLoad("<msg_dictionary><msg no='1' name='First'><tag no='1' type='string'/><tag no='2' type='bad'/></msg>"
               "<msg no='2'/></msg_dictionary>");
   CHECK(cLoad.Thrown().iCode == -17);
-  CHECK(Dump(*cLoad) == "<msg no='1' name='First' hash='128'>\n\t<tag no='1' name='' type='string' array='N' />\n</msg>\n\n");
+  CHECK(Dump(*cLoad) ==
+        "<msg no='1' name='First' hash='128'>\n\t<tag no='1' name='' type='string' array='N' />\n</msg>\n\n");
   CLoad cCut("<msg_dictionary><msg no='1' name='First'>");
   CHECK(cCut.Thrown().iCode == -21);
   CHECK(cCut->GetMsgInfo(1) != nullptr);
@@ -297,10 +300,12 @@ TEST_CASE("files that cannot be read") {
     tThrown = LoadFile(cDir.Path());
   }
   CHECK(tThrown.iCode == -21);
-  CHECK(tThrown.sText == "InitDictionary(Handler error : [F] (L:0, C:0) : unable to read data from file)");    // a folder
+  CHECK(tThrown.sText ==
+        "InitDictionary(Handler error : [F] (L:0, C:0) : unable to read data from file)");    // a folder
   tThrown = LoadFile("");
   CHECK(tThrown.iCode == -21);
-  CHECK(tThrown.sText.find("InitDictionary(Handler error : [F] (L:0, C:0) : unable to open primary document entity '") == 0);
+  CHECK(tThrown.sText.find(
+            "InitDictionary(Handler error : [F] (L:0, C:0) : unable to open primary document entity '") == 0);
 }
 
 TEST_CASE("a path is taken as it is") {
@@ -394,8 +399,8 @@ TEST_CASE("an encrypted dictionary is loaded") {
 TEST_CASE("a dictionary that another program has encrypted is loaded") {
   const CTempDir cDir;
   const std::string sPlain = cDir.Write("dic.xml", s_szQuote), sPath = cDir.Path("dic.exml");
-  REQUIRE(system(("openssl enc -seed-ecb -provider legacy -provider default -K " TEST_SEED_KEY " -e -in " + sPlain + " -out " +
-                  sPath).c_str()) == 0);
+  REQUIRE(system(("openssl enc -seed-ecb -provider legacy -provider default -K " TEST_SEED_KEY " -e -in " + sPlain +
+                  " -out " + sPath).c_str()) == 0);
   CMsgDic cDic;
   cDic.InitDictionary(sPath.c_str());
   CHECK(Dump(cDic) == s_szQuoteDump);
@@ -413,9 +418,10 @@ TEST_CASE("an encrypted dictionary that cannot be loaded") {
 
   CLoad cEmpty("", "dic.exml");
   CHECK(cEmpty.Thrown().iCode == -21);
-  CHECK(cEmpty.Thrown().sText == "InitDictionary(Handler error : [F]MsgDic.xml (L:1, C:1) : invalid document structure)");
+  CHECK(cEmpty.Thrown().sText ==
+        "InitDictionary(Handler error : [F]MsgDic.xml (L:1, C:1) : invalid document structure)");
 
-  CLoad cPlain("<msg_dictionary/>                              ", "dic.exml");    // not encrypted, but of the right length
+  CLoad cPlain("<msg_dictionary/>                              ", "dic.exml");    // 47 bytes that are not encrypted
   CHECK(cPlain.Thrown().iCode == -36);
 
   CLoad cWrong(Encrypted("<msg_dictionary><wrong/></msg_dictionary>"), "dic.exml");
@@ -424,8 +430,8 @@ TEST_CASE("an encrypted dictionary that cannot be loaded") {
 
   CLoad cBroken(Encrypted("<msg_dictionary>"), "dic.exml");
   CHECK(cBroken.Thrown().sText ==
-        "InitDictionary(Handler error : [F]MsgDic.xml (L:1, C:17) : input ended before all started tags were ended; last tag "
-        "started is 'msg_dictionary')");
+        "InitDictionary(Handler error : [F]MsgDic.xml (L:1, C:17) : input ended before all started tags were ended; "
+        "last tag started is 'msg_dictionary')");
 }
 
 TEST_CASE("only .exml in lower case means encrypted") {
@@ -445,7 +451,8 @@ TEST_CASE("a document type is accepted") {
       "<!NOTATION x SYSTEM 'y'>]>"
       "<msg_dictionary><msg no='3' name='&n;'><tag no='1' type='string'/></msg></msg_dictionary>");
   CHECK(cLoad.Thrown().sText == "");
-  CHECK(Dump(*cLoad) == "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
+  CHECK(Dump(*cLoad) ==
+        "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
   CLoad cBare("<!DOCTYPE msg_dictionary><msg_dictionary/>");
   CHECK(cBare.Thrown().sText == "");
 }
@@ -476,7 +483,8 @@ TEST_CASE("nothing that a document type names is ever opened") {
         "<!DOCTYPE msg_dictionary [<!ENTITY e PUBLIC 'id' '" + sTarget + "'>]>",
         "<!DOCTYPE msg_dictionary [<!ENTITY % p SYSTEM '" + sTarget + "'> %p;]>",
         "<!DOCTYPE msg_dictionary [<!ENTITY % p SYSTEM '" + sTarget + "'>]>",
-        "<!DOCTYPE msg_dictionary [<!NOTATION n SYSTEM '" + sTarget + "'><!ENTITY u SYSTEM '" + sTarget + "' NDATA n>]>",
+        "<!DOCTYPE msg_dictionary [<!NOTATION n SYSTEM '" + sTarget + "'><!ENTITY u SYSTEM '" + sTarget +
+            "' NDATA n>]>",
     };
     for (const std::string& sDoctype : asEntity) {
       CAPTURE(sDoctype);
@@ -495,8 +503,9 @@ TEST_CASE("nothing that a document type names is ever opened") {
 
 TEST_CASE("schema locations and style sheets are not opened, either") {
   const CSilentPort cPort;
-  CLoad cLoad("<?xml-stylesheet href='" + cPort.Url() + "'?><msg_dictionary xmlns:x='http://www.w3.org/2001/XMLSchema-instance' "
-              "x:schemaLocation='u " + cPort.Url() + "' x:noNamespaceSchemaLocation='" + cPort.Url() + "'/>");
+  CLoad cLoad("<?xml-stylesheet href='" + cPort.Url() +
+              "'?><msg_dictionary xmlns:x='http://www.w3.org/2001/XMLSchema-instance' x:schemaLocation='u " +
+              cPort.Url() + "' x:noNamespaceSchemaLocation='" + cPort.Url() + "'/>");
   CHECK(cLoad.Thrown().sText == "");
   CHECK_FALSE(cPort.WasCalled());
 }

@@ -5,10 +5,12 @@
 
 TEST_CASE("a handler needs a message and its dictionary") {
   CTestMsg cMsg(120);
-  CheckThrows(-12, "MsgHandler::MsgHandler - Parameter is NULL((nil),(nil))", [] { MsgHandler cHandler(nullptr, nullptr); });
+  CheckThrows(-12, "MsgHandler::MsgHandler - Parameter is NULL((nil),(nil))",
+              [] { MsgHandler cHandler(nullptr, nullptr); });
   CheckThrows(-12, CFormat("MsgHandler::MsgHandler - Parameter is NULL(%p,(nil))", static_cast<void*>(&*cMsg)).ToStr(),
               [&] { MsgHandler cHandler(&*cMsg, nullptr); });
-  CheckThrows(-12, CFormat("MsgHandler::MsgHandler - Parameter is NULL((nil),%p)", static_cast<void*>(&cMsg.Dic())).ToStr(),
+  CheckThrows(-12,
+              CFormat("MsgHandler::MsgHandler - Parameter is NULL((nil),%p)", static_cast<void*>(&cMsg.Dic())).ToStr(),
               [&] { MsgHandler cHandler(nullptr, &cMsg.Dic()); });
 }
 

@@ -30,24 +30,24 @@ std::string Say(const CTexts& p_as) {
 const char* const s_szLong = "a text that is too long to be stored in place";
 const char* const s_szOther = "another text that is too long to be stored in place";
 
+const char* const s_szNoCell = "MSG_Error(-11) : Memory error {new CMsgValue failed}";
 const T_Setter s_atSetter[] = {
     {"string", 1, [](CMsg& m, bool b) { return m.SetValue(1, b ? s_szOther : s_szLong); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CString failed}"}},
-    {"integer", 7, [](CMsg& m, bool b) { return m.SetValue(7, b ? 6 : 5); }, {"MSG_Error(-11) : Memory error {new CMsgValue failed}"}},
-    {"double", 3, [](CMsg& m, bool b) { return m.SetValue(3, b ? 2.5 : 1.5); }, {"MSG_Error(-11) : Memory error {new CMsgValue failed}"}},
-    {"bool", 4, [](CMsg& m, bool b) { return m.SetValue(4, !b); }, {"MSG_Error(-11) : Memory error {new CMsgValue failed}"}},
-    {"date", 5, [](CMsg& m, bool b) { return m.SetValue(5, CDate(b ? "20240229" : "20240131")); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CString failed}"}},
+    {"integer", 7, [](CMsg& m, bool b) { return m.SetValue(7, b ? 6 : 5); }, {s_szNoCell}},
+    {"double", 3, [](CMsg& m, bool b) { return m.SetValue(3, b ? 2.5 : 1.5); }, {s_szNoCell}},
+    {"bool", 4, [](CMsg& m, bool b) { return m.SetValue(4, !b); }, {s_szNoCell}},
+    {"date", 5, [](CMsg& m, bool b) { return m.SetValue(5, CDate(b ? "20240229" : "20240131")); }, {s_szNoCell}},
     {"strings", 11, [](CMsg& m, bool b) { return m.SetValue(11, b ? s_szOther : s_szLong); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CStrArray failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CStrArray failed}"}},
     {"integers", 17, [](CMsg& m, bool b) { return m.SetValue(17, b ? 6 : 5); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CIntArray failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CIntArray failed}"}},
     {"doubles", 13, [](CMsg& m, bool b) { return m.SetValue(13, CDbl(b ? 2.5 : 1.5)); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CDblArray failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CDblArray failed}"}},
     {"bools", 14, [](CMsg& m, bool b) { return m.SetValue("flags", CBool(!b)); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CBoolArray failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CBoolArray failed}"}},
     {"dates", 15, [](CMsg& m, bool b) { return m.SetValue(15, CDate(b ? "20240229" : "20240131")); },
-     {"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {new CDateArray failed}"}},
+     {s_szNoCell, "MSG_Error(-11) : Memory error {new CDateArray failed}"}},
 };
 
 }    // namespace
@@ -178,7 +178,8 @@ TEST_CASE("a sub-message without memory stays the caller's, unless it is stored 
         CHECK(cMsg->GetArrSize(iTag) == 1);
       }
     });
-    CTexts asWanted{"MSG_Error(-11) : Memory error {new CMsgValue failed}", "MSG_Error(-11) : Memory error {tagnum=" + sTag + ",msgnum=120}"};
+    CTexts asWanted{"MSG_Error(-11) : Memory error {new CMsgValue failed}",
+                    "MSG_Error(-11) : Memory error {tagnum=" + sTag + ",msgnum=120}"};
     if (iTag == 16) asWanted.insert("MSG_Error(-11) : Memory error {new CMsgArray failed}");
     CHECK(Say(asSeen) == Say(asWanted));
   }
@@ -328,7 +329,8 @@ TEST_CASE("a new sub-message that finds no memory is thrown as what was missing"
     if (iTag == 6) {
       CHECK(Say(asSeen) == Say(CTexts{"new CMsgValue failed", "new CMsg2 failed", "tagnum=6,msgnum=120"}));
     } else {
-      CHECK(Say(asSeen) == Say(CTexts{"new CMsgValue failed", "new CMsg1 failed", "new CMsgArray failed", "tagnum=16,msgnum=120"}));
+      CHECK(Say(asSeen) ==
+            Say(CTexts{"new CMsgValue failed", "new CMsg1 failed", "new CMsgArray failed", "tagnum=16,msgnum=120"}));
     }
   }
 }
@@ -398,8 +400,9 @@ TEST_CASE("loading a dictionary without memory fails with its code, and the next
       if (p_cFail.HasFailed()) asSeen.insert(tThrown.sText);
       if (!p_cFail.HasFailed()) CHECK(cDic.GetMsgInfo(1)->IsDefinedTag(1));
     });
-    CHECK(Say(asSeen) == Say(CTexts{"InitDictionary(XMLParser out of memory)", "InitDictionary(Handler error : (CMsgInfo))",
-                           "InitDictionary(Handler error : (CTagInfo))"}));
+    CHECK(Say(asSeen) ==
+          Say(CTexts{"InitDictionary(XMLParser out of memory)", "InitDictionary(Handler error : (CMsgInfo))",
+                     "InitDictionary(Handler error : (CTagInfo))"}));
   }
 }
 

@@ -177,7 +177,8 @@ TEST_CASE("what a document may not say") {
       {"<msg no='120' type='name'><zzz/></msg>", -21, "Handler error : Unknown start tagname(zzz)"},
       {"<msg no='120' type='name'><Number/></msg>", -21, "Handler error : Unknown start tagname(Number)"},
       {"<msg no='120' type='name'><row><zzz/></row></msg>", -21, "Handler error : Unknown start tagname(zzz)"},
-      {"<msg no='120' type='name'><number><number/></number></msg>", -21, "Handler error : Unknown start tagname(number)"},
+      {"<msg no='120' type='name'><number><number/></number></msg>", -21,
+       "Handler error : Unknown start tagname(number)"},
       {"<msg no='120'><x7>1</x7></msg>", -21, "Handler error : Unknown start tagnum(x7)"},
       {"<msg no='120'><T7>1</T7></msg>", -21, "Handler error : Unknown start tagnum(T7)"},
       {"<msg no='120'><_t7>1</_t7></msg>", -21, "Handler error : Unknown start tagnum(_t7)"},
@@ -186,7 +187,8 @@ TEST_CASE("what a document may not say") {
       {"<msg no='120'><t/></msg>", -21, "Handler error : Unknown start tag element(t, 0)"},
       {"<msg no='120'><tag/></msg>", -21, "Handler error : Unknown start tag element(tag, 0)"},
       {"<msg no='120'><t-5/></msg>", -21, "Handler error : Unknown start tag element(t-5, -5)"},
-      {"<msg no='120'><t99999999999/></msg>", -21, "Handler error : Unknown start tag element(t99999999999, 2147483647)"},
+      {"<msg no='120'><t99999999999/></msg>", -21,
+       "Handler error : Unknown start tag element(t99999999999, 2147483647)"},
       {"<msg no='120'><t16><t7/></t16></msg>", -21, "Handler error : Unknown start tag element(t7, 7)"},
       {"<msg no='120'><t7><t7>1</t7></t7></msg>", -21, "Handler error : Unknown start tag element(t7, 7)"},
       {"<msg no='120'><t16><t2><t2/></t2></t16></msg>", -21, "Handler error : Unknown start tag element(t2, 2)"},
@@ -218,14 +220,16 @@ TEST_CASE("what the parser reports stops the reading, with its place") {
       {"", "Handler error : [F]MemData (L:1, C:1) invalid document structure"},
       {"hello", "Handler error : [F]MemData (L:1, C:1) invalid document structure"},
       {"<msg no=\"1\"><t1>abc",
-       "Handler error : [F]MemData (L:1, C:20) input ended before all started tags were ended; last tag started is 't1'"},
+       "Handler error : [F]MemData (L:1, C:20) input ended before all started tags were ended; "
+       "last tag started is 't1'"},
       {"<msg no=\"1\">\n<t1>abc</t2>", "Handler error : [F]MemData (L:2, C:10) expected end of tag 't1'"},
       {"<msg no=\"1\"></msg>garbage",
        "Handler error : [F]MemData (L:1, C:19) comment or processing instruction expected"},
       {"<msg no=\"1\"/><msg/>", "Handler error : [F]MemData (L:1, C:14) comment or processing instruction expected"},
       {"<msg no=\"1\"><t1>]]></t1></msg>",
        "Handler error : [F]MemData (L:1, C:20) ']]>' sequence is not allowed in character data"},
-      {"<msg no=\"1\"><t1><![CDATA[abc</t1></msg>", "Handler error : [F]MemData (L:1, C:40) unterminated CDATA section"},
+      {"<msg no=\"1\"><t1><![CDATA[abc</t1></msg>",
+       "Handler error : [F]MemData (L:1, C:40) unterminated CDATA section"},
       {"<msg no=\"1\" no=\"2\"/>",
        "Handler error : [F]MemData (L:1, C:21) attribute 'no' is already specified for element 'msg'"},
       {"<msg no=1/>", "Handler error : [F]MemData (L:1, C:9) attribute value expected"},
@@ -498,8 +502,9 @@ TEST_CASE("a document type is refused and nothing that it names is opened") {
 
 TEST_CASE("names of other documents in a message are never opened") {
   const CSilentPort cPort;
-  CRead cRead("<?xml-stylesheet href='" + cPort.Url() + "'?><msg no='1' xmlns:x='http://www.w3.org/2001/XMLSchema-instance'"
-              " x:schemaLocation='u " + cPort.Url() + "' x:noNamespaceSchemaLocation='" + cPort.Url() + "'><t1>x</t1></msg>");
+  CRead cRead("<?xml-stylesheet href='" + cPort.Url() +
+              "'?><msg no='1' xmlns:x='http://www.w3.org/2001/XMLSchema-instance' x:schemaLocation='u " +
+              cPort.Url() + "' x:noNamespaceSchemaLocation='" + cPort.Url() + "'><t1>x</t1></msg>");
   CHECK(cRead.Ret() == 0);
   CHECK_FALSE(cPort.WasCalled());
 }
@@ -589,8 +594,13 @@ TEST_CASE("a sub-message can be read into on its own") {
 TEST_CASE("reading goes on after any failure") {
   CReaderDic cDic;
   CMsg cMsg(0, 0, 0, &cDic);
-  const char* const aszBad[] = {"", "<msg no='120'><t7>1", "<msg no='120'><t99/></msg>", "<msg no='120'>text</msg>", "<x/>",
-                                "<!DOCTYPE msg []><msg no='120'/>", "<msg no='120'><t16><t1>]]></t1></t16></msg>",
+  const char* const aszBad[] = {"",
+                                "<msg no='120'><t7>1",
+                                "<msg no='120'><t99/></msg>",
+                                "<msg no='120'>text</msg>",
+                                "<x/>",
+                                "<!DOCTYPE msg []><msg no='120'/>",
+                                "<msg no='120'><t16><t1>]]></t1></t16></msg>",
                                 "<?xml version='1.0' encoding='UTF-16'?><msg no='1'/>"};
   for (int i = 0; i < 3; ++i) {
     for (const char* szBad : aszBad) {

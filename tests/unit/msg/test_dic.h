@@ -112,7 +112,9 @@ inline CMsg* NewRow(CMsgDic& p_cDic, const char* p_szText) {
 }
 
 // Texts of a stream and of a message.
-inline std::string Text(const CStream& p_st) { return std::string(p_st.GetData(), static_cast<size_t>(p_st.GetSize())); }
+inline std::string Text(const CStream& p_st) {
+  return std::string(p_st.GetData(), static_cast<size_t>(p_st.GetSize()));
+}
 inline std::string ToXml(const CMsg& p_cMsg, bool p_bArrayPrefix = false, bool p_bByName = false) {
   CStream stOut(0, 512);
   p_cMsg.ToXml(&stOut, p_bArrayPrefix, p_bByName, 1);

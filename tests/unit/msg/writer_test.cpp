@@ -74,7 +74,8 @@ CString WithNul(const std::string& p_s) {
 // Whether another parser takes the document to be well-formed.
 bool WellFormed(const std::string& p_sXml) {
   const CTempDir cDir;
-  const std::string sPath = cDir.Write("doc.xml", p_sXml), sProgram = "import sys, xml.etree.ElementTree as e; e.parse(sys.argv[1])";
+  const std::string sPath = cDir.Write("doc.xml", p_sXml),
+                    sProgram = "import sys, xml.etree.ElementTree as e; e.parse(sys.argv[1])";
   return system((std::string(TEST_PYTHON) + " -c '" + sProgram + "' " + sPath + " 2>/dev/null").c_str()) == 0;
 }
 
@@ -84,20 +85,22 @@ TEST_CASE("the wire form by number") {
   CQuoteDic cDic;
   CMsg cMsg(1201, 0, 0, &cDic);
   FillQuote(cMsg, cDic, true);
-  CHECK(ToXml(cMsg) ==
-        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" ver=\"1.0\"><t1><![CDATA[ABC]]></t1><t2>7</t2>"
-        "<t3>2.500000000000000e+00</t3><t4>true</t4><t6>10</t6><t6>20</t6><t7><t1><![CDATA[row one]]></t1></t7><t7><t1>"
-        "<![CDATA[row two]]></t1></t7></msg>");
+  CHECK(
+      ToXml(cMsg) ==
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" ver=\"1.0\"><t1><![CDATA[ABC]]></t1><t2>7</t2>"
+      "<t3>2.500000000000000e+00</t3><t4>true</t4><t6>10</t6><t6>20</t6><t7><t1><![CDATA[row one]]></t1></t7><t7><t1>"
+      "<![CDATA[row two]]></t1></t7></msg>");
 }
 
 TEST_CASE("the wire form with the letter for arrays") {
   CQuoteDic cDic;
   CMsg cMsg(1201, 0, 0, &cDic);
   FillQuote(cMsg, cDic, true);
-  CHECK(ToXml(cMsg, true) ==
-        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" ver=\"1.0\"><t1><![CDATA[ABC]]></t1><t2>7</t2>"
-        "<t3>2.500000000000000e+00</t3><t4>true</t4><a6>10</a6><a6>20</a6><a7><t1><![CDATA[row one]]></t1></a7><a7><t1>"
-        "<![CDATA[row two]]></t1></a7></msg>");
+  CHECK(
+      ToXml(cMsg, true) ==
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" ver=\"1.0\"><t1><![CDATA[ABC]]></t1><t2>7</t2>"
+      "<t3>2.500000000000000e+00</t3><t4>true</t4><a6>10</a6><a6>20</a6><a7><t1><![CDATA[row one]]></t1></a7><a7><t1>"
+      "<![CDATA[row two]]></t1></a7></msg>");
 }
 
 TEST_CASE("the wire form by name, with and without the letter for arrays") {
@@ -106,8 +109,9 @@ TEST_CASE("the wire form by name, with and without the letter for arrays") {
   FillQuote(cMsg, cDic, true);
   for (bool bArrayPrefix : {false, true}) {
     CHECK(ToXml(cMsg, bArrayPrefix, true) ==
-          "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" type=\"name\" ver=\"1.0\"><code><![CDATA[ABC]]>"
-          "</code><qty>7</qty><rate>2.500000000000000e+00</rate><flag>true</flag><list>10</list><list>20</list><rows><text>"
+          "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"1201\" type=\"name\" ver=\"1.0\">"
+          "<code><![CDATA[ABC]]></code><qty>7</qty><rate>2.500000000000000e+00</rate><flag>true</flag>"
+          "<list>10</list><list>20</list><rows><text>"
           "<![CDATA[row one]]></text></rows><rows><text><![CDATA[row two]]></text></rows></msg>");
   }
 }
@@ -191,7 +195,8 @@ TEST_CASE("a message without values has a head and a tail only") {
         "     Ver : \n"
         "===============================================\n");
   CHECK(ToXml(*cNoDef) == "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"0\" ver=\"\"></msg>");
-  CHECK(DumpXml(*cNoDef, true) == "<?xml version='1.0' encoding='ISO-8859-1' ?>\n<msg no='0' type='name' ver=''>\n</msg>\n");
+  CHECK(DumpXml(*cNoDef, true) ==
+        "<?xml version='1.0' encoding='ISO-8859-1' ?>\n<msg no='0' type='name' ver=''>\n</msg>\n");
 }
 
 TEST_CASE("the head of the wire form is 44 bytes and everything is on one line") {
@@ -225,14 +230,17 @@ TEST_CASE("every type, single and repeated, in all forms") {
         "<t3>-1.000000000000000e+00</t3><t4>false</t4><t5>20240131</t5><t6><t1><![CDATA[row]]></t1></t6>"
         "<a11><![CDATA[abc]]></a11><a11><![CDATA[def]]></a11><a17>-7</a17><a17>0</a17>"
         "<a13>-1.000000000000000e+00</a13><a13>0.000000000000000e+00</a13><a14>false</a14><a14>true</a14>"
-        "<a15>20240131</a15><a15>2024</a15><a16><t1><![CDATA[row]]></t1></a16><a16><t1><![CDATA[row 1]]></t1></a16></msg>");
-  CHECK(ToXml(*cMsg, false, true) ==
-        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" type=\"name\" ver=\"\"><text><![CDATA[abc]]></text>"
-        "<number>-7</number><price>-1.000000000000000e+00</price><flag>false</flag><day>20240131</day><row><text>"
-        "<![CDATA[row]]></text></row><texts><![CDATA[abc]]></texts><texts><![CDATA[def]]></texts><numbers>-7</numbers>"
-        "<numbers>0</numbers><prices>-1.000000000000000e+00</prices><prices>0.000000000000000e+00</prices>"
-        "<flags>false</flags><flags>true</flags><days>20240131</days><days>2024</days><rows><text><![CDATA[row]]></text>"
-        "</rows><rows><text><![CDATA[row 1]]></text></rows></msg>");
+        "<a15>20240131</a15><a15>2024</a15><a16><t1><![CDATA[row]]></t1></a16>"
+        "<a16><t1><![CDATA[row 1]]></t1></a16></msg>");
+  CHECK(
+      ToXml(*cMsg, false, true) ==
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" type=\"name\" ver=\"\">"
+      "<text><![CDATA[abc]]></text>"
+      "<number>-7</number><price>-1.000000000000000e+00</price><flag>false</flag><day>20240131</day><row><text>"
+      "<![CDATA[row]]></text></row><texts><![CDATA[abc]]></texts><texts><![CDATA[def]]></texts><numbers>-7</numbers>"
+      "<numbers>0</numbers><prices>-1.000000000000000e+00</prices><prices>0.000000000000000e+00</prices>"
+      "<flags>false</flags><flags>true</flags><days>20240131</days><days>2024</days><rows><text><![CDATA[row]]></text>"
+      "</rows><rows><text><![CDATA[row 1]]></text></rows></msg>");
   CHECK(DumpXml(*cMsg) ==
         "<?xml version='1.0' encoding='ISO-8859-1' ?>\n"
         "<msg no='120' type='index' ver=''>\n"
@@ -411,8 +419,8 @@ TEST_CASE("long names") {
   CMsg cMsg(5, 0, 0, &cDic);
   cMsg.SetValue(INT_MAX, sText.c_str());
   CHECK(ToXml(cMsg, false, true) ==
-        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"5\" type=\"name\" ver=\"\"><" + sName + "><![CDATA[" + sText +
-            "]]></" + sName + "></msg>");
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"5\" type=\"name\" ver=\"\"><" + sName +
+            "><![CDATA[" + sText + "]]></" + sName + "></msg>");
   CHECK(ToXml(cMsg, true).find("<a2147483647><![CDATA[" + sText + "]]></a2147483647>") != std::string::npos);
 }
 
@@ -462,12 +470,14 @@ TEST_CASE("depth indents and leaves out head and tail") {
   };
   static const T_Row s_atRow[] = {
       {2,
-       "    <t7>5</t7>\n    <t6>\n      <t1><![CDATA[row]]></t1>\n      <t3>\n        <t1><![CDATA[next]]></t1>\n      </t3>\n"
+       "    <t7>5</t7>\n    <t6>\n      <t1><![CDATA[row]]></t1>\n      <t3>\n        <t1><![CDATA[next]]></t1>\n"
+       "      </t3>\n"
        "    </t6>\n",
        "      [7](number) 5\n      [6](row) SUBMSG(121)\n        [1](text) row\n        [3](next) SUBMSG(121)\n"
        "          [1](text) next\n"},
       {3,
-       "      <t7>5</t7>\n      <t6>\n        <t1><![CDATA[row]]></t1>\n        <t3>\n          <t1><![CDATA[next]]></t1>\n"
+       "      <t7>5</t7>\n      <t6>\n        <t1><![CDATA[row]]></t1>\n        <t3>\n"
+       "          <t1><![CDATA[next]]></t1>\n"
        "        </t3>\n      </t6>\n",
        "        [7](number) 5\n        [6](row) SUBMSG(121)\n          [1](text) row\n          [3](next) SUBMSG(121)\n"
        "            [1](text) next\n"},
