@@ -67,16 +67,20 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
 }    // namespace
 
 int main(int p_iArgs, char** p_apArgs) {
-  CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
-                "callorv"};
-  cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
-  cApp.formatter(std::make_shared<CHelp>());
-  cApp.require_subcommand(1);
-  AddCall(cApp);
-  AddServe(cApp);
-  AddDecode(cApp);
-  AddDict(cApp);
-  AddKey(cApp);
-  AddGenerate(cApp);
-  return Run(cApp, p_iArgs, p_apArgs);
+  try {
+    CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
+                  "callorv"};
+    cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
+    cApp.formatter(std::make_shared<CHelp>());
+    cApp.require_subcommand(1);
+    AddCall(cApp);
+    AddServe(cApp);
+    AddDecode(cApp);
+    AddDict(cApp);
+    AddKey(cApp);
+    AddGenerate(cApp);
+    return Run(cApp, p_iArgs, p_apArgs);
+  } catch (...) {    // there is no memory even to say so
+    return EXIT_FAILED;
+  }
 }

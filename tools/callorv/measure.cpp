@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -48,10 +49,23 @@ class CRun {
     Guarded([&] {
       while (!m_bStop && m_iTaken++ < m_iCalls) OneCall(fnCall, aMicros);
     });
+    Guarded([&] {
+      const std::lock_guard<std::mutex> cLock(m_cMutex);
+      m_tResult.aMicros.insert(m_tResult.aMicros.end(), aMicros.begin(), aMicros.end());
+    });
     const std::lock_guard<std::mutex> cLock(m_cMutex);
-    m_tResult.aMicros.insert(m_tResult.aMicros.end(), aMicros.begin(), aMicros.end());
     m_tResult.dSeconds = SecondsSince(m_tStart);
     --m_iRunning;
+    m_cChanged.notify_all();
+  }
+
+  // The last p_iThreads threads could not be made, for the reason that is being handled.
+  void GiveUp(int p_iThreads) {
+    m_bStop = true;
+    const std::lock_guard<std::mutex> cLock(m_cMutex);
+    m_pThrown = std::current_exception();
+    m_iWaiting -= p_iThreads;
+    m_iRunning -= p_iThreads;
     m_cChanged.notify_all();
   }
 
@@ -122,7 +136,12 @@ uint32_t T_Measurement::Percentile(double p_dPercent) const {
 T_Measurement Measure(int p_iCalls, int p_iThreads, const std::function<CCall()>& p_fnMake) {
   CRun cRun(p_iCalls, p_iThreads);
   std::vector<std::thread> aThreads;
-  for (int i = 0; i < p_iThreads; ++i) aThreads.emplace_back([&] { cRun.Work(p_fnMake); });
+  aThreads.reserve(static_cast<size_t>(p_iThreads));
+  try {
+    for (int i = 0; i < p_iThreads; ++i) aThreads.emplace_back([&] { cRun.Work(p_fnMake); });
+  } catch (const std::system_error&) {
+    cRun.GiveUp(p_iThreads - static_cast<int>(aThreads.size()));
+  }
   cRun.Watch();
   for (std::thread& cThread : aThreads) cThread.join();
   T_Measurement tResult = cRun.TakeResult();

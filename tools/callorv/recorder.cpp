@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "command.h"
 
@@ -28,7 +28,7 @@ void WriteNewFile(const std::string& p_sPath, const std::string& p_sBytes) {
     }
   }
   if (iFile >= 0 && close(iFile) < 0 && iErrno == 0) iErrno = errno;
-  if (iErrno != 0) throw CFailure(p_sPath + ": " + std::strerror(iErrno));
+  if (iErrno != 0) throw CFailure(p_sPath + ": " + std::generic_category().message(iErrno));
 }
 
 }    // namespace

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -97,7 +98,7 @@ void CServeLog::Closed() {
 void CServeLog::UpdateStatus() {
   const std::lock_guard<std::mutex> cLock(m_cMutex);
   const Clock::time_point tNow = Clock::now();
-  const double dRate = (m_iCalls - m_iShownCalls) / std::max(ToSeconds(tNow - m_tShown), 0.001);
+  const double dRate = static_cast<double>(m_iCalls - m_iShownCalls) / std::max(ToSeconds(tNow - m_tShown), 0.001);
   m_iShownCalls = m_iCalls;
   m_tShown = tNow;
   m_sStatus = std::to_string(m_iCalls) + " calls  " + Seconds(dRate) + "/s  " + std::to_string(m_iErrors) +

@@ -331,7 +331,12 @@ void CServer::Run() {
   const unsigned iProcessors = std::max(1u, std::thread::hardware_concurrency());
   const unsigned iThreads = m_tOptions.iThreads > 0 ? static_cast<unsigned>(m_tOptions.iThreads) : iProcessors;
   std::vector<std::thread> aThreads;
-  for (unsigned i = 1; i < iThreads; ++i) aThreads.emplace_back([this] { Work(); });
+  aThreads.reserve(iThreads);
+  try {
+    for (unsigned i = 1; i < iThreads; ++i) aThreads.emplace_back([this] { Work(); });
+  } catch (const std::system_error& cError) {    // the others do the work
+    m_cLog.Line("only " + std::to_string(aThreads.size() + 1) + " threads: " + cError.what());
+  }
   Work();
   for (std::thread& cThread : aThreads) cThread.join();
   m_cLog.Summary();

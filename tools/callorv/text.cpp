@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 #include "command.h"
 
@@ -90,13 +90,13 @@ std::string ReadWholeFile(const std::string& p_sPath) {
     pOpened.reset(std::fopen(p_sPath.c_str(), "rb"));
     const int iErrno = errno;
     pFile = pOpened.get();
-    if (pFile == nullptr) throw CFailure(p_sPath + ": " + std::strerror(iErrno));
+    if (pFile == nullptr) throw CFailure(p_sPath + ": " + std::generic_category().message(iErrno));
   }
   std::string sOut;
   char szPiece[65536];
   for (size_t iLen; (iLen = std::fread(szPiece, 1, sizeof szPiece, pFile)) > 0;) sOut.append(szPiece, iLen);
   const int iErrno = errno;
-  if (std::ferror(pFile)) throw CFailure(p_sPath + ": " + std::strerror(iErrno));
+  if (std::ferror(pFile)) throw CFailure(p_sPath + ": " + std::generic_category().message(iErrno));
   return sOut;
 }
 
