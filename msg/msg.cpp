@@ -46,7 +46,7 @@ CMsg::~CMsg() {
 void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
   const int iRootNum = p_iRootNum > 0 ? p_iRootNum : p_iMsgNum;
   if (p_iMsgNum < 1 || p_iMsgNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "1.msgnum=%d", p_iMsgNum);
-  if (iRootNum < 1 || iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", iRootNum);
+  if (iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", iRootNum);
   CMsgInfo* pMsgInfo = m_pMsgDic->GetMsgInfo(p_iMsgNum);
   if (pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "3.msgnum=%d", p_iMsgNum);
   CMsgOps::Abandon(*this);

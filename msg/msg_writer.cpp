@@ -31,11 +31,9 @@ void ForEachValue(const CMsgValue& p_cCell, F p_fn) {
     case TAG_INTEGER: bMulti ? fnAll(p_cCell.m_pIntArr) : p_fn(0, p_cCell.m_iVal); break;
     case TAG_DOUBLE: bMulti ? fnAll(p_cCell.m_pDblArr) : p_fn(0, p_cCell.m_dVal); break;
     case TAG_BOOL: bMulti ? fnAll(p_cCell.m_pBoolArr) : p_fn(0, p_cCell.m_bVal); break;
-    case TAG_DATE:
+    default:    // a date: sub-messages are walked, and other types skipped
       if (bMulti) fnAll(p_cCell.m_pDateArr);
       else if (p_cCell.m_pDate != nullptr) p_fn(0, *p_cCell.m_pDate);
-      break;
-    default: break;
   }
 }
 

@@ -163,7 +163,14 @@ TEST_CASE("an array that is missing is NULL to every getter") {
     CHECK(tAsked.iSize == -1);
     CHECK(tAsked.sSize == sText);
   }
-  CHECK(ToXml(*cMsg).find("<t11>") == std::string::npos);
+  CStream stXml(0, 512), stList(0, 512);
+  cMsg->DumpXml(&stXml, false, 1);
+  cMsg->Dump(&stList, false, 1);
+  for (const char* szTag : {"11", "17", "13", "14", "15", "16"}) {
+    CHECK(ToXml(*cMsg).find("<t" + std::string(szTag) + ">") == std::string::npos);
+    CHECK(Text(stXml).find("<t" + std::string(szTag) + ">") == std::string::npos);
+    CHECK(Text(stList).find("[" + std::string(szTag) + "]") == std::string::npos);
+  }
   // A setter makes the array again.
   CHECK(cMsg->SetValue(17, 8) == 0);
   CHECK(cMsg->GetArrSize(17) == 1);

@@ -171,6 +171,34 @@ TEST_CASE("cells are found under every hash key, also when all tags share one sl
   }
 }
 
+TEST_CASE("cells are found, set again and added when one slot is long and others are short or empty") {
+  CMsgDic cDic;
+  cDic.SetMsgInfo(5, "m", "", "4");
+  for (int i = 0; i < 100; ++i) cDic.SetMsgDetail(5, i * 4, "t", "integer", i % 10 == 9 ? "Y" : "N");    // slot 0
+  for (int i = 0; i < 3; ++i) cDic.SetMsgDetail(5, i * 4 + 1, "t", "integer", "N");                      // slot 1
+  cDic.SetMsgDetail(5, 6, "t", "integer", "N");                                                          // slot 2
+  CMsg cMsg(5, 0, 0, &cDic);
+  const auto fnTest = [&cMsg](int p_iTag) {
+    int iOut = -1;
+    CHECK(cMsg.SetValue(p_iTag, p_iTag) == 0);
+    CHECK(cMsg.SetValue(p_iTag, p_iTag + 1000) == 0);
+    CHECK(cMsg.GetValue(p_iTag, &iOut) == 0);
+    const bool bMulti = cMsg.GetMsgInfo()->IsMultiTag(p_iTag);
+    CHECK(iOut == (bMulti ? p_iTag : p_iTag + 1000));
+    CHECK(cMsg.GetArrSize(p_iTag) == (bMulti ? 2 : 1));
+  };
+  fnTest(1);
+  for (int i = 0; i < 50; ++i) fnTest(i * 4);
+  fnTest(5);
+  fnTest(6);
+  for (int i = 50; i < 100; ++i) fnTest(i * 4);
+  fnTest(9);
+  int iOut = -1;
+  CHECK(cMsg.GetValue(1, &iOut) == 0);
+  CHECK(cMsg.GetValue(2, &iOut) == -18);
+  CHECK(cMsg.GetArrSize(99 * 4) == 2);
+}
+
 TEST_CASE("SetVer keeps 16 characters and returns the field") {
   CTestMsg cMsg(120);
   CHECK(cMsg->SetVer("1.0") == cMsg->GetVer());

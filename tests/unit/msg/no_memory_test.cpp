@@ -98,6 +98,37 @@ TEST_CASE("a setter without memory leaves the values that are there") {
   }
 }
 
+TEST_CASE("a text or a date that finds no memory behind its cell") {
+  for (const char* szType : {"string", "date"}) {
+    CAPTURE(std::string(szType));
+    const bool bDate = szType[0] == 'd';
+    CTexts asSeen;
+    for (int iInts = 0; iInts < 8; ++iInts) {    // different places in the message's blocks
+      ForEachFailure([&](CFailAlloc& p_cFail) {
+        CMsgDic cDic;
+        cDic.SetMsgInfo(5, "m", "", "");
+        for (int i = 0; i < iInts; ++i) cDic.SetMsgDetail(5, i, "i", "integer", "N");
+        for (int i = 10; i < 60; ++i) cDic.SetMsgDetail(5, i, "t", szType, "N");
+        CMsg cMsg(5, 0, 0, &cDic);
+        for (int i = 0; i < iInts; ++i) REQUIRE(cMsg.SetValue(i, i) == 0);
+        const auto fnSet = [&](int i) { return bDate ? cMsg.SetValue(i, CDate("2024")) : cMsg.SetValue(i, "short"); };
+        for (int i = 10; i < 60; ++i) {
+          int iRet = 0;
+          CHECK(CaughtFailing(p_cFail, [&] { iRet = fnSet(i); }).iCode == 0);
+          if (iRet == 0) continue;
+          CHECK(iRet == -11);
+          asSeen.insert(cMsg.GetLastError());
+          CHECK(cMsg.GetArrSize(i) == -1);
+          CHECK(fnSet(i) == 0);
+        }
+        for (int i = 10; i < 60; ++i) REQUIRE(cMsg.GetArrSize(i) == 1);
+      });
+    }
+    CHECK(Say(asSeen) == Say(CTexts{s_szNoCell, bDate ? "MSG_Error(-11) : Memory error {new CDate failed}"
+                                                      : "MSG_Error(-11) : Memory error {new CString failed}"}));
+  }
+}
+
 TEST_CASE("many values without memory now and then") {
   for (int iNth = 1; iNth < 60; ++iNth) {
     CAPTURE(iNth);

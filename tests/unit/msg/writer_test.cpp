@@ -626,6 +626,20 @@ TEST_CASE("without memory the forms throw and leave whole bytes behind") {
   }
 }
 
+#if __SIZEOF_POINTER__ == 8 && !defined(__SANITIZE_THREAD__)
+TEST_CASE("a stream cannot become longer than an int counts") {
+  CTestMsg cMsg(120);
+  cMsg->SetValue(1, std::string(1000, 'x').c_str());
+  CStream stOut(0, 512);
+  stOut.GetBuffer(INT_MAX - 200);    // which nothing but the last byte is written of
+  stOut.ReleaseBuffer(INT_MAX - 200);
+  CHECK_THROWS_AS(cMsg->Dump(&stOut, false, 1), std::bad_alloc);
+  CHECK(stOut.GetSize() >= INT_MAX - 200);
+  CHECK(cMsg->ToXml(&stOut, false, false, 1) == 0);
+  CHECK(Text(stOut) == ToXml(*cMsg));
+}
+#endif
+
 TEST_CASE("what is written is well-formed to another parser, and comes back") {
   CLoadedDic cDic;
   CMsg cMsg(120, 0, 0, &cDic);

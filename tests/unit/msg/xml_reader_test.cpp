@@ -1,14 +1,20 @@
 // The parser's failures as exceptions of ours, and its texts as 8-bit texts.
 #include "msg/xml_reader.h"
 
+#include <functional>
 #include <new>
 #include <stdexcept>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/RuntimeException.hpp>
 
+#include "msg/kept.h"
+#include "support/parser_leaks.h"
 #include "unit/msg/test_dic.h"
 
 using namespace callorv::detail;
@@ -34,7 +40,90 @@ class CPlace : public xercesc::Locator {
   XMLFileLoc getColumnNumber() const override { return 14; }
 };
 
+// Parses a document inside the parsing of another, as often as asked, and keeps every reader.
+class CNested : public CXmlHandler {
+ public:
+  explicit CNested(int p_iLevels) : CXmlHandler(s_tNoColon), m_iLevels(p_iLevels) {}
+  int Run() {
+    const auto fnParse = [this] {
+      return ParseSource(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>("<a/>"), 4, "nested", false), true);
+    };
+    Parse(std::ref(fnParse));
+    return m_iParsed;
+  }
+  void startElement(const XMLCh* const, const XMLCh* const, const XMLCh* const, const xercesc::Attributes&) override {
+    m_iParsed = m_iLevels > 1 ? 1 + CNested(m_iLevels - 1).Run() : 1;
+  }
+
+ private:
+  int m_iLevels, m_iParsed = 0;
+};
+
+// An application's own memory for the parser.
+class COwnMemory : public xercesc::MemoryManager {
+ public:
+  int m_iFailIn = 0;    // the n-th allocation from now on fails
+
+  void* allocate(XMLSize_t p_iSize) override {
+    if (m_iFailIn > 0 && --m_iFailIn == 0) throw std::bad_alloc();
+    return ::operator new(p_iSize);
+  }
+  void deallocate(void* p_p) override { ::operator delete(p_p); }
+  xercesc::MemoryManager* getExceptionMemoryManager() override { return this; }
+};
+
 }    // namespace
+
+TEST_CASE("what is kept is given out once") {
+  CKept<int, 3> cKept;
+  int aiThing[4] = {};
+  CHECK(cKept.Take() == nullptr);
+  for (int i = 0; i < 3; ++i) CHECK(cKept.Put(&aiThing[i]));
+  CHECK_FALSE(cKept.Put(&aiThing[3]));
+  CHECK(cKept.Take() == &aiThing[0]);
+  CHECK(cKept.Put(&aiThing[3]));
+  for (int i : {3, 1, 2}) CHECK(cKept.Take() == &aiThing[i]);
+  CHECK(cKept.Take() == nullptr);
+}
+
+TEST_CASE("more documents at once than readers are kept") {    // the leak checker counts
+  CLoadedDic cDic;
+  CHECK(CNested(40).Run() == 40);
+  CHECK(CNested(40).Run() == 40);
+}
+
+TEST_CASE("a parser that the application has initialised is used, but no reader outlives its use") {
+  using xercesc::XMLPlatformUtils;
+  XMLPlatformUtils::Initialize();
+  {
+    CTestDic cDic;
+    CMsg cMsg(0, 0, 0, &cDic);
+    CHECK(Load(cMsg, "<msg no='120'><t7>1</t7></msg>") == 0);
+    CHECK(cMsg.GetArrSize(7) == 1);
+  }
+  XMLPlatformUtils::Terminate();
+  CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
+}
+
+TEST_CASE("an application's own memory for the parser may run out, too") {
+  using xercesc::XMLPlatformUtils;
+  COwnMemory cMemory;
+  XMLPlatformUtils::Initialize("en_US", nullptr, nullptr, &cMemory);
+  {
+    CTestDic cDic;
+    CMsg cMsg(0, 0, 0, &cDic);
+    std::string sXml = "<msg no='120'><t7>1</t7></msg>";
+    cMemory.m_iFailIn = 1;
+    CheckThrows(-11, "Out of memory 0", [&] { cMsg.LoadXml(&sXml[0]); });
+    {
+      const CParserLeaks cLeaks;
+      cMemory.m_iFailIn = 5;
+      CheckThrows(-11, "XMLParser out of memory", [&] { cMsg.LoadXml(&sXml[0]); });
+    }
+    CHECK(cMsg.LoadXml(&sXml[0]) == 0);
+  }
+  XMLPlatformUtils::Terminate();
+}
 
 TEST_CASE("what the parser throws becomes a code and a text") {
   CLoadedDic cDic;    // exceptions of the parser need it initialised
