@@ -85,7 +85,7 @@ class CALLORV_API CString {
     char szInline[INLINE_MAX + 1];
   } m_u;
 
-  bool IsHeap() const { return m_u.szInline[INLINE_MAX] < 0; }
+  bool IsHeap() const { return (m_u.szInline[INLINE_MAX] & 0x80) != 0; }    // whether or not char is signed
   void SetInline(int p_iSize) {
     m_u.szInline[INLINE_MAX] = static_cast<char>(INLINE_MAX - p_iSize);
     m_u.szInline[p_iSize] = 0;
