@@ -170,6 +170,7 @@ void CString::FreeHeap() noexcept { delete[] m_u.tHeap.pData; }
 char* CString::Reserve(int p_iSize) {
   const unsigned uCapacity = static_cast<unsigned>(p_iSize) + 1;
   if (IsHeap() ? uCapacity > (m_u.tHeap.uCapacity & ~HEAP_FLAG) : p_iSize > INLINE_MAX) {
+    if (p_iSize == INT_MAX) throw std::bad_alloc();    // its capacity would be HEAP_FLAG itself
     char* pData = new char[uCapacity];
     if (IsHeap()) FreeHeap();
     m_u.tHeap.pData = pData;

@@ -517,6 +517,7 @@ TEST_CASE("CString refuses a text of more than 2147483646 bytes") {
   CHECK(cCount.Run([&] { s.Set(cHuge.ToStr()); }));
   CHECK(cCount.Run([&] { s = cHuge.ToStr() + 1; }));    // 2147483647
   CHECK(cCount.Run([&] { CString sNew(cHuge.ToStr()); }));
+  CHECK(cCount.Run([&] { s.Set(cHuge.ToStr(), 2147483647); }));
   CHECK(cCount.GetCount() == 0);
   CheckText(s, LONG);
   CHECK(s != cHuge.ToStr());
