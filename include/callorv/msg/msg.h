@@ -2,6 +2,8 @@
 #ifndef CALLORV_MSG_MSG_H
 #define CALLORV_MSG_MSG_H
 
+#include <type_traits>
+
 #include "callorv/base/array.h"
 #include "callorv/base/date.h"
 #include "callorv/base/str.h"
@@ -41,6 +43,9 @@ struct T_MsgExtra;
 //
 // Use a message, with its sub-messages, from one thread at a time; distinct messages are independent.
 class CALLORV_API CMsg : public CLastError {
+  template <class CHAR>    // int for const char, nothing for char
+  using IntIfConst = typename std::enable_if<std::is_same<CHAR, const char>::value, int>::type;
+
  public:
   enum { SLOTS = 128, VER_SIZE = 17 };
 
@@ -163,20 +168,21 @@ class CALLORV_API CMsg : public CLastError {
   int GetValueAt(char* p_szName, int p_iIndex, CMsg** p_ppOut);
   int GetArrSize(char* p_szName);
 
-  // String literals are names too; none of these writes into its name.
-  template <class T>
-  int SetValue(const char* p_szName, T p_Value) {
+  // String literals are names too; none of these writes into its name. They take a const char* as it stands: nothing is
+  // converted to one, or calls with a char* or with tag 0 would be ambiguous.
+  template <class CHAR, class T>
+  IntIfConst<CHAR> SetValue(CHAR* p_szName, T p_Value) {
     return SetValue(const_cast<char*>(p_szName), p_Value);
   }
-  template <class T>
-  int GetValue(const char* p_szName, T* p_pOut) {
+  template <class CHAR, class T>
+  IntIfConst<CHAR> GetValue(CHAR* p_szName, T* p_pOut) {
     return GetValue(const_cast<char*>(p_szName), p_pOut);
   }
-  CMsg* GetValue(const char* p_szName) { return GetValue(const_cast<char*>(p_szName)); }
-  template <class T>
-  int GetValueAt(const char* p_szName, int p_iIndex, T* p_pOut) {
+  template <class CHAR, class T>
+  IntIfConst<CHAR> GetValueAt(CHAR* p_szName, int p_iIndex, T* p_pOut) {
     return GetValueAt(const_cast<char*>(p_szName), p_iIndex, p_pOut);
   }
+  CMsg* GetValue(const char* p_szName) { return GetValue(const_cast<char*>(p_szName)); }
   int GetArrSize(const char* p_szName) { return GetArrSize(const_cast<char*>(p_szName)); }
 
   // ---- text forms. Tags come in the dictionary's order, unset ones not at all. Numbers are written as in the "C"

@@ -514,6 +514,8 @@ TEST_CASE("a getter refuses a message without a definition") {
     CHECK(tGetter.fnByTag(*cMsg, 7, sOut) == -19);
     CHECK(cMsg->GetLastError() == std::string(s_szNoDefByTag));
     CHECK(sOut == tGetter.szNone);
+    CHECK(tGetter.fnByTag(*cMsg, -1, sOut) == -19);    // before the tag is looked at
+    CHECK(cMsg->GetLastError() == std::string("MSG_Error(-19) : Not defined msg in dictionary {msgnum=0, tagnum=-1}"));
     CHECK(tGetter.fnByName(*cMsg, CName("number"), sOut) == -19);
     CHECK(cMsg->GetLastError() == std::string(s_szNoDefByName));
     CHECK(tGetter.fnByConstName(*cMsg, "number", sOut) == -19);
@@ -661,16 +663,21 @@ TEST_CASE("arrays are emptied even when nothing comes") {
   adPrice.Add(1);
   abFlag.Add(true);
   acDay.Add(CDate("20240131"));
+  CMsgArray apRow(true);
+  apRow.Add(NewRow(cMsg.Dic(), "freed by GetValue"));
   CHECK(cMsg->GetValue(99, &asText) == -18);
   CHECK(cMsg->GetValue(99, &aiNumber) == -18);
   CHECK(cMsg->GetValue(99, &adPrice) == -18);
   CHECK(cMsg->GetValue(99, &abFlag) == -18);
   CHECK(cMsg->GetValue(99, &acDay) == -18);
+  CHECK(cMsg->GetValue(99, &apRow) == -18);
   CHECK(asText.GetSize() == 0);
   CHECK(aiNumber.GetSize() == 0);
   CHECK(adPrice.GetSize() == 0);
   CHECK(abFlag.GetSize() == 0);
   CHECK(acDay.GetSize() == 0);
+  CHECK(apRow.GetSize() == 0);
+  CHECK_FALSE(apRow.GetAdoptFlag());
 }
 
 TEST_CASE("an array that already holds values receives the tag's alone") {
@@ -779,6 +786,42 @@ TEST_CASE("string literals name tags in every operation") {
   CHECK(Say(cMsg->GetValue("row")) == "row");
   CHECK(Say(cMsg->GetValue(CName("row"))) == "row");
   CHECK(cMsg->GetValue("rows") == nullptr);
+}
+
+TEST_CASE("names and values in buffers, and tag 0 as a literal, are clear to the compiler") {
+  char szText[] = "text", szNumber[] = "number", szPrice[] = "price", szNumbers[] = "numbers", szValue[] = "abc";
+  const short iShort = -3;
+  CTestMsg cMsg(120);
+  CHECK(cMsg->SetValue(szText, szValue) == 0);
+  CHECK(cMsg->SetValue(szNumber, iShort) == 0);
+  CHECK(cMsg->SetValue(szPrice, 0.5f) == 0);
+  CHECK(cMsg->SetValue(szNumbers, 'A') == 0);
+  T_Rows apRow;
+  CHECK(cMsg->SetValue("rows", NewRow(cMsg.Dic(), "row")) == 0);
+  CHECK(cMsg->GetValue("rows", &apRow) == 0);
+  CHECK(apRow.GetSize() == 1);
+  CHECK(ToXml(*cMsg).substr(44) ==
+        "<msg no=\"120\" ver=\"\"><t1><![CDATA[abc]]></t1><t7>-3</t7><t3>5.000000000000000e-01</t3><t17>65</t17>"
+        "<t16><t1><![CDATA[row]]></t1></t16></msg>");
+  CMsgDic cDic;
+  for (const char* szType : {"string", "integer", "double"}) {
+    const int iMsgNum = szType[0];
+    cDic.SetMsgInfo(iMsgNum, "m", "", "");
+    cDic.SetMsgDetail(iMsgNum, 0, "zero", szType, "N");
+  }
+  CMsg cString('s', 0, 0, &cDic), cInteger('i', 0, 0, &cDic), cDouble('d', 0, 0, &cDic);
+  CHECK(cString.SetValue(0, szValue) == 0);
+  CHECK(cInteger.SetValue(0, iShort) == 0);
+  CHECK(cDouble.SetValue(0, 0.5f) == 0);
+  CString sOut;
+  int iOut = 0;
+  double dOut = 0;
+  CHECK(cString.GetValue(0, &sOut) == 0);
+  CHECK(sOut == "abc");
+  CHECK(cInteger.GetValue(0, &iOut) == 0);
+  CHECK(iOut == -3);
+  CHECK(cDouble.GetValueAt(0, 0, &dOut) == 0);
+  CHECK(dOut == 0.5);
 }
 
 TEST_CASE("tag 0 and very large tag numbers are tags like others") {
