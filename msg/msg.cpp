@@ -399,6 +399,11 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
     throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(pTag->m_eType));
   }
   CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
+  if (cCell.m_bMulti && cCell.m_pMsgArr == nullptr) {    // there before its first row, and also when that cannot be made
+    cCell.m_pMsgArr = new (std::nothrow) CMsgArray(true);
+    if (cCell.m_pMsgArr == nullptr) throw CException(ValueTraits<CMsg*>::szNewArray, MSG_MEMORY);
+    cCell.m_bSet = true;
+  }
   CMsg* pSub = cCell.m_bMulti ? nullptr : cCell.m_pMsg;
   if (pSub == nullptr) {
     void* p = p_cMsg.m_pArena->Allocate(sizeof(CMsg));    // which the cell is in already

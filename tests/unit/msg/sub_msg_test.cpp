@@ -155,13 +155,13 @@ TEST_CASE("a replaced sub-message lives as long as its parent") {
 
 TEST_CASE("a message cannot be stored twice or inside itself") {
   CTestMsg cMsg(120);
-  const std::string s_sRefused = "MSG_Error(-28) : Invalid input msg of service {tagnum=16,msgnum=120}";
+  const std::string sRefused = "MSG_Error(-28) : Invalid input msg of service {tagnum=16,msgnum=120}";
   CMsg* pRow = NewRow(cMsg.Dic(), "row");
   CHECK(cMsg->SetValue(16, pRow) == 0);
 
   SUBCASE("under the same tag") {
     CHECK(cMsg->SetValue(16, pRow) == -28);
-    CHECK(cMsg->GetLastError() == s_sRefused);
+    CHECK(cMsg->GetLastError() == sRefused);
   }
   SUBCASE("under another tag and in another message") {
     CHECK(cMsg->SetValue(6, pRow) == -28);
@@ -178,7 +178,7 @@ TEST_CASE("a message cannot be stored twice or inside itself") {
   }
   SUBCASE("itself") {
     CHECK(cMsg->SetValue(16, &*cMsg) == -28);
-    CHECK(cMsg->GetLastError() == s_sRefused);
+    CHECK(cMsg->GetLastError() == sRefused);
     CMsg cEmpty(120, 0, 0, &cMsg.Dic());
     CHECK(cEmpty.SetValue(16, &cEmpty) == -28);
   }
@@ -330,6 +330,13 @@ TEST_CASE("MakeSubMsgEntry says what is wrong") {
   CHECK(cMsg.GetLastError() == std::string());
   CHECK(cMsg.GetValue(1) == nullptr);
   CHECK(cMsg.GetLastError() == std::string("MSG_Error(-1) : No Data found {tagnum=1,Unset}"));
+  // An array is there before its first row is made.
+  CMsg* pOut = &cMsg;
+  CHECK(cMsg.GetArrSize(2) == 0);
+  CHECK(cMsg.GetValue(2, &pOut) == 0);
+  CHECK(pOut == nullptr);
+  CHECK(cMsg.GetArrSize(4) == 0);
+  CHECK(ToXml(cMsg) == "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"5\" ver=\"\"></msg>");
 }
 
 TEST_CASE("a row whose definition has no tags can become a message that has some") {
