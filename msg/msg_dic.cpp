@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "base/number.h"
 #include "callorv/base/exception.h"
 #include "callorv/base/stream.h"
 #include "msg/arena.h"
@@ -28,7 +29,7 @@ E_TagType ParseType(const CString& p_sType, int& p_iSubMsg) {
     if (p_sType == s_aszTypeWord[i]) return static_cast<E_TagType>(i);
   }
   if (!p_sType.StartsWith("m")) throw CException(MSG_TAG_TYPE, "tagtype=%s", p_sType.ToStr());
-  p_iSubMsg = p_sType.Mid(1, -1).ToInt();
+  p_iSubMsg = ParseInt32(p_sType.ToStr() + 1);
   if (p_iSubMsg < 1 || p_iSubMsg >= CMsgDic::SLOTS) throw CException(MSG_SUBMSG_RANGE, "submsg=%s", p_sType.ToStr());
   return TAG_SUBMSG;
 }

@@ -194,7 +194,7 @@ TEST_CASE("a tag may be defined twice and may name a message that does not exist
 }
 
 TEST_CASE("SetMsgDetail without memory") {
-  const CString sName("rows"), sType("m12"), sArray("Y");
+  const CString sName("rows"), sType("m00000000000000000012"), sArray("Y");
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
     CMsgDic cDic;
     cDic.SetMsgInfo(3, "m", "", "");
