@@ -164,6 +164,14 @@ TEST_CASE("names may have a prefix") {
         "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
 }
 
+TEST_CASE("of attributes that differ in their prefix the last one counts") {
+  CLoad cLoad(
+      "<msg_dictionary xmlns:p='u'><msg p:no='1' no='2' name='a' p:name='b'><tag no='3' p:no='4' name='c' p:name=''"
+      " type='wrong' p:type='bool' array='Y' p:array='y'/></msg></msg_dictionary>");
+  CHECK(cLoad.Thrown().sText == "");
+  CHECK(Dump(*cLoad) == "<msg no='2' name='b' hash='128'>\n\t<tag no='4' name='' type='bool' array='N' />\n</msg>\n\n");
+}
+
 TEST_CASE("text, comments, constraints and whatever stands inside a tag are ignored") {
   CLoad cLoad(
       "<!-- a comment --><?pi?><msg_dictionary>text<msg no='3'>text"

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <type_traits>
+#include <vector>
 
 #include "unit/msg/test_dic.h"
 
@@ -223,6 +224,18 @@ TEST_CASE("no memory for a tag: the exception names it, and what was defined bef
     CHECK(sDump.find("\t<tag no='3' name='three' type='bool' array='Y' />\n") != std::string::npos);
   });
   CHECK(iFailures >= 3);
+}
+
+TEST_CASE("a tag that finds no memory is entered in the order first, then by its name") {
+  std::vector<std::string> asLeft;
+  ForEachFailure([&](CFailAlloc& p_cFail) {
+    CMsgInfo cInfo(1, "m", "", 0);
+    CaughtFailing(p_cFail, [&] { cInfo.SetTagInfo(2, "two", TAG_STRING, 0, false); });
+    const std::string sLeft = std::to_string(cInfo.GetNoTags()) + " " + std::to_string(cInfo.GetTagNumByName("two")) +
+                              (cInfo.IsDefinedTag(2) ? " defined" : "");
+    if (asLeft.empty() || asLeft.back() != sLeft) asLeft.push_back(sLeft);
+  });
+  CHECK(asLeft == std::vector<std::string>{"0 -1", "1 -1", "1 2", "1 2 defined"});
 }
 
 TEST_CASE("no memory for the index of a long chain: everything is still found") {

@@ -63,9 +63,12 @@ TEST_CASE("a setter without memory says what was missing and stores nothing") {
       CHECK(tThrown.iCode == 0);
       CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
       if (!p_cFail.HasFailed()) return;
-      asSeen.insert(cMsg->GetLastError());
+      const std::string sText = cMsg->GetLastError();
+      asSeen.insert(sText);
       CHECK(cMsg->IsEmpty());
       CHECK(cMsg->GetArrSize(tSetter.iTag) == -1);
+      CHECK(cMsg->GetLastError() == "MSG_Error(-1) : No Data found {tagnum=" + std::to_string(tSetter.iTag) +
+                                        (sText == s_szNoCell ? "}" : ",Unset}"));
       CHECK(ToXml(*cMsg) == "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" ver=\"\"></msg>");
       CHECK(tSetter.fnSet(*cMsg, false) == 0);
       CHECK(cMsg->GetArrSize(tSetter.iTag) == 1);

@@ -426,6 +426,12 @@ TEST_CASE("attributes that mean nothing are ignored") {
   CHECK(Texts(*cRead, 1) == "x|");
 }
 
+TEST_CASE("of attributes that differ in their prefix the last one counts") {
+  CRead cRead("<msg xmlns:p='u' p:no='120' no='1' type='name' p:type='index' ver='1' p:ver='2'><t1>x</t1></msg>");
+  CHECK(cRead.Ret() == 0);
+  CHECK(Xml(*cRead) == "<msg no=\"1\" ver=\"2\"><t1><![CDATA[x]]></t1></msg>");
+}
+
 TEST_CASE("the version keeps 16 characters") {
   CRead cLong("<msg no='1' ver='" + std::string(10000, 'v') + "'/>");
   CHECK(cLong.Ret() == 0);

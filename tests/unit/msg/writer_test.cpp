@@ -677,6 +677,24 @@ TEST_CASE("what is written is well-formed to another parser, and comes back") {
   CHECK_FALSE(WellFormed(ToXml(cMsg)));
 }
 
+TEST_CASE("what does not come back: blank ends, blank texts, digits beyond 16") {
+  CLoadedDic cDic;
+  CMsg cMsg(120, 0, 0, &cDic), cRead(0, 0, 0, &cDic);
+  cMsg.SetValue(1, " \t\n");
+  for (const char* szText : {" \t\na b\n\t ", "  ", "c"}) cMsg.SetValue(11, szText);
+  cMsg.SetValue(5, CDate(" 2024\t"));
+  cMsg.SetValue(3, 0.1 + 0.2);
+  CHECK(Body(cMsg) ==
+        "<t1><![CDATA[ \t\n]]></t1><t3>3.000000000000000e-01</t3><t5> 2024\t</t5><t11><![CDATA[ \t\na b\n\t ]]></t11>"
+        "<t11><![CDATA[  ]]></t11><t11><![CDATA[c]]></t11>");
+  CHECK(Load(cRead, ToXml(cMsg)) == 0);
+  CHECK(Body(cRead) ==
+        "<t3>3.000000000000000e-01</t3><t5>2024</t5><t11><![CDATA[a b]]></t11><t11><![CDATA[c]]></t11>");
+  double dOut = 0;
+  CHECK(cRead.GetValue(3, &dOut) == 0);
+  CHECK(dOut == 0.3);
+}
+
 TEST_CASE("threads may write messages of one dictionary at once") {
   CQuoteDic cDic;
   CMsg cMsg(1201, 0, 0, &cDic);
