@@ -48,6 +48,13 @@ TEST_CASE("calls before the set-up") {
   CHECK(CCallOrv::CallService(7, &cNothing, &cNothing, nullptr) == -12);
 }
 
+TEST_CASE("the dictionary of a process that was not set up is empty") {
+  CHECK_FALSE(CMsgDic::m_bLoaded);
+  for (int i = 0; i <= 10000; ++i) REQUIRE(MA_GetMsgDic()->GetMsgInfo(i) == nullptr);
+  CHECK(MA_GetMsgDic()->GetLastError() == std::string());
+  CHECK(MA_NewMsg(1) == nullptr);
+}
+
 TEST_CASE("a null error stops the set-up") {
   CHECK(CCallOrv::Initialize(nullptr, nullptr) == -12);
   CHECK(CCallOrv::Initialize(nullptr, nullptr, nullptr, 0, 0, nullptr) == -12);
