@@ -1,0 +1,136 @@
+// 64 threads that call a server which plays faults: every reply belongs to its request, every fault shows as itself and
+// as often as it was played, and no descriptor and no memory is left over.
+#include <malloc.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "client.h"
+#include "tally.h"
+
+namespace {
+
+enum {
+  THREADS = 64,
+  LEFT_OVER = 64 * 1024    // bytes that may be in use more than before: what is kept between calls differs in size
+};
+
+struct T_Fault {
+  const char* szFault;    // as --fault takes it, for 1 % of the calls that come to it
+  E_End eEnd;             // END_REPLY: a delay
+};
+
+// About 5 % together.
+const std::vector<T_Fault> s_atFast = {{"reset@1", END_RESET},
+                                       {"close@1", END_CLOSED},
+                                       {"truncate:200@1", END_CLOSED},
+                                       {"checksum@1", END_CHECKSUM},
+                                       {"zlib@1", END_ZLIB}};
+// Those that cost a time-out each, and others. For fewer calls.
+const std::vector<T_Fault> s_atSlow = {{"stall:0@1", END_SILENCE},
+                                       {"stall:140@1", END_CUT_OFF},
+                                       {"delay:100@1", END_REPLY},
+                                       {"truncate:64@1", END_CLOSED},
+                                       {"reject:7@1", END_REJECT}};
+
+using Counts = std::array<long, ENDS>;
+
+// How often each end is due in p_lCalls calls: of the calls that come to it, each fault gets 1 %, rounded down.
+Counts Expected(const std::vector<T_Fault>& p_atFaults, long p_lCalls) {
+  Counts alCounts{};
+  for (const T_Fault& tFault : p_atFaults) {
+    if (tFault.eEnd == END_REPLY) continue;
+    const long lHit = p_lCalls / 100;
+    alCounts[tFault.eEnd] += lHit;
+    p_lCalls -= lHit;
+  }
+  alCounts[END_REPLY] = p_lCalls;
+  return alCounts;
+}
+
+class CRound {
+ public:
+  CRound(CClient& p_cClient, CTally& p_cTally, const std::vector<T_Fault>& p_atFaults, int p_iTimeOut)
+      : m_cTally(p_cTally), m_atFaults(p_atFaults), m_cServer(p_cClient.Dictionary(), Names(p_atFaults)) {
+    p_cClient.SetUp(m_cServer.Port(), p_iTimeOut);
+  }
+
+  void Run(int p_iCallsEach) {
+    std::vector<std::thread> cThreads;
+    for (int i = 0; i < THREADS; ++i) cThreads.emplace_back([=] { CallOften(i, p_iCallsEach); });
+    for (std::thread& cThread : cThreads) cThread.join();
+    m_lCalls += static_cast<long>(THREADS) * p_iCallsEach;
+    const Counts alExpected = Expected(m_atFaults, m_lCalls);
+    for (size_t i = 0; i < ENDS; ++i) {
+      if (alExpected[i] == 0 && m_alEnds[i] == 0) continue;
+      m_cTally.Case(m_alEnds[i] == alExpected[i], std::string(EndName(static_cast<int>(i))) + ": " +
+                                                      std::to_string(m_alEnds[i]) + " calls instead of " +
+                                                      std::to_string(alExpected[i]));
+    }
+  }
+
+ private:
+  CTally& m_cTally;
+  const std::vector<T_Fault>& m_atFaults;
+  CServer m_cServer;
+  std::mutex m_cMutex;
+  Counts m_alEnds{};
+  long m_lCalls = 0;
+
+  static std::vector<std::string> Names(const std::vector<T_Fault>& p_atFaults) {
+    std::vector<std::string> asNames;
+    for (const T_Fault& tFault : p_atFaults) asNames.push_back(tFault.szFault);
+    return asNames;
+  }
+
+  void CallOften(int p_iThread, int p_iCalls) {
+    for (int iCall = 0; iCall < p_iCalls; ++iCall) {
+      const std::string sWho = "thread " + std::to_string(p_iThread) + " call " + std::to_string(iCall);
+      const std::string sText = sWho + ':' + std::string(p_iThread % 2 ? 3000 : 0, '.');    // every other compressed
+      std::string sWhat;
+      const E_End eEnd = EchoCall(p_iThread, sText, iCall, sWhat);
+      const std::lock_guard<std::mutex> cLock(m_cMutex);
+      ++m_alEnds[eEnd];
+      m_cTally.Case(eEnd != END_WRONG, sWho + ": " + sWhat);
+    }
+  }
+};
+
+long long BytesInUse() {
+  const struct mallinfo2 tInfo = mallinfo2();
+  return static_cast<long long>(tInfo.uordblks) + static_cast<long long>(tInfo.hblkhd);
+}
+
+int Threads(bool p_bQuick) {
+  CTally cTally("threads");
+  CClient cClient;
+  {
+    CRound cRound(cClient, cTally, s_atFast, 60);
+    cRound.Run(20);    // so that what is kept between calls is there
+    const long lDescriptors = OpenDescriptors();
+    const long long lBytes = BytesInUse();
+    cRound.Run(p_bQuick ? 80 : 1900);
+    fprintf(stderr, "threads: descriptors %ld, %ld before; bytes %lld, %lld before\n", OpenDescriptors(), lDescriptors,
+            BytesInUse(), lBytes);
+    cTally.Case(OpenDescriptors() == lDescriptors, "descriptors are left over");
+    if (MEMORY_IS_KNOWN) cTally.Case(BytesInUse() - lBytes <= LEFT_OVER, "memory is left over");
+  }
+  const long lDescriptors = OpenDescriptors();
+  CRound(cClient, cTally, s_atSlow, 5).Run(p_bQuick ? 10 : 100);
+  cTally.Case(OpenDescriptors() == lDescriptors, "descriptors are left over by calls that time out");
+  return cTally.End();
+}
+
+}    // namespace
+
+int main(int p_iArgs, char** p_pszArgs) try {
+  return Threads(IsQuick(p_iArgs, p_pszArgs));
+} catch (const std::exception& cError) {
+  fprintf(stderr, "threads: %s\n", cError.what());
+  return 1;
+}
