@@ -129,6 +129,7 @@ class RequestTest(CallTest):
     def test_what_the_message_cannot_take(self):
         for args, text in (
                 (["nosuch"], "no message 'nosuch' in the dictionary"),
+                (["code=1"], "no message 'code=1' in the dictionary: MESSAGE stands before TAG=VALUE"),
                 (["99"], "no message '99' in the dictionary"),
                 (["10000"], "no message '10000' in the dictionary"),
                 (["99999999999"], "no message '99999999999' in the dictionary"),
@@ -478,6 +479,8 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--repeat", "1", "--threads", "1025"),
                  "--threads: Value 1025 not in range 1 to 1024"),
                 ((*config, "1", "3", "--repeat", "1", "--trace"), "--repeat excludes --trace"),
+                ((*config, "1", "3", "--show-key"), "--show-key requires --trace"),
+                ((*config, "1", "3", "--xml", "x.xml"), "--xml brings the message: '3' must be TAG=VALUE or go"),
                 ((*config, "1", "3", "--nosuch"), "The following argument was not expected: --nosuch"),
                 ((*config, *direct, "1", "3"), "--config excludes --dictionary"),
                 ((*config, "--timeout", "1", "1", "3"), "--config excludes --timeout"),

@@ -29,15 +29,19 @@ class CommandTest(ToolTest):
     def test_help_lists_the_commands(self):
         result = run("--help")
         self.assert_run(result, 0, err="")
+        self.assertRegex(result.stdout.decode(), r"\nExamples:\n  callorv key make ")
         for name in ("call", "serve", "decode", "dict", "key", "generate"):
             self.assertRegex(result.stdout.decode(), rf"(?m)^  {name} {{3,}}\S")
 
     def test_usage(self):
+        commands = "call, serve, decode, dict, key, generate"
         for args, command, text in (
-                ((), "callorv", "A subcommand is required"),
-                (("nosuch",), "callorv", "The following argument was not expected: nosuch"),
+                ((), "callorv", "a command is needed: " + commands),
+                (("nosuch",), "callorv", "there is no command 'nosuch': " + commands),
                 (("--nosuch",), "callorv", "The following argument was not expected: --nosuch"),
-                (("key", "nosuch"), "callorv key", "The following argument was not expected: nosuch"),
+                (("nos\x1buch",), "callorv", "there is no command 'nos\ufffduch': " + commands),
+                (("key",), "callorv key", "a command is needed: make, check"),
+                (("key", "nosuch"), "callorv key", "there is no command 'nosuch': make, check"),
                 (("serve", "--dictonary"), "callorv serve", "The following argument was not expected: --dictonary")):
             with self.subTest(args=args):
                 self.assert_run(run(*args), 2, "", f"callorv: {text}\nTry '{command} --help'.\n")
@@ -58,7 +62,7 @@ class ManPageTest(ToolTest):
                     self.assertRegex(page, rf"(?m){option}\b")
 
     def test_no_option_is_made_up(self):
-        for name in ("call", "serve", "decode"):
+        for name in ("call", "serve", "decode", "dict", "key", "generate"):
             page = man_page("callorv-" + name)
             known = {option for command in COMMANDS for option in options(command)} | {"--help"}
             self.assertEqual(set(re.findall(r"(?<![-\w])--[\w-]+", page)) - known, set())

@@ -31,6 +31,11 @@ def listing(data):
     return LISTING % (sum(data[:-3]) % 256)
 
 
+def listed(offset, data, text):
+    """A line of bytes that belong to no packet."""
+    return f"{offset:8}  {data.hex(' '):47}  {text}\n"
+
+
 class DecodeTest(ToolTest):
     def decode(self, data, *args):
         return run("decode", *args, stdin=data)
@@ -121,15 +126,17 @@ class HexTest(DecodeTest):
     def test_what_is_no_digits(self):
         for text in (b"4", b"zz", b"51 4d 5", b"51,4d", b"  "):
             result = self.decode(text, "--hex")
-            self.assert_run(result, 1, "", "callorv: -: not a text of hexadecimal digits\n")
+            self.assert_run(result, 1, "", "callorv: standard input: not a text of hexadecimal digits\n")
 
     def test_bytes_that_happen_to_be_digits_can_be_forced(self):
         self.assert_run(self.decode(b"3132", "--binary"), 1,
-                        "not a packet: bytes 0 to 3\n  3132\n  WRONG: these bytes do not begin a packet\n",
-                        "callorv: -: 1 broken among 0 packets\n")
+                        "not a packet: bytes 0 to 3\n" + listed(0, b"3132", "3132") +
+                        "  WRONG: these bytes do not begin a packet\n",
+                        "callorv: standard input: no packet in it\n")
         self.assert_run(self.decode(b"3132"), 1,
-                        "not a packet: bytes 0 to 1\n  12\n  WRONG: these bytes do not begin a packet\n",
-                        "callorv: -: 1 broken among 0 packets\n")
+                        "not a packet: bytes 0 to 1\n" + listed(0, b"12", "12") +
+                        "  WRONG: these bytes do not begin a packet\n",
+                        "callorv: standard input: no packet in it\n")
 
 
 class BrokenTest(DecodeTest):
@@ -180,18 +187,29 @@ class BrokenTest(DecodeTest):
         good = packet(BODY)
         data = good[:100] + good + b"junk" + packet(BODY, length=b"0000009999") + good
         result = self.decode(data)
-        self.assert_run(result, 1, err="callorv: -: 3 broken among 4 packets\n")
+        self.assert_run(result, 1, err="callorv: standard input: 3 broken among 4 packets\n")
         heads = [line for line in result.stdout.decode().splitlines() if not line.startswith(" ")]
         self.assertEqual(heads, ["packet 1: bytes 0 to 99", "packet 2: bytes 100 to 323",
                                  "not a packet: bytes 324 to 327", "packet 3: bytes 328 to 551",
                                  "packet 4: bytes 552 to 775"])
 
+    def test_of_many_bytes_between_packets_the_first_are_listed(self):
+        data = b"\x1b[2J\x9b\xe9" + bytes(range(256))
+        lines = [listed(0, data[:16], "\ufffd[2J\ufffd\u00e9" + "\ufffd" * 10)]
+        lines += [listed(i, data[i:i + 16], "".join(c if c.isprintable() or c in "\xa0\xad" else "\ufffd"
+                                                    for c in data[i:i + 16].decode("latin-1")))
+                  for i in range(16, 256, 16)]
+        self.assert_run(self.decode(data), 1,
+                        "not a packet: bytes 0 to 261\n" + "".join(lines) + "          and 6 bytes more\n"
+                        "  WRONG: these bytes do not begin a packet\n",
+                        "callorv: standard input: no packet in it\n")
+
     def test_bodies_alone_leave_the_broken_out_and_tell(self):
         result = self.decode(packet(BODY)[:150] + packet(BODY), "--xml")
-        self.assert_run(result, 1, BODY.decode() + "\n", "callorv: -: 1 broken among 2 packets\n")
+        self.assert_run(result, 1, BODY.decode() + "\n", "callorv: standard input: 1 broken among 2 packets\n")
 
     def test_nothing(self):
-        self.assert_run(self.decode(b""), 1, "", "callorv: -: no bytes\n")
+        self.assert_run(self.decode(b""), 1, "", "callorv: standard input: no bytes\n")
 
 
 class JsonTest(DecodeTest):

@@ -111,7 +111,7 @@ class CheckTest(ToolTest):
         self.assert_run(result, 1,
                         f"{path}:2: warning: message 1: attribute 'typo' is not known and is ignored\n"
                         f"{path}:4: error: {fatal}\n"
-                        f"{path}: 1 messages, 1 tags, 1 errors, 1 warnings\n",
+                        f"{path}: 1 message, 1 tag, 1 error, 1 warning\n",
                         f"callorv: the library says: InitDictionary({fatal})\n")
 
     def test_suspicious_things(self):
@@ -205,6 +205,14 @@ class CheckTest(ToolTest):
         self.assert_run(run("dict", "encrypt", self.dictionary, path), 0, "", "")
         self.assert_run(run("dict", "check", path), 0, f"{path}: 3 messages, 15 tags, 0 errors, 0 warnings\n", "")
 
+    def test_what_the_library_quotes_is_shown_in_utf_8(self):
+        path = self.write("\u00fc.xml", b"<?xml version='1.0' encoding='ISO-8859-1' ?><W\xf6rter/>")
+        result = run("dict", "check", path)
+        self.assert_run(result, 1, err="callorv: the library says: "
+                                       "InitDictionary(Handler error : Unknown root element - W\u00f6rter)\n")
+        self.assertIn(f"{path}:1: error: the root element is 'W\u00f6rter', not 'msg_dictionary'\n",
+                      result.stdout.decode())
+
     def test_files_that_cannot_be_read(self):
         path = self.path("none.xml")
         result = run("dict", "check", path)
@@ -219,7 +227,7 @@ class CheckTest(ToolTest):
     def test_wrong_usage(self):
         self.assert_usage("dict check", run("dict", "check"), "FILE is required")
         self.assert_usage("dict check", run("dict", "check", "a", "b"), "The following argument was not expected: b")
-        self.assert_usage("dict", run("dict"), "A subcommand is required")
+        self.assert_usage("dict", run("dict"), "a command is needed: check, dump, encrypt, decrypt, html")
 
 
 class DumpTest(ToolTest):

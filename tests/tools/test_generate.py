@@ -60,7 +60,7 @@ class GenerateTest(ToolTest):
 
     def test_the_directory_is_made(self):
         self.assert_run(self.generate("--message", 6, to="some/new/place"), 0,
-                        f"1 classes in {self.path('some/new/place')}, 1 headers changed\n", "")
+                        f"1 class in {self.path('some/new/place')}, 1 header changed\n", "")
 
     def test_json(self):
         result = self.generate("--json", "--message", 5)
@@ -125,7 +125,7 @@ class GenerateTest(ToolTest):
                                   f"--namespace: '{name}' is no name for a name space")
         self.assert_usage("generate", run("generate"), "DICTIONARY is required")
         self.assert_usage("generate", run("generate", DICTIONARY), "--output is required")
-        self.assert_usage("generate", self.generate("--message", "x"), "Could not convert: --message = x")
+        self.assert_usage("generate", self.generate("--message", "x"), "--message: Value x not in range 1 to 9999")
         self.assert_usage("generate", self.generate("--message", "1", "2"),
                           "The following argument was not expected: 2")
 

@@ -115,7 +115,7 @@ class MakeTest(ToolTest):
         self.assert_usage("key make", run("key", "make", "--user-key", "K"), "--output is required")
         self.assert_usage("key make", run("key", "make", "-o", self.path("k")), "--user-key is required")
         self.assert_usage("key make", self.make("K", "k", "more"), "The following argument was not expected: more")
-        self.assert_usage("key", run("key"), "A subcommand is required")
+        self.assert_usage("key", run("key"), "a command is needed: make, check")
         self.assertEqual(os.listdir(self.dir), ["dictionary.xml"])
 
 
@@ -179,7 +179,7 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("key check", run("key", "check"), "FILE is required")
-        self.assert_usage("key", run("key", "unmake"), "The following argument was not expected: unmake")
+        self.assert_usage("key", run("key", "unmake"), "there is no command 'unmake': make, check")
 
     def test_help_teaches_by_example(self):
         for command in (["key"], ["key", "make"], ["key", "check"]):

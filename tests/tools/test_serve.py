@@ -606,8 +606,8 @@ class ArgumentTest(ServeTest):
         needed = ("--dictionary", self.dictionary, "--echo")
         for args, text in (
                 ((), "--dictionary is required"),
-                (("--dictionary", self.dictionary), "one of --replies DIR and --echo is needed"),
-                ((*needed, "--replies", self.dir), "one of --replies DIR and --echo is needed"),
+                (("--dictionary", self.dictionary), "--replies DIR or --echo is needed"),
+                ((*needed, "--replies", self.dir), "--replies excludes --echo"),
                 ((*needed, "--port", "65536"), "--port: Value 65536 not in range 0 to 65535"),
                 ((*needed, "--port", "-1"), "--port: Value -1 not in range 0 to 65535"),
                 ((*needed, "--port", "http"), "--port: Value http not in range 0 to 65535"),

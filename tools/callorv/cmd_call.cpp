@@ -74,7 +74,8 @@ int FindMessage(const std::string& p_sMessage) {
     }
   }
   if (MA_GetMsgDic()->GetMsgInfo(iFound) == nullptr)
-    throw CFailure("no message '" + p_sMessage + "' in the dictionary");
+    throw CFailure("no message '" + p_sMessage + "' in the dictionary" +
+                   (p_sMessage.find('=') == std::string::npos ? "" : ": MESSAGE stands before TAG=VALUE"));
   return iFound;
 }
 
@@ -206,6 +207,9 @@ void Call(T_Options& p_tOptions) {
     throw CUsage("either --config FILE or --dictionary, --key-file and --server are needed");
   }
   if (!p_tOptions.sXml.empty() && !p_tOptions.sMessage.empty()) {    // the document says which message it is
+    if (p_tOptions.sMessage.find('=') == std::string::npos) {
+      throw CUsage("--xml brings the message: '" + p_tOptions.sMessage + "' must be TAG=VALUE or go");
+    }
     p_tOptions.asValues.insert(p_tOptions.asValues.begin(), p_tOptions.sMessage);
   } else if (p_tOptions.sXml.empty() && p_tOptions.sMessage.empty()) {
     throw CUsage("MESSAGE or --xml FILE is needed");
@@ -257,8 +261,9 @@ void AddCall(CLI::App& p_cApp) {
       ->check(Between(1, 1024))
       ->needs(pRepeat)
       ->capture_default_str();
-  pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")->excludes(pRepeat);
-  pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace");
+  CLI::Option* pTrace =
+      pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")->excludes(pRepeat);
+  pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace")->needs(pTrace);
   pCommand->footer(s_szFooter);
   pCommand->callback([pOptions] { Call(*pOptions); });
 }

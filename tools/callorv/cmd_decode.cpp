@@ -54,7 +54,7 @@ std::string ReadBytes(const T_Options& p_tOptions) {
   std::string sInput = ReadWholeFile(p_tOptions.sFile);
   if (p_tOptions.bBinary) return sInput;
   const std::optional<std::string> sBytes = FromHex(sInput);
-  if (!sBytes && p_tOptions.bHex) throw CFailure(p_tOptions.sFile + ": not a text of hexadecimal digits");
+  if (!sBytes && p_tOptions.bHex) throw CFailure(InputName(p_tOptions.sFile) + ": not a text of hexadecimal digits");
   return sBytes.value_or(sInput);
 }
 
@@ -97,13 +97,28 @@ T_Piece FirstPiece(std::string_view p_sRest) {
   return tPiece;
 }
 
-void PrintText(const T_Piece& p_tPiece, int p_iNumber, bool p_bShowKey) {
+// Sixteen bytes a line: offset, digits, characters. Of many bytes the first only.
+void PrintBytes(std::string_view p_sBytes) {
+  constexpr size_t LINE = 16;
+  constexpr size_t MOST = 16 * LINE;
+  const std::string_view sShown = p_sBytes.substr(0, MOST);
+  for (size_t iAt = 0; iAt < sShown.size(); iAt += LINE) {
+    const std::string_view sLine = sShown.substr(iAt, LINE);
+    std::string sDigits;
+    for (const char c : sLine) sDigits += CFormat(" %02x", static_cast<unsigned char>(c)).ToStr();
+    std::cout << std::setw(8) << iAt << ' ' << std::left << std::setw(3 * LINE) << sDigits << std::right << "  "
+              << Printable(sLine, false) << '\n';
+  }
+  if (p_sBytes.size() > MOST) std::cout << "          and " << Counted(p_sBytes.size() - MOST, "byte") << " more\n";
+}
+
+void PrintText(const T_Piece& p_tPiece, size_t p_iNumber, bool p_bShowKey) {
   std::cout << (p_tPiece.bPacket ? "packet " + std::to_string(p_iNumber) : "not a packet") << ": bytes " << p_tPiece.iAt
             << " to " << p_tPiece.iAt + p_tPiece.sBytes.size() - 1 << '\n';
   if (p_tPiece.HasHeader()) {
     PrintHeader(std::cout, p_tPiece.Header(), p_tPiece.Trailer(), p_bShowKey);
   } else {
-    std::cout << "  " << Printable(p_tPiece.sBytes, false) << '\n';
+    PrintBytes(p_tPiece.sBytes);
   }
   if (!p_tPiece.sBody.empty()) std::cout << "  body: " << Printable(p_tPiece.sBody, true) << '\n';
   for (const std::string& s : p_tPiece.asWrong) std::cout << "  WRONG: " << s << '\n';
@@ -127,9 +142,10 @@ nlohmann::ordered_json ToJson(const T_Piece& p_tPiece, bool p_bShowKey) {
 
 void Decode(const T_Options& p_tOptions) {
   const std::string sBytes = ReadBytes(p_tOptions);
-  if (sBytes.empty()) throw CFailure(p_tOptions.sFile + ": no bytes");
+  const std::string sInput = InputName(p_tOptions.sFile);
+  if (sBytes.empty()) throw CFailure(sInput + ": no bytes");
   nlohmann::ordered_json cAll = nlohmann::ordered_json::array();
-  int iPackets = 0;
+  size_t iPackets = 0;
   int iBroken = 0;
   for (size_t iAt = 0; iAt < sBytes.size();) {
     T_Piece tPiece = FirstPiece(std::string_view(sBytes).substr(iAt));
@@ -147,9 +163,9 @@ void Decode(const T_Options& p_tOptions) {
   }
   if (p_tOptions.bJson) std::cout << cAll.dump(2) << '\n';
   std::cout.flush();
+  if (iPackets == 0) throw CFailure(sInput + ": no packet in it");
   if (iBroken > 0) {
-    throw CFailure(p_tOptions.sFile + ": " + std::to_string(iBroken) + " broken among " + std::to_string(iPackets) +
-                   (iPackets == 1 ? " packet" : " packets"));
+    throw CFailure(sInput + ": " + std::to_string(iBroken) + " broken among " + Counted(iPackets, "packet"));
   }
 }
 

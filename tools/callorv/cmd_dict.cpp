@@ -17,19 +17,20 @@
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 struct T_Options {
   std::string sIn;
   std::string sOut = "-";
   std::string sTitle;
-  std::vector<int> aMsg;
   bool bStrict = false;
   bool bJson = false;
 };
 
 std::string_view View(const CStream& p_st) { return {p_st.GetData(), static_cast<size_t>(p_st.GetSize())}; }
 
-std::string Dump(const nlohmann::json& p_cJson) {
-  return p_cJson.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+std::string Dump(const Json& p_cJson) {
+  return p_cJson.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
 std::unique_ptr<CMsgDic> Load(const std::string& p_sPath) {
@@ -43,21 +44,22 @@ void PrintReport(const T_Options& p_tOptions, const T_DictReport& p_tReport) {
     std::cout << p_tOptions.sIn << ':' << tFinding.iLine << (tFinding.bError ? ": error: " : ": warning: ")
               << tFinding.sText << '\n';
   }
-  std::cout << p_tOptions.sIn << ": " << p_tReport.iMessages << " messages, " << p_tReport.iTags << " tags, "
-            << p_tReport.Count(true) << " errors, " << p_tReport.Count(false) << " warnings\n";
+  std::cout << p_tOptions.sIn << ": " << Counted(p_tReport.iMessages, "message") << ", "
+            << Counted(p_tReport.iTags, "tag") << ", " << Counted(p_tReport.Count(true), "error") << ", "
+            << Counted(p_tReport.Count(false), "warning") << '\n';
 }
 
 void PrintReportAsJson(const T_Options& p_tOptions, const T_DictReport& p_tReport) {
-  nlohmann::json cFindings = nlohmann::json::array();
+  Json cFindings = Json::array();
   for (const T_Finding& tFinding : p_tReport.atFinding) {
     cFindings.push_back({{"line", tFinding.iLine},
                          {"severity", tFinding.bError ? "error" : "warning"},
                          {"text", tFinding.sText}});
   }
-  nlohmann::json cReport = {{"file", p_tOptions.sIn},         {"messages", p_tReport.iMessages},
+  Json cReport = {{"file", p_tOptions.sIn},         {"messages", p_tReport.iMessages},
                             {"tags", p_tReport.iTags},        {"errors", p_tReport.Count(true)},
                             {"warnings", p_tReport.Count(false)}, {"findings", cFindings}};
-  if (!p_tReport.sLoader.empty()) cReport["library"] = p_tReport.sLoader;
+  if (!p_tReport.sLoader.empty()) cReport["library"] = PrintableFailure(p_tReport.sLoader);
   std::cout << Dump(cReport);
 }
 
@@ -68,11 +70,11 @@ void Check(const T_Options& p_tOptions) {
   if (p_tOptions.bStrict && !tReport.atFinding.empty()) throw CFailure("");
 }
 
-nlohmann::json MessageAsJson(const CMsgInfo& p_cInfo) {
-  nlohmann::json cTags = nlohmann::json::array();
+Json MessageAsJson(const CMsgInfo& p_cInfo) {
+  Json cTags = Json::array();
   for (int i = 0; i < p_cInfo.GetNoTags(); ++i) {
     const CTagInfo& tTag = *p_cInfo.GetTagInfo(p_cInfo.GetTagNumAt(i));
-    nlohmann::json cTag = {{"number", tTag.m_iTagNum},
+    Json cTag = {{"number", tTag.m_iTagNum},
                            {"name", ToUtf8(tTag.m_sName.ToStr())},
                            {"type", CTagInfo::ReprType(tTag.m_eType).ToStr()},
                            {"array", tTag.m_bArray}};
@@ -88,7 +90,7 @@ nlohmann::json MessageAsJson(const CMsgInfo& p_cInfo) {
 
 void Show(const T_Options& p_tOptions) {
   const auto pDic = Load(p_tOptions.sIn);
-  nlohmann::json cMessages = nlohmann::json::array();
+  Json cMessages = Json::array();
   if (p_tOptions.bJson) {
     for (int iMsg = 1; iMsg < CMsgDic::SLOTS; ++iMsg) {
       if (const CMsgInfo* pInfo = pDic->GetMsgInfo(iMsg)) cMessages.push_back(MessageAsJson(*pInfo));
@@ -109,7 +111,7 @@ void Encrypt(const T_Options& p_tOptions) {
   CStream stPlain(0, 512), stSecret(0, 512);
   CString sError;
   if (sPlain.size() > INT_MAX || stPlain.AppendData(sPlain.data(), static_cast<int>(sPlain.size())) < 0) {
-    throw CFailure(p_tOptions.sIn + ": too long");
+    throw CFailure(InputName(p_tOptions.sIn) + ": too long");
   }
   if (CCrypt::EncryptStream(stPlain, stSecret, sError) < 0) throw CFailure(sError.ToStr());
   WriteFile(p_tOptions.sOut, View(stSecret));

@@ -11,6 +11,7 @@
 #include "class_writer.h"
 #include "command.h"
 #include "files.h"
+#include "options.h"
 #include "text.h"
 
 namespace {
@@ -40,8 +41,8 @@ void Generate(const T_Options& p_tOptions) {
   std::error_code cError;
   std::filesystem::create_directories(p_tOptions.sDir, cError);
   if (cError) throw CFailure(p_tOptions.sDir + ": " + cError.message());
-  nlohmann::json cList = nlohmann::json::array();
-  int iWritten = 0;
+  nlohmann::ordered_json cList = nlohmann::ordered_json::array();
+  size_t iWritten = 0;
   for (int iMsg : cMsgs) {
     const T_ClassName& tName = cWriter.Name(iMsg);
     const std::string sPath = p_tOptions.sDir + "/" + tName.sHeader;
@@ -60,7 +61,8 @@ void Generate(const T_Options& p_tOptions) {
   if (p_tOptions.bJson) {
     std::cout << cList.dump(2) << '\n';
   } else {
-    std::cout << cMsgs.size() << " classes in " << p_tOptions.sDir << ", " << iWritten << " headers changed\n";
+    std::cout << Counted(cMsgs.size(), "class") << " in " << p_tOptions.sDir << ", " << Counted(iWritten, "header")
+              << " changed\n";
   }
 }
 
@@ -75,6 +77,7 @@ void AddGenerate(CLI::App& p_cApp) {
       ->required();
   pCommand->add_option("--message", pOptions->aMsg, "Only this message and what it holds; may be given several times")
       ->type_name("N")
+      ->check(Between(1, CMsgDic::SLOTS - 1))
       ->allow_extra_args(false);
   pCommand->add_option("--namespace", pOptions->sNamespace, "Name space of the classes")
       ->type_name("NAME")
@@ -95,7 +98,7 @@ void AddGenerate(CLI::App& p_cApp) {
       "  cIn.code.Set(\"ABC\");\n"
       "  shop::CQuoteReply cOut;\n"
       "  CCallOrvError cError;\n"
-      "  if (CCallOrv::CallService(3, &cIn, &cOut, &cError) == 0 && cOut.price.IsSet()) ...\n"
+      "  if (CCallOrv::CallService(1201, &cIn, &cOut, &cError) == 0 && cOut.price.IsSet()) ...\n"
       "\n"
       "With CMake: find_package(callorv) and callorv_generate(TARGET msg_dic.xml).");
   pCommand->callback([pOptions] { Generate(*pOptions); });

@@ -90,7 +90,7 @@ void Check(const T_CheckOptions& p_tOptions) {
   CStream stFile(0, 512);
   std::string sKey;
   const std::string sError = TakeKey(p_tOptions.sFile, stFile, sKey);
-  nlohmann::json cResult = {{"file", p_tOptions.sFile}, {"sound", sError.empty()}};
+  nlohmann::ordered_json cResult = {{"file", p_tOptions.sFile}, {"sound", sError.empty()}};
   std::vector<std::string> asWarning;
   if (sError.empty()) {
     T_KeyFile tFile;
@@ -104,12 +104,12 @@ void Check(const T_CheckOptions& p_tOptions) {
     cResult["error"] = sError;
   }
   if (p_tOptions.bJson) {
-    std::cout << cResult.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::cout << cResult.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
     if (!sError.empty()) throw CFailure("");
     return;
   }
   if (!sError.empty()) throw CFailure(sError);
-  std::cout << p_tOptions.sFile << ": sound, a key of " << cResult["length"] << " characters in the "
+  std::cout << p_tOptions.sFile << ": sound, a key of " << Counted(sKey.size(), "character") << " in the "
             << cResult["form"] << "-byte form\n";
   if (p_tOptions.bShow) std::cout << Printable(sKey, false) << '\n';
   for (const std::string& s : asWarning) std::cerr << "callorv: warning: " << s << '\n';

@@ -15,7 +15,7 @@ again for every call; {{tag:1}} or {{tag:rows[0].price}} in it stands for that v
 of the request. A service without a file is rejected (message 10, code 404).
 
 Faults, each for PERCENT of the calls (100 when left out):
-  delay:MS        answer later              checksum     wrong checksum
+  delay:MS        answer later (1000)       checksum     wrong checksum
   stall:BYTES     stop after BYTES (128)    zlib         body that cannot be decompressed
   truncate:BYTES  close after BYTES (64)    reset        reset instead of an answer
   reject:CODE     rejection (503)           close        close instead of an answer
@@ -27,7 +27,7 @@ Examples:
   callorv serve --dictionary dictionary.xml --replies replies --record packets)";
 
 void RunServe(const T_ServeOptions& p_tOptions) {
-  if (p_tOptions.bEcho == !p_tOptions.sReplies.empty()) throw CUsage("one of --replies DIR and --echo is needed");
+  if (!p_tOptions.bEcho && p_tOptions.sReplies.empty()) throw CUsage("--replies DIR or --echo is needed");
   MA_GetMsgDic()->InitDictionary(p_tOptions.sDictionary.c_str());
   Serve(p_tOptions);
 }
@@ -39,8 +39,10 @@ void AddServe(CLI::App& p_cApp) {
   T_ServeOptions& t = *pOptions;
   CLI::App* pCommand = p_cApp.add_subcommand("serve", "Play the server: answer calls from a folder of reply files");
   pCommand->add_option("--dictionary", t.sDictionary, "Dictionary, plain or .exml")->type_name("FILE")->required();
-  pCommand->add_option("--replies", t.sReplies, "Folder of reply files, <service number>.xml each")->type_name("DIR");
-  pCommand->add_flag("--echo", t.bEcho, "Answer every request with itself");
+  CLI::Option* pReplies =
+      pCommand->add_option("--replies", t.sReplies, "Folder of reply files, <service number>.xml each")
+          ->type_name("DIR");
+  pCommand->add_flag("--echo", t.bEcho, "Answer every request with itself")->excludes(pReplies);
   pCommand->add_option("--host", t.sHost, "Address to listen on")->type_name("HOST")->capture_default_str();
   pCommand->add_option("--port", t.iPort, "Port to listen on; 0 takes a free one and prints it")
       ->type_name("PORT")

@@ -5,25 +5,54 @@
 #include <iostream>
 
 #include "command.h"
+#include "text.h"
 
 namespace {
 
 enum { EXIT_DONE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 
-// "call" of "callorv call", for the hint below a usage error; the innermost subcommand that was given.
+constexpr char s_szFooter[] =
+    R"(callorv COMMAND --help explains a command by example; callorv-COMMAND(1) says everything.
+callorv(1) goes from nothing to a call.
+
+Examples:
+  callorv key make --user-key TRYOUT -o user.key
+  callorv dict check dictionary.xml
+  callorv serve --dictionary dictionary.xml --replies replies --port 7000
+  callorv call --config client.cfg 1201 Quote code=ABC)";
+
+// "callorv call", for the hint below a usage error: the subcommands that were given, the innermost last.
 std::string GivenCommand(const CLI::App& p_cApp) {
   std::string sName = p_cApp.get_name();
   for (const CLI::App* pSub : p_cApp.get_subcommands()) sName += " " + GivenCommand(*pSub);
   return sName;
 }
 
+// What is wrong when something required is missing. A misspelt command or option is missed under its right name; the
+// wrong one says more.
+std::string MissingText(const CLI::App& p_cApp, const CLI::RequiredError& p_cError) {
+  const CLI::App* pInner = &p_cApp;
+  while (!pInner->get_subcommands().empty()) pInner = pInner->get_subcommands().front();
+  const std::vector<std::string> asLeft = p_cApp.remaining(true);
+  if (!asLeft.empty() && (asLeft[0].rfind('-', 0) == 0 || pInner->get_require_subcommand_min() == 0)) {
+    return CLI::ExtrasError(asLeft).what();
+  }
+  if (pInner->get_require_subcommand_min() == 0) return p_cError.what();
+  std::string sCommands;
+  for (const CLI::App* pSub : pInner->get_subcommands([](const CLI::App*) { return true; })) {
+    sCommands += (sCommands.empty() ? "" : ", ") + pSub->get_name();
+  }
+  const std::string sWhat = asLeft.empty() ? "a command is needed" : "there is no command '" + asLeft[0] + "'";
+  return sWhat + ": " + sCommands;
+}
+
 int Usage(const CLI::App& p_cApp, const std::string& p_sText) {
-  std::cerr << "callorv: " << p_sText << "\nTry '" << GivenCommand(p_cApp) << " --help'.\n";
+  std::cerr << "callorv: " << PrintableFailure(p_sText) << "\nTry '" << GivenCommand(p_cApp) << " --help'.\n";
   return EXIT_USAGE;
 }
 
 int Failed(const std::string& p_sText) {
-  if (!p_sText.empty()) std::cerr << "callorv: " << p_sText << '\n';
+  if (!p_sText.empty()) std::cerr << "callorv: " << PrintableFailure(p_sText) << '\n';
   return EXIT_FAILED;
 }
 
@@ -50,9 +79,7 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
   } catch (const CLI::Success& cDone) {    // --help, --version
     return p_cApp.exit(cDone);
   } catch (const CLI::RequiredError& cError) {
-    // A misspelt command or option is missed under its right name; the wrong one says more.
-    const std::vector<std::string> asLeft = p_cApp.remaining(true);
-    return Usage(p_cApp, asLeft.empty() ? cError.what() : CLI::ExtrasError(asLeft).what());
+    return Usage(p_cApp, MissingText(p_cApp, cError));
   } catch (const CLI::ParseError& cError) {
     return Usage(p_cApp, cError.what());
   } catch (const CUsage& cError) {
@@ -73,6 +100,7 @@ int main(int p_iArgs, char** p_apArgs) {
     cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
     cApp.formatter(std::make_shared<CHelp>());
     cApp.require_subcommand(1);
+    cApp.footer(s_szFooter);
     AddCall(cApp);
     AddServe(cApp);
     AddDecode(cApp);

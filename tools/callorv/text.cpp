@@ -20,6 +20,8 @@ void AppendUtf8(std::string& p_sOut, unsigned char p_c) {
   }
 }
 
+constexpr char s_szReplacement[] = "\xEF\xBF\xBD";    // U+FFFD
+
 bool IsControl(unsigned char p_c) { return p_c < 0x20 || (p_c >= 0x7F && p_c < 0xA0); }
 
 // The length of the UTF-8 character at the start of p_s, 0 when there is none. Overlong forms count as none.
@@ -35,6 +37,12 @@ size_t Utf8Length(std::string_view p_s) {
     if ((static_cast<unsigned char>(p_s[i]) & 0xC0) != 0x80) return 0;
   }
   return iLen;
+}
+
+// Whether the UTF-8 character p_s cannot be shown. Those of C1 take two bytes.
+bool IsUtf8Control(std::string_view p_s) {
+  if (p_s.size() == 1) return p_s[0] != '\n' && p_s[0] != '\t' && IsControl(static_cast<unsigned char>(p_s[0]));
+  return p_s.size() == 2 && p_s[0] == '\xC2' && IsControl(static_cast<unsigned char>(p_s[1]));
 }
 
 }    // namespace
@@ -70,15 +78,35 @@ std::string Printable(std::string_view p_sLatin1, bool p_bLines) {
   sOut.reserve(p_sLatin1.size());
   for (const char c : p_sLatin1) {
     const bool bKeep = !IsControl(static_cast<unsigned char>(c)) || (p_bLines && (c == '\n' || c == '\t'));
-    bKeep ? AppendUtf8(sOut, static_cast<unsigned char>(c)) : void(sOut += "\xEF\xBF\xBD");
+    bKeep ? AppendUtf8(sOut, static_cast<unsigned char>(c)) : void(sOut += s_szReplacement);
   }
   return sOut;
+}
+
+std::string PrintableFailure(std::string_view p_sText) {
+  std::string sOut;
+  for (size_t i = 0; i < p_sText.size();) {
+    const size_t iLen = Utf8Length(p_sText.substr(i));
+    if (iLen == 0) return Printable(p_sText, true);
+    const std::string_view sChar = p_sText.substr(i, iLen);
+    sOut += IsUtf8Control(sChar) ? s_szReplacement : sChar;
+    i += iLen;
+  }
+  return sOut;
+}
+
+std::string Counted(size_t p_iCount, const char* p_szNoun) {
+  const std::string sNoun(p_szNoun);
+  const char* szEnd = p_iCount == 1 ? "" : sNoun.back() == 's' ? "es" : "s";
+  return std::to_string(p_iCount) + ' ' + sNoun + szEnd;
 }
 
 std::string MaskKey(std::string_view p_sKey) {
   const size_t iShown = p_sKey.size() > 4 ? 2 : 0;
   return Printable(p_sKey.substr(0, iShown), false) + std::string(p_sKey.size() - iShown, '*');
 }
+
+std::string InputName(const std::string& p_sPath) { return p_sPath == "-" ? "standard input" : p_sPath; }
 
 std::string ReadWholeFile(const std::string& p_sPath) {
   struct T_Close {
@@ -96,7 +124,7 @@ std::string ReadWholeFile(const std::string& p_sPath) {
   char szPiece[65536];
   for (size_t iLen; (iLen = std::fread(szPiece, 1, sizeof szPiece, pFile)) > 0;) sOut.append(szPiece, iLen);
   const int iErrno = errno;
-  if (std::ferror(pFile)) throw CFailure(p_sPath + ": " + std::generic_category().message(iErrno));
+  if (std::ferror(pFile)) throw CFailure(InputName(p_sPath) + ": " + std::generic_category().message(iErrno));
   return sOut;
 }
 

@@ -14,10 +14,19 @@ std::string ToLatin1(std::string_view p_sText);
 // ISO-8859-1 text as UTF-8 for people: control characters become U+FFFD, so that what a peer sends cannot steer the
 // terminal. Line feeds and tabs stay with p_bLines.
 std::string Printable(std::string_view p_sLatin1, bool p_bLines);
+// What a failure says, for people: UTF-8 stays, as names of files and what has been made printable are; anything else
+// is taken for ISO-8859-1, as the library quotes dictionaries and replies. Control characters but line feeds and tabs
+// become U+FFFD.
+std::string PrintableFailure(std::string_view p_sText);
+
+// "1 error", "2 errors", "2 classes".
+std::string Counted(size_t p_iCount, const char* p_szNoun);
 
 // A user key for logs: its first two characters and stars, stars alone for one of up to four characters.
 std::string MaskKey(std::string_view p_sKey);
 
+// A file's name for people, "-" being standard input.
+std::string InputName(const std::string& p_sPath);
 // All bytes of a file, "-" being standard input. Throws CFailure.
 std::string ReadWholeFile(const std::string& p_sPath);
 
