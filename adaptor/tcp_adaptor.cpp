@@ -124,7 +124,7 @@ int Uncompress(const CStream& p_stSent, int p_iPlainLen, CStream& p_stBody, long
   const int iRet = uncompress(reinterpret_cast<Bytef*>(p_stBody.GetBuffer(iRoom)), &uLen,
                               reinterpret_cast<Bytef*>(p_stSent.GetData()), static_cast<uLong>(p_stSent.GetSize()));
   *p_pLen = static_cast<long>(uLen);
-  if (iRet == Z_OK) p_stBody.ReleaseBuffer(static_cast<int>(uLen));
+  p_stBody.ReleaseBuffer(iRet == Z_OK ? static_cast<int>(uLen) : 0);
   return iRet;
 }
 
@@ -182,8 +182,10 @@ int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
   cHeader.Text(AUX8, p_pInfo->sAux8.ToStr());
   cHeader.Text(AUX21, p_pInfo->sAux21.ToStr());
   if (cHeader.Count() != HEADER_SIZE) {
-    return Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, cHeader.Count(), HEADER_SIZE,
-                pPacket);
+    Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, cHeader.Count(), HEADER_SIZE,
+         pPacket);
+    p_stOut.Clear();    // the header stands where an empty stream has its NUL
+    return ADAPT_HEADER;
   }
   const int iCheckSum = CalcCheckSum(pPacket, HEADER_SIZE + iSentLen);
   char* pTrailer = pPacket + HEADER_SIZE + iSentLen;

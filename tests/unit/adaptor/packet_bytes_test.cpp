@@ -126,6 +126,7 @@ TEST_CASE("BuildPacket replaces what the stream held, and leaves it empty when i
   const std::string sExpected = "Header format is incorrect(-15)((SendTo) size mismatch(128, 129)[QMX-SSP-V1.00000000128";
   CHECK(std::string(cAdaptor.GetLastError()).substr(0, sExpected.size()) == sExpected);
   CHECK(stOut.GetSize() == 0);
+  CHECK(std::string(stOut.GetData()) == "");
 }
 
 TEST_CASE("ParsePacket gives back what BuildPacket was given") {

@@ -383,6 +383,7 @@ TEST_CASE("ReceiveFrom: compressed bytes that are wrong") {
     CHECK(cExchange.iRet == -16);
     CHECK(cExchange.cAdaptor.Error() == tRow.szText);
     CHECK(cExchange.tInfo.stBody.GetSize() == 0);
+    CHECK(std::string(cExchange.tInfo.stBody.GetData()) == "");
   }
   CExchange cMore(Packet('Y', sZ + "more", "0000000005"), CExchange::CLOSE);    // zlib does not look behind its end
   CHECK(cMore.iRet == 0);
