@@ -161,15 +161,17 @@ TEST_CASE("Connect without a descriptor to be had") {
 TEST_CASE("Connect where TCP_NODELAY cannot be set") {
   const std::string sSeen = InChild([] {
     CPeer cPeer([](int) {});
-    const int iOpen = OpenDescriptors();
     ForbidSetSockOpt();
     COpenAdaptor cAdaptor;
+    const int iNoHost = cAdaptor.Connect("no such host", cPeer.Port());    // comes before, the port behind
+    const int iOpen = OpenDescriptors();
+    const int iNoPort = cAdaptor.Connect("127.0.0.1", -1);
     const int iRet = cAdaptor.Connect("127.0.0.1", cPeer.Port());
     const int iLeft = OpenDescriptors() - iOpen;
-    return std::to_string(iRet) + " " + cAdaptor.Error() + " " + std::to_string(cAdaptor.iSock) + " " +
-           std::to_string(iLeft);
+    return std::to_string(iNoHost) + " " + std::to_string(iNoPort) + " " + std::to_string(iRet) + " " +
+           cAdaptor.Error() + " " + std::to_string(cAdaptor.iSock) + " " + std::to_string(iLeft);
   });
-  CHECK(sSeen == "-11 Failed in setsockopt()(-11)((TCP_NODELAY)) -1 0");
+  CHECK(sSeen == "-4 -11 -11 Failed in setsockopt()(-11)((TCP_NODELAY)) -1 0");
 }
 
 TEST_CASE("Connect without memory for the name") {
