@@ -1,7 +1,6 @@
 // One message definition: its tags by number, by name and in order.
 #include "callorv/msg/msg_info.h"
 
-#include <memory>
 #include <new>
 #include <utility>
 

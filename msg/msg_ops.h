@@ -2,7 +2,6 @@
 #ifndef CALLORV_MSG_MSG_OPS_H
 #define CALLORV_MSG_MSG_OPS_H
 
-#include <memory>
 #include <new>
 #include <vector>
 

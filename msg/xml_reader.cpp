@@ -2,7 +2,6 @@
 #include "msg/xml_reader.h"
 
 #include <atomic>
-#include <cstring>
 #include <new>
 #include <utility>
 #include <xercesc/sax/SAXException.hpp>
