@@ -22,42 +22,32 @@ class CFullMsg : public CTestMsg {
   }
 };
 
-// All that can be asked of a tag of message 120, in the type that it has.
-struct T_Asked {
-  int iGet, iGetAt, iGetArr, iSize;
-  std::string sGet, sGetAt, sGetArr, sSize;
-};
-
+// CHECKs that no getter of the tag's type finds data, and that each says p_sText.
 template <class T, class ARRAY>
-T_Asked AskAs(CMsg& p_cMsg, int p_iTag, ARRAY& p_aOut) {
+void CheckNoDataAs(CMsg& p_cMsg, int p_iTag, const std::string& p_sText, ARRAY&& p_aOut) {
   T Value{};
-  T_Asked tAsked;
-  tAsked.iGet = p_cMsg.GetValue(p_iTag, &Value);
-  tAsked.sGet = p_cMsg.GetLastError();
-  tAsked.iGetAt = p_cMsg.GetValueAt(p_iTag, 0, &Value);
-  tAsked.sGetAt = p_cMsg.GetLastError();
-  tAsked.iGetArr = p_cMsg.GetValue(p_iTag, &p_aOut);
-  tAsked.sGetArr = p_cMsg.GetLastError();
-  tAsked.iSize = p_cMsg.GetArrSize(p_iTag);
-  tAsked.sSize = p_cMsg.GetLastError();
-  return tAsked;
+  CHECK(p_cMsg.GetValue(p_iTag, &Value) == -1);
+  CHECK(p_cMsg.GetLastError() == p_sText);
+  CHECK(p_cMsg.GetValueAt(p_iTag, 0, &Value) == -1);
+  CHECK(p_cMsg.GetLastError() == p_sText);
+  CHECK(p_cMsg.GetValue(p_iTag, &p_aOut) == -1);
+  CHECK(p_cMsg.GetLastError() == p_sText);
 }
 
-T_Asked Ask(CMsg& p_cMsg, int p_iTag) {
-  CStrArray asOut;
-  CIntArray aiOut;
-  CDblArray adOut;
-  CBoolArray abOut;
-  CDateArray acOut;
-  CMsgArray apOut(false);
+// The same for a tag of message 120 by its number; returns the text, whose detail ends in p_szWhy.
+std::string CheckNoData(CMsg& p_cMsg, int p_iTag, const char* p_szWhy) {
+  const std::string sText =
+      "MSG_Error(-1) : No Data found {tagnum=" + std::to_string(p_iTag) + "," + p_szWhy + "}";
+  CAPTURE(p_iTag);
   switch (p_iTag % 10) {
-    case 1: return AskAs<CString>(p_cMsg, p_iTag, asOut);
-    case 7: return AskAs<int>(p_cMsg, p_iTag, aiOut);
-    case 3: return AskAs<double>(p_cMsg, p_iTag, adOut);
-    case 4: return AskAs<bool>(p_cMsg, p_iTag, abOut);
-    case 5: return AskAs<CDate>(p_cMsg, p_iTag, acOut);
-    default: return AskAs<CMsg*>(p_cMsg, p_iTag, apOut);
+    case 1: CheckNoDataAs<CString>(p_cMsg, p_iTag, sText, CStrArray()); break;
+    case 7: CheckNoDataAs<int>(p_cMsg, p_iTag, sText, CIntArray()); break;
+    case 3: CheckNoDataAs<double>(p_cMsg, p_iTag, sText, CDblArray()); break;
+    case 4: CheckNoDataAs<bool>(p_cMsg, p_iTag, sText, CBoolArray()); break;
+    case 5: CheckNoDataAs<CDate>(p_cMsg, p_iTag, sText, CDateArray()); break;
+    default: CheckNoDataAs<CMsg*>(p_cMsg, p_iTag, sText, CMsgArray(false));
   }
+  return sText;
 }
 
 // Takes the array out of a multi cell. The caller frees it; rows stay in it.
@@ -84,16 +74,9 @@ TEST_CASE("a cell without a value is unset to every getter") {
   for (int iTag : {1, 7, 3, 4, 5, 6, 11, 17, 13, 14, 15, 16}) {
     CAPTURE(iTag);
     Cell(cMsg, iTag).m_bSet = false;
-    const std::string sText = "MSG_Error(-1) : No Data found {tagnum=" + std::to_string(iTag) + ",Unset}";
-    const T_Asked tAsked = Ask(*cMsg, iTag);
-    CHECK(tAsked.iGet == -1);
-    CHECK(tAsked.sGet == sText);
-    CHECK(tAsked.iGetAt == -1);
-    CHECK(tAsked.sGetAt == sText);
-    CHECK(tAsked.iGetArr == -1);
-    CHECK(tAsked.sGetArr == sText);
-    CHECK(tAsked.iSize == -1);
-    CHECK(tAsked.sSize == sText);
+    const std::string sText = CheckNoData(*cMsg, iTag, "Unset");
+    CHECK(cMsg->GetArrSize(iTag) == -1);
+    CHECK(cMsg->GetLastError() == sText);
   }
   CHECK(ToXml(*cMsg) == "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" ver=\"\"></msg>");
   CInt cInt(9);
@@ -114,15 +97,8 @@ TEST_CASE("a string or date that is missing is NULL to every getter") {
   Cell(cMsg, 5).m_pDate = nullptr;
   for (int iTag : {1, 5}) {
     CAPTURE(iTag);
-    const std::string sText = "MSG_Error(-1) : No Data found {tagnum=" + std::to_string(iTag) + ",NULL}";
-    const T_Asked tAsked = Ask(*cMsg, iTag);
-    CHECK(tAsked.iGet == -1);
-    CHECK(tAsked.sGet == sText);
-    CHECK(tAsked.iGetAt == -1);
-    CHECK(tAsked.sGetAt == sText);
-    CHECK(tAsked.iGetArr == -1);
-    CHECK(tAsked.sGetArr == sText);
-    CHECK(tAsked.iSize == 1);    // a single cell counts by its type
+    CheckNoData(*cMsg, iTag, "NULL");
+    CHECK(cMsg->GetArrSize(iTag) == 1);    // a single cell counts by its type
   }
   const std::string sXml = ToXml(*cMsg);
   CHECK(sXml.find("ver=\"\"><t7>") != std::string::npos);    // tag 1 would come first
@@ -152,16 +128,9 @@ TEST_CASE("an array that is missing is NULL to every getter") {
   const auto pMsg = TakeArray(Cell(cMsg, 16).m_pMsgArr);
   for (int iTag : {11, 17, 13, 14, 15, 16}) {
     CAPTURE(iTag);
-    const std::string sText = "MSG_Error(-1) : No Data found {tagnum=" + std::to_string(iTag) + ",NULL}";
-    const T_Asked tAsked = Ask(*cMsg, iTag);
-    CHECK(tAsked.iGet == -1);
-    CHECK(tAsked.sGet == sText);
-    CHECK(tAsked.iGetAt == -1);
-    CHECK(tAsked.sGetAt == sText);
-    CHECK(tAsked.iGetArr == -1);
-    CHECK(tAsked.sGetArr == sText);
-    CHECK(tAsked.iSize == -1);
-    CHECK(tAsked.sSize == sText);
+    const std::string sText = CheckNoData(*cMsg, iTag, "NULL");
+    CHECK(cMsg->GetArrSize(iTag) == -1);
+    CHECK(cMsg->GetLastError() == sText);
   }
   CStream stXml(0, 512), stList(0, 512);
   cMsg->DumpXml(&stXml, false, 1);
