@@ -563,9 +563,11 @@ TEST_CASE("entities cannot be made to fill the memory") {
   }
   SUBCASE("what is allowed") {
     std::string sXml = "<!DOCTYPE msg_dictionary [<!ENTITY a '" + std::string(1024, 'x') + "'>]><msg_dictionary>";
-    for (int i = 0; i < 9999; ++i) sXml += "&a;";
+    for (int i = 0; i < 10000; ++i) sXml += "&a;";
     CLoad cLoad(sXml + "&lt;&#65;</msg_dictionary>");
     CHECK(cLoad.Thrown().sText == "");
+    CLoad cOneMore(sXml + "&a;</msg_dictionary>");
+    CHECK(cOneMore.Thrown().iCode == -21);
   }
   SUBCASE("an entity inside itself") {
     CLoad cLoad("<!DOCTYPE msg_dictionary [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><msg_dictionary>&a;</msg_dictionary>");
