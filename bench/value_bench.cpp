@@ -1,0 +1,108 @@
+// Values of one message, and the checksum.
+#include <callorv/adaptor/adaptor.h>
+
+#include <cstring>
+
+#include "figure.h"
+#include "figures.h"
+#include "payload.h"
+
+namespace {
+
+enum { BATCH = 1000, MEGABYTE = 1 << 20 };
+
+const char s_szText[] = "twenty-eight characters long";
+static_assert(sizeof(s_szText) == 28 + 1);
+
+// The first tag of each type in FIELDS_MSG and its name. Calls go round four tags of the type.
+enum E_First { STRING_TAG = 1, INTEGER_TAG = 2, DOUBLE_TAG = 3 };
+int TagAt(int p_iFirst, int p_iTurn) { return p_iFirst + 4 * (p_iTurn & 3); }
+
+CMsgPtr NewFields() {
+  CMsgPtr pMsg = NewMsg(FIELDS_MSG);
+  for (int i = 1; i <= FIELDS; i += 4) {
+    Expect(pMsg->SetValue(i, s_szText), "string");
+    Expect(pMsg->SetValue(i + 1, i), "integer");
+    Expect(pMsg->SetValue(i + 2, 0.5 * i), "double");
+    Expect(pMsg->SetValue(i + 3, true), "bool");
+  }
+  return pMsg;
+}
+
+// p_fn(message, tag), by number.
+template <class F>
+void ByNumber(benchmark::State& p_cState, int p_iFirst, F p_fn) {
+  const CMsgPtr pMsg = NewFields();
+  int iTurn = 0;
+  Measure(p_cState, BATCH, [&] { Expect(p_fn(*pMsg, TagAt(p_iFirst, iTurn++)), "access"); });
+}
+
+// p_fn(message, tag or name): by name against by number.
+template <class F>
+void ByName(benchmark::State& p_cState, int p_iFirst, F p_fn) {
+  const CMsgPtr pMsg = NewFields();
+  std::string asName[4];
+  for (int i = 0; i < 4; ++i) asName[i] = "FieldNumber" + std::to_string(TagAt(p_iFirst, i));
+  int iTurn = 0;
+  Compare(
+      p_cState, BATCH, [&] { Expect(p_fn(*pMsg, TagAt(p_iFirst, iTurn++)), "access"); },
+      [&] { Expect(p_fn(*pMsg, asName[iTurn++ & 3].c_str()), "access"); });
+}
+
+const auto s_fnSetInt = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 4711); };
+const auto s_fnGetInt = [](CMsg& p_cMsg, auto p_Tag) {
+  int iValue = 0;
+  const int iRet = p_cMsg.GetValue(p_Tag, &iValue);
+  benchmark::DoNotOptimize(iValue);
+  return iRet;
+};
+const auto s_fnSetDouble = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 3.25); };
+const auto s_fnGetDouble = [](CMsg& p_cMsg, auto p_Tag) {
+  double dValue = 0;
+  const int iRet = p_cMsg.GetValue(p_Tag, &dValue);
+  benchmark::DoNotOptimize(dValue);
+  return iRet;
+};
+const auto s_fnSetString = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, s_szText); };
+
+// Every tag of one long hash chain set and read, per tag.
+void Bucket(benchmark::State& p_cState, int p_iTags) {
+  Measure(p_cState, 1, [&] {
+    CMsg cMsg(BUCKET_MSG, 0, 0, MA_GetMsgDic());
+    for (int i = 1; i <= p_iTags; ++i) Expect(cMsg.SetValue(i, i), "set");
+    for (int i = 1; i <= p_iTags; ++i) Expect(s_fnGetInt(cMsg, i), "get");
+  });
+}
+
+void CheckSum(benchmark::State& p_cState) {
+  const std::vector<char> aBytes(MEGABYTE, 'x');
+  std::vector<char> aCopy(MEGABYTE);
+  Compare(
+      p_cState, 4,
+      [&] {
+        memcpy(aCopy.data(), aBytes.data(), aBytes.size());
+        benchmark::DoNotOptimize(aCopy.data());
+        benchmark::ClobberMemory();
+      },
+      [&] { benchmark::DoNotOptimize(CAdaptor::CalcCheckSum(aBytes.data(), MEGABYTE)); });
+}
+
+}    // namespace
+
+void RegisterValues() {
+  Register("value/set_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnSetInt); });
+  Register("value/get_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnGetInt); });
+  Register("value/set_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnSetDouble); });
+  Register("value/get_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnGetDouble); });
+  Register("value/set_string", [](benchmark::State& p_c) { ByNumber(p_c, STRING_TAG, s_fnSetString); });
+  Register("value/get_string", [](benchmark::State& p_c) {
+    CString sValue;
+    ByNumber(p_c, STRING_TAG, [&](CMsg& p_cMsg, int p_iTag) { return p_cMsg.GetValue(p_iTag, &sValue); });
+  });
+  Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSetInt); });
+  Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGetInt); });
+  Register("checksum", CheckSum);
+  for (const int iTags : {1, 4, 16, 32, 64, 128, 256, 512, +BUCKET_TAGS}) {
+    Register("growth/bucket/" + std::to_string(iTags), [=](benchmark::State& p_c) { Bucket(p_c, iTags); });
+  }
+}

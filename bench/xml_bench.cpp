@@ -1,0 +1,70 @@
+// Messages from and to XML.
+#include <callorv/base/stream.h>
+
+#include "figure.h"
+#include "figures.h"
+#include "floors/bare_parse.h"
+#include "floors/plain_writer.h"
+
+namespace {
+
+// Calls that are timed together, so that they take 50 us or more.
+int Batch(int p_iRows) { return std::max(1, 100 / p_iRows); }
+
+std::string StringDocument(int p_iBytes) {
+  const CMsgPtr pMsg = NewMsg(FIELDS_MSG);
+  Expect(pMsg->SetValue(1, std::string(static_cast<size_t>(p_iBytes), 'x').c_str()), "string");
+  return ToXml(*pMsg);
+}
+
+// A message made, read and freed again; the document is also parsed with nothing done about it.
+void Load(benchmark::State& p_cState, std::string p_sXml, int p_iBatch) {
+  Compare(
+      p_cState, p_iBatch, [&] { CBareParser::Parse(p_sXml); },
+      [&] {
+        CMsg cMsg(0, 0, 0, MA_GetMsgDic());
+        Expect(cMsg.LoadXml(&p_sXml[0]), "LoadXml");
+      });
+}
+
+void Write(benchmark::State& p_cState, int p_iRows) {
+  const std::vector<T_Row> atRow = MakeRows(p_iRows);
+  const CMsgPtr pMsg = NewReply(atRow);
+  if (ToXml(*pMsg) != WritePlainly(atRow)) throw std::runtime_error("the two writers do not write the same");
+  Compare(
+      p_cState, Batch(p_iRows), [&] { benchmark::DoNotOptimize(WritePlainly(atRow)); },
+      [&] {
+        CStream stXml(0, 512);
+        Expect(pMsg->ToXml(&stXml, false, false, 1), "ToXml");
+      });
+}
+
+void WriteString(benchmark::State& p_cState, int p_iBytes) {
+  const std::string sXml = StringDocument(p_iBytes);
+  const CMsgPtr pMsg = NewMsg(FIELDS_MSG);
+  Expect(pMsg->LoadXml(const_cast<char*>(sXml.c_str())), "LoadXml");
+  Measure(p_cState, 1, [&] {
+    CStream stXml(0, 512);
+    Expect(pMsg->ToXml(&stXml, false, false, 1), "ToXml");
+  });
+}
+
+}    // namespace
+
+void RegisterXml() {
+  for (const int iRows : {1, 10, 100, 1000, 10000}) {
+    Register("load/" + std::to_string(iRows),
+             [=](benchmark::State& p_c) { Load(p_c, WritePlainly(MakeRows(iRows)), Batch(iRows)); });
+    if (iRows > 1) Register("write/" + std::to_string(iRows), [=](benchmark::State& p_c) { Write(p_c, iRows); });
+  }
+  for (const int iRows : {1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 30000, 100000}) {
+    Register("growth/load/" + std::to_string(iRows),
+             [=](benchmark::State& p_c) { Load(p_c, WritePlainly(MakeRows(iRows)), Batch(iRows)); });
+    Register("growth/write/" + std::to_string(iRows), [=](benchmark::State& p_c) { Write(p_c, iRows); });
+  }
+  for (const int iBytes : {1000, 10000, 100000, 1000000, 5000000, 10000000, 20000000}) {
+    Register("growth/load_string/" + std::to_string(iBytes),
+             [=](benchmark::State& p_c) { Load(p_c, StringDocument(iBytes), 1); });
+    Register("growth/write_string/" + std::to_string(iBytes), [=](benchmark::State& p_c) { WriteString(p_c, iBytes); });
+  }
+}
