@@ -120,6 +120,35 @@ TEST_CASE("SendData: no room in time") {
   CHECK(tTook < std::chrono::seconds(15));
 }
 
+TEST_CASE("SendData: the time-out is for each wait, not for the whole") {
+  int aiPair[2];    // what one read takes out of its buffer makes room for as much, and at once
+  REQUIRE(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair) == 0);
+  COpenAdaptor cAdaptor;
+  cAdaptor.iSock = aiPair[0];
+  cAdaptor.Fill();
+  const auto fnHave = [&] {
+    int iHave = 0;
+    ioctl(aiPair[1], FIONREAD, &iHave);
+    return static_cast<size_t>(iHave);
+  };
+  const std::string sBytes(fnHave() * 7 / 2, 'x');    // so it takes four times
+  std::thread cReader([&] {
+    for (size_t uLeft = fnHave() + sBytes.size(); uLeft > 0;) {
+      pollfd tEnd = {aiPair[1], POLLRDHUP, 0};
+      poll(&tEnd, 1, 400);
+      const std::string sPart = ReadBytes(aiPair[1], fnHave());
+      if (sPart.empty()) break;
+      uLeft -= sPart.size();
+    }
+  });
+  const auto tStart = std::chrono::steady_clock::now();
+  CHECK(cAdaptor.SendData(sBytes.data(), static_cast<int>(sBytes.size()), 1) == 0);
+  CHECK(std::chrono::steady_clock::now() - tStart >= std::chrono::milliseconds(1500));
+  cAdaptor.Disconnect();
+  cReader.join();
+  close(aiPair[1]);
+}
+
 TEST_CASE("SendData: send() fails") {
   int aiPipe[2];
   REQUIRE(pipe2(aiPipe, O_CLOEXEC) == 0);
