@@ -1,0 +1,174 @@
+"""A call through the TLS tunnel that SECURITY.md describes: its certificates and its configuration of stunnel."""
+import contextlib
+import os
+import re
+import shutil
+import socket
+import subprocess
+import threading
+import unittest
+
+from support import Server, ToolTest, run
+
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+STUNNEL = shutil.which("stunnel4") or "stunnel"
+
+
+def read(*path):
+    with open(os.path.join(SOURCE, *path), encoding="ascii") as file:
+        return file.read()
+
+
+def make_certificates(folder):
+    """Runs the commands of SECURITY.md in a new folder."""
+    os.mkdir(folder)
+    commands = re.search(r"```sh\n(openssl req .*?)```", read("SECURITY.md"), re.S)[1]
+    subprocess.run(["sh", "-ec", commands], cwd=folder, check=True, capture_output=True)
+
+
+class Stunnel:
+    """A stunnel with a configuration of examples/stunnel, on a free port; replacements are [old, new]."""
+
+    def __init__(self, folder, name, *replacements):
+        text = read("examples", "stunnel", name)
+        for old, new in replacements:
+            assert old in text, old
+            text = text.replace(old, new)
+        self.path = os.path.join(folder, name)
+        with open(self.path, "w", encoding="ascii") as file:
+            file.write("syslog = no\ndebug = info\n" + text)
+        self.log = ""
+
+    def __enter__(self):
+        self.process = subprocess.Popen([STUNNEL, self.path], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                        text=True)
+        for line in self.process.stderr:
+            self.log += line
+            if match := re.search(r"bound to 127\.0\.0\.1:(\d+)", line):
+                self.port = int(match[1])
+                break
+        else:
+            self.process.communicate()
+            raise AssertionError(self.log)
+        self.reader = threading.Thread(target=self.read_log)    # a pipe that nobody reads would fill up
+        self.reader.start()
+        return self
+
+    def read_log(self):
+        for line in self.process.stderr:
+            self.log += line
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.reader.join(timeout=60)
+        self.process.communicate(timeout=60)
+
+
+class Wire:
+    """The network between the tunnel's ends: hands bytes on and keeps all of them."""
+
+    def __init__(self, port):
+        self.target = port
+        self.seen = []    # a piece for each direction of each connection
+        self.threads = []
+
+    def __enter__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.start(self.accept)
+        return self
+
+    def start(self, function, *args):
+        self.threads.append(threading.Thread(target=function, args=args))
+        self.threads[-1].start()
+
+    def accept(self):
+        while True:
+            try:
+                near, _ = self.listener.accept()
+            except OSError:    # shut down
+                return
+            self.start(self.carry, near, socket.create_connection(("127.0.0.1", self.target)))
+
+    def carry(self, near, far):
+        with near, far:
+            back = threading.Thread(target=self.pass_on, args=(far, near))
+            back.start()
+            self.pass_on(near, far)
+            back.join()
+
+    def pass_on(self, source, sink):
+        seen = bytearray()
+        self.seen.append(seen)
+        with contextlib.suppress(OSError):    # one of them has gone
+            while piece := source.recv(65536):
+                seen += piece
+                sink.sendall(piece)
+        with contextlib.suppress(OSError):
+            sink.shutdown(socket.SHUT_WR)
+
+    def __exit__(self, *_):
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+        for thread in self.threads:
+            thread.join(timeout=60)
+
+
+class TunnelTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        make_certificates(self.path("ours"))
+        make_certificates(self.path("theirs"))    # of an authority that is not ours
+        self.key = self.path("user.key")
+        self.assert_run(run("key", "make", "--user-key", "TUNNEL-USER", "-o", self.key), 0)
+
+    def call(self, server=(), client=()):
+        """A call through both ends with these replacements besides; returns its result, and leaves the server, both
+        ends and the wire between them."""
+        ours = ("/etc/callorv", self.path("ours"))
+        with Server("--dictionary", self.dictionary, "--echo") as self.server, \
+             Stunnel(self.dir, "server.conf", *server, ours, ("= 7443", "= 127.0.0.1:0"),
+                     ("127.0.0.1:7000", f"127.0.0.1:{self.server.port}")) as self.far, \
+             Wire(self.far.port) as self.wire, \
+             Stunnel(self.dir, "client.conf", *client, ours, ("server.example.com:7443", f"127.0.0.1:{self.wire.port}"),
+                     ("127.0.0.1:7000", "127.0.0.1:0")) as self.near:
+            return run("call", "--dictionary", self.dictionary, "--key-file", self.key, "--server",
+                       f"127.0.0.1:{self.near.port}", "1201", "Quote", "code=SECRET")
+
+    def test_a_call_and_nothing_of_it_is_on_the_wire(self):
+        result = self.call()
+        self.assert_run(result, 0, err="")
+        self.assertIn("[1](code) SECRET\n", result.stdout.decode())
+        self.assertIn(" user=TU********* ", self.server.log)
+        self.assertEqual(len(self.wire.seen), 2)
+        for seen in self.wire.seen:
+            self.assertGreater(len(seen), 1000)
+            for text in (b"QMX-SSP", b"TUNNEL-USER", b"SECRET"):
+                self.assertNotIn(text, seen)
+
+    def refused(self, who, why, **changes):
+        result = self.call(**changes)
+        self.assert_run(result, 1, "")
+        self.assertRegex(result.stderr.decode(), r"\Acallorv: Socket closed\(-9\)")
+        self.assertIn("served 0 calls, 0 errors", self.server.log)
+        self.assertRegex(who().log, why)
+
+    def test_a_server_of_another_authority_gets_no_call(self):
+        theirs = ("/etc/callorv/server.example.com", self.path("theirs/server.example.com"))
+        self.refused(lambda: self.near, "CERT: Pre-verification error", server=[theirs])
+
+    def test_a_server_of_another_name_gets_no_call(self):
+        self.refused(lambda: self.near, "CERT: Subject checks failed",
+                     server=[("/etc/callorv/server.example.com", "/etc/callorv/client-1")])
+
+    def test_a_client_of_another_authority_is_not_let_in(self):
+        self.refused(lambda: self.far, "CERT: Pre-verification error",
+                     client=[("/etc/callorv/client-1", self.path("theirs/client-1"))])
+
+    def test_a_client_without_a_certificate_is_not_let_in(self):
+        self.refused(lambda: self.far, "peer did not return a certificate",
+                     client=[("cert = ", "; cert = "), ("key = ", "; key = ")])
+
+
+if __name__ == "__main__":
+    unittest.main()
