@@ -1,0 +1,120 @@
+// Feeds damaged packets to the library over sockets and prints what it makes of each, as torture/replies.py orders.
+//
+// Standard input has one order a line:
+//   packet LENGTH                  the next LENGTH bytes are the packet that is damaged from now on
+//   keep|close CUT [AT HEX]...     one case: the packet's first CUT bytes, with the bytes HEX instead of those at AT;
+//                                  then the connection stays open (the library waits for no time) or is closed
+// Each case is answered by one line: code, text, the fields, the body's length and its sum, with blanks between them.
+// In texts, what is not printable, the blank, the backslash and '~' are written as \xx; an empty text is ~.
+#include <callorv/adaptor/tcp_adaptor.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "support/peer.h"
+
+namespace {
+
+enum { FITS = 64 * 1024 };    // bytes that a socket surely takes before anybody reads
+
+// An adaptor on a socket that is there already, which it closes.
+class CReader final : public CTcpAdaptor {
+ public:
+  explicit CReader(int p_iSock) { iSock = p_iSock; }
+  ~CReader() override { Disconnect(); }
+};
+
+void Print(const char* p_szText) {
+  if (*p_szText == 0) putchar('~');
+  for (; *p_szText != 0; ++p_szText) {
+    const unsigned char c = static_cast<unsigned char>(*p_szText);
+    if (c > ' ' && c < '~' && c != '\\') {
+      putchar(c);
+    } else {
+      printf("\\%02x", c);
+    }
+  }
+  putchar(' ');
+}
+
+void Print(int p_iRet, const char* p_szText, CAdaptor::T_PacketInfo& p_tInfo) {
+  printf("%d ", p_iRet);
+  Print(p_szText);
+  printf("%d %d %d ", p_tInfo.iSvcNum, p_tInfo.iMsgNum, p_tInfo.iExtra);
+  for (CString* p : {&p_tInfo.sTimeStamp, &p_tInfo.sUserKey, &p_tInfo.sAux13}) Print(p->ToStr());
+  printf("%c ", p_tInfo.bCompressed ? 'Y' : 'N');
+  for (CString* p : {&p_tInfo.sAux8, &p_tInfo.sAux21}) Print(p->ToStr());
+  const unsigned char* pBody = reinterpret_cast<const unsigned char*>(p_tInfo.stBody.GetData());
+  const uint32_t uLen = static_cast<uint32_t>(p_tInfo.stBody.GetSize());
+  uint64_t uSum = 0;    // each byte counts by its place, so that it is quickly adjusted for a byte that changes
+  for (uint32_t i = 0; i < uLen; ++i) uSum += static_cast<uint64_t>(pBody[i]) * (i + 1);
+  printf("%u %llu\n", uLen, static_cast<unsigned long long>(uSum));
+  fflush(stdout);    // the answer is waited for
+}
+
+void Case(const std::string& p_sBytes, bool p_bClose) {
+  int aiSocks[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiSocks) != 0) throw std::runtime_error("no sockets");
+  const int iPeer = aiSocks[0];
+  const auto fnFeed = [&] {
+    WriteAll(iPeer, p_sBytes);
+    if (p_bClose) close(iPeer);
+  };
+  CAdaptor::T_PacketInfo tInfo;
+  const auto fnRead = [&] {
+    CReader cReader(aiSocks[1]);
+    const int iRet = cReader.ReceiveFrom(&tInfo, p_bClose ? 60 : 0);
+    Print(iRet, cReader.GetLastError(), tInfo);
+  };
+  if (p_sBytes.size() <= FITS) {
+    fnFeed();
+    fnRead();
+  } else {
+    if (!p_bClose) throw std::runtime_error("too long for a connection that stays open");
+    std::thread cFeeder(fnFeed);
+    fnRead();
+    cFeeder.join();
+  }
+  if (!p_bClose) close(iPeer);
+}
+
+char Byte(const char* p_szHex) { return static_cast<char>(std::stoi(std::string(p_szHex, 2), nullptr, 16)); }
+
+void Run() {
+  std::string sLine, sPacket;
+  while (std::getline(std::cin, sLine)) {
+    std::istringstream cLine(sLine);
+    std::string sOrder, sHex;
+    size_t uNumber = 0;
+    cLine >> sOrder >> uNumber;
+    if (sOrder == "packet") {
+      sPacket.resize(uNumber);
+      std::cin.read(&sPacket[0], static_cast<std::streamsize>(uNumber));
+      continue;
+    }
+    std::string sBytes(sPacket, 0, uNumber);
+    size_t uAt = 0;
+    while (cLine >> uAt >> sHex) {
+      for (size_t i = 0; i < sHex.size() / 2; ++i) sBytes.at(uAt + i) = Byte(&sHex[2 * i]);
+    }
+    Case(sBytes, sOrder == "close");
+  }
+}
+
+}    // namespace
+
+int main() try {
+  std::ios::sync_with_stdio(false);
+  Run();
+  return 0;
+} catch (const std::exception& cError) {
+  fprintf(stderr, "reply_driver: %s\n", cError.what());
+  return 1;
+}
