@@ -65,11 +65,12 @@ class ManPageTest(ToolTest):
         for name in ("call", "serve", "decode", "dict", "key", "generate"):
             page = man_page("callorv-" + name)
             known = {option for command in COMMANDS for option in options(command)} | {"--help"}
+            known |= {"--cflags", "--libs"}    # of pkg-config
             self.assertEqual(set(re.findall(r"(?<![-\w])--[\w-]+", page)) - known, set())
 
     def test_the_first_steps_work_as_they_stand(self):
         steps = man_page("callorv").split(".SH FIRST STEPS")[1].split(".SH ")[0]
-        dictionary, prepare, serve, call = re.findall(r"\.EX\n(.*?)\.EE\n", steps, re.S)
+        dictionary, prepare, serve, call, reply = re.findall(r"\.EX\n(.*?)\.EE\n", steps, re.S)
         self.write("dictionary.xml", dictionary)
         tools = os.path.join(self.dir, "bin")
         os.mkdir(tools)
@@ -87,8 +88,7 @@ class ManPageTest(ToolTest):
         self.addCleanup(os.chdir, here)
         with Server(*words[2:-2]) as server:    # a free port, as 7000 may be taken
             result = shell(call.replace("7000", str(server.port)))
-        self.assert_run(result, 0, err="")
-        self.assertIn("    [1](code) ABC\n    [2](price) 1.500000000000000e+00\n", result.stdout.decode())
+        self.assert_run(result, 0, reply.replace("\\&", ""), "")
 
 
 class CompletionTest(ToolTest):
