@@ -46,6 +46,12 @@ class CommandTest(ToolTest):
             with self.subTest(args=args):
                 self.assert_run(run(*args), 2, "", f"callorv: {text}\nTry '{command} --help'.\n")
 
+    def test_help_that_cannot_be_written_is_a_failure(self):
+        for args in (["--help"], ["--version"], ["dict", "check", "--help"]):
+            with self.subTest(args=args), open("/dev/full", "wb") as full:
+                result = subprocess.run([COMMAND, *args], stdout=full, stderr=subprocess.PIPE, check=False)
+                self.assert_run(result, 1, err="callorv: standard output cannot be written\n")
+
     def test_every_command_has_help_with_an_example(self):
         for command in COMMANDS:
             result = run(*command.split(), "--help")

@@ -56,6 +56,11 @@ int Failed(const std::string& p_sText) {
   return EXIT_FAILED;
 }
 
+int Done() {
+  std::cout.flush();
+  return std::cout ? EXIT_DONE : Failed("standard output cannot be written");
+}
+
 // Help that leaves out which options go together: the footers and man pages show that.
 class CHelp : public CLI::Formatter {
  public:
@@ -74,10 +79,10 @@ class CHelp : public CLI::Formatter {
 int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
   try {
     p_cApp.parse(p_iArgs, p_apArgs);
-    std::cout.flush();
-    return std::cout ? EXIT_DONE : Failed("standard output cannot be written");
+    return Done();
   } catch (const CLI::Success& cDone) {    // --help, --version
-    return p_cApp.exit(cDone);
+    p_cApp.exit(cDone);
+    return Done();
   } catch (const CLI::RequiredError& cError) {
     return Usage(p_cApp, MissingText(p_cApp, cError));
   } catch (const CLI::ParseError& cError) {
