@@ -12,7 +12,7 @@ namespace {
 
 using Values = std::map<std::string, std::vector<std::string>>;
 
-enum { PIECE = 2047 };
+const size_t s_uPiece = 2047;
 
 std::string Trimmed(const std::string& p_s) {
   const size_t uFirst = p_s.find_first_not_of(" \t\r\n");
@@ -35,7 +35,7 @@ Values ReadModel(const std::string& p_sText) {
   Values cValues;
   for (size_t uAt = 0; uAt < p_sText.size();) {
     const size_t uFeed = p_sText.find('\n', uAt);
-    const size_t uLen = std::min<size_t>(uFeed == std::string::npos ? PIECE : uFeed - uAt + 1, PIECE);
+    const size_t uLen = std::min(uFeed == std::string::npos ? s_uPiece : uFeed - uAt + 1, s_uPiece);
     AddLine(p_sText.substr(uAt, uLen), cValues);
     uAt += uLen;
   }
