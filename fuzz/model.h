@@ -70,9 +70,9 @@ bool IsReadable(const T_ModelMsg& p_cMsg);
 // gone; doubles have 16 digits.
 std::unique_ptr<T_ModelMsg> AsRead(const T_ModelMsg& p_cMsg);
 
-// Writes the message in every form and, if it is readable, reads it again; ends the process when anything differs from
-// what p_cShould says.
-void ExpectRoundTrip(CMsg* p_pMsg, const T_ModelMsg& p_cShould);
+// Writes the message and, if it is readable, reads it again; ends the process when anything differs from what p_cShould
+// says. p_uForm: any number; its bits choose how elements are named, and whether they are indented.
+void ExpectRoundTrip(CMsg* p_pMsg, const T_ModelMsg& p_cShould, unsigned p_uForm);
 
 // p_pMsg->LoadXml, from a copy without a byte behind its NUL. Returns the code of the CException, 0 for none.
 int LoadXml(CMsg* p_pMsg, const std::string& p_sXml);

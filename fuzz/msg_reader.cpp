@@ -9,7 +9,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* p_pData, size_t p_uSize) {
   const CMsgPtr pMsg(MA_NewMsg(0));
   const int iCode = LoadXml(pMsg.get(), sXml);
   if (iCode == 0) {
-    ExpectRoundTrip(pMsg.get(), *ReadModel(pMsg.get()));
+    ExpectRoundTrip(pMsg.get(), *ReadModel(pMsg.get()), static_cast<unsigned>(p_uSize));
     return 0;
   }
   // What was stored before the failure can be read, and the message can be filled again.
