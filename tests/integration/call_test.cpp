@@ -1,9 +1,11 @@
 // Whole calls from C++.
+#include <callorv/callorv.h>
 #include <callorv/callorv.hpp>
 #include <doctest/doctest.h>
 
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -272,6 +274,7 @@ TEST_CASE("every failure of the exchange has its code and text") {
     CString sErr;
     CHECK(CCallOrv::CallServiceCore(7, pIn.get(), pOut.get(), 0, sErr) == tRow.iCode);
     CHECK(sErr.ToStr() == tRow.sText);
+    CHECK(cPeer.Requests().size() == 2);    // nothing is tried again
   }
 }
 
@@ -447,4 +450,28 @@ TEST_CASE("a second set-up whose key file is missing leaves everything as it was
   CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
   CHECK(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr) == 0);
   CHECK(cPeer.LastRequest().Field(55, 20) == "TEST-USER-1         ");
+}
+
+TEST_CASE("the C form of the set-up from values") {
+  std::promise<void> cArrived;
+  CServicePeer cPeer([&](const T_Request&) {
+    cArrived.set_value();
+    return T_Answer{"", true};
+  });
+  SetUp(cPeer.Port());    // reads the dictionary
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("c.key", KeyFile("FROM-C"));
+  const std::string sDic = cDir.Write("empty.xml", "<msg_dictionary/>");
+  CallOrv_Error tErr = {99, "old", 77};
+  CHECK(CallOrv_InitializeEx(sKey.c_str(), sDic.c_str(), "127.0.0.1", cPeer.Port(), 0, &tErr) == 0);
+  CHECK(tErr.iCode == 99);
+  CHECK(tErr.szText == std::string("old"));
+  CHECK(tErr.iRefSvcNum == 77);
+  CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
+  CHECK(CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr) == -3);
+  CHECK(tErr.iCode == -5);
+  CHECK(tErr.szText == std::string("Socket timeout(-8)((recv to=0))"));    // at once, so 0 seconds were taken
+  CHECK(tErr.iRefSvcNum == -1);
+  cArrived.get_future().wait();
+  CHECK(cPeer.LastRequest().Field(55, 20) == "FROM-C              ");
 }
