@@ -80,7 +80,8 @@ CALLORV_API int MSG_SetStr(CMsg* msg, int tag, const char* v);
 /* text: up to 8 characters, by convention YYYYMMDD, kept as they are. Null and "" are ignored (0). */
 CALLORV_API int MSG_SetDate(CMsg* msg, int tag, const char* text);
 /* Takes sub on success, also when it is empty (it is then freed and nothing stored); on a negative code it stays the
- * caller's. A single tag is to be set once: a second sub-message hides the first, which lives as long as msg. */
+ * caller's. After -11 it may be stored and taken all the same: MSG_Destroy(sub), while msg lives, is right either way.
+ * A single tag is to be set once: a second sub-message hides the first, which lives as long as msg. */
 CALLORV_API int MSG_SetSub(CMsg* msg, int tag, CMsg* sub);
 
 /* ---- Getters. On an array tag they give the first element. ---- */
