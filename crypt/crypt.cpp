@@ -11,7 +11,7 @@
 
 using namespace callorv::detail;
 
-static_assert(+CCrypt::BLOCK_SIZE == +SEED_BLOCK);
+static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK);
 
 namespace {
 
@@ -36,7 +36,7 @@ void CCrypt::CreateRoundKey(unsigned long* p_aiRoundKeys) {
 int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
   p_stOut.Clear();
   const int iSize = p_stIn.GetSize();
-  if (iSize % BLOCK_SIZE != 0) {
+  if (iSize % CIPHER_BLOCK != 0) {
     p_sErr = "Input data is corrupted";
     return -1;
   }
@@ -44,25 +44,25 @@ int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
   const T_RoundKeys tKeys;
   auto* pOut = reinterpret_cast<unsigned char*>(p_stOut.GetBuffer(iSize));
   memcpy(pOut, p_stIn.GetData(), static_cast<size_t>(iSize));
-  for (int i = 0; i < iSize; i += BLOCK_SIZE) SeedDecrypt(pOut + i, tKeys.ai);
+  for (int i = 0; i < iSize; i += CIPHER_BLOCK) SeedDecrypt(pOut + i, tKeys.ai);
   const int iPadding = pOut[iSize - 1];
-  p_stOut.ReleaseBuffer(iSize - (iPadding < BLOCK_SIZE ? iPadding : +BLOCK_SIZE));
+  p_stOut.ReleaseBuffer(iSize - (iPadding < CIPHER_BLOCK ? iPadding : +CIPHER_BLOCK));
   return 0;
 }
 
 int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
   p_stOut.Clear();
   const int iSize = p_stIn.GetSize();
-  if (iSize > INT_MAX - 2 * BLOCK_SIZE) {
+  if (iSize > INT_MAX - 2 * CIPHER_BLOCK) {
     p_sErr = "Input data is too long";
     return -1;
   }
-  const int iPadding = BLOCK_SIZE - iSize % BLOCK_SIZE, iOut = iSize + iPadding;
+  const int iPadding = CIPHER_BLOCK - iSize % CIPHER_BLOCK, iOut = iSize + iPadding;
   const T_RoundKeys tKeys;
   auto* pOut = reinterpret_cast<unsigned char*>(p_stOut.GetBuffer(iOut));
   memcpy(pOut, p_stIn.GetData(), static_cast<size_t>(iSize));
   memset(pOut + iSize, iPadding, static_cast<size_t>(iPadding));
-  for (int i = 0; i < iOut; i += BLOCK_SIZE) SeedEncrypt(pOut + i, tKeys.ai);
+  for (int i = 0; i < iOut; i += CIPHER_BLOCK) SeedEncrypt(pOut + i, tKeys.ai);
   p_stOut.ReleaseBuffer(iOut);
   return 0;
 }
@@ -70,7 +70,7 @@ int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
 int CCrypt::DecryptFileToStream(const char* p_szFileName, CStream& p_stOut, CString& p_sErr) {
   if (p_szFileName != nullptr) p_stOut.Clear();
   CStream stFile(0, 512);
-  if (const int iRet = ReadFile(p_szFileName, stFile, p_sErr, BLOCK_SIZE)) return iRet;
+  if (const int iRet = ReadFile(p_szFileName, stFile, p_sErr, CIPHER_BLOCK)) return iRet;
   return DecryptStream(stFile, p_stOut, p_sErr) < 0 ? -7 : 0;
 }
 
@@ -89,8 +89,8 @@ int CCrypt::ExtractUserKey(CStream& p_stFileData, CString& p_sUserKey, CString& 
     p_sErr = "Corrupted UserKey data(checksum)";
     return -2;
   }
-  const int iKeySize = tFile.abIndex[BLOCK_SIZE] != 0 ? 2 * BLOCK_SIZE : +BLOCK_SIZE;
-  CStream stEncrypted(2 * BLOCK_SIZE, 512), stKey(2 * BLOCK_SIZE, 512);
+  const int iKeySize = tFile.abIndex[CIPHER_BLOCK] != 0 ? 2 * CIPHER_BLOCK : +CIPHER_BLOCK;
+  CStream stEncrypted(2 * CIPHER_BLOCK, 512), stKey(2 * CIPHER_BLOCK, 512);
   char* pEncrypted = stEncrypted.GetBuffer(iKeySize);
   for (int i = 0; i < iKeySize; ++i) {
     if (tFile.abIndex[i] == 0) {    // part of the key would be anything

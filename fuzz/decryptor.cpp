@@ -20,7 +20,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* p_pData, size_t p_uSize) {
   CString sErr;
   Fill(stInput, sInput);
 
-  const bool bBlocks = sInput.size() % CCrypt::BLOCK_SIZE == 0;
+  const bool bBlocks = sInput.size() % CCrypt::CIPHER_BLOCK == 0;
   ExpectSame(CCrypt::DecryptStream(stInput, stPlain, sErr), bBlocks ? 0 : -1, "DecryptStream");
   if (!bBlocks) ExpectSame(sErr.ToStr(), "Input data is corrupted", "text of DecryptStream");
   s_cFile.Write(sInput);
@@ -30,17 +30,17 @@ int LLVMFuzzerTestOneInput(const uint8_t* p_pData, size_t p_uSize) {
   if (bBlocks && !sInput.empty()) {
     // Whole blocks of the text give the same blocks again; of the last one, up to 16 bytes were taken off.
     const std::string sPlain = BytesOf(stPlain);
-    const size_t uLast = sInput.size() - CCrypt::BLOCK_SIZE;
+    const size_t uLast = sInput.size() - CCrypt::CIPHER_BLOCK;
     Expect(sPlain.size() >= uLast && sPlain.size() <= sInput.size(), "length of the text");
     ExpectSame(CCrypt::EncryptStream(stPlain, stAgain, sErr), 0, "EncryptStream");
-    const size_t uWhole = sPlain.size() / CCrypt::BLOCK_SIZE * CCrypt::BLOCK_SIZE;
+    const size_t uWhole = sPlain.size() / CCrypt::CIPHER_BLOCK * CCrypt::CIPHER_BLOCK;
     ExpectSame(BytesOf(stAgain).substr(0, uWhole), sInput.substr(0, uWhole), "blocks encrypted again");
   } else {
     ExpectSame(stPlain.GetSize(), 0, "nothing comes out");
   }
 
   ExpectSame(CCrypt::EncryptStream(stInput, stAgain, sErr), 0, "EncryptStream");
-  ExpectSame(stAgain.GetSize(), static_cast<long long>(sInput.size() / CCrypt::BLOCK_SIZE + 1) * CCrypt::BLOCK_SIZE,
+  ExpectSame(stAgain.GetSize(), static_cast<long long>(sInput.size() / CCrypt::CIPHER_BLOCK + 1) * CCrypt::CIPHER_BLOCK,
              "encrypted length");
   ExpectSame(CCrypt::DecryptStream(stAgain, stPlain, sErr), 0, "DecryptStream of what was encrypted");
   ExpectSame(BytesOf(stPlain), sInput, "the text decrypted again");

@@ -96,7 +96,7 @@ void Check(const T_CheckOptions& p_tOptions) {
     T_KeyFile tFile;
     memcpy(&tFile, stFile.GetData(), sizeof(tFile));
     asWarning = Warnings(p_tOptions.sFile, stFile.GetSize(), sKey);
-    cResult["form"] = tFile.abIndex[CCrypt::BLOCK_SIZE] != 0 ? 32 : 16;
+    cResult["form"] = tFile.abIndex[CCrypt::CIPHER_BLOCK] != 0 ? 32 : 16;
     cResult["length"] = sKey.size();
     cResult["warnings"] = asWarning;
     if (p_tOptions.bShow) cResult["key"] = ToUtf8(sKey);

@@ -60,7 +60,7 @@ T_KeyFile MakeKeyFile(const std::string& p_sKey) {
   std::shuffle(std::begin(abPlace), std::end(abPlace), T_Random());
   // What stands behind the end of a list of 16 is never read: it is filler like the rest of the table.
   std::copy_n(abPlace, sizeof(tFile.abIndex), tFile.abIndex);
-  if (stSecret.GetSize() == CCrypt::BLOCK_SIZE) tFile.abIndex[CCrypt::BLOCK_SIZE] = 0;
+  if (stSecret.GetSize() == CCrypt::CIPHER_BLOCK) tFile.abIndex[CCrypt::CIPHER_BLOCK] = 0;
   for (int i = 0; i < stSecret.GetSize(); ++i) {
     tFile.abTable[tFile.abIndex[i]] = static_cast<unsigned char>(stSecret.GetData()[i]);
   }

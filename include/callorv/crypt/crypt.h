@@ -21,7 +21,7 @@ static_assert(sizeof(T_KeyFile) == 4144, "a key file is read as it stands");
 // Any thread; the streams and texts passed belong to one thread at a time.
 class CALLORV_API CCrypt {
  public:
-  enum { BLOCK_SIZE = 16, KEY_FILE_SIZE = sizeof(T_KeyFile) };
+  enum { CIPHER_BLOCK = 16, KEY_FILE_SIZE = sizeof(T_KeyFile) };
 
   // Fills p_aiRoundKeys (32 words, caller's) with the round keys of the built-in key; each fits in 32 bits.
   static void CreateRoundKey(unsigned long* p_aiRoundKeys);
