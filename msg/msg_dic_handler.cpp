@@ -1,7 +1,7 @@
 // Turns the elements of a dictionary file into message and tag definitions.
 #include "msg/msg_dic_handler.h"
 
-#include <cstring>
+#include <initializer_list>
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/Attributes.hpp>
@@ -42,12 +42,27 @@ class CFileSource : public LocalFileInputSource {
   CString m_sPath;
 };
 
-// The attributes of an element by local name, narrowed. p_fn(name, value) is called in document order.
-template <class F>
-void ForEachAttribute(const Attributes& p_cAttrs, F p_fn) {
+// Whether a local name, narrowed, is this one.
+bool IsNarrowName(const XMLCh* p_szWide, const char* p_sz) {
+  for (; *p_sz != 0; ++p_szWide, ++p_sz) {
+    if (static_cast<char>(*p_szWide) != *p_sz) return false;
+  }
+  return static_cast<char>(*p_szWide) == 0;
+}
+
+// Some attributes of an element, by local name. Of one that stands there twice, in two name spaces, the last counts.
+struct T_Wanted {
+  const char* szName;
+  CString& sValue;
+};
+void GetAttributes(const Attributes& p_cAttrs, std::initializer_list<T_Wanted> p_atWanted) {
   for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
-    const CNarrow cName(p_cAttrs.getLocalName(i));
-    p_fn(cName.Text(), CNarrow(p_cAttrs.getValue(i)).Text());
+    const XMLCh* szName = p_cAttrs.getLocalName(i);
+    for (const T_Wanted& tWanted : p_atWanted) {
+      if (!IsNarrowName(szName, tWanted.szName)) continue;
+      tWanted.sValue = CNarrow(p_cAttrs.getValue(i)).Text();
+      break;
+    }
   }
 }
 
@@ -90,12 +105,7 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
     case 2: {
       if (!IsName(p_szLocalName, "msg")) ThrowUnknown("element", p_szLocalName);
       CString sNo, sName, sVer, sHash;
-      ForEachAttribute(p_cAttrs, [&](const char* p_szName, const char* p_szValue) {
-        if (strcmp(p_szName, "no") == 0) sNo = p_szValue;
-        if (strcmp(p_szName, "name") == 0) sName = p_szValue;
-        if (strcmp(p_szName, "ver") == 0) sVer = p_szValue;
-        if (strcmp(p_szName, "hash") == 0) sHash = p_szValue;
-      });
+      GetAttributes(p_cAttrs, {{"no", sNo}, {"name", sName}, {"ver", sVer}, {"hash", sHash}});
       m_iMsgNum = sNo.ToInt();
       m_pDic->SetMsgInfo(m_iMsgNum, sName, sVer, sHash);
       break;
@@ -104,12 +114,7 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
       if (IsName(p_szLocalName, "constraint")) break;
       if (!IsName(p_szLocalName, "tag")) ThrowUnknown("child element", p_szLocalName);
       CString sNo, sName, sType, sArray("N");
-      ForEachAttribute(p_cAttrs, [&](const char* p_szName, const char* p_szValue) {
-        if (strcmp(p_szName, "no") == 0) sNo = p_szValue;
-        if (strcmp(p_szName, "name") == 0) sName = p_szValue;
-        if (strcmp(p_szName, "type") == 0) sType = p_szValue;
-        if (strcmp(p_szName, "array") == 0) sArray = p_szValue;
-      });
+      GetAttributes(p_cAttrs, {{"no", sNo}, {"name", sName}, {"type", sType}, {"array", sArray}});
       m_pDic->SetMsgDetail(m_iMsgNum, sNo.ToInt(), sName, sType, sArray);
       break;
     }

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "support/child.h"
+#include "support/descriptors.h"
 #include "support/parser_leaks.h"
 #include "unit/msg/test_dic.h"
 
@@ -423,6 +424,7 @@ TEST_CASE("loading a dictionary without memory fails with its code, and the next
   for (const std::string& sPath : {cDir.Write("dic.xml", sXml), cDir.Write("dic.exml", Text(stEncrypted))}) {
     CAPTURE(sPath);
     CTexts asSeen;
+    const long iOpen = OpenDescriptors();
     ForEachFailure([&](CFailAlloc& p_cFail) {
       CMsgDic cDic;
       T_Thrown tThrown;
@@ -434,6 +436,7 @@ TEST_CASE("loading a dictionary without memory fails with its code, and the next
       if (p_cFail.HasFailed()) asSeen.insert(tThrown.sText);
       if (!p_cFail.HasFailed()) CHECK(cDic.GetMsgInfo(1)->IsDefinedTag(1));
     });
+    CHECK(OpenDescriptors() == iOpen);
     CHECK(Say(asSeen) ==
           Say(CTexts{"InitDictionary(XMLParser out of memory)", "InitDictionary(Handler error : (CMsgInfo))",
                      "InitDictionary(Handler error : (CTagInfo))"}));
