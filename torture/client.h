@@ -16,13 +16,6 @@
 #include "support/client_files.h"
 #include "support/temp_file.h"
 
-// The sanitizers hold freed memory back, so that what is in use cannot be told.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool MEMORY_IS_KNOWN = false;
-#else
-constexpr bool MEMORY_IS_KNOWN = true;
-#endif
-
 inline bool IsQuick(int p_iArgs, char** p_pszArgs) { return p_iArgs > 1 && strcmp(p_pszArgs[1], "--quick") == 0; }
 
 inline long OpenDescriptors() {
@@ -32,12 +25,13 @@ inline long OpenDescriptors() {
 // The files that the process is set up from; gone at the end.
 class CClient {
  public:
-  CClient()
+  explicit CClient(const std::string& p_sDictionary = ClientDictionary())
       : m_sKey(m_cDir.Write("user.key", KeyFile("TEST-USER-1"))),
-        m_sDictionary(m_cDir.Write("dictionary.xml", ClientDictionary())),
+        m_sDictionary(m_cDir.Write("dictionary.xml", p_sDictionary)),
         m_sNext(m_sDictionary) {}
 
   const std::string& Dictionary() const { return m_sDictionary; }
+  const std::string& Key() const { return m_sKey; }
   const CTempDir& Dir() const { return m_cDir; }
 
   // Calls go to this port of 127.0.0.1 from now on. Again: nothing new for the dictionary, which keeps what it has.
@@ -82,11 +76,12 @@ class CServer {
 // The ways a call can end under the server's faults and without a server. Everything else is wrong.
 enum E_End {
   END_REPLY, END_REJECT, END_CHECKSUM, END_ZLIB, END_CLOSED, END_RESET, END_SILENCE, END_CUT_OFF, END_REFUSED, END_SEND,
-  END_WRONG, ENDS
+  END_SELECT, END_SEND_STOPPED, END_WRONG, ENDS
 };
 inline const char* EndName(int p_iEnd) {
-  static const char* const s_szaNames[ENDS] = {"reply",   "reject",  "checksum", "zlib", "closed", "reset",
-                                               "silence", "cut off", "refused",  "send", "wrong"};
+  static const char* const s_szaNames[ENDS] = {"reply",   "reject",  "checksum", "zlib",        "closed",       "reset",
+                                               "silence", "cut off", "refused",  "send failed", "wait stopped",
+                                               "send stopped", "wrong"};
   return s_szaNames[p_iEnd];
 }
 
@@ -133,6 +128,9 @@ inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, 
       {-3, "Failed in connect()(-5)((connect))", END_REFUSED},
       {-4, "Failed in send()(-6)((send errno=32,Broken pipe))", END_SEND},
       {-4, "Failed in send()(-6)((send errno=104,Connection reset by peer))", END_SEND},
+      {-5, "Failed in select()(-10)((recv errno=4,Interrupted system call))", END_SELECT},
+      {-4, "Failed in select()(-10)((send errno=4,Interrupted system call))", END_SELECT},
+      {-4, "Failed in send()(-6)((send errno=4,Interrupted system call))", END_SEND_STOPPED},
   };
   for (const T_Text& tText : s_atTexts) {
     if (iRet == -3 && cErr.GetCode() == tText.iCode && sErr.compare(0, strlen(tText.szBegin), tText.szBegin) == 0) {

@@ -1,7 +1,5 @@
 // 64 threads that call a server which plays faults: every reply belongs to its request, every fault shows as itself and
 // as often as it was played, and no descriptor and no memory is left over.
-#include <malloc.h>
-
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "client.h"
+#include "memory.h"
 #include "tally.h"
 
 namespace {
@@ -60,9 +59,12 @@ class CRound {
     p_cClient.SetUp(m_cServer.Port(), p_iTimeOut);
   }
 
-  void Run(int p_iCallsEach) {
+  // Every other thread sends texts of p_uLong bytes, which are compressed.
+  void Run(int p_iCallsEach, size_t p_uLong) {
     std::vector<std::thread> cThreads;
-    for (int i = 0; i < THREADS; ++i) cThreads.emplace_back([=] { CallOften(i, p_iCallsEach); });
+    for (int i = 0; i < THREADS; ++i) {
+      cThreads.emplace_back([=] { CallOften(i, p_iCallsEach, i % 2 ? p_uLong : 0); });
+    }
     for (std::thread& cThread : cThreads) cThread.join();
     m_lCalls += static_cast<long>(THREADS) * p_iCallsEach;
     const Counts alExpected = Expected(m_atFaults, m_lCalls);
@@ -88,10 +90,10 @@ class CRound {
     return asNames;
   }
 
-  void CallOften(int p_iThread, int p_iCalls) {
+  void CallOften(int p_iThread, int p_iCalls, size_t p_uLen) {
     for (int iCall = 0; iCall < p_iCalls; ++iCall) {
       const std::string sWho = "thread " + std::to_string(p_iThread) + " call " + std::to_string(iCall);
-      const std::string sText = sWho + ':' + std::string(p_iThread % 2 ? 3000 : 0, '.');    // every other compressed
+      const std::string sText = sWho + ':' + std::string(p_uLen, '.');
       std::string sWhat;
       const E_End eEnd = EchoCall(p_iThread, sText, iCall, sWhat);
       const std::lock_guard<std::mutex> cLock(m_cMutex);
@@ -101,27 +103,23 @@ class CRound {
   }
 };
 
-long long BytesInUse() {
-  const struct mallinfo2 tInfo = mallinfo2();
-  return static_cast<long long>(tInfo.uordblks) + static_cast<long long>(tInfo.hblkhd);
-}
-
 int Threads(bool p_bQuick) {
   CTally cTally("threads");
   CClient cClient;
   {
     CRound cRound(cClient, cTally, s_atFast, 60);
-    cRound.Run(20);    // so that what is kept between calls is there
+    // Documents that take so long to read that all that is kept between calls is in use at some moment.
+    cRound.Run(20, 200000);
     const long lDescriptors = OpenDescriptors();
     const long long lBytes = BytesInUse();
-    cRound.Run(p_bQuick ? 80 : 1900);
+    cRound.Run(p_bQuick ? 80 : 1900, 3000);
     fprintf(stderr, "threads: descriptors %ld, %ld before; bytes %lld, %lld before\n", OpenDescriptors(), lDescriptors,
             BytesInUse(), lBytes);
     cTally.Case(OpenDescriptors() == lDescriptors, "descriptors are left over");
     if (MEMORY_IS_KNOWN) cTally.Case(BytesInUse() - lBytes <= LEFT_OVER, "memory is left over");
   }
   const long lDescriptors = OpenDescriptors();
-  CRound(cClient, cTally, s_atSlow, 5).Run(p_bQuick ? 10 : 100);
+  CRound(cClient, cTally, s_atSlow, 5).Run(p_bQuick ? 10 : 100, 3000);
   cTally.Case(OpenDescriptors() == lDescriptors, "descriptors are left over by calls that time out");
   return cTally.End();
 }
