@@ -2,6 +2,7 @@
 #include "msg/msg_dic_handler.h"
 
 #include <initializer_list>
+#include <memory>
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/Attributes.hpp>
@@ -28,18 +29,34 @@ struct T_Wide {
   T_Wide& operator=(const T_Wide&) = delete;
 };
 
+// Reads from a stream that somebody else owns.
+class CBorrowedStream : public BinInputStream {
+ public:
+  explicit CBorrowedStream(BinInputStream& p_cOwned) : m_cOwned(p_cOwned) {}
+  XMLFilePos curPos() const override { return m_cOwned.curPos(); }
+  XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
+    return m_cOwned.readBytes(p_pOut, p_uMost);
+  }
+  const XMLCh* getContentType() const override { return m_cOwned.getContentType(); }
+
+ private:
+  BinInputStream& m_cOwned;
+};
+
 // A local file, opened by the bytes of its name: nothing that looks like a URL reaches the network, and a name that the
-// locale cannot express still opens.
+// locale cannot express still opens. The open file stays the source's, as the parser loses its stream when it has no memory
+// for its reader.
 class CFileSource : public LocalFileInputSource {
  public:
   explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz), m_sPath(p_szPath) {}
   BinInputStream* makeStream() const override {
-    auto pStream = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
-    return pStream->getIsOpen() ? pStream.release() : nullptr;
+    m_pFile = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
+    return m_pFile->getIsOpen() ? new CBorrowedStream(*m_pFile) : nullptr;
   }
 
  private:
   CString m_sPath;
+  mutable std::unique_ptr<BinFileInputStream> m_pFile;
 };
 
 // Whether a local name, narrowed, is this one.
