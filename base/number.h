@@ -46,12 +46,6 @@ inline double ParseDouble(const char* p_sz, size_t p_iLen) {
 // "%d": at most 11 characters, no NUL; returns the end.
 inline char* FormatInt(char* p_p, int p_i) { return std::to_chars(p_p, p_p + 11, p_i).ptr; }
 
-// "%.15e": at most 23 characters, no NUL; returns the end.
-enum { DOUBLE_CHARS = 24 };
-inline char* FormatDouble(char* p_p, double p_d) {
-  return std::to_chars(p_p, p_p + DOUBLE_CHARS, p_d, std::chars_format::scientific, 15).ptr;
-}
-
 }    // namespace callorv::detail
 
 #endif

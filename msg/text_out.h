@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/double_text.h"
 #include "base/number.h"
 #include "callorv/base/stream.h"
 #include "callorv/base/str.h"

@@ -1,4 +1,5 @@
 // Numbers to text and back.
+#include "base/double_text.h"
 #include "base/number.h"
 
 #include <doctest/doctest.h>
