@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <string_view>
 
 #include "base/number.h"
 
@@ -80,13 +81,25 @@ class CFieldReader {
   }
 
   void Text(E_Field p_eField, CString& p_sOut) const {    // with its padding; a NUL ends it
-    const T_Field& tField = s_atFields[p_eField];
-    const char* pText = m_pIn + tField.iAt;
-    p_sOut.Set(pText, static_cast<int>(strnlen(pText, static_cast<size_t>(tField.iWidth))));
+    const std::string_view sText = Field(p_eField);
+    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
+  }
+
+  void TrimmedText(E_Field p_eField, CString& p_sOut) const {
+    std::string_view sText = Field(p_eField);
+    const size_t uFirst = std::min(sText.find_first_not_of(s_szBlanks), sText.size());
+    sText = sText.substr(uFirst, sText.find_last_not_of(s_szBlanks) + 1 - uFirst);
+    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
   }
 
  private:
+  static constexpr char s_szBlanks[] = " \t\r\n";
   const char* m_pIn;
+
+  std::string_view Field(E_Field p_eField) const {
+    const T_Field& tField = s_atFields[p_eField];
+    return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};
+  }
 };
 
 void SetTimeStamp(CString& p_sOut) {
@@ -234,8 +247,7 @@ int CTcpAdaptor::ReadPacket(READ p_fnRead, T_PacketInfo* p_pInfo) {
     p_pInfo->iMsgNum = cHeader.Number(MESSAGE);
     p_pInfo->iExtra = cHeader.Number(EXTRA);
     cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp);
-    cHeader.Text(USER_KEY, p_pInfo->sUserKey);
-    p_pInfo->sUserKey.Trim();
+    cHeader.TrimmedText(USER_KEY, p_pInfo->sUserKey);
     cHeader.Text(AUX13, p_pInfo->sAux13);
     p_pInfo->bCompressed = szHeader[s_atFields[COMPRESSED].iAt] == 'Y';
     cHeader.Text(AUX8, p_pInfo->sAux8);
