@@ -19,6 +19,7 @@
 #include "callorv/base/exception.h"
 #include "callorv/msg/error.h"
 #include "msg/kept.h"
+#include "msg/reader_memory.h"
 
 namespace callorv::detail {
 
@@ -35,7 +36,12 @@ class CPanic : public PanicHandler {
 };
 CPanic s_cPanic;
 
-using CReaderPtr = std::unique_ptr<SAX2XMLReader>;
+// A reader with the memory that it stands in.
+struct T_Reader {
+  CReaderMemory cMemory;
+  std::unique_ptr<SAX2XMLReader> pSax{XMLReaderFactory::createXMLReader(&cMemory)};
+};
+using CReaderPtr = std::unique_ptr<T_Reader>;
 
 CReaderPtr NewReader() {
   static const std::pair<const XMLCh*, bool> s_atFeature[] = {
@@ -45,14 +51,14 @@ CReaderPtr NewReader() {
       // nothing outside the document is ever opened
       {XMLUni::fgXercesLoadExternalDTD, false},     {XMLUni::fgXercesDisableDefaultEntityResolution, true},
   };
-  CReaderPtr pReader(XMLReaderFactory::createXMLReader());
-  for (const auto& tFeature : s_atFeature) pReader->setFeature(tFeature.first, tFeature.second);
+  auto pReader = std::make_unique<T_Reader>();
+  for (const auto& tFeature : s_atFeature) pReader->pSax->setFeature(tFeature.first, tFeature.second);
   return pReader;
 }
 
 // Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
 // an initialisation of the parser, so that no reader outlives the parser's tables.
-CKept<SAX2XMLReader, 16> s_cKept;
+CKept<T_Reader, 16> s_cKept;
 std::atomic<int> s_iInits{0};
 
 CReaderPtr TakeReader() {
@@ -95,16 +101,9 @@ bool IsParserReady() { return XMLPlatformUtils::fgMemoryManager != nullptr && !s
 
 void TerminateParser() {
   if (--s_iInits == 0) {
-    while (SAX2XMLReader* pReader = s_cKept.Take()) delete pReader;
+    while (T_Reader* pReader = s_cKept.Take()) delete pReader;
   }
   XMLPlatformUtils::Terminate();
-}
-
-void CNarrow::Grow(const XMLCh* p_sz) {
-  const XMLSize_t iLen = XMLString::stringLen(p_sz);
-  m_pFar.reset(new char[iLen + 1]);
-  m_p = m_pFar.get();
-  for (XMLSize_t i = 0; i <= iLen; ++i) m_p[i] = static_cast<char>(p_sz[i]);
 }
 
 int CXmlHandler::Enter() {
@@ -146,16 +145,17 @@ void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName,
 XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepReader) {
   SecurityManager cBounds;
   CReaderPtr pReader = p_bKeepReader ? TakeReader() : NewReader();
-  pReader->setContentHandler(this);
-  pReader->setErrorHandler(this);
-  pReader->setLexicalHandler(this);
-  pReader->setDeclarationHandler(this);
+  SAX2XMLReader& cSax = *pReader->pSax;
+  cSax.setContentHandler(this);
+  cSax.setErrorHandler(this);
+  cSax.setLexicalHandler(this);
+  cSax.setDeclarationHandler(this);
   if (m_tUse.bDoctype) {
     cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
-    pReader->setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
+    cSax.setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
   }
-  pReader->parse(p_cSource);
-  const XMLSize_t iErrors = pReader->getErrorCount();
+  cSax.parse(p_cSource);
+  const XMLSize_t iErrors = cSax.getErrorCount();
   // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
   if (p_bKeepReader && iErrors == 0 && !m_bPrefixes) KeepReader(std::move(pReader));
   return iErrors;

@@ -2,8 +2,10 @@
 #ifndef CALLORV_MSG_XML_READER_H
 #define CALLORV_MSG_XML_READER_H
 
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <string>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
@@ -17,15 +19,21 @@ void InitializeParser();
 void TerminateParser();
 bool IsParserReady();    // whether anybody has initialised it
 
-// Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit. Short texts stay on the stack.
+// Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit or p_uLen. Short texts stay on the
+// stack.
 class CNarrow {
  public:
-  explicit CNarrow(const XMLCh* p_sz) : m_p(m_szNear) {
-    for (int i = 0; i <= SIZE; ++i) {
-      m_szNear[i] = static_cast<char>(p_sz[i]);
-      if (p_sz[i] == 0) return;
+  explicit CNarrow(const XMLCh* p_sz) : CNarrow(p_sz, std::char_traits<XMLCh>::length(p_sz)) {}
+  CNarrow(const XMLCh* p_p, XMLSize_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
+    char* p = m_p;
+    for (; p_uLen >= STEP; p_uLen -= STEP, p_p += STEP, p += STEP) {
+      T_Units tUnits;
+      memcpy(&tUnits, p_p, sizeof(tUnits));
+      const T_Bytes tBytes = __builtin_convertvector(tUnits, T_Bytes);
+      memcpy(p, &tBytes, sizeof(tBytes));
     }
-    Grow(p_sz);
+    for (; p_uLen > 0; --p_uLen) *p++ = static_cast<char>(*p_p++);
+    *p = 0;
   }
   CNarrow(const CNarrow&) = delete;
   CNarrow& operator=(const CNarrow&) = delete;
@@ -34,12 +42,17 @@ class CNarrow {
   const char* Text() const { return m_p; }    // a NUL behind; a unit whose low byte is 0 gives one inside
 
  private:
-  enum { SIZE = 512 };
+  enum { SIZE = 512, STEP = 8 };
+  using T_Units [[gnu::vector_size(2 * STEP)]] = unsigned short;
+  using T_Bytes [[gnu::vector_size(STEP)]] = unsigned char;
   char m_szNear[SIZE + 1];
   std::unique_ptr<char[]> m_pFar;
   char* m_p;
 
-  void Grow(const XMLCh* p_sz);
+  char* Far(XMLSize_t p_uLen) {
+    m_pFar.reset(new char[p_uLen + 1]);
+    return m_pFar.get();
+  }
 };
 
 // What the two users of the parser do differently.

@@ -1,0 +1,75 @@
+// Memory of one reader of the parser.
+#ifndef CALLORV_MSG_READER_MEMORY_H
+#define CALLORV_MSG_READER_MEMORY_H
+
+#include <cstddef>
+#include <utility>
+#include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+
+namespace callorv::detail {
+
+// What the reader gives back is kept for it in lists by size, as every document asks for the same again: fifty blocks
+// and one of 164 KB for the shortest. It holds what its longest document needed at once, and gives all of it back when
+// it goes. Like its reader, it serves one thread at a time. Blocks come from the memory manager that the parser was
+// initialised with.
+class CReaderMemory final : public xercesc::MemoryManager {
+ public:
+  CReaderMemory() = default;
+  ~CReaderMemory() override {
+    for (T_Block* pFirst : m_apFree) {
+      while (pFirst != nullptr) Source()->deallocate(std::exchange(pFirst, pFirst->pNext));
+    }
+  }
+  CReaderMemory(const CReaderMemory&) = delete;
+  CReaderMemory& operator=(const CReaderMemory&) = delete;
+
+  // An exception may outlive the reader.
+  xercesc::MemoryManager* getExceptionMemoryManager() override { return Source(); }
+
+  void* allocate(XMLSize_t p_uSize) override {
+    const unsigned uClass = p_uSize <= LARGEST ? ClassOf(static_cast<unsigned>(p_uSize)) : +CLASSES;
+    if (uClass < CLASSES) {
+      T_Block*& pFirst = m_apFree[uClass];
+      if (pFirst != nullptr) return std::exchange(pFirst, pFirst->pNext) + 1;
+      p_uSize = SizeOf(uClass);
+    }
+    auto* pBlock = static_cast<T_Block*>(Source()->allocate(sizeof(T_Block) + p_uSize));
+    pBlock->uClass = uClass;
+    return pBlock + 1;
+  }
+
+  void deallocate(void* p_p) override {
+    if (p_p == nullptr) return;
+    T_Block* pBlock = static_cast<T_Block*>(p_p) - 1;
+    if (pBlock->uClass == CLASSES) {
+      Source()->deallocate(pBlock);
+    } else {
+      pBlock->pNext = std::exchange(m_apFree[pBlock->uClass], pBlock);
+    }
+  }
+
+  // The size classes: 64 bytes, then four to each doubling. Longer blocks than the largest are not kept.
+  enum { SMALLEST = 64, LARGEST = 256 * 1024, CLASSES = 1 + 4 * 12 };
+  static unsigned ClassOf(unsigned p_uSize) {
+    if (p_uSize <= SMALLEST) return 0;
+    const unsigned uBit = 31u - static_cast<unsigned>(__builtin_clz(p_uSize - 1));
+    return (uBit - 6) * 4 + ((p_uSize - 1) >> (uBit - 2) & 3) + 1;
+  }
+  static unsigned SizeOf(unsigned p_uClass) {
+    return p_uClass == 0 ? +SMALLEST : (5 + (p_uClass - 1) % 4) << ((p_uClass - 1) / 4 + 4);
+  }
+
+ private:
+  struct alignas(std::max_align_t) T_Block {    // its bytes stand behind it
+    T_Block* pNext;
+    unsigned uClass;
+  };
+  T_Block* m_apFree[CLASSES] = {};
+
+  static xercesc::MemoryManager* Source() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
+};
+
+}    // namespace callorv::detail
+
+#endif
