@@ -34,9 +34,11 @@ class CChainIndex {
   NODE* m_apLast[CHAINS] = {};
 };
 
-// Tag numbers are not negative as a rule, but a negative one must not leave the table either.
+// Tag numbers are not negative as a rule, but a negative one must not leave the table either. Hash keys are powers of two as
+// a rule, and then no division is needed.
 inline unsigned ChainOf(int p_iTag, int p_iHashKey) {
-  return static_cast<unsigned>(p_iTag) % static_cast<unsigned>(p_iHashKey);
+  const unsigned uTag = static_cast<unsigned>(p_iTag), uKey = static_cast<unsigned>(p_iHashKey);
+  return (uKey & (uKey - 1)) == 0 ? uTag & (uKey - 1) : uTag % uKey;
 }
 
 template <class NODE>
@@ -46,25 +48,17 @@ NODE* FindInChain(NODE* p_pHead, const CChainIndex<NODE>* p_pIndex, int p_iTag) 
   return p_pHead;
 }
 
-enum E_Twice { KEEP_FIRST, ALLOW_TWICE };
-
-// Puts what p_fnNew() gives at the end of its chain and returns it (null when that gives null); with KEEP_FIRST, a node that
-// has the tag already is returned instead. p_pIndex is made when the chain has become long, and given up when there is no
-// memory for it: everything works without, only slower.
-template <E_Twice TWICE, class NODE, class F>
+// Puts what p_fnNew() gives at the end of its chain and returns it (null when that gives null). p_pIndex is made when the
+// chain has become long, and given up when there is no memory for it: everything works without, only slower.
+template <class NODE, class F>
 NODE* AddToChain(NODE* (&p_apHead)[CHAINS], CChainIndex<NODE>*& p_pIndex, int p_iHashKey, int p_iTag, F p_fnNew) {
   const unsigned iChain = ChainOf(p_iTag, p_iHashKey);
   NODE** ppEnd = &p_apHead[iChain];
   int iSteps = 0;
   if (p_pIndex != nullptr) {
-    if constexpr (TWICE == KEEP_FIRST) {
-      if (NODE* pFound = p_pIndex->Find(p_iTag)) return pFound;
-    }
     if (p_pIndex->Last(iChain) != nullptr) ppEnd = &p_pIndex->Last(iChain)->m_pNext;
   } else {
-    for (; *ppEnd != nullptr; ppEnd = &(*ppEnd)->m_pNext, ++iSteps) {
-      if (TWICE == KEEP_FIRST && (*ppEnd)->m_iTagNum == p_iTag) return *ppEnd;
-    }
+    for (; *ppEnd != nullptr; ppEnd = &(*ppEnd)->m_pNext) ++iSteps;
   }
   NODE* pNode = p_fnNew();
   if (pNode == nullptr) return nullptr;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 #include "base/number.h"
@@ -12,13 +13,12 @@
 using namespace callorv::detail;
 
 static_assert(CMsg::SLOTS == CHAINS);
-
 // ---- life
 
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
     : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
       m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
-      m_pOwner(nullptr), m_iCells(0), m_bInArena(false) {
+      m_pOwner(nullptr), m_iCells(0), m_bInArena(false), m_bHolds(false) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
 }
@@ -81,22 +81,27 @@ T_MsgExtra& CMsgOps::Extra(CMsg& p_cMsg) {
   return *p_cMsg.m_pExtra;
 }
 
-CMsgValue* CMsgOps::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+CMsgValue* CMsgOps::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  CArena* pArena = Arena(p_cMsg);
+  void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
+  if (p == nullptr) return nullptr;
+  ++p_cMsg.m_iCells;
+  if (p_cTag.m_bArray || p_cTag.m_eType == TAG_SUBMSG) p_cMsg.m_bHolds = true;
+  auto* pNew = new (p) CMsgValue;
+  pNew->m_iTagNum = p_cTag.m_iTagNum;
+  pNew->m_eType = p_cTag.m_eType;
+  pNew->m_bMulti = p_cTag.m_bArray;
+  return pNew;
+}
+
+CMsgValue* CMsgOps::AddCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  const int iHashKey = p_cMsg.m_pMsgInfo->GetHashKey();
   CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
-  const CMsgInfo& cMsgInfo = *p_cMsg.m_pMsgInfo;
-  const int iTag = p_cTag.m_iTagNum;
-  CMsgValue* pCell = AddToChain<KEEP_FIRST>(
-      p_cMsg.m_apSlot, pIndex, cMsgInfo.GetHashKey(), iTag, [&]() -> CMsgValue* {
-        CArena* pArena = Arena(p_cMsg);
-        void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
-        if (p == nullptr) return nullptr;
-        ++p_cMsg.m_iCells;
-        auto* pNew = new (p) CMsgValue;
-        pNew->m_iTagNum = iTag;
-        pNew->m_eType = p_cTag.m_eType;
-        pNew->m_bMulti = p_cTag.m_bArray;
-        return pNew;
-      });
+  CMsgValue*& pHead = p_cMsg.m_apSlot[ChainOf(p_cTag.m_iTagNum, iHashKey)];
+  if (pHead == nullptr && pIndex == nullptr) return pHead = NewCell(p_cMsg, p_cTag);    // as a rule
+
+  CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, iHashKey, p_cTag.m_iTagNum,
+                                [&] { return NewCell(p_cMsg, p_cTag); });
   if (p_cMsg.m_pExtra != nullptr) {
     p_cMsg.m_pExtra->pIndex = pIndex;
   } else if (pIndex != nullptr) {
@@ -142,7 +147,7 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
     p_pCell->~CMsgValue();
   };
   delete std::exchange(p_cMsg.m_pChildren, nullptr);
-  TakeCells(p_cMsg, fnFree);
+  if (p_cMsg.m_bHolds) TakeCells(p_cMsg, fnFree);
   if (T_MsgExtra* pExtra = std::exchange(p_cMsg.m_pExtra, nullptr)) {
     for (CMsgValue* p = pExtra->pAbandoned; p != nullptr;) fnFree(std::exchange(p, p->m_pNext));
     for (CMsg* pSub : pExtra->apReplaced) fnList(pSub);
@@ -164,29 +169,22 @@ void CMsgOps::Free(CMsg* p_pMsg) {
 
 // ---- checks
 
-int CMsgOps::CheckTag(CMsg& p_cMsg, int p_iTag, const CTagInfo*& p_pTag) {
-  const auto fnFail = [&](int p_iCode) {
-    return p_cMsg.Fail(p_iCode, "msgnum=%d, tagnum=%d", p_cMsg.m_iMsgNum, p_iTag);
-  };
-  if (p_cMsg.m_pMsgInfo == nullptr) return fnFail(MSG_UNDEF_MSG);
-  if (p_iTag < 0) return fnFail(MSG_UNDEF_TAG);
-  p_pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
-  return p_pTag != nullptr ? 0 : fnFail(MSG_UNDEF_TAG);
+int CMsgOps::FailTag(CMsg& p_cMsg, int p_iTag) {
+  return p_cMsg.Fail(p_cMsg.m_pMsgInfo == nullptr ? MSG_UNDEF_MSG : MSG_UNDEF_TAG, "msgnum=%d, tagnum=%d",
+                     p_cMsg.m_iMsgNum, p_iTag);
 }
 
-int CMsgOps::CheckType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine) {
-  if (p_eHas == p_eWanted) return 0;
+int CMsgOps::FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine) {
   return p_cMsg.Fail(MSG_TAG_TYPE, "Line:%d, tagnum=%d,type=(%s/%s)", p_iLine, p_iTag,
                      CTagInfo::ReprType(p_eHas).ToStr(), CTagInfo::ReprType(p_eWanted).ToStr());
 }
 
-int CMsgOps::FindSet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine, CMsgValue*& p_pCell) {
-  const CTagInfo* pTag = nullptr;
-  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
-  p_pCell = GetHashBag(p_cMsg, p_iTag);
-  if (p_pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
-  if (const int iRet = CheckType(p_cMsg, p_iTag, p_pCell->m_eType, p_eType, p_iLine)) return iRet;
-  return p_pCell->m_bSet ? 0 : p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
+int CMsgOps::FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine) {
+  if (FindTag(p_cMsg, p_iTag) == nullptr) return FailTag(p_cMsg, p_iTag);
+  const CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
+  if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
+  if (pCell->m_eType != p_eType) return FailType(p_cMsg, p_iTag, pCell->m_eType, p_eType, p_iLine);
+  return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
 }
 
 // ---- access
@@ -212,14 +210,25 @@ const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
 }
 
 template <class T, class VALUE>
-int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value) {
+const char* CMsgOps::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
+  if constexpr (std::is_same_v<VALUE, T_Text>) {
+    if (p_Value.iLen >= static_cast<int>(sizeof(CString))) p_cMsg.m_bHolds = true;    // it does not fit into its object
+  }
+  return ValueTraits<T>::Store(*p_cMsg.m_pArena, p_cCell, p_Value);
+}
+
+template <class T, class VALUE>
+int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
   using V = ValueTraits<T>;
-  const CTagInfo* pTag = nullptr;
-  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
-  if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet)) return iRet;
-  CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : V::Store(*p_cMsg.m_pArena, *pCell, p_Value);
+  CMsgValue* pCell = FindCell(p_cMsg, p_iTag, V::eType);
+  if (pCell == nullptr) {
+    const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
+    if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
+    if (pTag->m_eType != V::eType) return FailType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet);
+    pCell = SetHashBag(p_cMsg, *pTag);
+    if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+  }
+  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : StoreSingle<T>(p_cMsg, *pCell, p_Value);
   if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
   pCell->m_bSet = true;
   p_cMsg.m_bEmpty = false;
@@ -231,8 +240,8 @@ int CMsgOps::Get(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
   using V = ValueTraits<T>;
   if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
   V::Clear(*p_pOut);
-  CMsgValue* pCell = nullptr;
-  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGet, pCell)) return iRet;
+  CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
+  if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGet);
   if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
   auto* pArray = V::ArrayOf(*pCell);
   if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
@@ -245,8 +254,8 @@ int CMsgOps::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
   using V = ValueTraits<T>;
   if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
   V::Clear(*p_pOut);
-  CMsgValue* pCell = nullptr;
-  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetAt, pCell)) return iRet;
+  CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
+  if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetAt);
   if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
   auto* pArray = V::ArrayOf(*pCell);
   if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
@@ -265,8 +274,8 @@ int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
   if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
   p_pOut->RemoveAll();
   if constexpr (V::eType == TAG_SUBMSG) p_pOut->SetAdoptFlag(false);
-  CMsgValue* pCell = nullptr;
-  if (const int iRet = FindSet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetArr, pCell)) return iRet;
+  CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
+  if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetArr);
   if (!pCell->m_bMulti) {
     T Value{};
     if (!V::Load(*pCell, Value)) return FailNull(p_cMsg, p_iTag);
@@ -280,8 +289,7 @@ int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
 }
 
 int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
-  const CTagInfo* pTag = nullptr;
-  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
+  if (FindTag(p_cMsg, p_iTag) == nullptr) return FailTag(p_cMsg, p_iTag);
   CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
   if (!pCell->m_bSet) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
@@ -306,9 +314,9 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     delete p_pSub;
     return 0;
   }
-  const CTagInfo* pTag = nullptr;
-  if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
-  if (const int iRet = CheckType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet)) return iRet;
+  const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
+  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
+  if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
   bool bTwice = p_pSub->m_pOwner != nullptr || p_pSub == &p_cMsg;
   if (p_pSub->m_pChildren != nullptr || p_pSub->m_pExtra != nullptr) {    // only then can it contain this message
     for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
@@ -362,8 +370,7 @@ CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
 template <class T, class VALUE>
 void CMsgOps::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
   if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays
-  const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value)
-                                       : ValueTraits<T>::Store(*p_cMsg.m_pArena, p_cCell, p_Value);
+  const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value) : StoreSingle<T>(p_cMsg, p_cCell, p_Value);
   if (szWhy != nullptr) throw CException(szWhy, MSG_MEMORY);
   p_cCell.m_bSet = true;
 }

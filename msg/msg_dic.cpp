@@ -2,6 +2,7 @@
 #include "callorv/msg/msg_dic.h"
 
 #include <new>
+#include <utility>
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
@@ -45,6 +46,7 @@ CMsgDic::~CMsgDic() {
     delete pMsg;
     pMsg = nullptr;
   }
+  CArena::FreeList(std::exchange(m_pArena, nullptr));
   for (; m_iParserInits > 0; --m_iParserInits) TerminateParser();
   CArena::DropKept();
 }
@@ -54,7 +56,10 @@ void CMsgDic::SetMsgInfo(int p_iMsgNum, const CString& p_sName, const CString& p
   CMsgInfo*& pMsg = m_apMsg[p_iMsgNum];
   if (pMsg != nullptr) throw CException(MSG_DUP_MSG, "msgnum=%d,msgname=%s", p_iMsgNum, p_sName.ToStr());
   try {
+    if (m_pArena == nullptr) m_pArena = CArena::Make(0);
+    if (m_pArena == nullptr) throw std::bad_alloc();
     pMsg = new CMsgInfo(p_iMsgNum, p_sName.ToStr(), p_sVer.ToStr(), p_sHash.ToInt());
+    pMsg->m_pArena = m_pArena;
   } catch (const std::bad_alloc&) {
     throw CException("(CMsgInfo)", MSG_MEMORY);
   }

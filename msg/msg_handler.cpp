@@ -1,6 +1,7 @@
 // Turns the elements of a message document into stored values.
 #include "msg/msg_handler.h"
 
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -34,8 +35,7 @@ const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
 
 MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
     : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0),
-      m_pCurrentTag(nullptr), m_pRootMsg(p_pMsg),
-      m_pCurrentMsg(p_pMsg), m_apMsgInfo(false) {
+      m_pCurrentTag(nullptr), m_pRootMsg(p_pMsg), m_pCurrentMsg(p_pMsg) {
   if (p_pMsg == nullptr || p_pDic == nullptr) {
     throw CException(MSG_NULL, "MsgHandler::MsgHandler - Parameter is NULL(%p,%p)", static_cast<void*>(p_pMsg),
                      static_cast<void*>(p_pDic));
@@ -73,37 +73,44 @@ void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
   if (pMsgInfo == nullptr) throw CException(MSG_XML, "Unknown msgno(%d)", m_iMsgNum);
   m_pRootMsg->Init(m_iMsgNum, 0, 0);
   m_pRootMsg->SetVer(sVer);
-  m_apMsgInfo.Add(pMsgInfo);
+  m_atOpen[1] = {nullptr, nullptr, pMsgInfo};
 }
 
 // The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
-const CTagInfo* MsgHandler::Resolve(const char* p_szName, int p_iDepth, const T_TagTexts& p_tTexts) const {
-  const auto* pMsgInfo = static_cast<const CMsgInfo*>(m_apMsgInfo.GetAt(p_iDepth - 2));
+const CTagInfo* MsgHandler::Resolve(const XMLCh* p_szWide, int p_iDepth, const T_TagTexts& p_tTexts) const {
+  const CNarrow cName(p_szWide);
+  const char* szName = cName.Text();
+  const CMsgInfo* pMsgInfo = InfoAt(p_iDepth);
   int iTag = -1;
   if (m_bByName) {
-    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(p_szName);
-    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", p_tTexts.szWhere, p_szName);
+    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(szName);
+    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", p_tTexts.szWhere, szName);
   } else {
-    if (*p_szName != 't' && *p_szName != 'a') {
-      throw CException(MSG_XML, "Unknown %s %s(%s)", p_tTexts.szWhere, p_tTexts.szNoNumber, p_szName);
+    if (*szName != 't' && *szName != 'a') {
+      throw CException(MSG_XML, "Unknown %s %s(%s)", p_tTexts.szWhere, p_tTexts.szNoNumber, szName);
     }
-    iTag = ParseInt32(p_szName + 1);
+    iTag = ParseInt32(szName + 1);
   }
   const CTagInfo* pTag = pMsgInfo != nullptr ? pMsgInfo->GetTagInfo(iTag) : nullptr;
-  if (pTag == nullptr) throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", p_tTexts.szWhere, p_szName, iTag);
+  if (pTag == nullptr) throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", p_tTexts.szWhere, szName, iTag);
   return pTag;
 }
 
 void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
                               const Attributes& p_cAttrs) {
-  const CNarrow cName(p_szLocalName);
   const int iDepth = Enter();
   if (iDepth == 1) {
-    StartRoot(cName.Text(), p_cAttrs);
+    StartRoot(CNarrow(p_szLocalName).Text(), p_cAttrs);
     return;
   }
-  const CTagInfo* pTag = Resolve(cName.Text(), iDepth, s_tStart);
-  m_atOpen[iDepth] = {p_szLocalName, pTag};
+  const CMsgInfo* pMsgInfo = InfoAt(iDepth);
+  const auto uAddress = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p_szLocalName));
+  T_Known& tKnown = m_atKnown[uAddress * 0x9E3779B1u >> 27];    // odd, without a pattern in its bits
+  if (tKnown.szName != p_szLocalName || tKnown.pMsgInfo != pMsgInfo) {
+    tKnown = {p_szLocalName, pMsgInfo, Resolve(p_szLocalName, iDepth, s_tStart)};
+  }
+  const CTagInfo* pTag = tKnown.pTag;
+  m_atOpen[iDepth] = {p_szLocalName, pTag, nullptr};
   m_iCurrentTag = pTag->m_iTagNum;
   m_pCurrentTag = pTag;
   if (pTag->m_eType != TAG_SUBMSG) return;
@@ -111,13 +118,13 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
   m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(pTag->m_iTagNum);
   if (m_pCurrentMsg == nullptr) throw CException(MSG_XML, "(MakeSubMsgEntry) failed(%d)", pTag->m_iTagNum);
   const int iSubMsg = m_pCurrentMsg->GetMsgNum();
-  CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
+  const CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
   if (pSubInfo == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
-  m_apMsgInfo.Add(pSubInfo);
+  m_atOpen[iDepth].pInside = pSubInfo;
 }
 
-void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t) {
-  CNarrow cText(p_szText);
+void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen) {
+  CNarrow cText(p_szText, p_uLen);
   char* pFirst = cText.Text();
   while (IsBlank(*pFirst)) ++pFirst;
   char* pEnd = pFirst + strlen(pFirst);
@@ -134,9 +141,8 @@ void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName
   // The parser hands out one and the same name at both ends of an element.
   const T_Open& tOpen = m_atOpen[iDepth];
   const CTagInfo* pTag =
-      tOpen.szName == p_szLocalName ? tOpen.pTag : Resolve(CNarrow(p_szLocalName).Text(), iDepth, s_tEnd);
+      tOpen.szName == p_szLocalName ? tOpen.pTag : Resolve(p_szLocalName, iDepth, s_tEnd);
   if (pTag->m_eType != TAG_SUBMSG) return;
   m_pCurrentMsg = m_pCurrentMsg->GetParent();
   m_pCurrentTag = nullptr;
-  m_apMsgInfo.RemoveLast();
 }

@@ -2,7 +2,6 @@
 #ifndef CALLORV_MSG_MSG_HANDLER_H
 #define CALLORV_MSG_MSG_HANDLER_H
 
-#include "callorv/base/ptr_array.h"
 #include "callorv/msg/msg.h"
 #include "msg/xml_reader.h"
 
@@ -24,6 +23,13 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   struct T_Open {       // an open element
     const XMLCh* szName;
     const CTagInfo* pTag;
+    const CMsgInfo* pInside;    // definition for the elements inside it; null: none are known
+  };
+  // An element's name as the parser hands it out, one and the same for all elements of that name, and what it means.
+  struct T_Known {
+    const XMLCh* szName;
+    const CMsgInfo* pMsgInfo;
+    const CTagInfo* pTag;
   };
 
   CMsgDic* m_pDic;
@@ -33,11 +39,12 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   const CTagInfo* m_pCurrentTag;    // its definition in the current message, null where that is to be looked up
   CMsg* m_pRootMsg;
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
-  CPtrArray m_apMsgInfo;      // entry k: definition for the elements at depth k + 2; owns none
+  T_Known m_atKnown[32] = {};        // by address of the name
   T_Open m_atOpen[MAX_DEPTH + 1];    // by depth
 
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
-  const CTagInfo* Resolve(const char* p_szName, int p_iDepth, const T_TagTexts& p_tTexts) const;
+  const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_atOpen[p_iDepth - 1].pInside : nullptr; }
+  const CTagInfo* Resolve(const XMLCh* p_szWide, int p_iDepth, const T_TagTexts& p_tTexts) const;
 
   static const T_TagTexts s_tStart, s_tEnd;
 };

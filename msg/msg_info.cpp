@@ -29,12 +29,19 @@ CMsgInfo::CMsgInfo() noexcept : CMsgInfo(0, "", "", 0) {}
 CMsgInfo::CMsgInfo(int p_iMsgNum, const char* p_szName, const char* p_szVer, int p_iHashKey)
     : m_iMsgNum(p_iMsgNum), m_sName(p_szName), m_sVer(p_szVer),
       m_iHashKey(p_iHashKey >= 1 && p_iHashKey <= BUCKETS ? p_iHashKey : +BUCKETS), m_apBucket(),
-      m_cNameMap(NAME_BUCKETS), m_pIndex(nullptr), m_iCellBytes(0) {}
+      m_cNameMap(NAME_BUCKETS), m_pIndex(nullptr), m_iCellBytes(0), m_pArena(nullptr) {}
 
 CMsgInfo::~CMsgInfo() {
   delete m_pIndex;
   for (CTagInfo* p : m_apBucket) {
-    while (p != nullptr) delete std::exchange(p, p->m_pNext);
+    while (p != nullptr) {
+      CTagInfo* pTag = std::exchange(p, p->m_pNext);
+      if (m_pArena != nullptr) {
+        pTag->~CTagInfo();
+      } else {
+        delete pTag;
+      }
+    }
   }
 }
 
@@ -71,8 +78,11 @@ void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType
   try {
     m_aTagOrder.Add(p_iTagNum);
     m_cNameMap.Set(p_szName, p_iTagNum, false);
-    AddToChain<ALLOW_TWICE>(m_apBucket, m_pIndex, m_iHashKey, p_iTagNum, [&] {
-      return new CTagInfo(p_iTagNum, p_szName, p_eType, p_iSubMsg, p_bArray);
+    AddToChain(m_apBucket, m_pIndex, m_iHashKey, p_iTagNum, [&] {
+      if (m_pArena == nullptr) return new CTagInfo(p_iTagNum, p_szName, p_eType, p_iSubMsg, p_bArray);
+      void* p = m_pArena->Allocate(sizeof(CTagInfo));
+      if (p == nullptr) throw std::bad_alloc();
+      return new (p) CTagInfo(p_iTagNum, p_szName, p_eType, p_iSubMsg, p_bArray);
     });
   } catch (const std::bad_alloc&) {
     throw CException("(CTagInfo)", MSG_MEMORY);

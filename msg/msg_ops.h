@@ -31,7 +31,12 @@ struct CMsgOps {
         p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
   }
   // The tag's cell; a new one, of the tag's type, when there was none. Null when there is no memory for it.
-  static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
+  static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+    CMsgValue* pCell = GetHashBag(p_cMsg, p_cTag.m_iTagNum);
+    return pCell != nullptr ? pCell : AddCell(p_cMsg, p_cTag);
+  }
+  static CMsgValue* AddCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // where there is none
+  static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
   // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers, and its arena
@@ -43,17 +48,35 @@ struct CMsgOps {
   // Moves the cells to where nothing but the destructor finds them.
   static void Abandon(CMsg& p_cMsg);
 
-  // ---- checks: 0, or the code whose text was kept
-  static int CheckTag(CMsg& p_cMsg, int p_iTag, const CTagInfo*& p_pTag);
-  static int CheckType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
-  // For getters: the tag's cell, which has a value.
-  static int FindSet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine, CMsgValue*& p_pCell);
+  // ---- checks
+  // The tag's definition; null when there is none or the message has none: FailTag says which.
+  static const CTagInfo* FindTag(const CMsg& p_cMsg, int p_iTag) {
+    const CMsgInfo* pMsgInfo = p_cMsg.m_pMsgInfo;
+    if (pMsgInfo == nullptr || p_iTag < 0) return nullptr;
+    return callorv::detail::FindInChain(
+        pMsgInfo->m_apBucket[callorv::detail::ChainOf(p_iTag, pMsgInfo->m_iHashKey)], pMsgInfo->m_pIndex, p_iTag);
+  }
+  // The tag's cell if it has one of this type. Such a tag is defined, and so it is on the usual way not looked up.
+  static CMsgValue* FindCell(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
+    if (p_cMsg.m_pMsgInfo == nullptr || p_iTag < 0) return nullptr;
+    CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
+    return pCell != nullptr && pCell->m_eType == p_eType ? pCell : nullptr;
+  }
+  // For getters: the tag's cell, which has a value of this type; null when there is no such cell: FailGet says why.
+  static CMsgValue* FindSet(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
+    CMsgValue* pCell = FindCell(p_cMsg, p_iTag, p_eType);
+    return pCell != nullptr && pCell->m_bSet ? pCell : nullptr;
+  }
+  // What went wrong, as code; its text is kept. Apart from the checks, which are on every value's way.
+  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag);
+  [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
+  [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
   static int FailNull(CMsg& p_cMsg, int p_iTag) { return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,NULL", p_iTag); }
 
   // ---- access
   // T: the type whose line number the texts print; VALUE: what is passed for it.
   template <class T, class VALUE>
-  static int Set(CMsg& p_cMsg, int p_iTag, const VALUE& p_Value);
+  static int Set(CMsg& p_cMsg, int p_iTag, VALUE p_Value);
   template <class T>
   static int Get(CMsg& p_cMsg, int p_iTag, T* p_pOut);
   template <class T>
@@ -81,6 +104,9 @@ struct CMsgOps {
   // array has an element.
   template <class T, class VALUE>
   static const char* Append(CMsgValue& p_cCell, const VALUE& p_Value);
+  // Stores into a cell that is no array; as ValueTraits<T>::Store.
+  template <class T, class VALUE>
+  static const char* StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value);
   template <class T, class VALUE>
   static void StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value);
 };

@@ -1,4 +1,6 @@
 // The three text forms of a message.
+#include <cstddef>
+#include <memory_resource>
 #include <vector>
 
 #include "callorv/base/stream.h"
@@ -56,7 +58,9 @@ struct CMsgWalk {
   template <class FORM>
   static void Run(const CMsg& p_cTop, int p_iDepth, FORM&& p_cForm) {
     if (p_iDepth == 1) p_cForm.Head(p_cTop);
-    std::vector<T_Place> aPlace;
+    std::byte abNear[16 * sizeof(T_Place)];    // messages nested up to eight deep need no memory but this
+    std::pmr::monotonic_buffer_resource cMemory(abNear, sizeof(abNear));
+    std::pmr::vector<T_Place> aPlace(&cMemory);
     aPlace.push_back({&p_cTop});
     for (;;) {
       T_Place& tPlace = aPlace.back();

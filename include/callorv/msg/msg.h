@@ -241,6 +241,7 @@ class CALLORV_API CMsg : public CLastError {
   CMsg* m_pOwner;                           // the message that frees this one; Init clears m_pParent, but not this
   int m_iCells;                             // in the slots
   bool m_bInArena;                          // it was read into its parent
+  bool m_bHolds;                            // its cells may hold what is not in the arena
 
   friend struct CMsgOps;
 };

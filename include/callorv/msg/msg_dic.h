@@ -14,7 +14,7 @@ class CALLORV_API CMsgDic : public CLastError {
   // Set once any dictionary has been loaded without error. For callers; the library does not read it.
   static bool m_bLoaded;
 
-  constexpr CMsgDic() noexcept : m_apMsg(), m_iParserInits(0) {}
+  constexpr CMsgDic() noexcept : m_apMsg(), m_iParserInits(0), m_pArena(nullptr) {}
   // Frees every definition and gives back each initialisation of the XML parser that InitDictionary made.
   ~CMsgDic();
 
@@ -64,6 +64,7 @@ class CALLORV_API CMsgDic : public CLastError {
  private:
   CMsgInfo* m_apMsg[SLOTS];
   int m_iParserInits;    // how often this dictionary initialised the parser
+  callorv::detail::CArena* m_pArena;    // where the tags' definitions stand
 };
 
 // The one dictionary of the process. Never null. It is destroyed when the library is unloaded and must outlive

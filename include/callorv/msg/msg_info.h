@@ -10,6 +10,7 @@
 class CStream;
 namespace callorv {
 namespace detail {
+class CArena;
 template <class NODE>
 class CChainIndex;
 }
@@ -62,7 +63,9 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CIntHash m_cNameMap;
   callorv::detail::CChainIndex<CTagInfo>* m_pIndex;    // made once a bucket's chain grows long
   unsigned m_iCellBytes;                               // what the cells of a message with every tag set need
+  callorv::detail::CArena* m_pArena;                   // the dictionary's, in which the tags stand; null without one
 
+  friend class CMsgDic;
   friend struct CMsgOps;
 };
 
