@@ -45,7 +45,8 @@ void Measure(benchmark::State& p_cState, int p_iBatch, F p_fn) {
 }
 
 // Library and floor in turn, each going first every other round; both functions return the nanoseconds that p_iBatch
-// operations took. The ratio is the median of the rounds' ratios: a disturbance that is longer than a round hits both sides of it alike.
+// operations took. The ratio is the median of the rounds' ratios: a disturbance that is longer than a round hits both
+// sides of it alike.
 template <class FLOOR, class LIBRARY>
 void CompareTimes(benchmark::State& p_cState, int p_iBatch, FLOOR p_fnFloor, LIBRARY p_fnLibrary) {
   std::vector<double> adFloor, adLibrary, adRatio;

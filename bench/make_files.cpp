@@ -21,7 +21,8 @@ int main(int p_iArgs, char** p_aszArg) try {
   const std::string sFolder = p_aszArg[1];
   Write(sFolder + "/user.key", KeyFile("BENCH-USER"));
   Write(sFolder + "/dictionary.xml", PayloadDictionary());
-  Write(sFolder + "/client.cfg", "msg_dic = " + sFolder + "/dictionary.xml\nkey_file = " + sFolder +
+  Write(sFolder + "/service.xml", ServiceDictionary());
+  Write(sFolder + "/client.cfg", "msg_dic = " + sFolder + "/service.xml\nkey_file = " + sFolder +
                                      "/user.key\nserver = 127.0.0.1 1\n");
   return 0;
 } catch (const std::exception& cError) {

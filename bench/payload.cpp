@@ -26,16 +26,21 @@ std::string Message(int p_iMsg, int p_iHash, int p_iTags, const char* (*p_fnType
   return sOut + "  </msg>\n";
 }
 
-}    // namespace
-
-std::string PayloadDictionary() {
-  const auto fnInteger = [](int) { return "integer"; };
-  return s_szXmlHead + Message(REQUEST_MSG, 16, 10, TypeWord) +
+std::string ServiceMessages() {
+  return Message(REQUEST_MSG, 16, 10, TypeWord) +
          "  <msg no=\"1102\" name=\"Reply\" ver=\"1.0\" hash=\"16\">\n"
          "    <tag no=\"1\" name=\"Code\" type=\"integer\" />\n"
          "    <tag no=\"16\" name=\"Rows\" type=\"m1103\" array=\"Y\" />\n  </msg>\n" +
-         Message(ROW_MSG, 16, 4, TypeWord) + Message(FIELDS_MSG, 32, FIELDS, TypeWord) +
-         Message(BUCKET_MSG, 1, BUCKET_TAGS, fnInteger) + s_szXmlTail;
+         Message(ROW_MSG, 16, 4, TypeWord);
+}
+
+}    // namespace
+
+std::string ServiceDictionary() { return s_szXmlHead + ServiceMessages() + s_szXmlTail; }
+
+std::string PayloadDictionary() {
+  return s_szXmlHead + ServiceMessages() + Message(FIELDS_MSG, 32, FIELDS, TypeWord) +
+         Message(BUCKET_MSG, 1, BUCKET_TAGS, [](int) { return "integer"; }) + s_szXmlTail;
 }
 
 std::string LongDictionary(int p_iMsgs, int p_iTags) {

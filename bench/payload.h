@@ -34,8 +34,10 @@ inline void Expect(int p_iRet, const char* p_szWhat) {
   if (p_iRet != 0) throw std::runtime_error(std::string(p_szWhat) + ": " + std::to_string(p_iRet));
 }
 
-// The dictionary of these messages. FIELDS_MSG has five strings, integers, doubles and bools in turn; BUCKET_MSG has
-// BUCKET_TAGS integers, all in one hash chain.
+// The dictionary of the request, the reply and its row.
+std::string ServiceDictionary();
+// The dictionary of all these messages. FIELDS_MSG has five strings, integers, doubles and bools in turn; BUCKET_MSG
+// has BUCKET_TAGS integers, all in one hash chain.
 std::string PayloadDictionary();
 // A dictionary of messages 1 to p_iMsgs, each of p_iTags tags.
 std::string LongDictionary(int p_iMsgs, int p_iTags);

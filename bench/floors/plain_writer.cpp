@@ -6,8 +6,8 @@
 std::string WritePlainly(const std::vector<T_Row>& p_atRow) {
   char szText[128];
   std::string sOut;
-  snprintf(szText, sizeof(szText), "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"%d\" ver=\"%s\">", REPLY_MSG,
-           "");
+  snprintf(szText, sizeof(szText), "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"%d\" ver=\"%s\">",
+           REPLY_MSG, "");
   sOut.append(szText);
   for (const T_Row& tRow : p_atRow) {
     snprintf(szText, sizeof(szText), "<t%d>", ROWS_TAG);
