@@ -895,7 +895,8 @@ std::vector<T_Start> Starts(const T_Files& p_tFiles, int p_iPort) {
   for (const std::string& sDic : {p_tFiles.sPlain, p_tFiles.sEncrypted}) {
     const std::string sHow = sDic == p_tFiles.sPlain ? ", plain" : ", encrypted";
     const std::string sConfig = sDic == p_tFiles.sPlain ? "dic.xml.cfg" : "dic.exml.cfg";
-    const CTexts asParser = {"XMLParser out of memory", "Unknown reason"};
+    const CTexts asParser = {"XMLParser out of memory", "Unknown reason",
+                             "Could not load a local code page transcoder"};
     CTexts asDic = {"XMLParser out of memory", "Handler error : (CMsgInfo)", "Handler error : (CTagInfo)"};
     if (sDic == p_tFiles.sEncrypted) {
       asDic.push_back("Handler error : File cannot be open(DIR/dic.exml)");
@@ -935,7 +936,7 @@ std::vector<std::string> ExportedCFunctions() {
   return asFunction;
 }
 
-enum { QUICK_STEP = 61 };    // of the allocations of an initialisation, of which there are thousands
+enum { QUICK_STEP = 31 };    // of the allocations of an initialisation, of which there are thousands
 
 }    // namespace
 

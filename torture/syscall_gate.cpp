@@ -88,7 +88,7 @@ void CSyscallGate::Disarm() {
 }
 int CSyscallGate::GetCount(E_Call p_eCall) { return s_aiCount[p_eCall]; }
 
-#define REAL(FUNCTION) Real(#FUNCTION, &FUNCTION)
+#define REAL(FUNCTION) ([] { static const auto s_fn = Real(#FUNCTION, &FUNCTION); return s_fn; }())
 
 #pragma GCC visibility push(default)
 extern "C" {

@@ -60,7 +60,7 @@ struct T_Row {
   const char* szSays;   // {n} stands for the errno, {t} for its text
 };
 const int LAST = 1 << 30;
-const size_t QUICK_CASES = 500;    // of one target, about
+const size_t QUICK_CASES = 1500;    // of one target, about
 
 struct T_Target {
   std::string sName;
@@ -358,8 +358,7 @@ std::vector<T_Target> StartTargets(const T_Files& p_tFiles) {
            "'DIR/dic.xml') 0"},
           {CALL_FREAD, 3, 3, FAULT_ERRNO, 0,
            "-2 error 0 InitDictionary(Handler error : [F] (L:0, C:0) : unable to read data from file) 0"},
-          {CALL_FREAD, 3, 3, FAULT_NONE, 0,
-           "-2 error 0 InitDictionary(Handler error : [F]DIR/dic.xml (L:1, C:1) : invalid document structure) 0"},
+          {CALL_FREAD, 3, 3, FAULT_NONE, 0, GOOD},    // the parser asks again
           {CALL_FREAD, 4, 4, FAULT_ERRNO, 0,    // all is read already, but the parser has not seen the end yet
            "-2 error 0 InitDictionary(Handler error : [F]DIR/dic.xml (L:30, C:1) : unable to read data from file) 0"},
           {CALL_FREAD, 4, 4, FAULT_NONE, 0, GOOD},
@@ -385,7 +384,7 @@ std::vector<T_Target> StartTargets(const T_Files& p_tFiles) {
 
 void RunTarget(CChildren& p_cChildren, const T_Target& p_tTarget) {
   const std::vector<T_Case> atCase = CasesOf(p_tTarget);
-  // Quick: at most a few hundred of each, so not every errno with every call of the longest.
+  // Quick: not every errno with every call of the longest.
   const int iStep = p_cChildren.IsQuick() ? 1 + static_cast<int>(atCase.size() / QUICK_CASES) : 1;
   if (iStep > 1) fprintf(stderr, "syscalls: of the next, one case in %d\n", iStep);
   p_cChildren.Run(p_tTarget.sName, iStep, p_tTarget.iBatch, [&, iStep] {
