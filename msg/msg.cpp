@@ -94,11 +94,12 @@ CMsgValue* CMsgOps::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   return pNew;
 }
 
-CMsgValue* CMsgOps::AddCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+CMsgValue* CMsgOps::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   const int iHashKey = p_cMsg.m_pMsgInfo->GetHashKey();
   CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
   CMsgValue*& pHead = p_cMsg.m_apSlot[ChainOf(p_cTag.m_iTagNum, iHashKey)];
   if (pHead == nullptr && pIndex == nullptr) return pHead = NewCell(p_cMsg, p_cTag);    // as a rule
+  if (CMsgValue* pFound = FindInChain(pHead, pIndex, p_cTag.m_iTagNum)) return pFound;
 
   CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, iHashKey, p_cTag.m_iTagNum,
                                 [&] { return NewCell(p_cMsg, p_cTag); });

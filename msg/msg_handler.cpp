@@ -96,6 +96,20 @@ const CTagInfo* MsgHandler::Resolve(const XMLCh* p_szWide, int p_iDepth, const T
   return pTag;
 }
 
+// Resolve at the start of an element, but once for all elements of a name.
+const CTagInfo* MsgHandler::Lookup(const XMLCh* p_szWide, int p_iDepth) {
+  const CMsgInfo* pMsgInfo = InfoAt(p_iDepth);
+  const auto uAddress = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p_szWide));
+  unsigned uAt = uAddress * 0x9E3779B1u >> 27;    // odd, without a pattern in its bits
+  for (int i = 0; i < 4 && m_atKnown[uAt].szName != nullptr; ++i, uAt = (uAt + 1) % KNOWN) {
+    const T_Known& tKnown = m_atKnown[uAt];
+    if (tKnown.szName == p_szWide && tKnown.pMsgInfo == pMsgInfo) return tKnown.pTag;
+  }
+  const CTagInfo* pTag = Resolve(p_szWide, p_iDepth, s_tStart);
+  m_atKnown[uAt] = {p_szWide, pMsgInfo, pTag};
+  return pTag;
+}
+
 void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
                               const Attributes& p_cAttrs) {
   const int iDepth = Enter();
@@ -103,13 +117,7 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
     StartRoot(CNarrow(p_szLocalName).Text(), p_cAttrs);
     return;
   }
-  const CMsgInfo* pMsgInfo = InfoAt(iDepth);
-  const auto uAddress = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p_szLocalName));
-  T_Known& tKnown = m_atKnown[uAddress * 0x9E3779B1u >> 27];    // odd, without a pattern in its bits
-  if (tKnown.szName != p_szLocalName || tKnown.pMsgInfo != pMsgInfo) {
-    tKnown = {p_szLocalName, pMsgInfo, Resolve(p_szLocalName, iDepth, s_tStart)};
-  }
-  const CTagInfo* pTag = tKnown.pTag;
+  const CTagInfo* pTag = Lookup(p_szLocalName, iDepth);
   m_atOpen[iDepth] = {p_szLocalName, pTag, nullptr};
   m_iCurrentTag = pTag->m_iTagNum;
   m_pCurrentTag = pTag;

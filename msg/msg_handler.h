@@ -31,6 +31,7 @@ class MsgHandler : public callorv::detail::CXmlHandler {
     const CMsgInfo* pMsgInfo;
     const CTagInfo* pTag;
   };
+  enum { KNOWN = 32 };
 
   CMsgDic* m_pDic;
   int m_iMsgNum;              // the root's "no"
@@ -39,11 +40,12 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   const CTagInfo* m_pCurrentTag;    // its definition in the current message, null where that is to be looked up
   CMsg* m_pRootMsg;
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
-  T_Known m_atKnown[32] = {};        // by address of the name
+  T_Known m_atKnown[KNOWN] = {};     // by address of the name
   T_Open m_atOpen[MAX_DEPTH + 1];    // by depth
 
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
   const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_atOpen[p_iDepth - 1].pInside : nullptr; }
+  const CTagInfo* Lookup(const XMLCh* p_szWide, int p_iDepth);
   const CTagInfo* Resolve(const XMLCh* p_szWide, int p_iDepth, const T_TagTexts& p_tTexts) const;
 
   static const T_TagTexts s_tStart, s_tEnd;

@@ -31,11 +31,7 @@ struct CMsgOps {
         p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
   }
   // The tag's cell; a new one, of the tag's type, when there was none. Null when there is no memory for it.
-  static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-    CMsgValue* pCell = GetHashBag(p_cMsg, p_cTag.m_iTagNum);
-    return pCell != nullptr ? pCell : AddCell(p_cMsg, p_cTag);
-  }
-  static CMsgValue* AddCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // where there is none
+  static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent

@@ -25,15 +25,13 @@ class CNarrow {
  public:
   explicit CNarrow(const XMLCh* p_sz) : CNarrow(p_sz, std::char_traits<XMLCh>::length(p_sz)) {}
   CNarrow(const XMLCh* p_p, XMLSize_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
-    char* p = m_p;
-    for (; p_uLen >= STEP; p_uLen -= STEP, p_p += STEP, p += STEP) {
-      T_Units tUnits;
-      memcpy(&tUnits, p_p, sizeof(tUnits));
-      const T_Bytes tBytes = __builtin_convertvector(tUnits, T_Bytes);
-      memcpy(p, &tBytes, sizeof(tBytes));
+    if (p_uLen >= STEP) {
+      for (XMLSize_t i = 0; i + STEP < p_uLen; i += STEP) NarrowStep(p_p + i, m_p + i);
+      NarrowStep(p_p + p_uLen - STEP, m_p + p_uLen - STEP);    // overlaps the one before it
+    } else {
+      for (XMLSize_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
     }
-    for (; p_uLen > 0; --p_uLen) *p++ = static_cast<char>(*p_p++);
-    *p = 0;
+    m_p[p_uLen] = 0;
   }
   CNarrow(const CNarrow&) = delete;
   CNarrow& operator=(const CNarrow&) = delete;
@@ -49,6 +47,12 @@ class CNarrow {
   std::unique_ptr<char[]> m_pFar;
   char* m_p;
 
+  static void NarrowStep(const XMLCh* p_p, char* p_pOut) {
+    T_Units tUnits;
+    memcpy(&tUnits, p_p, sizeof(tUnits));
+    const T_Bytes tBytes = __builtin_convertvector(tUnits, T_Bytes);
+    memcpy(p_pOut, &tBytes, sizeof(tBytes));
+  }
   char* Far(XMLSize_t p_uLen) {
     m_pFar.reset(new char[p_uLen + 1]);
     return m_pFar.get();
