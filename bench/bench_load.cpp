@@ -31,7 +31,7 @@ double InChild(F p_fnLoad) {
   if (iChild == 0) {
     bool bLoaded = false;
     const auto fnLoad = [&] { bLoaded = p_fnLoad(); };
-    const double dTook = NanosOf(1, fnLoad);
+    const double dTook = NanosOf(WORK, 1, fnLoad);
     _exit(bLoaded && write(aiPipe[1], &dTook, sizeof(dTook)) == sizeof(dTook) ? 0 : 1);
   }
   close(aiPipe[1]);

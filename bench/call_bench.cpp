@@ -43,7 +43,7 @@ void OneThread(benchmark::State& p_cState, int p_iSvcNum, bool p_bParse, int p_i
   const std::string& sXml = tCalls.asXml[static_cast<size_t>(p_iSvcNum)];
   std::vector<char> aReply(tCalls.asReply[static_cast<size_t>(p_iSvcNum)].size());
   Compare(
-      p_cState, p_iBatch,
+      p_cState, WALL, p_iBatch,
       [&] {
         ExchangeRaw(tCalls.pServer->Port(), sRequest, aReply);
         if (p_bParse) CBareParser::Parse(sXml);
@@ -63,7 +63,7 @@ void ManyThreads(benchmark::State& p_cState, int p_iThreads) {
   };
   const auto fnTime = [&](auto p_fn) {
     const auto fnRun = [&] { fnAll(p_fn); };
-    return NanosOf(1, fnRun);
+    return NanosOf(WALL, 1, fnRun);
   };
   CompareTimes(
       p_cState, p_iThreads * CALLS_EACH,

@@ -18,11 +18,11 @@ void Load(benchmark::State& p_cState, int p_iMsgs) {
   const std::string sPath = cDir.Write("dictionary.xml", LongDictionary(p_iMsgs, TAGS));
   const auto fnParse = [&] { CBareParser::ParseFile(sPath); };
   CompareTimes(
-      p_cState, 1, [&] { return NanosOf(1, fnParse); },
+      p_cState, 1, [&] { return NanosOf(WORK, 1, fnParse); },
       [&] {
         const auto pDic = std::make_unique<CMsgDic>();    // freed when the time has been taken
         const auto fnLoad = [&] { pDic->InitDictionary(sPath.c_str()); };
-        return NanosOf(1, fnLoad);
+        return NanosOf(WORK, 1, fnLoad);
       });
 }
 

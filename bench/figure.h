@@ -3,9 +3,9 @@
 #define BENCH_FIGURE_H
 
 #include <benchmark/benchmark.h>
+#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -19,13 +19,21 @@ inline double Quantile(std::vector<double> p_ad, double p_dPart) {
 }
 inline double Median(const std::vector<double>& p_ad) { return Quantile(p_ad, 0.5); }
 
+// WORK: processor time of the thread, which other programs on the machine do not lengthen. WALL: where others have a part
+// in the work: a server, more threads.
+enum E_Clock : clockid_t { WORK = CLOCK_THREAD_CPUTIME_ID, WALL = CLOCK_MONOTONIC };
+inline double Now(E_Clock p_eClock) {
+  timespec tNow;
+  clock_gettime(p_eClock, &tNow);
+  return 1e9 * static_cast<double>(tNow.tv_sec) + static_cast<double>(tNow.tv_nsec);
+}
+
 // Nanoseconds of p_iBatch calls of p_fn.
 template <class F>
-double NanosOf(int p_iBatch, F& p_fn) {
-  const auto tStart = std::chrono::steady_clock::now();
+double NanosOf(E_Clock p_eClock, int p_iBatch, F& p_fn) {
+  const double dStart = Now(p_eClock);
   for (int i = 0; i < p_iBatch; ++i) p_fn();
-  const std::chrono::duration<double, std::nano> tTook = std::chrono::steady_clock::now() - tStart;
-  return tTook.count();
+  return Now(p_eClock) - dStart;
 }
 
 // What is measured has no floor to be held against. p_iBatch: calls that are timed together.
@@ -36,7 +44,7 @@ void Measure(benchmark::State& p_cState, int p_iBatch, F p_fn) {
   for (auto tIgnored : p_cState) {
     double dSum = 0;
     for (int i = 0; i < ROUNDS; ++i) {
-      adTime.push_back(NanosOf(p_iBatch, p_fn));
+      adTime.push_back(NanosOf(WORK, p_iBatch, p_fn));
       dSum += adTime.back();
     }
     p_cState.SetIterationTime(dSum * 1e-9);
@@ -75,10 +83,10 @@ void CompareTimes(benchmark::State& p_cState, int p_iBatch, FLOOR p_fnFloor, LIB
 
 // The same for functions that do one operation and are timed from outside.
 template <class FLOOR, class LIBRARY>
-void Compare(benchmark::State& p_cState, int p_iBatch, FLOOR p_fnFloor, LIBRARY p_fnLibrary) {
+void Compare(benchmark::State& p_cState, E_Clock p_eClock, int p_iBatch, FLOOR p_fnFloor, LIBRARY p_fnLibrary) {
   CompareTimes(
-      p_cState, p_iBatch, [&] { return NanosOf(p_iBatch, p_fnFloor); },
-      [&] { return NanosOf(p_iBatch, p_fnLibrary); });
+      p_cState, p_iBatch, [&] { return NanosOf(p_eClock, p_iBatch, p_fnFloor); },
+      [&] { return NanosOf(p_eClock, p_iBatch, p_fnLibrary); });
 }
 
 template <class F>

@@ -9,7 +9,7 @@
 
 namespace {
 
-enum { BATCH = 1000, MEGABYTE = 1 << 20 };
+enum { BATCH = 10000, MEGABYTE = 1 << 20 };
 
 const char s_szText[] = "twenty-eight characters long";
 static_assert(sizeof(s_szText) == 28 + 1);
@@ -45,7 +45,7 @@ void ByName(benchmark::State& p_cState, int p_iFirst, F p_fn) {
   for (int i = 0; i < 4; ++i) asName[i] = "FieldNumber" + std::to_string(TagAt(p_iFirst, i));
   int iTurn = 0;
   Compare(
-      p_cState, BATCH, [&] { Expect(p_fn(*pMsg, TagAt(p_iFirst, iTurn++)), "access"); },
+      p_cState, WORK, BATCH, [&] { Expect(p_fn(*pMsg, TagAt(p_iFirst, iTurn++)), "access"); },
       [&] { Expect(p_fn(*pMsg, asName[iTurn++ & 3].c_str()), "access"); });
 }
 
@@ -78,7 +78,7 @@ void CheckSum(benchmark::State& p_cState) {
   const std::vector<char> aBytes(MEGABYTE, 'x');
   std::vector<char> aCopy(MEGABYTE);
   Compare(
-      p_cState, 4,
+      p_cState, WORK, 4,
       [&] {
         memcpy(aCopy.data(), aBytes.data(), aBytes.size());
         benchmark::DoNotOptimize(aCopy.data());

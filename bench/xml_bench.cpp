@@ -20,7 +20,7 @@ std::string StringDocument(int p_iBytes) {
 // A message made, read and freed again; the document is also parsed with nothing done about it.
 void Load(benchmark::State& p_cState, std::string p_sXml, int p_iBatch) {
   Compare(
-      p_cState, p_iBatch, [&] { CBareParser::Parse(p_sXml); },
+      p_cState, WORK, p_iBatch, [&] { CBareParser::Parse(p_sXml); },
       [&] {
         CMsg cMsg(0, 0, 0, MA_GetMsgDic());
         Expect(cMsg.LoadXml(&p_sXml[0]), "LoadXml");
@@ -32,7 +32,7 @@ void Write(benchmark::State& p_cState, int p_iRows) {
   const CMsgPtr pMsg = NewReply(atRow);
   if (ToXml(*pMsg) != WritePlainly(atRow)) throw std::runtime_error("the two writers do not write the same");
   Compare(
-      p_cState, Batch(p_iRows), [&] { benchmark::DoNotOptimize(WritePlainly(atRow)); },
+      p_cState, WORK, Batch(p_iRows), [&] { benchmark::DoNotOptimize(WritePlainly(atRow)); },
       [&] {
         CStream stXml(0, 512);
         Expect(pMsg->ToXml(&stXml, false, false, 1), "ToXml");
