@@ -2,7 +2,6 @@
 #include "callorv/base/hash.h"
 
 #include <climits>
-#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -20,30 +19,27 @@ namespace {
 
 const unsigned USED = 0x80000000u;    // in every hash, so that none is 0; tables are too small to use this bit
 
-template <class T>
-T Load(const char* p_p) {
-  T u;
+unsigned Four(const char* p_p) {
+  unsigned u;
   memcpy(&u, p_p, sizeof u);
   return u;
 }
 
-// Eight bytes a step, as names are short and looked up often; the last step overlaps the one before it.
-unsigned Hash(const char* p_szKey, size_t p_uLen) {
-  const uint64_t uFactor = 0x9E3779B97F4A7C15u;    // odd, without a pattern in its bits
-  uint64_t uHash = p_uLen;
-  const auto fnMix = [&uHash](uint64_t p_u) {
-    uHash = (uHash ^ p_u) * uFactor;    // carries upwards only
-    uHash ^= uHash >> 32;
-  };
-  if (p_uLen >= 8) {
-    for (size_t i = 0; i + 8 < p_uLen; i += 8) fnMix(Load<uint64_t>(p_szKey + i));
-    fnMix(Load<uint64_t>(p_szKey + p_uLen - 8));
-  } else if (p_uLen >= 4) {
-    fnMix(uint64_t{Load<uint32_t>(p_szKey)} << 32 | Load<uint32_t>(p_szKey + p_uLen - 4));
+unsigned Mix(unsigned p_uHash, unsigned p_uFour) {
+  p_uHash = (p_uHash ^ p_uFour) * 0x9E3779B1u;    // odd, without a pattern in its bits
+  return p_uHash ^ (p_uHash >> 15);
+}
+
+// Four bytes a step, as names are short and looked up often; the last step overlaps the one before it.
+unsigned Hash(const char* p_szKey, size_t p_iLen) {
+  unsigned uHash = static_cast<unsigned>(p_iLen) * 0x85EBCA6Bu;
+  if (p_iLen < 4) {
+    for (size_t i = 0; i < p_iLen; ++i) uHash = Mix(uHash, static_cast<unsigned char>(p_szKey[i]));
   } else {
-    for (size_t i = 0; i < p_uLen; ++i) fnMix(static_cast<unsigned char>(p_szKey[i]));
+    for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, Four(p_szKey + i));
+    uHash = Mix(uHash, Four(p_szKey + p_iLen - 4));
   }
-  return static_cast<unsigned>(uHash * uFactor >> 32) | USED;
+  return Mix(uHash, 0) | USED;
 }
 
 }    // namespace
