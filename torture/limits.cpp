@@ -2,6 +2,7 @@
 // descriptors, stack, disk, another user of the XML parser, fork, loading and unloading.
 #include <callorv/callorv.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -339,13 +340,25 @@ int Depth(CMsg* p_pMsg) {
   return iLevels;
 }
 
+// A name that has to be looked up, where the machine knows one.
+std::string HostName() {
+  addrinfo* pList = nullptr;
+  if (getaddrinfo("localhost", nullptr, nullptr, &pList) != 0) {
+    fprintf(stderr, "limits: NOT TRIED: a host name; this machine does not know localhost\n");
+    return "127.0.0.1";
+  }
+  freeaddrinfo(pList);
+  return "localhost";
+}
+
 void SmallStack(CGroups& p_cGroups, CClient& p_cClient) {
+  const std::string sHost = HostName();
   const auto fnRun = [&](const std::string& p_sName, const std::function<void(CCases&)>& p_fn) {
     p_cGroups.Run("stack, " + p_sName, [&](CCases& p_cCases) {
       const CServer cServer(p_cClient.Dictionary(), {});
       const std::string sCfg = p_cClient.Dir().Write(
           "stack.cfg", "msg_dic = " + p_cClient.Dictionary() + "\nkey_file = " + p_cClient.Key() +
-                           "\nserver = localhost " + std::to_string(cServer.Port()) + "\n");
+                           "\nserver = " + sHost + ' ' + std::to_string(cServer.Port()) + "\n");
       OnSmallStack([&] {
         CallOrv_Error tErr = {};
         const int iRet = CallOrv_Initialize(sCfg.c_str(), &tErr);
