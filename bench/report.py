@@ -55,7 +55,7 @@ GROWTH = [
      [("threads", "library_ns", "CallServiceByMsg, wall time of one"), ("threads", "floor_ns", "raw exchange")]),
     ("string", "A message with one long string", "bytes",
      [("load_string", "library_ns", "LoadXml"), ("load_string", "floor_ns", "bare parse"),
-      ("write_string", "library_ns", "ToXml")]),
+      ("write_string", "library_ns", "ToXml"), ("write_string", "floor_ns", "copy of the string")]),
     ("dictionary", "A dictionary of messages with 20 tags", "messages",
      [("dictionary", "library_ns", "InitDictionary"), ("dictionary", "floor_ns", "bare parse")]),
     ("bucket", "All tags in one hash chain, each set and read", "tags", [("bucket", "library_ns", "set and get")]),
@@ -98,27 +98,29 @@ def series(figures, name, counter):
     return sorted(points)
 
 
+def growth_of(figures, name, counter):
+    """The ends of the upper part of a plot, and what one unit (a row, a byte, ...) costs at the one against the other."""
+    points = series(figures, name, counter)
+    if len(points) < 2:
+        return None
+    last = points[-1]
+    first = max((point for point in points if point[0] <= last[0] / 8), default=points[0])
+    units = 1 if name == "threads" else last[0] / first[0]    # the time of one call, whoever else calls
+    return first[0], last[0], last[1] / first[1] / units
+
+
 def growth_table(all_figures):
-    """What one unit (a row, a byte, ...) costs at the right end of a plot, against a point a decade or so before: 1 is
-    a straight line."""
     lines = ["| What grows | From | To | " + " | ".join(f"cost of a unit, {size}" for size in all_figures) + " |",
              "|---|---|---|" + "---|" * len(all_figures)]
-    for _, title, axis, all_series in GROWTH:
-        for name, counter, label in all_series:
-            if counter == "floor_ns":
-                continue
+    for _, _, axis, all_series in GROWTH:
+        for name, _, label in (one for one in all_series if one[1] == "library_ns"):
             cells, ends = [], None
             for figures in all_figures.values():
-                points = series(figures, name, counter)
-                if len(points) < 2:
-                    cells.append("")
-                    continue
-                last = points[-1]
-                first = max((point for point in points if point[0] <= last[0] / 8), default=points[0])
-                ends = (first[0], last[0])
-                per_unit = (last[1] / last[0]) / (first[1] / first[0]) if name != "threads" else last[1] / first[1]
-                cells.append(number(per_unit))
-            if ends:
+                library, floor = (growth_of(figures, name, counter) for counter in ("library_ns", "floor_ns"))
+                cells.append("" if library is None else
+                             number(library[2]) + (f" ({number(floor[2])})" if floor is not None else ""))
+                ends = library or ends
+            if ends is not None:
                 lines.append(f"| {label}: {axis} | {ends[0]:,} | {ends[1]:,} | " + " | ".join(cells) + " |")
     return lines if len(lines) > 2 else []
 
