@@ -143,9 +143,9 @@ def draw(all_figures):
         if not plots:
             continue
         script = "".join(data) + (
-            f'set terminal svg size 800,500 dynamic background "white" font "sans-serif,13"\n'
+            f'set terminal svg size 1000,480 dynamic background "white" font "sans-serif,13"\n'
             f'set output "{PLOTS / file}.svg"\nset title "{title}"\nset xlabel "{axis}"\nset ylabel "microseconds"\n'
-            f'set logscale xy\nset key left top\nset grid\nset format "%.0s%c"\nplot ' + ", ".join(plots) + "\n")
+            f'set logscale xy\nset key outside right top Left reverse\nset grid\nset format "%.0s%c"\nplot ' + ", ".join(plots) + "\n")
         subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
