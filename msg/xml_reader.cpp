@@ -4,10 +4,9 @@
 #include <atomic>
 #include <new>
 #include <utility>
+#include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
-#include <xercesc/sax2/SAX2XMLReader.hpp>
-#include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PanicHandler.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
@@ -36,10 +35,21 @@ class CPanic : public PanicHandler {
 };
 CPanic s_cPanic;
 
+// Tells of every DOCTYPE; the parser's own reader is silent about one that neither declares nor names anything.
+class CSaxReader : public SAX2XMLReaderImpl {
+ public:
+  using SAX2XMLReaderImpl::SAX2XMLReaderImpl;
+  void doctypeDecl(const DTDElementDecl& p_cRoot, const XMLCh* const p_szPublic, const XMLCh* const p_szSystem,
+                   const bool p_bInternal, const bool p_bExternal) override {
+    if (!p_bInternal && !p_bExternal) getLexicalHandler()->startDTD(p_cRoot.getFullName(), p_szPublic, p_szSystem);
+    SAX2XMLReaderImpl::doctypeDecl(p_cRoot, p_szPublic, p_szSystem, p_bInternal, p_bExternal);
+  }
+};
+
 // A reader with the memory that it stands in.
 struct T_Reader {
   CReaderMemory cMemory;
-  std::unique_ptr<SAX2XMLReader> pSax{XMLReaderFactory::createXMLReader(&cMemory)};
+  std::unique_ptr<SAX2XMLReader> pSax{new (&cMemory) CSaxReader(&cMemory)};
 };
 using CReaderPtr = std::unique_ptr<T_Reader>;
 

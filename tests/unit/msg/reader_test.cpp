@@ -482,6 +482,7 @@ TEST_CASE("a document type is refused and nothing that it names is opened") {
   const CSilentPort cPort;
   const std::string sFile = "file://" + cDir.Write("secret.txt", "<!ENTITY e 'secret'>secret");
   const std::string asDoctype[] = {
+      "<!DOCTYPE msg>",
       "<!DOCTYPE msg []>",
       "<!DOCTYPE msg SYSTEM '" + sFile + "'>",
       "<!DOCTYPE msg SYSTEM '" + cPort.Url() + "'>",
@@ -501,9 +502,6 @@ TEST_CASE("a document type is refused and nothing that it names is opened") {
     CHECK(cRead->GetMsgNum() == 0);
     CHECK_FALSE(cPort.WasCalled());
   }
-  // One that declares and names nothing can do no harm.
-  CRead cBare("<!DOCTYPE msg><msg no='1'><t1>x</t1></msg>");
-  CHECK(cBare.Ret() == 0);
 }
 
 TEST_CASE("names of other documents in a message are never opened") {
