@@ -482,7 +482,7 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--show-key"), "--show-key requires --trace"),
                 ((*config, "1", "3", "--xml", "x.xml"), "--xml brings the message: '3' must be TAG=VALUE or go"),
                 ((*config, "1", "3", "--nosuch"), "The following argument was not expected: --nosuch"),
-                ((*config, *direct, "1", "3"), "--config excludes --dictionary"),
+                ((*config, *direct[4:6], "1", "3"), "--config excludes --server"),
                 ((*config, "--timeout", "1", "1", "3"), "--config excludes --timeout"),
                 ((*direct[:4], "1", "3"), "--dictionary requires --server"),
                 ((*direct[2:], "1", "3"), "--key-file requires --dictionary"),
