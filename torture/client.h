@@ -5,8 +5,6 @@
 #include <callorv/callorv.hpp>
 
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -14,13 +12,10 @@
 
 #include "support/child.h"
 #include "support/client_files.h"
+#include "support/descriptors.h"
 #include "support/temp_file.h"
 
 inline bool IsQuick(int p_iArgs, char** p_pszArgs) { return p_iArgs > 1 && strcmp(p_pszArgs[1], "--quick") == 0; }
-
-inline long OpenDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 // The files that the process is set up from; gone at the end.
 class CClient {

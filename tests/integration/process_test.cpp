@@ -6,9 +6,7 @@
 #include <clocale>
 #include <condition_variable>
 #include <cstdio>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <mutex>
 #include <random>
 #include <string>
@@ -18,16 +16,13 @@
 #include <pthread.h>
 
 #include "support/comma_locale.h"
+#include "support/descriptors.h"
 #include "support/service_peer.h"
 #include "support/set_up.h"
 
 namespace {
 
 T_Answer Echo(const T_Request& p_tRequest) { return {Packet(p_tRequest.sBody)}; }
-
-long OpenDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 }    // namespace
 

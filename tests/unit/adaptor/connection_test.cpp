@@ -1,6 +1,5 @@
 // Connect, Disconnect and what stands between.
 #include <doctest/doctest.h>
-#include <dirent.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <netdb.h>
@@ -19,18 +18,11 @@
 
 #include "open_adaptor.h"
 #include "support/child.h"
+#include "support/descriptors.h"
 #include "support/fail_alloc.h"
 #include "support/peer.h"
 
 namespace {
-
-int OpenDescriptors() {
-  DIR* pDir = opendir("/proc/self/fd");
-  int iCount = 0;
-  while (readdir(pDir) != nullptr) ++iCount;
-  closedir(pDir);
-  return iCount;
-}
 
 // A name that leads to 127.0.0.1. Where the machine has no host names at all, an address that only a resolver reads.
 const char* LocalName() {
@@ -127,7 +119,7 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
   REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
   const int iSock = cAdaptor.iSock;
   cAdaptor.Connect("", 1);    // whatever a resolver opens for good is open now
-  const int iOpen = OpenDescriptors();
+  const long iOpen = OpenDescriptors();
   for (const T_Row& tRow : atRow) {
     CAPTURE(tRow.iPort);
     CHECK(cAdaptor.Connect(tRow.szHost, tRow.iPort) == tRow.iCode);
@@ -164,10 +156,10 @@ TEST_CASE("Connect where TCP_NODELAY cannot be set") {
     ForbidSetSockOpt();
     COpenAdaptor cAdaptor;
     const int iNoHost = cAdaptor.Connect("no such host", cPeer.Port());    // comes before, the port behind
-    const int iOpen = OpenDescriptors();
+    const long iOpen = OpenDescriptors();
     const int iNoPort = cAdaptor.Connect("127.0.0.1", -1);
     const int iRet = cAdaptor.Connect("127.0.0.1", cPeer.Port());
-    const int iLeft = OpenDescriptors() - iOpen;
+    const long iLeft = OpenDescriptors() - iOpen;
     return std::to_string(iNoHost) + " " + std::to_string(iNoPort) + " " + std::to_string(iRet) + " " +
            cAdaptor.Error() + " " + std::to_string(cAdaptor.iSock) + " " + std::to_string(iLeft);
   });
@@ -179,7 +171,7 @@ TEST_CASE("Connect without memory for the name") {
   static const char s_szHost[] = "000000000000177.0.0.1";    // too long for a short text; octal
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
     COpenAdaptor cAdaptor;
-    const int iOpen = OpenDescriptors();
+    const long iOpen = OpenDescriptors();
     int iRet = 0;
     CHECK_FALSE(p_cFail.Run([&] { iRet = cAdaptor.Connect(s_szHost, cPeer.Port()); }));
     if (p_cFail.HasFailed()) {

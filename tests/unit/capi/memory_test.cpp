@@ -4,10 +4,9 @@
 
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <string>
 
+#include "support/descriptors.h"
 #include "support/fail_alloc.h"
 #include "support/parser_leaks.h"
 #include "support/service_peer.h"
@@ -16,10 +15,6 @@
 namespace {
 
 const std::string LONG(100, 'x');    // kept outside the string object
-
-long OpenDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 }    // namespace
 
