@@ -3,8 +3,8 @@
 
 A line or branch of a template counts as taken where any instance took it; gcovr counts each instance, and the edges of
 one for those of another. Edges that only an exception takes, which the compiler adds to nearly every call, are left out.
-Prints a table by layer, then every line that was not reached in full,
-and fails when a layer is below --lines or --branches per cent.
+Prints a table by layer, then every line that was not reached in full, and fails when a layer is below --lines or
+--branches per cent.
 """
 import argparse
 import collections
