@@ -143,10 +143,11 @@ def draw(all_figures):
         if not plots:
             continue
         script = "".join(data) + (
-            f'set terminal svg size 1000,480 dynamic background "white" font "sans-serif,13"\n'
-            f'set output "{PLOTS / file}.svg"\nset title "{title}"\nset xlabel "{axis}"\nset ylabel "microseconds"\n'
-            f'set logscale xy\nset key outside right top Left reverse\nset grid\nset format "%.0s%c"\nplot ' + ", ".join(plots) + "\n")
-        subprocess.run(["gnuplot"], input=script, text=True, check=True)
+            'set terminal svg size 1000,480 dynamic background "white" font "sans-serif,13"\n'
+            f'set title "{title}"\nset xlabel "{axis}"\nset ylabel "microseconds"\nset logscale xy\n'
+            'set key outside right top Left reverse\nset grid\nset format "%.0s%c"\nplot ' + ", ".join(plots) + "\n")
+        plot = subprocess.run(["gnuplot"], input=script, stdout=subprocess.PIPE, text=True, check=True).stdout
+        (PLOTS / f"{file}.svg").write_text(re.sub(r" +$", "", plot, flags=re.M).rstrip() + "\n")
 
 
 def fill_document(blocks):

@@ -50,17 +50,12 @@ void ByName(benchmark::State& p_cState, int p_iFirst, F p_fn) {
 }
 
 const auto s_fnSetInt = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 4711); };
-const auto s_fnGetInt = [](CMsg& p_cMsg, auto p_Tag) {
-  int iValue = 0;
-  const int iRet = p_cMsg.GetValue(p_Tag, &iValue);
-  benchmark::DoNotOptimize(iValue);
-  return iRet;
-};
 const auto s_fnSetDouble = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 3.25); };
-const auto s_fnGetDouble = [](CMsg& p_cMsg, auto p_Tag) {
-  double dValue = 0;
-  const int iRet = p_cMsg.GetValue(p_Tag, &dValue);
-  benchmark::DoNotOptimize(dValue);
+template <class T>
+const auto s_fnGet = [](CMsg& p_cMsg, auto p_Tag) {
+  T Value{};
+  const int iRet = p_cMsg.GetValue(p_Tag, &Value);
+  benchmark::DoNotOptimize(Value);
   return iRet;
 };
 const auto s_fnSetString = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, s_szText); };
@@ -70,7 +65,7 @@ void Bucket(benchmark::State& p_cState, int p_iTags) {
   Measure(p_cState, 1, [&] {
     CMsg cMsg(BUCKET_MSG, 0, 0, MA_GetMsgDic());
     for (int i = 1; i <= p_iTags; ++i) Expect(cMsg.SetValue(i, i), "set");
-    for (int i = 1; i <= p_iTags; ++i) Expect(s_fnGetInt(cMsg, i), "get");
+    for (int i = 1; i <= p_iTags; ++i) Expect(s_fnGet<int>(cMsg, i), "get");
   });
 }
 
@@ -91,16 +86,16 @@ void CheckSum(benchmark::State& p_cState) {
 
 void RegisterValues() {
   Register("value/set_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnSetInt); });
-  Register("value/get_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnGetInt); });
+  Register("value/get_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnGet<int>); });
   Register("value/set_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnSetDouble); });
-  Register("value/get_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnGetDouble); });
+  Register("value/get_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnGet<double>); });
   Register("value/set_string", [](benchmark::State& p_c) { ByNumber(p_c, STRING_TAG, s_fnSetString); });
   Register("value/get_string", [](benchmark::State& p_c) {
     CString sValue;
     ByNumber(p_c, STRING_TAG, [&](CMsg& p_cMsg, int p_iTag) { return p_cMsg.GetValue(p_iTag, &sValue); });
   });
   Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSetInt); });
-  Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGetInt); });
+  Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGet<int>); });
   Register("checksum", CheckSum);
   for (const int iTags : {1, 4, 16, 32, 64, 128, 256, 512, +BUCKET_TAGS}) {
     Register("growth/bucket/" + std::to_string(iTags), [=](benchmark::State& p_c) { Bucket(p_c, iTags); });
