@@ -19,9 +19,6 @@ namespace {
 
 constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
 
-// A reader keeps buffers as long as the longest text that it met, so it is not kept after a document longer than this.
-constexpr size_t KEEP_READER_MAX = 256 * 1024;
-
 bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\n'; }    // a CR stays
 
 }    // namespace
@@ -47,16 +44,15 @@ void MsgHandler::Action(const char* p_szXml) {
   if (!IsParserReady()) {
     throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
   }
-  const size_t iLen = strlen(p_szXml);
   std::optional<MemBufInputSource> cSource;
   try {
-    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), iLen, u"MemData", false);
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
   } catch (const OutOfMemoryException&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   } catch (const std::bad_alloc&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   }
-  const auto fnParse = [&] { return ParseSource(*cSource, iLen <= KEEP_READER_MAX); };
+  const auto fnParse = [&] { return ParseSource(*cSource, true); };
   Parse(std::ref(fnParse));
 }
 

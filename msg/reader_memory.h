@@ -28,26 +28,30 @@ class CReaderMemory final : public xercesc::MemoryManager {
   xercesc::MemoryManager* getExceptionMemoryManager() override { return Source(); }
 
   void* allocate(XMLSize_t p_uSize) override {
-    const unsigned uClass = p_uSize <= LARGEST ? ClassOf(static_cast<unsigned>(p_uSize)) : +CLASSES;
-    if (uClass < CLASSES) {
+    if (p_uSize <= LARGEST) {
+      const unsigned uClass = ClassOf(static_cast<unsigned>(p_uSize));
       T_Block*& pFirst = m_apFree[uClass];
       if (pFirst != nullptr) return std::exchange(pFirst, pFirst->pNext) + 1;
       p_uSize = SizeOf(uClass);
     }
     auto* pBlock = static_cast<T_Block*>(Source()->allocate(sizeof(T_Block) + p_uSize));
-    pBlock->uClass = uClass;
+    pBlock->uSize = p_uSize;
+    m_uHeld += p_uSize;
     return pBlock + 1;
   }
 
   void deallocate(void* p_p) override {
     if (p_p == nullptr) return;
     T_Block* pBlock = static_cast<T_Block*>(p_p) - 1;
-    if (pBlock->uClass == CLASSES) {
+    if (pBlock->uSize > LARGEST) {
+      m_uHeld -= pBlock->uSize;
       Source()->deallocate(pBlock);
     } else {
-      pBlock->pNext = std::exchange(m_apFree[pBlock->uClass], pBlock);
+      pBlock->pNext = std::exchange(m_apFree[ClassOf(static_cast<unsigned>(pBlock->uSize))], pBlock);
     }
   }
+
+  XMLSize_t Held() const { return m_uHeld; }    // bytes, in use or not
 
   // The size classes: 64 bytes, then four to each doubling. Longer blocks than the largest are not kept.
   enum { SMALLEST = 64, LARGEST = 256 * 1024, CLASSES = 1 + 4 * 12 };
@@ -63,9 +67,10 @@ class CReaderMemory final : public xercesc::MemoryManager {
  private:
   struct alignas(std::max_align_t) T_Block {    // its bytes stand behind it
     T_Block* pNext;
-    unsigned uClass;
+    XMLSize_t uSize;
   };
   T_Block* m_apFree[CLASSES] = {};
+  XMLSize_t m_uHeld = 0;
 
   static xercesc::MemoryManager* Source() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
 };

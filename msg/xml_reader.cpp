@@ -2,8 +2,10 @@
 #include "msg/xml_reader.h"
 
 #include <atomic>
+#include <bitset>
 #include <new>
 #include <utility>
+#include <xercesc/internal/VecAttributesImpl.hpp>
 #include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -35,14 +37,57 @@ class CPanic : public PanicHandler {
 };
 CPanic s_cPanic;
 
-// Tells of every DOCTYPE; the parser's own reader is silent about one that neither declares nor names anything.
+// The parser's reader, but
+// - it tells of every DOCTYPE; the parser's own is silent about one that neither declares nor names anything;
+// - elements that have no part in namespaces go straight to the handler. The parser's own counts prefixes and looks up URIs
+//   for each, a tenth of a long document, and no handler here asks for URIs: they get "".
 class CSaxReader : public SAX2XMLReaderImpl {
  public:
   using SAX2XMLReaderImpl::SAX2XMLReaderImpl;
+
   void doctypeDecl(const DTDElementDecl& p_cRoot, const XMLCh* const p_szPublic, const XMLCh* const p_szSystem,
                    const bool p_bInternal, const bool p_bExternal) override {
     if (!p_bInternal && !p_bExternal) getLexicalHandler()->startDTD(p_cRoot.getFullName(), p_szPublic, p_szSystem);
     SAX2XMLReaderImpl::doctypeDecl(p_cRoot, p_szPublic, p_szSystem, p_bInternal, p_bExternal);
+  }
+
+  void startElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const XMLCh* const p_szPrefix,
+                    const RefVectorOf<XMLAttr>& p_cAttrs, const XMLSize_t p_uAttrs, const bool p_bEmpty,
+                    const bool p_bRoot) override {
+    // The root has to go there: only inside elements that it knows of does the base class pass texts on.
+    const bool bStraight = !p_bRoot && *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
+    if (!p_bEmpty) m_cStraight[++m_uDepth] = bStraight;
+    if (!bStraight) {
+      SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
+      return;
+    }
+    const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
+    m_cAttrs.setVector(&p_cAttrs, p_uAttrs, nullptr);
+    getContentHandler()->startElement(u"", szName, szName, m_cAttrs);
+    if (p_bEmpty) getContentHandler()->endElement(u"", szName, szName);
+  }
+
+  void endElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const bool p_bRoot,
+                  const XMLCh* const p_szPrefix) override {
+    if (!m_cStraight[m_uDepth--]) {
+      SAX2XMLReaderImpl::endElement(p_cDecl, p_uUri, p_bRoot, p_szPrefix);
+      return;
+    }
+    const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
+    getContentHandler()->endElement(u"", szName, szName);
+  }
+
+ private:
+  unsigned m_uDepth = 0;                                   // of the open elements
+  std::bitset<CXmlHandler::MAX_DEPTH + 2> m_cStraight;     // by depth; handlers stop at the first one above MAX_DEPTH
+  VecAttributesImpl m_cAttrs;
+
+  static bool ArePlain(const RefVectorOf<XMLAttr>& p_cAttrs, XMLSize_t p_uAttrs) {
+    for (XMLSize_t i = 0; i < p_uAttrs; ++i) {
+      const XMLAttr& cAttr = *p_cAttrs.elementAt(i);
+      if (*cAttr.getPrefix() != 0 || XMLString::equals(cAttr.getName(), XMLUni::fgXMLNSString)) return false;
+    }
+    return true;
   }
 };
 
@@ -67,8 +112,10 @@ CReaderPtr NewReader() {
 }
 
 // Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
-// an initialisation of the parser, so that no reader outlives the parser's tables.
+// an initialisation of the parser, so that no reader outlives the parser's tables, and unless a long text has left it with
+// long buffers; a reader without such holds 260 KB.
 CKept<T_Reader, 16> s_cKept;
+constexpr XMLSize_t KEEP_READER_MAX = 1024 * 1024;    // bytes
 std::atomic<int> s_iInits{0};
 
 CReaderPtr TakeReader() {
@@ -77,6 +124,7 @@ CReaderPtr TakeReader() {
 }
 
 void KeepReader(CReaderPtr p_pReader) {
+  if (p_pReader->cMemory.Held() > KEEP_READER_MAX) return;
   if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
 }
 
