@@ -82,8 +82,10 @@ inline double ParseDouble(const char* p_sz, size_t p_iLen) {
   return strtod_l(p_sz, nullptr, s_tC);
 }
 
-// "%d": at most 11 characters, no NUL; returns the end.
-inline char* FormatInt(char* p_p, int p_i) { return std::to_chars(p_p, p_p + 11, p_i).ptr; }
+enum { INT_CHARS = 11 };    // what FormatInt may need
+
+// "%d", without a NUL; returns the end.
+inline char* FormatInt(char* p_p, int p_i) { return std::to_chars(p_p, p_p + INT_CHARS, p_i).ptr; }
 
 }    // namespace callorv::detail
 

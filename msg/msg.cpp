@@ -33,11 +33,7 @@ CMsg::~CMsg() {
   while (pList != nullptr) {    // not nested: the depth is the caller's choice, the stack is not
     CMsg* pSub = std::exchange(pList, pList->m_pParent);
     CMsgOps::Release(*pSub, pList, pArenas);
-    if (pSub->m_bInArena) {
-      pSub->~CMsg();
-    } else {
-      delete pSub;
-    }
+    CMsgOps::Destroy(*pSub);
   }
   CArena::FreeList(pArenas);
 }
@@ -134,14 +130,22 @@ void CMsgOps::Abandon(CMsg& p_cMsg) {
 
 void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
   const auto fnList = [&p_pList](CMsg* p_pSub) {
-    if (p_pSub != nullptr) p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
+    if (p_pSub == nullptr) return;
+    if (!p_pSub->m_bHolds && p_pSub->m_pExtra == nullptr) {    // it has no sub-messages
+      Destroy(*p_pSub);
+    } else {
+      p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
+    }
   };
   const auto fnFree = [&](CMsgValue* p_pCell) {
     if (p_pCell->m_eType == TAG_SUBMSG) {
       if (!p_pCell->m_bMulti) {
         fnList(p_pCell->m_pMsg);
       } else if (p_pCell->m_pMsgArr != nullptr) {
-        for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) fnList(p_pCell->m_pMsgArr->GetAt(i));
+        for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) {
+          PrefetchRow(*p_pCell->m_pMsgArr, i + 2 * ROWS_AHEAD);
+          fnList(p_pCell->m_pMsgArr->GetAt(i));
+        }
         p_pCell->m_pMsgArr->SetAdoptFlag(false);
       }
     }
@@ -162,6 +166,14 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
 CArena* CMsgOps::Arena(CMsg& p_cMsg) {
   if (p_cMsg.m_pArena == nullptr) p_cMsg.m_pArena = CArena::Make(p_cMsg.m_pMsgInfo->m_iCellBytes);
   return p_cMsg.m_pArena;
+}
+
+void CMsgOps::Destroy(CMsg& p_cMsg) {
+  if (p_cMsg.m_bInArena) {
+    p_cMsg.~CMsg();
+  } else {
+    delete &p_cMsg;
+  }
 }
 
 void CMsgOps::Free(CMsg* p_pMsg) {
@@ -421,6 +433,8 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
     pSub->m_bInArena = true;
     if (pSub->m_pMsgInfo == nullptr && !cCell.m_bMulti) pSub->Init(pTag->m_iSubMsg, 0, 0);    // says what is wrong
     if (cCell.m_bMulti) {
+      const int iRows = cCell.m_pMsgArr->GetSize();
+      if (iRows > 0) PrefetchBehind(cCell.m_pMsgArr->GetAt(iRows - 1), pSub);
       if (const char* szWhy = Append<CMsg*>(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
     } else {
       cCell.m_pMsg = pSub;

@@ -1,5 +1,7 @@
 // The three text forms of a message.
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <memory_resource>
 #include <vector>
 
@@ -116,8 +118,11 @@ struct CMsgWalk {
   static const CMsg* NextRow(T_Place& p_tPlace) {
     const CMsgValue& cCell = *p_tPlace.pCell;
     if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 ? cCell.m_pMsg : nullptr;
+    if (cCell.m_pMsgArr == nullptr) return nullptr;
+    CMsgOps::PrefetchRow(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CMsgOps::ROWS_AHEAD);
+    CMsgOps::PrefetchCells(*cCell.m_pMsgArr, p_tPlace.iRow + CMsgOps::ROWS_AHEAD);
     const CMsg* pSub = nullptr;
-    while (cCell.m_pMsgArr != nullptr && p_tPlace.iRow < cCell.m_pMsgArr->GetSize() && pSub == nullptr) {
+    while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize() && pSub == nullptr) {
       pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
     }
     return pSub;
@@ -126,18 +131,18 @@ struct CMsgWalk {
 
 namespace {
 
-// Values as every form prints them. Texts end at their first NUL, as "%s" prints them.
-void PutValue(CTextOut& p_cOut, const CString& p_s) { p_cOut.PutText(p_s.ToStr()); }
-void PutValue(CTextOut& p_cOut, const CDate& p_c) { p_cOut.PutText(p_c.ToStr()); }
-void PutValue(CTextOut& p_cOut, int p_i) { p_cOut.PutNumber(p_i); }
-void PutValue(CTextOut& p_cOut, double p_d) { p_cOut.PutNumber(p_d); }
-void PutValue(CTextOut& p_cOut, bool p_b) {
-  if (p_b) {
-    p_cOut.Put("true");
-  } else {
-    p_cOut.Put("false");
-  }
-}
+// Values as every form prints them: at most MaxChars from p_p on; returns the end. Texts end at their first NUL, as "%s"
+// prints them.
+size_t MaxChars(const CString& p_s) { return static_cast<size_t>(p_s.GetSize()); }
+size_t MaxChars(const CDate& p_c) { return sizeof(p_c.m_szDate); }
+size_t MaxChars(int) { return INT_CHARS; }
+size_t MaxChars(double) { return DOUBLE_CHARS; }
+size_t MaxChars(bool) { return sizeof("false"); }
+char* Print(char* p_p, const CString& p_s) { return CTextOut::Copy(p_p, p_s.ToStr(), strlen(p_s.ToStr())); }
+char* Print(char* p_p, const CDate& p_c) { return CTextOut::Copy(p_p, p_c.ToStr(), strlen(p_c.ToStr())); }
+char* Print(char* p_p, int p_i) { return FormatInt(p_p, p_i); }
+char* Print(char* p_p, double p_d) { return FormatDouble(p_p, p_d); }
+char* Print(char* p_p, bool p_b) { return p_b ? CTextOut::Copy(p_p, "true") : CTextOut::Copy(p_p, "false"); }
 
 // As "%*s" with a width of twice the depth prints two blanks.
 int Indent(int p_iDepth) { return std::max(2, 2 * std::abs(p_iDepth)); }
@@ -175,26 +180,52 @@ class CXmlForm {
   }
   template <class T>
   void Value(const T_Elem& p_tElem, int, const T& p_Value) {
-    Open(p_tElem);
-    PutElement(p_Value);
-    Close(p_tElem);
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    char* p = m_cOut.Begin(2 * tName.Room() + MaxMarks + MaxChars(p_Value));
+    p = PrintValue(Open(p, tName), p_Value);
+    m_cOut.End(Close(p, tName));
+    EndLine();
   }
   void EndValues(const T_Elem&) {}
   void OpenSub(const T_Elem& p_tElem, int, const CMsg&) {
-    Open(p_tElem);
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    m_cOut.End(Open(m_cOut.Begin(tName.Room() + MaxMarks), tName));
     EndLine();
   }
   void CloseSub(const T_Elem& p_tElem) {
+    const T_Name& tName = Name(p_tElem);
     StartLine(p_tElem);
-    Close(p_tElem);
+    m_cOut.End(Close(m_cOut.Begin(tName.Room() + MaxMarks), tName));
+    EndLine();
   }
 
  private:
   // From here on the wire form writes a string by its size; below, as "%s" prints it, up to its first NUL.
   enum { LONG_STRING = 900 };
 
+  static constexpr size_t MaxMarks = sizeof("<></><![CDATA[]]>");
+
+  // What stands between '<' and '>'.
+  struct T_Name {
+    const CTagInfo* pTag = nullptr;
+    const char* p;
+    size_t uLen;
+    char szNear[16];    // the name if it is not longer: copied whole, it takes one step
+
+    size_t Room() const { return std::max(uLen, sizeof(szNear)); }
+    char* Put(char* p_p) const {
+      if (uLen > sizeof(szNear)) return CTextOut::Copy(p_p, p, uLen);
+      memcpy(p_p, szNear, sizeof(szNear));
+      return p_p + uLen;
+    }
+  };
+  enum { NAMES = 16 };
+
   CTextOut m_cOut;
   const bool m_bReadable, m_bArrayPrefix, m_bByName;
+  T_Name m_atName[NAMES];    // the latest ones, by tag number
 
   void StartLine(const T_Elem& p_tElem) {
     if (m_bReadable) m_cOut.PutBlanks(Indent(p_tElem.iDepth));
@@ -202,38 +233,41 @@ class CXmlForm {
   void EndLine() {
     if (m_bReadable) m_cOut.Put('\n');
   }
-  void Name(const T_Elem& p_tElem) {
+  // Valid until the next one is asked for.
+  const T_Name& Name(const T_Elem& p_tElem) {
+    T_Name& tName = m_atName[static_cast<unsigned>(p_tElem.cTag.m_iTagNum) % NAMES];
+    if (tName.pTag == &p_tElem.cTag) return tName;
+    tName.pTag = &p_tElem.cTag;
     if (m_bByName) {
-      m_cOut.PutText(p_tElem.cTag.m_sName.ToStr());
-      return;
+      tName.p = p_tElem.cTag.m_sName.ToStr();
+      tName.uLen = strlen(tName.p);
+      memcpy(tName.szNear, tName.p, std::min(tName.uLen, sizeof(tName.szNear)));
+    } else {
+      *tName.szNear = m_bArrayPrefix && p_tElem.bMulti ? 'a' : 't';
+      tName.uLen = static_cast<size_t>(FormatInt(tName.szNear + 1, p_tElem.cTag.m_iTagNum) - tName.szNear);
     }
-    m_cOut.Put(m_bArrayPrefix && p_tElem.bMulti ? 'a' : 't');
-    m_cOut.PutNumber(p_tElem.cTag.m_iTagNum);
+    return tName;
   }
-  void Open(const T_Elem& p_tElem) {
-    StartLine(p_tElem);
-    m_cOut.Put('<');
-    Name(p_tElem);
-    m_cOut.Put('>');
+  static char* Open(char* p_p, const T_Name& p_tName) {
+    *p_p++ = '<';
+    p_p = p_tName.Put(p_p);
+    *p_p++ = '>';
+    return p_p;
   }
-  void Close(const T_Elem& p_tElem) {
-    m_cOut.Put("</");
-    Name(p_tElem);
-    m_cOut.Put('>');
-    EndLine();
+  static char* Close(char* p_p, const T_Name& p_tName) {
+    p_p = p_tName.Put(CTextOut::Copy(p_p, "</"));
+    *p_p++ = '>';
+    return p_p;
   }
   template <class T>
-  void PutElement(const T& p_Value) {
-    PutValue(m_cOut, p_Value);
+  char* PrintValue(char* p_p, const T& p_Value) const {
+    return Print(p_p, p_Value);
   }
-  void PutElement(const CString& p_s) {
-    m_cOut.Put("<![CDATA[");
-    if (!m_bReadable && p_s.GetSize() >= LONG_STRING) {
-      m_cOut.Put(p_s);
-    } else {
-      PutValue(m_cOut, p_s);
-    }
-    m_cOut.Put("]]>");
+  char* PrintValue(char* p_p, const CString& p_s) const {
+    p_p = CTextOut::Copy(p_p, "<![CDATA[");
+    const bool bBySize = !m_bReadable && p_s.GetSize() >= LONG_STRING;
+    p_p = bBySize ? CTextOut::Copy(p_p, p_s.ToStr(), MaxChars(p_s)) : Print(p_p, p_s);
+    return CTextOut::Copy(p_p, "]]>");
   }
 };
 
@@ -261,7 +295,7 @@ class CListForm {
   void Value(const T_Elem& p_tElem, int p_iRow, const T& p_Value) {
     if (p_iRow == 0) Label(p_tElem);
     m_cOut.Put(' ');
-    PutValue(m_cOut, p_Value);
+    m_cOut.End(Print(m_cOut.Begin(MaxChars(p_Value)), p_Value));
   }
   void EndValues(const T_Elem&) { m_cOut.Put('\n'); }
   void OpenSub(const T_Elem& p_tElem, int p_iRow, const CMsg& p_cSub) {

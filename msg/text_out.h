@@ -25,30 +25,32 @@ class CTextOut {
   CTextOut(const CTextOut&) = delete;
   CTextOut& operator=(const CTextOut&) = delete;
 
-  // Room for p_iLen bytes; write there, then End() with the first byte behind what was written.
-  char* Begin(int p_iLen) {
-    if (m_pEnd - m_p < p_iLen) Grow(p_iLen);
+  // Room for p_uLen bytes; write there, then End() with the first byte behind what was written.
+  char* Begin(size_t p_uLen) {
+    if (static_cast<size_t>(m_pEnd - m_p) < p_uLen) Grow(p_uLen);
     return m_p;
   }
   void End(char* p_pEnd) { m_p = p_pEnd; }
 
-  void Put(const char* p_p, int p_iLen) {
-    char* p = Begin(p_iLen);
-    memcpy(p, p_p, static_cast<size_t>(p_iLen));
-    End(p + p_iLen);
-  }
-  void Put(const CString& p_s) { Put(p_s.ToStr(), p_s.GetSize()); }
+  void Put(const char* p_p, size_t p_uLen) { End(Copy(Begin(p_uLen), p_p, p_uLen)); }
+  void Put(const CString& p_s) { Put(p_s.ToStr(), static_cast<size_t>(p_s.GetSize())); }
   template <size_t N>
-  void Put(const char (&p_sz)[N]) { Put(p_sz, static_cast<int>(N) - 1); }
-  void PutText(const char* p_sz) { Put(p_sz, static_cast<int>(strlen(p_sz))); }    // up to its NUL
+  void Put(const char (&p_sz)[N]) { Put(p_sz, N - 1); }
+  void PutText(const char* p_sz) { Put(p_sz, strlen(p_sz)); }    // up to its NUL
   void Put(char p_c) { *Begin(1) = p_c; ++m_p; }
   void PutBlanks(int p_iCount) {
-    char* p = Begin(p_iCount);
-    memset(p, ' ', static_cast<size_t>(p_iCount));
-    End(p + p_iCount);
+    const auto uCount = static_cast<size_t>(p_iCount);
+    End(static_cast<char*>(memset(Begin(uCount), ' ', uCount)) + uCount);
   }
-  void PutNumber(int p_i) { End(FormatInt(Begin(11), p_i)); }
-  void PutNumber(double p_d) { End(FormatDouble(Begin(DOUBLE_CHARS), p_d)); }
+  void PutNumber(int p_i) { End(FormatInt(Begin(INT_CHARS), p_i)); }
+
+  // Copies and returns the end.
+  static char* Copy(char* p_pOut, const char* p_p, size_t p_uLen) {
+    memcpy(p_pOut, p_p, p_uLen);
+    return p_pOut + p_uLen;
+  }
+  template <size_t N>
+  static char* Copy(char* p_pOut, const char (&p_sz)[N]) { return Copy(p_pOut, p_sz, N - 1); }
 
  private:
   CStream& m_st;
@@ -56,9 +58,10 @@ class CTextOut {
   char* m_p;
   char* m_pEnd;
 
-  void Grow(int p_iLen) {
-    const long long iSize = m_p - m_pStart, iWanted = std::max(iSize + p_iLen, iSize + iSize / 2);
-    if (iSize + p_iLen >= INT_MAX - 1) throw std::bad_alloc();
+  void Grow(size_t p_uLen) {
+    const long long iSize = m_p - m_pStart, iNeeded = iSize + static_cast<long long>(p_uLen);
+    const long long iWanted = std::max(iNeeded, iSize + iSize / 2);
+    if (iNeeded >= INT_MAX - 1) throw std::bad_alloc();
     m_st.ReleaseBuffer(static_cast<int>(iSize));
     m_pStart = m_st.GetBuffer(static_cast<int>(std::min<long long>(iWanted, INT_MAX - 1)));
     m_p = m_pStart + iSize;
