@@ -44,7 +44,7 @@ unsigned Hash(const char* p_szKey, size_t p_iLen) {
 
 }    // namespace
 
-CIntHash::CIntHash(int) noexcept : m_pSlot(nullptr), m_uSlots(0), m_uKeys(0), m_stEntries(0, 32) {}
+CIntHash::CIntHash(int) noexcept : m_pSlot(nullptr), m_uSlots(0), m_uKeys(0), m_stEntries(0, 128) {}
 
 CIntHash::~CIntHash() { delete[] m_pSlot; }
 

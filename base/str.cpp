@@ -51,6 +51,34 @@ bool callorv::detail::VFormat(CString* p_pOut, const char* p_szFmt, va_list p_tA
   return bDone;
 }
 
+// Before their users, which they become a part of.
+inline char* CString::Reserve(int p_iSize) {
+  const bool bHeap = IsHeap();
+  if (bHeap ? static_cast<unsigned>(p_iSize) >= (m_u.tHeap.uCapacity & ~HEAP_FLAG) : p_iSize > INLINE_MAX) {
+    return NewHeap(p_iSize);
+  }
+  return bHeap ? m_u.tHeap.pData : m_u.szInline;
+}
+
+inline void CString::SetSize(int p_iSize) {
+  if (IsHeap()) {
+    m_u.tHeap.iSize = p_iSize;
+    m_u.tHeap.pData[p_iSize] = 0;
+  } else {
+    SetInline(p_iSize);
+  }
+}
+
+char* CString::NewHeap(int p_iSize) {
+  if (p_iSize == INT_MAX) throw std::bad_alloc();    // its capacity would be HEAP_FLAG itself
+  const unsigned uCapacity = static_cast<unsigned>(p_iSize) + 1;
+  char* pData = new char[uCapacity];
+  if (IsHeap()) FreeHeap();
+  m_u.tHeap.pData = pData;
+  m_u.tHeap.uCapacity = uCapacity | HEAP_FLAG;
+  return pData;
+}
+
 CString::CString(const char* p_sz) : CString() { Set(p_sz); }
 
 CString::CString(const CString& p_s) : CString() { Set(p_s); }
@@ -166,27 +194,6 @@ int CString::Split(char p_cSep, CStrArray* p_pOut, bool p_bTrim) const {
 }
 
 void CString::FreeHeap() noexcept { delete[] m_u.tHeap.pData; }
-
-char* CString::Reserve(int p_iSize) {
-  const unsigned uCapacity = static_cast<unsigned>(p_iSize) + 1;
-  if (IsHeap() ? uCapacity > (m_u.tHeap.uCapacity & ~HEAP_FLAG) : p_iSize > INLINE_MAX) {
-    if (p_iSize == INT_MAX) throw std::bad_alloc();    // its capacity would be HEAP_FLAG itself
-    char* pData = new char[uCapacity];
-    if (IsHeap()) FreeHeap();
-    m_u.tHeap.pData = pData;
-    m_u.tHeap.uCapacity = uCapacity | HEAP_FLAG;
-  }
-  return IsHeap() ? m_u.tHeap.pData : m_u.szInline;
-}
-
-void CString::SetSize(int p_iSize) {
-  if (IsHeap()) {
-    m_u.tHeap.iSize = p_iSize;
-    m_u.tHeap.pData[p_iSize] = 0;
-  } else {
-    SetInline(p_iSize);
-  }
-}
 
 bool operator==(const CString& p_s, const char* p_sz) { return strcmp(p_s.ToStr(), OrEmpty(p_sz)) == 0; }
 

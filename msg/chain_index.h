@@ -9,6 +9,9 @@ namespace callorv::detail {
 
 inline constexpr int CHAINS = 128, LONG_CHAIN = 16;
 
+// What is seldom so: it is kept off the short way through the code.
+inline bool Seldom(bool p_b) { return __builtin_expect(p_b, false); }
+
 // Short cuts into 128 chains once one of them is long, so that neither finding nor appending a node walks it. A NODE has
 // m_iTagNum and m_pNext. The chains stay what they are; the index only points into them.
 template <class NODE>
@@ -19,7 +22,7 @@ class CChainIndex {
       for (NODE* p = p_apHead[i]; p != nullptr; p = p->m_pNext) Add(i, p);
     }
   }
-  NODE* Find(int p_iTag) const {
+  [[gnu::noinline]] NODE* Find(int p_iTag) const {
     const auto it = m_cByTag.find(p_iTag);
     return it != m_cByTag.end() ? it->second : nullptr;
   }
@@ -38,13 +41,13 @@ class CChainIndex {
 // a rule, and then no division is needed.
 inline unsigned ChainOf(int p_iTag, int p_iHashKey) {
   const unsigned uTag = static_cast<unsigned>(p_iTag), uKey = static_cast<unsigned>(p_iHashKey);
-  return (uKey & (uKey - 1)) == 0 ? uTag & (uKey - 1) : uTag % uKey;
+  return Seldom((uKey & (uKey - 1)) != 0) ? uTag % uKey : uTag & (uKey - 1);
 }
 
 template <class NODE>
 NODE* FindInChain(NODE* p_pHead, const CChainIndex<NODE>* p_pIndex, int p_iTag) {
-  if (p_pIndex != nullptr) return p_pIndex->Find(p_iTag);
-  while (p_pHead != nullptr && p_pHead->m_iTagNum != p_iTag) p_pHead = p_pHead->m_pNext;
+  if (Seldom(p_pIndex != nullptr)) return p_pIndex->Find(p_iTag);
+  while (p_pHead != nullptr && Seldom(p_pHead->m_iTagNum != p_iTag)) p_pHead = p_pHead->m_pNext;
   return p_pHead;
 }
 

@@ -203,7 +203,7 @@ int CMsgOps::FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine) {
 // ---- access
 
 template <class T, class VALUE>
-const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
+const char* CMsgOps::Append(CMsgValue& p_cCell, VALUE p_Value) {
   using V = ValueTraits<T>;
   auto*& pArray = V::ArrayOf(p_cCell);
   try {
@@ -223,7 +223,7 @@ const char* CMsgOps::Append(CMsgValue& p_cCell, const VALUE& p_Value) {
 }
 
 template <class T, class VALUE>
-const char* CMsgOps::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
+const char* CMsgOps::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   if constexpr (std::is_same_v<VALUE, T_Text>) {
     if (p_Value.iLen >= static_cast<int>(sizeof(CString))) p_cMsg.m_bHolds = true;    // it does not fit into its object
   }
@@ -232,19 +232,40 @@ const char* CMsgOps::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& 
 
 template <class T, class VALUE>
 int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
+  CMsgValue* pCell = FirstCell(p_cMsg, p_iTag, ValueTraits<T>::eType);
+  if (Seldom(pCell == nullptr)) return SetAny<T>(p_cMsg, p_iTag, p_Value);
+  return SetCell<T>(p_cMsg, *pCell, p_Value);
+}
+
+template <class T, class VALUE>
+int CMsgOps::SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
   using V = ValueTraits<T>;
-  CMsgValue* pCell = FindCell(p_cMsg, p_iTag, V::eType);
-  if (pCell == nullptr) {
-    const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
-    if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
-    if (pTag->m_eType != V::eType) return FailType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet);
-    pCell = SetHashBag(p_cMsg, *pTag);
-    if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  }
-  const char* szWhy = pCell->m_bMulti ? Append<T>(*pCell, p_Value) : StoreSingle<T>(p_cMsg, *pCell, p_Value);
-  if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
-  pCell->m_bSet = true;
+  const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
+  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
+  if (pTag->m_eType != V::eType) return FailType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet);
+  CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
+  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+  return SetCell<T>(p_cMsg, *pCell, p_Value);
+}
+
+template <class T, class VALUE>
+int CMsgOps::SetCell(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
+  const char* szWhy = Seldom(p_cCell.m_bMulti) ? Append<T>(p_cCell, p_Value) : StoreSingle<T>(p_cMsg, p_cCell, p_Value);
+  if (Seldom(szWhy != nullptr)) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
+  p_cCell.m_bSet = true;
   p_cMsg.m_bEmpty = false;
+  return 0;
+}
+
+template <class T>
+int CMsgOps::GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_bChecked, T* p_pOut) {
+  auto* pArray = ValueTraits<T>::ArrayOf(p_cCell);
+  if (pArray == nullptr) return FailNull(p_cMsg, p_cCell.m_iTagNum);
+  if (p_bChecked && (p_iIndex < 0 || p_iIndex >= pArray->GetSize())) {
+    p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_cCell.m_iTagNum);
+    return MSG_INDEX;    // text -1, result -27: callers rely on the pair
+  }
+  Assign(*p_pOut, pArray->GetAt(p_iIndex));
   return 0;
 }
 
@@ -253,13 +274,17 @@ int CMsgOps::Get(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
   using V = ValueTraits<T>;
   if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
   V::Clear(*p_pOut);
+  CMsgValue* pCell = FirstCell(p_cMsg, p_iTag, V::eType);
+  const bool bUsual = pCell != nullptr && pCell->m_bSet && !pCell->m_bMulti;
+  return Seldom(!bUsual) ? GetAny(p_cMsg, p_iTag, p_pOut) : GetSingle(p_cMsg, *pCell, p_pOut);
+}
+
+template <class T>
+int CMsgOps::GetAny(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
+  using V = ValueTraits<T>;
   CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
   if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGet);
-  if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
-  auto* pArray = V::ArrayOf(*pCell);
-  if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
-  Assign(*p_pOut, pArray->GetAt(0));
-  return 0;
+  return pCell->m_bMulti ? GetElement(p_cMsg, *pCell, 0, false, p_pOut) : GetSingle(p_cMsg, *pCell, p_pOut);
 }
 
 template <class T>
@@ -269,15 +294,7 @@ int CMsgOps::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
   V::Clear(*p_pOut);
   CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
   if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetAt);
-  if (!pCell->m_bMulti) return V::Load(*pCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_iTag);
-  auto* pArray = V::ArrayOf(*pCell);
-  if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
-  if (p_iIndex < 0 || p_iIndex >= pArray->GetSize()) {
-    p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
-    return MSG_INDEX;    // text -1, result -27: callers rely on the pair
-  }
-  Assign(*p_pOut, pArray->GetAt(p_iIndex));
-  return 0;
+  return pCell->m_bMulti ? GetElement(p_cMsg, *pCell, p_iIndex, true, p_pOut) : GetSingle(p_cMsg, *pCell, p_pOut);
 }
 
 template <class ARRAY>
@@ -381,7 +398,7 @@ CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
 }
 
 template <class T, class VALUE>
-void CMsgOps::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value) {
+void CMsgOps::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays
   const char* szWhy = p_cCell.m_bMulti ? Append<T>(p_cCell, p_Value) : StoreSingle<T>(p_cMsg, p_cCell, p_Value);
   if (szWhy != nullptr) throw CException(szWhy, MSG_MEMORY);

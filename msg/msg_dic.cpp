@@ -27,7 +27,7 @@ void CheckMsgNum(int p_iMsgNum) {
 E_TagType ParseType(const CString& p_sType, int& p_iSubMsg) {
   p_iSubMsg = 0;
   for (int i = TAG_STRING; i <= TAG_DATE; ++i) {
-    if (p_sType == s_aszTypeWord[i]) return static_cast<E_TagType>(i);
+    if (*p_sType.ToStr() == *s_aszTypeWord[i] && p_sType == s_aszTypeWord[i]) return static_cast<E_TagType>(i);
   }
   if (!p_sType.StartsWith("m")) throw CException(MSG_TAG_TYPE, "tagtype=%s", p_sType.ToStr());
   p_iSubMsg = ParseInt32(p_sType.ToStr() + 1);

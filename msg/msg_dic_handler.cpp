@@ -72,12 +72,16 @@ struct T_Wanted {
   const char* szName;
   CString& sValue;
 };
-void GetAttributes(const Attributes& p_cAttrs, std::initializer_list<T_Wanted> p_atWanted) {
+template <size_t N>
+void GetAttributes(const Attributes& p_cAttrs, const T_Wanted (&p_atWanted)[N]) {
+  size_t uWanted = 0;    // attributes mostly come in the order of the list
   for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
     const XMLCh* szName = p_cAttrs.getLocalName(i);
-    for (const T_Wanted& tWanted : p_atWanted) {
+    for (size_t uTry = 0; uTry < N; ++uTry) {
+      const T_Wanted& tWanted = p_atWanted[uWanted];
+      uWanted = (uWanted + 1) % N;
       if (!IsNarrowName(szName, tWanted.szName)) continue;
-      tWanted.sValue = CNarrow(p_cAttrs.getValue(i)).Text();
+      tWanted.sValue.Set(CNarrow(p_cAttrs.getValue(i)).Text());
       break;
     }
   }
@@ -130,7 +134,7 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
     case 3: {
       if (IsName(p_szLocalName, "constraint")) break;
       if (!IsName(p_szLocalName, "tag")) ThrowUnknown("child element", p_szLocalName);
-      CString sNo, sName, sType, sArray("N");
+      CString sNo, sName, sType, sArray(m_sSingle);
       GetAttributes(p_cAttrs, {{"no", sNo}, {"name", sName}, {"type", sType}, {"array", sArray}});
       m_pDic->SetMsgDetail(m_iMsgNum, sNo.ToInt(), sName, sType, sArray);
       break;

@@ -41,7 +41,8 @@ class MsgDicHandler : public callorv::detail::CDicFileHandler {
                     const xercesc::Attributes& p_cAttrs) override;
 
  private:
-  int m_iMsgNum;      // of the latest "msg"
+  const CString m_sSingle{"N"};    // what a tag without an "array" attribute has
+  int m_iMsgNum;                   // of the latest "msg"
   CMsgDic* m_pDic;
 };
 

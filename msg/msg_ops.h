@@ -40,7 +40,7 @@ struct CMsgOps {
   static CMsgValue* GetHashBag(const CMsg& p_cMsg, int p_iTag) {
     return callorv::detail::FindInChain(
         p_cMsg.m_apSlot[callorv::detail::ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey())],
-        p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
+        callorv::detail::Seldom(p_cMsg.m_pExtra != nullptr) ? p_cMsg.m_pExtra->pIndex : nullptr, p_iTag);
   }
   // The tag's cell; a new one, of the tag's type, when there was none. Null when there is no memory for it.
   static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
@@ -92,16 +92,18 @@ struct CMsgOps {
     return callorv::detail::FindInChain(
         pMsgInfo->m_apBucket[callorv::detail::ChainOf(p_iTag, pMsgInfo->m_iHashKey)], pMsgInfo->m_pIndex, p_iTag);
   }
-  // The tag's cell if it has one of this type. Such a tag is defined, and so it is on the usual way not looked up.
-  static CMsgValue* FindCell(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
+  // As a rule the tag's cell: the first one of its slot, if it is that tag's and of this type. Such a tag is defined, and so it
+  // need not be looked up.
+  static CMsgValue* FirstCell(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
     if (p_cMsg.m_pMsgInfo == nullptr || p_iTag < 0) return nullptr;
-    CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
-    return pCell != nullptr && pCell->m_eType == p_eType ? pCell : nullptr;
+    CMsgValue* pCell = p_cMsg.m_apSlot[callorv::detail::ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey())];
+    return pCell != nullptr && pCell->m_iTagNum == p_iTag && pCell->m_eType == p_eType ? pCell : nullptr;
   }
   // For getters: the tag's cell, which has a value of this type; null when there is no such cell: FailGet says why.
   static CMsgValue* FindSet(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
-    CMsgValue* pCell = FindCell(p_cMsg, p_iTag, p_eType);
-    return pCell != nullptr && pCell->m_bSet ? pCell : nullptr;
+    if (p_cMsg.m_pMsgInfo == nullptr || p_iTag < 0) return nullptr;
+    CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
+    return pCell != nullptr && pCell->m_eType == p_eType && pCell->m_bSet ? pCell : nullptr;
   }
   // What went wrong, as code; its text is kept. Apart from the checks, which are on every value's way.
   [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag);
@@ -136,6 +138,20 @@ struct CMsgOps {
   static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
 
  private:
+  // Set and Get where FirstCell gives nothing; Get also for arrays. They go all the way, so that the usual way stays short.
+  template <class T, class VALUE>
+  [[gnu::noinline]] static int SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value);
+  template <class T>
+  [[gnu::noinline]] static int GetAny(CMsg& p_cMsg, int p_iTag, T* p_pOut);
+  template <class T, class VALUE>
+  static int SetCell(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
+  template <class T>
+  static int GetSingle(CMsg& p_cMsg, const CMsgValue& p_cCell, T* p_pOut) {
+    return callorv::detail::ValueTraits<T>::Load(p_cCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_cCell.m_iTagNum);
+  }
+  // The element of the cell's array at p_iIndex, where a missing one is a failure if p_bChecked, else the type's zero.
+  template <class T>
+  [[gnu::noinline]] static int GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_bChecked, T* p_pOut);
   static void PrefetchLines(const void* p_p, int p_iLines) {
     const char* p = static_cast<const char*>(p_p);
     for (int i = 0; i < p_iLines; ++i) callorv::detail::Prefetch(p + i * CACHE_LINE);
@@ -143,12 +159,12 @@ struct CMsgOps {
   // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set once the
   // array has an element.
   template <class T, class VALUE>
-  static const char* Append(CMsgValue& p_cCell, const VALUE& p_Value);
+  [[gnu::noinline]] static const char* Append(CMsgValue& p_cCell, VALUE p_Value);
   // Stores into a cell that is no array; as ValueTraits<T>::Store.
   template <class T, class VALUE>
-  static const char* StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value);
+  static const char* StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
   template <class T, class VALUE>
-  static void StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, const VALUE& p_Value);
+  static void StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
 };
 
 #endif

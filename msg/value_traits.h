@@ -86,7 +86,7 @@ template <> struct ValueTraits<CMsg*>
 template <> struct ValueTraits<CString>
     : T_OwnedTraits<CString, TAG_STRING, CStrArray, &CMsgValue::m_pStr, &CMsgValue::m_pStrArr> {
   static constexpr const char* szNewArray = "new CStrArray failed";
-  static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, const T_Text& p_tText) try {
+  static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, T_Text p_tText) try {
     CString*& pStr = p_cCell.m_pStr;
     if (pStr == nullptr) {
       void* p = p_cArena.Allocate(sizeof(CString));

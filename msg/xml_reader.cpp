@@ -85,7 +85,8 @@ class CSaxReader : public SAX2XMLReaderImpl {
   static bool ArePlain(const RefVectorOf<XMLAttr>& p_cAttrs, XMLSize_t p_uAttrs) {
     for (XMLSize_t i = 0; i < p_uAttrs; ++i) {
       const XMLAttr& cAttr = *p_cAttrs.elementAt(i);
-      if (*cAttr.getPrefix() != 0 || XMLString::equals(cAttr.getName(), XMLUni::fgXMLNSString)) return false;
+      const XMLCh* szName = cAttr.getName();
+      if (*cAttr.getPrefix() != 0 || (*szName == u'x' && XMLString::equals(szName, XMLUni::fgXMLNSString))) return false;
     }
     return true;
   }

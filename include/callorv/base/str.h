@@ -92,6 +92,7 @@ class CALLORV_API CString {
   }
   void FreeHeap() noexcept;
   char* Reserve(int p_iSize);      // room for p_iSize bytes and the terminator; the old text is lost
+  char* NewHeap(int p_iSize);      // the same, always on the heap
   void SetSize(int p_iSize);       // after writing into Reserve()'s room
 };
 

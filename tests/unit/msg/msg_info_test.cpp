@@ -208,7 +208,7 @@ TEST_CASE("the dump has a line for each tag") {
 }
 
 TEST_CASE("no memory for a tag: the exception names it, and what was defined before stays") {
-  const std::string sName(40, 'n');
+  const std::string sName(200, 'n');
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
     CMsgInfo cInfo(1, "m", "", 0);
     cInfo.SetTagInfo(1, "one", TAG_STRING, 0, false);
