@@ -49,8 +49,12 @@ void ByName(benchmark::State& p_cState, int p_iFirst, F p_fn) {
       [&] { Expect(p_fn(*pMsg, asName[iTurn++ & 3].c_str()), "access"); });
 }
 
-const auto s_fnSetInt = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 4711); };
-const auto s_fnSetDouble = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, 3.25); };
+template <class T>
+const auto s_fnSet = [](CMsg& p_cMsg, auto p_Tag) {
+  T Value = 4711;
+  benchmark::DoNotOptimize(Value);    // as a value is that a program has computed
+  return p_cMsg.SetValue(p_Tag, Value);
+};
 template <class T>
 const auto s_fnGet = [](CMsg& p_cMsg, auto p_Tag) {
   T Value{};
@@ -85,16 +89,16 @@ void CheckSum(benchmark::State& p_cState) {
 }    // namespace
 
 void RegisterValues() {
-  Register("value/set_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnSetInt); });
+  Register("value/set_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnSet<int>); });
   Register("value/get_int", [](benchmark::State& p_c) { ByNumber(p_c, INTEGER_TAG, s_fnGet<int>); });
-  Register("value/set_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnSetDouble); });
+  Register("value/set_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnSet<double>); });
   Register("value/get_double", [](benchmark::State& p_c) { ByNumber(p_c, DOUBLE_TAG, s_fnGet<double>); });
   Register("value/set_string", [](benchmark::State& p_c) { ByNumber(p_c, STRING_TAG, s_fnSetString); });
   Register("value/get_string", [](benchmark::State& p_c) {
     CString sValue;
     ByNumber(p_c, STRING_TAG, [&](CMsg& p_cMsg, int p_iTag) { return p_cMsg.GetValue(p_iTag, &sValue); });
   });
-  Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSetInt); });
+  Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSet<int>); });
   Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGet<int>); });
   Register("checksum", CheckSum);
   for (const int iTags : {1, 4, 16, 32, 64, 128, 256, 512, +BUCKET_TAGS}) {
