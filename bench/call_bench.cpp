@@ -36,7 +36,10 @@ T_Calls& Calls() {
   return s_tCalls;
 }
 
-void OneThread(benchmark::State& p_cState, int p_iSvcNum, bool p_bParse, int p_iBatch) {
+enum E_Parse { NO_PARSE, FRESH_READER, KEPT_READER };    // what the floor does with the reply
+
+void OneThread(benchmark::State& p_cState, int p_iSvcNum, E_Parse p_eParse, int p_iBatch) {
+  static const auto s_pReader = CBareParser::NewReader();
   const T_Calls& tCalls = Calls();
   const CMsgPtr pRequest = NewRequest();
   const std::string sRequest = RequestPacket(p_iSvcNum, *pRequest);
@@ -46,7 +49,8 @@ void OneThread(benchmark::State& p_cState, int p_iSvcNum, bool p_bParse, int p_i
       p_cState, WALL, p_iBatch,
       [&] {
         ExchangeRaw(tCalls.pServer->Port(), sRequest, aReply);
-        if (p_bParse) CBareParser::Parse(sXml);
+        if (p_eParse == FRESH_READER) CBareParser::Parse(sXml);
+        if (p_eParse == KEPT_READER) CBareParser::Parse(*s_pReader, sXml);
       },
       [&] { Call(p_iSvcNum, *pRequest); });
 }
@@ -87,13 +91,15 @@ void ManyThreads(benchmark::State& p_cState, int p_iThreads) {
 void RegisterCalls() {
   static const CBareParser s_cParser;
   Calls();
-  Register("call/1", [](benchmark::State& p_c) { OneThread(p_c, ONE_ROW, false, 10); });
-  Register("call/100", [](benchmark::State& p_c) { OneThread(p_c, HUNDRED_ROWS, false, 10); });
-  Register("call_and_parse/10000", [](benchmark::State& p_c) { OneThread(p_c, TEN_THOUSAND_ROWS, true, 1); });
+  Register("call/1", [](benchmark::State& p_c) { OneThread(p_c, ONE_ROW, NO_PARSE, 10); });
+  Register("call/100", [](benchmark::State& p_c) { OneThread(p_c, HUNDRED_ROWS, NO_PARSE, 10); });
+  Register("call_and_kept_parse/1", [](benchmark::State& p_c) { OneThread(p_c, ONE_ROW, KEPT_READER, 10); });
+  Register("call_and_kept_parse/100", [](benchmark::State& p_c) { OneThread(p_c, HUNDRED_ROWS, KEPT_READER, 10); });
+  Register("call_and_parse/10000", [](benchmark::State& p_c) { OneThread(p_c, TEN_THOUSAND_ROWS, FRESH_READER, 1); });
   Register("call_threads/8", [](benchmark::State& p_c) { ManyThreads(p_c, CROWD); });
   for (size_t i = 0; i < std::size(s_aiRows); ++i) {
     Register("growth/call/" + std::to_string(s_aiRows[i]), [i](benchmark::State& p_c) {
-      OneThread(p_c, static_cast<int>(i), true, i <= HUNDRED_ROWS ? 10 : 1);
+      OneThread(p_c, static_cast<int>(i), FRESH_READER, i <= HUNDRED_ROWS ? 10 : 1);
     });
   }
   for (int i = 1; i <= MOST_THREADS; i *= 2) {
