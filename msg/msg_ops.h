@@ -23,11 +23,11 @@ struct T_MsgExtra {
 // Asks for the cache line of an address, which may be any. Not by the compiler's builtin: that is nothing on i686, though every
 // i686 takes the instruction, if only as a hint to ignore, and functions that only prefetch count as doing nothing, so that
 // their calls are dropped.
-inline void Prefetch(const void* p_p) {
+inline void Prefetch(uintptr_t p_uAddress) {
 #if defined(__i386__) || defined(__x86_64__)
-  asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(p_p)));
+  asm volatile("prefetcht0 (%0)" : : "r"(p_uAddress));
 #else
-  __builtin_prefetch(p_p);
+  __builtin_prefetch(reinterpret_cast<const void*>(p_uAddress));
 #endif
 }
 
@@ -63,25 +63,24 @@ struct CMsgOps {
   // A row's own lines. Nothing for a row behind the last.
   static void PrefetchRow(CMsgArray& p_cRows, int p_iRow) {
     if (p_iRow >= p_cRows.GetSize()) return;
-    const CMsg& cMsg = *p_cRows.GetAt(p_iRow);
-    callorv::detail::Prefetch(&cMsg);
-    callorv::detail::Prefetch(cMsg.m_apSlot + 4);
-    callorv::detail::Prefetch(&cMsg.m_pParent);
-    callorv::detail::Prefetch(&cMsg.m_bHolds);
+    const auto uRow = reinterpret_cast<uintptr_t>(p_cRows.GetAt(p_iRow));
+    PrefetchLines(uRow, 2);                                  // with the first slots
+    PrefetchLines(uRow + sizeof(CMsg) - CACHE_LINE, 2);      // what stands behind the slots
   }
   // Its cells, once its own lines are there.
   static void PrefetchCells(CMsgArray& p_cRows, int p_iRow) {
     if (p_iRow >= p_cRows.GetSize()) return;
-    const CMsg& cMsg = *p_cRows.GetAt(p_iRow);
-    if (cMsg.m_pMsgInfo == nullptr) return;
-    const int iFirstTag = cMsg.m_pMsgInfo->GetTagNumAt(0);
-    PrefetchLines(cMsg.m_apSlot[callorv::detail::ChainOf(iFirstTag, cMsg.m_pMsgInfo->GetHashKey())], 4);
+    const CMsg* pRow = p_cRows.GetAt(p_iRow);
+    if (pRow == nullptr || pRow->m_pMsgInfo == nullptr) return;
+    const int iFirstTag = pRow->m_pMsgInfo->GetTagNumAt(0);
+    const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, pRow->m_pMsgInfo->GetHashKey());
+    PrefetchLines(reinterpret_cast<uintptr_t>(pRow->m_apSlot[uSlot]), 4);
   }
   // Where the row after p_pThis will be made: as far behind it as it is behind the last.
   static void PrefetchBehind(const CMsg* p_pLast, const CMsg* p_pThis) {
     const auto uThis = reinterpret_cast<uintptr_t>(p_pThis), uNext = 2 * uThis - reinterpret_cast<uintptr_t>(p_pLast);
-    PrefetchLines(reinterpret_cast<const void*>(uNext), 3);
-    PrefetchLines(reinterpret_cast<const void*>(uNext + sizeof(CMsg) - CACHE_LINE), 5);    // and its cells
+    PrefetchLines(uNext, 3);
+    PrefetchLines(uNext + sizeof(CMsg) - CACHE_LINE, 5);    // and its cells
   }
 
   // ---- checks
@@ -152,9 +151,8 @@ struct CMsgOps {
   // The element of the cell's array at p_iIndex, where a missing one is a failure if p_bChecked, else the type's zero.
   template <class T>
   [[gnu::noinline]] static int GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_bChecked, T* p_pOut);
-  static void PrefetchLines(const void* p_p, int p_iLines) {
-    const char* p = static_cast<const char*>(p_p);
-    for (int i = 0; i < p_iLines; ++i) callorv::detail::Prefetch(p + i * CACHE_LINE);
+  static void PrefetchLines(uintptr_t p_uFirst, unsigned p_uLines) {
+    for (unsigned u = 0; u < p_uLines; ++u) callorv::detail::Prefetch(p_uFirst + u * CACHE_LINE);
   }
   // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set once the
   // array has an element.

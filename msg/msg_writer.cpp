@@ -210,9 +210,9 @@ class CXmlForm {
   // What stands between '<' and '>'.
   struct T_Name {
     const CTagInfo* pTag = nullptr;
-    const char* p;
-    size_t uLen;
-    char szNear[16];    // the name if it is not longer: copied whole, it takes one step
+    const char* p = nullptr;
+    size_t uLen = 0;
+    char szNear[16] = {};    // the name if it is not longer: copied whole, it takes one step
 
     size_t Room() const { return std::max(uLen, sizeof(szNear)); }
     char* Put(char* p_p) const {

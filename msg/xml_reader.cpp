@@ -54,9 +54,10 @@ class CSaxReader : public SAX2XMLReaderImpl {
   void startElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const XMLCh* const p_szPrefix,
                     const RefVectorOf<XMLAttr>& p_cAttrs, const XMLSize_t p_uAttrs, const bool p_bEmpty,
                     const bool p_bRoot) override {
-    // The root has to go there: only inside elements that it knows of does the base class pass texts on.
+    // The root has to go there: only inside elements that it knows of does the base class pass texts on. An empty element is
+    // ended like any other, and p_bEmpty is never true.
     const bool bStraight = !p_bRoot && *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
-    if (!p_bEmpty) m_cStraight[++m_uDepth] = bStraight;
+    m_cStraight[++m_uDepth] = bStraight;
     if (!bStraight) {
       SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
       return;
@@ -64,7 +65,6 @@ class CSaxReader : public SAX2XMLReaderImpl {
     const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
     m_cAttrs.setVector(&p_cAttrs, p_uAttrs, nullptr);
     getContentHandler()->startElement(u"", szName, szName, m_cAttrs);
-    if (p_bEmpty) getContentHandler()->endElement(u"", szName, szName);
   }
 
   void endElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const bool p_bRoot,

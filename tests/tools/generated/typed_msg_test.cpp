@@ -237,6 +237,17 @@ TEST_CASE("a class that does not fit the dictionary says why") {
   CHECK(cInside.sLastError == "MSG_Error(-17) : Invalid tag type {Line:1233, tagnum=0,type=(string/integer)}");
   CHECK(cInside.LoadFromMsg(Message("<msg no=\"4\"><t6><t0>x</t0></t6></msg>").get()) == -17);
 
+  CStranger<4, 77, std::vector<int>> cNoArray;
+  cNoArray.member = {1, 2};
+  CHECK(cNoArray.CreateMsg() == nullptr);
+  CHECK(cNoArray.sLastError == "MSG_Error(-18) : Not defined tag in dictionary {msgnum=4, tagnum=77}");
+
+  CStranger<4, 16, std::vector<CStranger<1, 0, CInt>>> cOtherRow;
+  cOtherRow.member.resize(2);
+  cOtherRow.member[0].member.Set(1);
+  CHECK(cOtherRow.CreateMsg() == nullptr);
+  CHECK(cOtherRow.sLastError == "MSG_Error(-17) : Invalid tag type {Line:1233, tagnum=0,type=(string/integer)}");
+
   CStranger<4, 16, std::vector<CStranger<999, 0, CInt>>> cNoRow;
   cNoRow.member.resize(1);
   CHECK(cNoRow.CreateMsg() == nullptr);

@@ -206,6 +206,22 @@ TEST_CASE("SetMsgDetail without memory") {
   CHECK(iFailures >= 3);
 }
 
+TEST_CASE("tags that find no memory in the dictionary's block") {
+  enum { TAGS = 40 };    // more than the first block holds
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    CMsgDic cDic;
+    cDic.SetMsgInfo(3, "m", "", "");
+    int iTag = 0;
+    const T_Thrown tThrown = CaughtFailing(p_cFail, [&] {
+      for (; iTag < TAGS; ++iTag) cDic.SetMsgDetail(3, iTag, "a", "integer", "N");
+    });
+    CHECK(tThrown.iCode == (p_cFail.HasFailed() ? -11 : 0));
+    CHECK(tThrown.sText == (p_cFail.HasFailed() ? "(CTagInfo)" : ""));
+    for (int i = 0; i < TAGS; ++i) CHECK(cDic.GetMsgInfo(3)->IsDefinedTag(i) == (i < iTag));
+  });
+  CHECK(iFailures >= 6);
+}
+
 TEST_CASE("the dump of one message") {
   CMsgDic cDic;
   cDic.SetMsgInfo(3, "Quote", "1.0", "16");

@@ -413,6 +413,16 @@ TEST_CASE("other encodings") {
   CHECK(Texts(*cKorean, 1) == "\x01|");
 }
 
+TEST_CASE("rows of a tag that names no message have no definition and nothing to write") {
+  CRead cRead("<msg no='3'><t1/></msg>");
+  for (int i = 0; i < 20; ++i) CHECK(cRead->MakeSubMsgEntry(3)->GetMsgInfo() == nullptr);
+  std::string sRows;
+  for (int i = 0; i < 20; ++i) sRows += "<t3></t3>";
+  CStream stXml(0, 512);
+  cRead->ToXml(&stXml, false, false, 1);
+  CHECK(stXml.GetData() == "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"3\" ver=\"\">" + sRows + "</msg>");
+}
+
 TEST_CASE("names may have a prefix") {
   CRead cRead("<p:msg xmlns:p='u' p:no='1' p:ver='3'><p:t1>x</p:t1></p:msg>");
   CHECK(cRead.Ret() == 0);
