@@ -70,11 +70,11 @@ struct CMsgOps {
   // Its cells, once its own lines are there.
   static void PrefetchCells(CMsgArray& p_cRows, int p_iRow) {
     if (p_iRow >= p_cRows.GetSize()) return;
-    const CMsg* pRow = p_cRows.GetAt(p_iRow);
-    if (pRow == nullptr || pRow->m_pMsgInfo == nullptr) return;
-    const int iFirstTag = pRow->m_pMsgInfo->GetTagNumAt(0);
-    const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, pRow->m_pMsgInfo->GetHashKey());
-    PrefetchLines(reinterpret_cast<uintptr_t>(pRow->m_apSlot[uSlot]), 4);
+    const CMsg& cRow = *p_cRows.GetAt(p_iRow);    // an array takes no null
+    if (cRow.m_pMsgInfo == nullptr) return;
+    const int iFirstTag = cRow.m_pMsgInfo->GetTagNumAt(0);
+    const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, cRow.m_pMsgInfo->GetHashKey());
+    PrefetchLines(reinterpret_cast<uintptr_t>(cRow.m_apSlot[uSlot]), 4);
   }
   // Where the row after p_pThis will be made: as far behind it as it is behind the last.
   static void PrefetchBehind(const CMsg* p_pLast, const CMsg* p_pThis) {
