@@ -108,8 +108,9 @@ int Threads(bool p_bQuick) {
   CClient cClient;
   {
     CRound cRound(cClient, cTally, s_atFast, 60);
-    // Documents that take so long to read that all that is kept between calls is in use at some moment.
-    cRound.Run(20, 200000);
+    // Documents that take so long to read that all that is kept between calls is in use at some moment, with readers that
+    // hold nearly as much as one that is kept may.
+    cRound.Run(20, 100000);
     const long lDescriptors = OpenDescriptors();
     const long long lBytes = BytesInUse();
     cRound.Run(p_bQuick ? 80 : 1900, 3000);
