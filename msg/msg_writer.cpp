@@ -182,7 +182,7 @@ class CXmlForm {
   void Value(const T_Elem& p_tElem, int, const T& p_Value) {
     const T_Name& tName = Name(p_tElem);
     StartLine(p_tElem);
-    char* p = m_cOut.Begin(2 * tName.Room() + MaxMarks + MaxChars(p_Value));
+    char* p = m_cOut.Begin(2 * tName.Room() + MARKS + MaxChars(p_Value));
     p = PrintValue(Open(p, tName), p_Value);
     m_cOut.End(Close(p, tName));
     EndLine();
@@ -191,21 +191,21 @@ class CXmlForm {
   void OpenSub(const T_Elem& p_tElem, int, const CMsg&) {
     const T_Name& tName = Name(p_tElem);
     StartLine(p_tElem);
-    m_cOut.End(Open(m_cOut.Begin(tName.Room() + MaxMarks), tName));
+    m_cOut.End(Open(m_cOut.Begin(tName.Room() + MARKS), tName));
     EndLine();
   }
   void CloseSub(const T_Elem& p_tElem) {
     const T_Name& tName = Name(p_tElem);
     StartLine(p_tElem);
-    m_cOut.End(Close(m_cOut.Begin(tName.Room() + MaxMarks), tName));
+    m_cOut.End(Close(m_cOut.Begin(tName.Room() + MARKS), tName));
     EndLine();
   }
 
  private:
   // From here on the wire form writes a string by its size; below, as "%s" prints it, up to its first NUL.
   enum { LONG_STRING = 900 };
-
-  static constexpr size_t MaxMarks = sizeof("<></><![CDATA[]]>");
+  // What stands around names and value at most.
+  static constexpr size_t MARKS = sizeof("<></><![CDATA[]]>");
 
   // What stands between '<' and '>'.
   struct T_Name {

@@ -714,3 +714,31 @@ TEST_CASE("threads may write messages of one dictionary at once") {
   for (std::thread& cThread : acThread) cThread.join();
   for (int iGood : aiGood) CHECK(iGood == 200);
 }
+
+TEST_CASE("elements have their own names, however long and whichever tags share a number's last bits") {
+  CMsgDic cDic;
+  cDic.SetMsgInfo(1, "Names", "", "16");
+  std::string sByName, sByNumber;
+  CMsg cMsg(0, 0, 0, &cDic);
+  int iTag = 1;
+  for (const int iLen : {1, 15, 16, 17, 33, 500}) {
+    const std::string sName(static_cast<size_t>(iLen), static_cast<char>('a' + iTag % 26)), sTag = std::to_string(iTag);
+    cDic.SetMsgDetail(1, iTag, sName.c_str(), "integer", "Y");
+    for (const char* szValue : {"7", "-2147483648"}) {
+      sByName += "<" + sName + ">" + szValue + "</" + sName + ">";
+      sByNumber += "<a" + sTag + ">" + szValue + "</a" + sTag + ">";
+    }
+    iTag += 16;
+  }
+  cMsg.Init(1, 0, 0);
+  for (int i = 1; i < iTag; i += 16) {
+    CHECK(cMsg.SetValue(i, 7) == 0);
+    CHECK(cMsg.SetValue(i, INT_MIN) == 0);
+  }
+  CStream stXml(0, 512);
+  cMsg.ToXml(&stXml, false, true, 2);    // the tags alone
+  CHECK(stXml.GetData() == sByName);
+  stXml.Clear();
+  cMsg.ToXml(&stXml, true, false, 2);
+  CHECK(stXml.GetData() == sByNumber);
+}
