@@ -21,6 +21,7 @@
 #include "support/descriptors.h"
 #include "support/fail_alloc.h"
 #include "support/peer.h"
+#include "support/silent_port.h"
 
 namespace {
 
@@ -95,7 +96,10 @@ TEST_CASE("Connect by address and by name") {
 }
 
 TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
-  CPeer cPeer([](int p_iSock) { WriteAll(p_iSock, ReadToEnd(p_iSock)); });
+  CPeer cPeer([](int p_iSock) {
+    WriteAll(p_iSock, "hi");
+    WriteAll(p_iSock, ReadToEnd(p_iSock));
+  });
   const int iUnused = UnusedPort();
   struct T_Row { const char* szHost; int iPort; int iCode; const char* szText; };
   const T_Row atRow[] = {
@@ -118,7 +122,9 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
   COpenAdaptor cAdaptor;
   REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
   const int iSock = cAdaptor.iSock;
-  cAdaptor.Connect("", 1);    // whatever a resolver opens for good is open now
+  char szBuf[2];
+  REQUIRE(cAdaptor.ReceiveData(szBuf, 2, 5) == 2);    // the peer has opened its side
+  cAdaptor.Connect("", 1);                            // whatever a resolver opens for good is open now
   const long iOpen = OpenDescriptors();
   for (const T_Row& tRow : atRow) {
     CAPTURE(tRow.iPort);
@@ -129,7 +135,6 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
     CHECK(cAdaptor.iPort == cPeer.Port());
   }
   CHECK(OpenDescriptors() == iOpen);
-  char szBuf[2];
   CHECK(cAdaptor.SendData("ok", 2, 5) == 0);    // the old connection still works
   shutdown(iSock, SHUT_WR);
   CHECK(cAdaptor.ReceiveData(szBuf, 2, 5) == 2);
@@ -167,13 +172,13 @@ TEST_CASE("Connect where TCP_NODELAY cannot be set") {
 }
 
 TEST_CASE("Connect without memory for the name") {
-  CPeer cPeer([](int) {});
+  const CSilentPort cNobody;    // a peer that accepts would open a descriptor at a moment of its own
   static const char s_szHost[] = "000000000000177.0.0.1";    // too long for a short text; octal
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
     COpenAdaptor cAdaptor;
     const long iOpen = OpenDescriptors();
     int iRet = 0;
-    CHECK_FALSE(p_cFail.Run([&] { iRet = cAdaptor.Connect(s_szHost, cPeer.Port()); }));
+    CHECK_FALSE(p_cFail.Run([&] { iRet = cAdaptor.Connect(s_szHost, cNobody.Port()); }));
     if (p_cFail.HasFailed()) {
       CHECK(iRet == -1);
       CHECK(cAdaptor.Error() == "Memory error(-1)((Connect))");

@@ -8,7 +8,7 @@
 
 #include "msg/msg_dic_handler.h"
 #include "support/parser_leaks.h"
-#include "unit/msg/silent_port.h"
+#include "support/silent_port.h"
 #include "unit/msg/test_dic.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "unit/msg/silent_port.h"
+#include "support/silent_port.h"
 #include "unit/msg/test_dic.h"
 
 namespace {
