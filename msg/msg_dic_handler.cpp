@@ -13,6 +13,7 @@
 #include "callorv/base/exception.h"
 #include "callorv/base/stream.h"
 #include "callorv/crypt/crypt.h"
+#include "msg/reader_memory.h"
 
 using namespace xercesc;
 using namespace callorv::detail;
@@ -29,34 +30,22 @@ struct T_Wide {
   T_Wide& operator=(const T_Wide&) = delete;
 };
 
-// Reads from a stream that somebody else owns.
-class CBorrowedStream : public BinInputStream {
- public:
-  explicit CBorrowedStream(BinInputStream& p_cOwned) : m_cOwned(p_cOwned) {}
-  XMLFilePos curPos() const override { return m_cOwned.curPos(); }
-  XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
-    return m_cOwned.readBytes(p_pOut, p_uMost);
-  }
-  const XMLCh* getContentType() const override { return m_cOwned.getContentType(); }
-
- private:
-  BinInputStream& m_cOwned;
-};
-
 // A local file, opened by the bytes of its name: nothing that looks like a URL reaches the network, and a name that the
-// locale cannot express still opens. The open file stays the source's, as the parser loses its stream when it has no memory
-// for its reader.
-class CFileSource : public LocalFileInputSource {
+// locale cannot express still opens. Its base loses memory when it finds too little, hence one that knows its blocks.
+struct T_SourceMemory {
+  CReaderMemory cMemory;
+};
+class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
-  explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz), m_sPath(p_szPath) {}
+  explicit CFileSource(const char* p_szPath)
+      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_sPath(p_szPath) {}
   BinInputStream* makeStream() const override {
-    m_pFile = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
-    return m_pFile->getIsOpen() ? new CBorrowedStream(*m_pFile) : nullptr;
+    auto pFile = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
+    return pFile->getIsOpen() ? pFile.release() : nullptr;
   }
 
  private:
   CString m_sPath;
-  mutable std::unique_ptr<BinFileInputStream> m_pFile;
 };
 
 // Whether a local name, narrowed, is this one.
@@ -109,8 +98,10 @@ void CDicFileHandler::Action(const char* p_szPath) {
     CStream stXml(0, 512);
     CString sReason;
     if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
-    return ParseSource(MemBufInputSource(reinterpret_cast<const XMLByte*>(stXml.GetData()),
-                                         static_cast<XMLSize_t>(stXml.GetSize()), "MsgDic.xml", false), false);
+    MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml.GetData()), static_cast<XMLSize_t>(stXml.GetSize()),
+                              "MsgDic.xml", false);
+    cSource.setCopyBufToStream(false);
+    return ParseSource(cSource, false);
   };
   Parse(std::ref(fnParse));
 }

@@ -47,6 +47,7 @@ void MsgHandler::Action(const char* p_szXml) {
   std::optional<MemBufInputSource> cSource;
   try {
     cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
+    cSource->setCopyBufToStream(false);
   } catch (const OutOfMemoryException&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   } catch (const std::bad_alloc&) {

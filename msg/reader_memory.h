@@ -11,15 +11,13 @@ namespace callorv::detail {
 
 // What the reader gives back is kept for it in lists by size, as every document asks for the same again: fifty blocks
 // and one of 164 KB for the shortest. It holds what its longest document needed at once, and gives all of it back when
-// it goes. Like its reader, it serves one thread at a time. Blocks come from the memory manager that the parser was
-// initialised with.
+// it goes, with what the parser has lost: its constructors leave blocks behind when they fail. Like its reader, it serves
+// one thread at a time. Blocks come from the memory manager that the parser was initialised with.
 class CReaderMemory final : public xercesc::MemoryManager {
  public:
   CReaderMemory() = default;
   ~CReaderMemory() override {
-    for (T_Block* pFirst : m_apFree) {
-      while (pFirst != nullptr) Source()->deallocate(std::exchange(pFirst, pFirst->pNext));
-    }
+    while (m_pNewest != nullptr) Source()->deallocate(std::exchange(m_pNewest, m_pNewest->pOlder));
   }
   CReaderMemory(const CReaderMemory&) = delete;
   CReaderMemory& operator=(const CReaderMemory&) = delete;
@@ -28,15 +26,16 @@ class CReaderMemory final : public xercesc::MemoryManager {
   xercesc::MemoryManager* getExceptionMemoryManager() override { return Source(); }
 
   void* allocate(XMLSize_t p_uSize) override {
-    if (p_uSize <= LARGEST) {
-      const unsigned uClass = ClassOf(static_cast<unsigned>(p_uSize));
-      T_Block*& pFirst = m_apFree[uClass];
-      if (pFirst != nullptr) return std::exchange(pFirst, pFirst->pNext) + 1;
-      p_uSize = SizeOf(uClass);
+    if (p_uSize > LARGEST) return New(p_uSize) + 1;
+    const unsigned uClass = ClassOf(static_cast<unsigned>(p_uSize));
+    T_Block* pBlock = m_apFree[uClass];
+    if (pBlock != nullptr) {
+      m_apFree[uClass] = pBlock->pNextFree;
+    } else {
+      pBlock = New(SizeOf(uClass));
+      pBlock->pOlder = std::exchange(m_pNewest, pBlock);
     }
-    auto* pBlock = static_cast<T_Block*>(Source()->allocate(sizeof(T_Block) + p_uSize));
-    pBlock->uSize = p_uSize;
-    m_uHeld += p_uSize;
+    pBlock->uSize = SizeOf(uClass);
     return pBlock + 1;
   }
 
@@ -47,7 +46,7 @@ class CReaderMemory final : public xercesc::MemoryManager {
       m_uHeld -= pBlock->uSize;
       Source()->deallocate(pBlock);
     } else {
-      pBlock->pNext = std::exchange(m_apFree[ClassOf(static_cast<unsigned>(pBlock->uSize))], pBlock);
+      pBlock->pNextFree = std::exchange(m_apFree[ClassOf(static_cast<unsigned>(pBlock->uSize))], pBlock);
     }
   }
 
@@ -66,12 +65,22 @@ class CReaderMemory final : public xercesc::MemoryManager {
 
  private:
   struct alignas(std::max_align_t) T_Block {    // its bytes stand behind it
-    T_Block* pNext;
-    XMLSize_t uSize;
+    T_Block* pOlder;                            // of those that are kept
+    union {
+      XMLSize_t uSize;         // in use
+      T_Block* pNextFree;      // not in use
+    };
   };
+  T_Block* m_pNewest = nullptr;
   T_Block* m_apFree[CLASSES] = {};
   XMLSize_t m_uHeld = 0;
 
+  T_Block* New(XMLSize_t p_uSize) {
+    auto* pBlock = static_cast<T_Block*>(Source()->allocate(sizeof(T_Block) + p_uSize));
+    pBlock->uSize = p_uSize;
+    m_uHeld += p_uSize;
+    return pBlock;
+  }
   static xercesc::MemoryManager* Source() { return xercesc::XMLPlatformUtils::fgMemoryManager; }
 };
 

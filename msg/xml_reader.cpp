@@ -9,6 +9,7 @@
 #include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PanicHandler.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
@@ -90,6 +91,36 @@ class CSaxReader : public SAX2XMLReaderImpl {
     }
     return true;
   }
+};
+
+// A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
+// the parser gets a view of it, and deletes that without giving memory back.
+class COwningSource : public InputSource {
+ public:
+  explicit COwningSource(const InputSource& p_cSource) : m_cSource(p_cSource) {}
+  const XMLCh* getSystemId() const override { return m_cSource.getSystemId(); }
+  BinInputStream* makeStream() const override {
+    m_pStream.reset(m_cSource.makeStream());
+    return m_pStream != nullptr ? ::new (m_aView) CView(*m_pStream) : nullptr;
+  }
+
+ private:
+  class CView : public BinInputStream {
+   public:
+    explicit CView(BinInputStream& p_cStream) : m_cStream(p_cStream) {}
+    static void operator delete(void*) {}
+    XMLFilePos curPos() const override { return m_cStream.curPos(); }
+    XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
+      return m_cStream.readBytes(p_pOut, p_uMost);
+    }
+    const XMLCh* getContentType() const override { return m_cStream.getContentType(); }
+
+   private:
+    BinInputStream& m_cStream;
+  };
+  const InputSource& m_cSource;
+  mutable std::unique_ptr<BinInputStream> m_pStream;
+  alignas(CView) mutable unsigned char m_aView[sizeof(CView)];
 };
 
 // A reader with the memory that it stands in.
@@ -203,6 +234,7 @@ void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName,
 
 XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepReader) {
   SecurityManager cBounds;
+  const COwningSource cSource(p_cSource);    // outlives the reader
   CReaderPtr pReader = p_bKeepReader ? TakeReader() : NewReader();
   SAX2XMLReader& cSax = *pReader->pSax;
   cSax.setContentHandler(this);
@@ -213,7 +245,7 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepRea
     cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
     cSax.setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
   }
-  cSax.parse(p_cSource);
+  cSax.parse(cSource);
   const XMLSize_t iErrors = cSax.getErrorCount();
   // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
   if (p_bKeepReader && iErrors == 0 && !m_bPrefixes) KeepReader(std::move(pReader));

@@ -130,7 +130,6 @@ T_Outcome Run(const T_Op& p_tOp, int p_iNth, int p_iCount, const std::string& p_
   DropReader();
   const long iOwn = CMallocGate::GetLive(ASKER_OWN), iParser = CMallocGate::GetLive(ASKER_PARSER);
   const long iDescriptors = OpenDescriptors();
-  bool bParserFailed = false;
   T_Outcome tOutcome;
   const auto fnExpect = [&](bool p_bTrue, const std::string& p_sWhat) {
     if (!p_bTrue && tOutcome.sWhy.empty()) tOutcome.sWhy = p_sWhat;
@@ -139,7 +138,6 @@ T_Outcome Run(const T_Op& p_tOp, int p_iNth, int p_iCount, const std::string& p_
     T_World tWorld(p_tOp.eStart);
     p_tOp.fnPrepare();
     const std::string sSaid = Say(tWorld, p_tOp.fnRun, p_iNth, p_iCount);
-    bParserFailed = CMallocGate::HasParserFailed();
     tOutcome.bLast = !CMallocGate::HasFailed();
     const bool bGood = sSaid == p_sGood;
     if (tOutcome.bLast) {
@@ -167,8 +165,7 @@ T_Outcome Run(const T_Op& p_tOp, int p_iNth, int p_iCount, const std::string& p_
   const long iOwnLost = CMallocGate::GetLive(ASKER_OWN) - iOwn;
   const long iParserLost = CMallocGate::GetLive(ASKER_PARSER) - iParser;
   fnExpect(iOwnLost == 0, std::to_string(iOwnLost) + " blocks lost");
-  // The parser may lose what it had built so far when it is the parser that finds no memory.
-  fnExpect(iParserLost == 0 || bParserFailed, std::to_string(iParserLost) + " blocks lost in the parser");
+  fnExpect(iParserLost == 0, std::to_string(iParserLost) + " blocks lost in the parser");
   fnExpect(OpenDescriptors() == iDescriptors, "a descriptor is left open");
   return tOutcome;
 }
@@ -861,7 +858,7 @@ T_Outcome RunStart(const T_Start& p_tStart, const T_Files& p_tFiles, int p_iNth,
   const long iLost = CMallocGate::GetLive(ASKER_OWN) - p_tKept.aiBlocks[ASKER_OWN];
   const long iParserLost = CMallocGate::GetLive(ASKER_PARSER) - p_tKept.aiBlocks[ASKER_PARSER];
   fnExpect(iLost <= 0, std::to_string(iLost) + " blocks lost");
-  fnExpect(iParserLost <= 0 || bParserFailed, std::to_string(iParserLost) + " blocks lost in the parser");
+  fnExpect(iParserLost <= 0 || bBroken, std::to_string(iParserLost) + " blocks lost in the parser");
   return tOutcome;
 }
 

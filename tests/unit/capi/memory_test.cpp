@@ -8,7 +8,6 @@
 
 #include "support/descriptors.h"
 #include "support/fail_alloc.h"
-#include "support/parser_leaks.h"
 #include "support/service_peer.h"
 #include "support/set_up.h"
 
@@ -160,10 +159,7 @@ TEST_CASE("a call that runs out of memory anywhere fails with a code, and the ne
     const CMsgPtr pIn = NewRequest(LONG.c_str()), pOut = NewMsg(0);
     CallOrv_Error tErr = {99, "old", 77};
     int iRet = 0;
-    {
-      const CParserLeaks cLeaks;
-      CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr); }));
-    }
+    CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr); }));
     CAPTURE(iRet);
     CAPTURE(tErr.szText);
     CHECK((iRet == 0 || iRet == -11 || iRet == -3));
@@ -183,10 +179,7 @@ TEST_CASE("an initialisation that runs out of memory fails with a code, and can 
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
     CallOrv_Error tErr = {99, "old", 77};
     int iRet = 0;
-    {
-      const CParserLeaks cLeaks;
-      CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_Initialize(sConfig.c_str(), &tErr); }));
-    }
+    CHECK_FALSE(p_cFail.Run([&] { iRet = CallOrv_Initialize(sConfig.c_str(), &tErr); }));
     CAPTURE(iRet);
     CAPTURE(tErr.szText);
     CHECK((iRet == 0 || iRet == -1 || iRet == -2 || iRet == -11));

@@ -392,11 +392,7 @@ TEST_CASE("reading without memory fails with its code, and the next reading work
         CHECK(Caught([&] { Load(cMsg, "<x/>"); }).iCode == -21);    // takes it away
       }
       std::string sCopy = sXml;
-      T_Thrown tThrown;
-      {
-        const CParserLeaks cLeaks;
-        tThrown = CaughtFailing(p_cFail, [&] { cMsg.LoadXml(&sCopy[0]); });
-      }
+      const T_Thrown tThrown = CaughtFailing(p_cFail, [&] { cMsg.LoadXml(&sCopy[0]); });
       CHECK(tThrown.iCode == (p_cFail.HasFailed() ? -11 : 0));
       if (p_cFail.HasFailed()) asSeen.insert(tThrown.sText);
       CHECK(Load(cMsg, sXml) == 0);
@@ -427,11 +423,7 @@ TEST_CASE("loading a dictionary without memory fails with its code, and the next
     const long iOpen = OpenDescriptors();
     ForEachFailure([&](CFailAlloc& p_cFail) {
       CMsgDic cDic;
-      T_Thrown tThrown;
-      {
-        const CParserLeaks cLeaks;
-        tThrown = CaughtFailing(p_cFail, [&] { cDic.InitDictionary(sPath.c_str()); });
-      }
+      const T_Thrown tThrown = CaughtFailing(p_cFail, [&] { cDic.InitDictionary(sPath.c_str()); });
       CHECK(tThrown.iCode == (p_cFail.HasFailed() ? -11 : 0));
       if (p_cFail.HasFailed()) asSeen.insert(tThrown.sText);
       if (!p_cFail.HasFailed()) CHECK(cDic.GetMsgInfo(1)->IsDefinedTag(1));

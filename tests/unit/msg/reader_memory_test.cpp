@@ -76,6 +76,18 @@ TEST_CASE("what is given back is handed out again to whoever asks for about as m
   CHECK(tParser.cMemory.Out() == uBefore);
 }
 
+TEST_CASE("what is never given back goes back in the end") {
+  T_CountedParser tParser;
+  const size_t uBefore = tParser.cMemory.Out();
+  {
+    CReaderMemory cMemory;
+    for (XMLSize_t uSize : {1u, 64u, 1000u, 1000u, +CReaderMemory::LARGEST}) cMemory.allocate(uSize);
+    cMemory.deallocate(cMemory.allocate(64));
+    CHECK(tParser.cMemory.Out() == uBefore + 6);
+  }
+  CHECK(tParser.cMemory.Out() == uBefore);
+}
+
 TEST_CASE("a very long block goes back at once") {
   T_CountedParser tParser;
   const size_t uBefore = tParser.cMemory.Out();
