@@ -447,7 +447,7 @@ class MeasureTest(CallTest):
                 self.assertEqual(process.wait(30), 0)
                 self.assertIn(b"200 calls from 1 threads", process.stdout.read())
         os.close(master)
-        self.assertRegex(seen, rb"\A(\r\x1b\[K\[#*\.*\]  ?\d+ %  \d+/200  \d+/s  0 failed)+\r\x1b\[K\Z")
+        self.assertRegex(seen, rb"\A(\r\x1b\[K\[#*\.*\] +\d+ %  \d+/200  \d+/s  0 failed)+\r\x1b\[K\Z")
 
 
 class ArgumentTest(CallTest):

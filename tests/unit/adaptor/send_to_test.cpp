@@ -14,6 +14,7 @@
 #include "support/child.h"
 #include "support/fail_alloc.h"
 #include "support/peer.h"
+#include "support/valgrind.h"
 
 namespace {
 
@@ -305,6 +306,7 @@ TEST_CASE("SendTo: a body that no packet can hold") {
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)    // they need memory of their own
 TEST_CASE("SendTo: zlib has no memory") {
+  NOT_UNDER_VALGRIND("a limit of memory");
   const std::string sSeen = InChild([] {
     COpenAdaptor cAdaptor;
     T_PacketInfo tInfo;

@@ -15,6 +15,7 @@
 
 #include "support/child.h"
 #include "support/fail_alloc.h"
+#include "support/valgrind.h"
 #include "unit/crypt/oracle.h"
 
 namespace {
@@ -151,6 +152,7 @@ TEST_CASE("DecryptFileToStream: a size that is no multiple of 16 may be corrupte
 }
 
 TEST_CASE("a file that cannot be opened") {
+  NOT_UNDER_VALGRIND("a limit of descriptors");
   const CTempDir cDir;
   const std::string sPath = cDir.Write("file", std::string(16, 'x'));
   for (const Read fnRead : s_afnBoth) {
