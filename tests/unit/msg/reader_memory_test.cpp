@@ -81,7 +81,7 @@ TEST_CASE("what is never given back goes back in the end") {
   const size_t uBefore = tParser.cMemory.Out();
   {
     CReaderMemory cMemory;
-    for (XMLSize_t uSize : {1u, 64u, 1000u, 1000u, +CReaderMemory::LARGEST}) cMemory.allocate(uSize);
+    for (int iSize : {1, 64, 1000, 1000, +CReaderMemory::LARGEST}) cMemory.allocate(static_cast<XMLSize_t>(iSize));
     cMemory.deallocate(cMemory.allocate(64));
     CHECK(tParser.cMemory.Out() == uBefore + 6);
   }
