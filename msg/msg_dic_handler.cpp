@@ -94,14 +94,14 @@ CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 void CDicFileHandler::Action(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   const auto fnParse = [&] {
-    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath), false);
+    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath), READER_FRESH);
     CStream stXml(0, 512);
     CString sReason;
     if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
     MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml.GetData()), static_cast<XMLSize_t>(stXml.GetSize()),
                               "MsgDic.xml", false);
     cSource.setCopyBufToStream(false);
-    return ParseSource(cSource, false);
+    return ParseSource(cSource, READER_FRESH);
   };
   Parse(std::ref(fnParse));
 }

@@ -19,6 +19,12 @@ namespace {
 
 constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
 
+// Whether a document begins as one that this library has written, so that no DOCTYPE can follow, and holds no reference.
+bool IsPlain(const char* p_szXml, size_t p_uLen) {
+  static const char s_szBegin[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg ";
+  return strncmp(p_szXml, s_szBegin, sizeof(s_szBegin) - 1) == 0 && memchr(p_szXml, '&', p_uLen) == nullptr;
+}
+
 bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\n'; }    // a CR stays
 
 }    // namespace
@@ -44,17 +50,29 @@ void MsgHandler::Action(const char* p_szXml) {
   if (!IsParserReady()) {
     throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
   }
+  const size_t uLen = strlen(p_szXml);
   std::optional<MemBufInputSource> cSource;
   try {
-    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), uLen, u"MemData", false);
     cSource->setCopyBufToStream(false);
   } catch (const OutOfMemoryException&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   } catch (const std::bad_alloc&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   }
-  const auto fnParse = [&] { return ParseSource(*cSource, true); };
-  Parse(std::ref(fnParse));
+  const auto fnRead = [&cSource](MsgHandler& p_cHandler, E_Reader p_eReader) {
+    const auto fnParse = [&] { return p_cHandler.ParseSource(*cSource, p_eReader); };
+    p_cHandler.Parse(std::ref(fnParse));
+  };
+  if (!IsPlain(p_szXml, uLen)) return fnRead(*this, READER_KEPT);
+  try {
+    return fnRead(*this, READER_PLAIN);
+  } catch (const CException& cError) {
+    if (cError.GetCode() == MSG_MEMORY) throw;
+  }
+  // What is wrong, and whether anything is, the other reader says, from the beginning.
+  MsgHandler cAgain(m_pRootMsg, m_pDic);
+  fnRead(cAgain, READER_KEPT);
 }
 
 void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {

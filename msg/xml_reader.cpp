@@ -41,10 +41,11 @@ CPanic s_cPanic;
 // The parser's reader, but
 // - it tells of every DOCTYPE; the parser's own is silent about one that neither declares nor names anything;
 // - elements that have no part in namespaces go straight to the handler. The parser's own counts prefixes and looks up URIs
-//   for each, a tenth of a long document, and no handler here asks for URIs: they get "".
+//   for each, a tenth of a long document, and no handler here asks for URIs: they get "";
+// - the plain one refuses what does have a part in namespaces, as its scanner reads that in another way.
 class CSaxReader : public SAX2XMLReaderImpl {
  public:
-  using SAX2XMLReaderImpl::SAX2XMLReaderImpl;
+  CSaxReader(MemoryManager* p_pMemory, bool p_bPlain) : SAX2XMLReaderImpl(p_pMemory), m_bPlain(p_bPlain) {}
 
   void doctypeDecl(const DTDElementDecl& p_cRoot, const XMLCh* const p_szPublic, const XMLCh* const p_szSystem,
                    const bool p_bInternal, const bool p_bExternal) override {
@@ -55,17 +56,22 @@ class CSaxReader : public SAX2XMLReaderImpl {
   void startElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const XMLCh* const p_szPrefix,
                     const RefVectorOf<XMLAttr>& p_cAttrs, const XMLSize_t p_uAttrs, const bool p_bEmpty,
                     const bool p_bRoot) override {
-    // The root has to go there: only inside elements that it knows of does the base class pass texts on. An empty element is
-    // ended like any other, and p_bEmpty is never true.
-    const bool bStraight = !p_bRoot && *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
-    m_cStraight[++m_uDepth] = bStraight;
-    if (!bStraight) {
+    const bool bStraight = *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
+    if (m_bPlain && !bStraight) throw CException("Namespaces in a plain document", MSG_XML);
+    if (p_bRoot || !bStraight) {    // only inside elements that the base class knows of does it pass texts on
+      m_cStraight[++m_uDepth] = false;
       SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
+      if (p_bEmpty) --m_uDepth;
       return;
     }
     const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
     m_cAttrs.setVector(&p_cAttrs, p_uAttrs, nullptr);
     getContentHandler()->startElement(u"", szName, szName, m_cAttrs);
+    if (p_bEmpty) {    // nobody else ends it
+      getContentHandler()->endElement(u"", szName, szName);
+    } else {
+      m_cStraight[++m_uDepth] = true;
+    }
   }
 
   void endElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const bool p_bRoot,
@@ -79,6 +85,7 @@ class CSaxReader : public SAX2XMLReaderImpl {
   }
 
  private:
+  const bool m_bPlain;
   unsigned m_uDepth = 0;                                   // of the open elements
   std::bitset<CXmlHandler::MAX_DEPTH + 2> m_cStraight;     // by depth; handlers stop at the first one above MAX_DEPTH
   VecAttributesImpl m_cAttrs;
@@ -123,14 +130,14 @@ class COwningSource : public InputSource {
   alignas(CView) mutable unsigned char m_aView[sizeof(CView)];
 };
 
-// A reader with the memory that it stands in.
-struct T_Reader {
+// Readers that take turns, made when first used, with the memory that they stand in.
+struct T_Readers {
   CReaderMemory cMemory;
-  std::unique_ptr<SAX2XMLReader> pSax{new (&cMemory) CSaxReader(&cMemory)};
+  std::unique_ptr<SAX2XMLReader> pFull, pPlain;
 };
-using CReaderPtr = std::unique_ptr<T_Reader>;
+using CReadersPtr = std::unique_ptr<T_Readers>;
 
-CReaderPtr NewReader() {
+std::unique_ptr<SAX2XMLReader> NewReader(CReaderMemory& p_cMemory, bool p_bPlain) {
   static const std::pair<const XMLCh*, bool> s_atFeature[] = {
       {XMLUni::fgSAX2CoreValidation, false},        {XMLUni::fgXercesDynamic, false},
       {XMLUni::fgXercesSchema, false},              {XMLUni::fgXercesSchemaFullChecking, false},
@@ -138,26 +145,27 @@ CReaderPtr NewReader() {
       // nothing outside the document is ever opened
       {XMLUni::fgXercesLoadExternalDTD, false},     {XMLUni::fgXercesDisableDefaultEntityResolution, true},
   };
-  auto pReader = std::make_unique<T_Reader>();
-  for (const auto& tFeature : s_atFeature) pReader->pSax->setFeature(tFeature.first, tFeature.second);
-  return pReader;
+  std::unique_ptr<SAX2XMLReader> pSax(new (&p_cMemory) CSaxReader(&p_cMemory, p_bPlain));
+  for (const auto& tFeature : s_atFeature) pSax->setFeature(tFeature.first, tFeature.second);
+  if (p_bPlain) pSax->setProperty(XMLUni::fgXercesScannerName, const_cast<XMLCh*>(XMLUni::fgWFXMLScanner));
+  return pSax;
 }
 
 // Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
 // an initialisation of the parser, so that no reader outlives the parser's tables, and unless a long text has left it with
 // long buffers; a reader without such holds 260 KB.
-CKept<T_Reader, 16> s_cKept;
-constexpr XMLSize_t KEEP_READER_MAX = 1024 * 1024;    // bytes
+CKept<T_Readers, 16> s_cKept;
+constexpr XMLSize_t KEEP_READERS_MAX = 1024 * 1024;    // bytes
 std::atomic<int> s_iInits{0};
 
-CReaderPtr TakeReader() {
-  CReaderPtr pReader(s_cKept.Take());
-  return pReader != nullptr ? std::move(pReader) : NewReader();
+CReadersPtr TakeReaders() {
+  CReadersPtr pReaders(s_cKept.Take());
+  return pReaders != nullptr ? std::move(pReaders) : std::make_unique<T_Readers>();
 }
 
-void KeepReader(CReaderPtr p_pReader) {
-  if (p_pReader->cMemory.Held() > KEEP_READER_MAX) return;
-  if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
+void KeepReaders(CReadersPtr p_pReaders) {
+  if (p_pReaders->cMemory.Held() > KEEP_READERS_MAX) return;
+  if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReaders.get())) (void)p_pReaders.release();
 }
 
 // The parser counts a failed initialisation like any other and so takes itself to be ready from then on, but can neither be
@@ -191,7 +199,7 @@ bool IsParserReady() { return XMLPlatformUtils::fgMemoryManager != nullptr && !s
 
 void TerminateParser() {
   if (--s_iInits == 0) {
-    while (T_Reader* pReader = s_cKept.Take()) delete pReader;
+    while (T_Readers* pReaders = s_cKept.Take()) delete pReaders;
   }
   XMLPlatformUtils::Terminate();
 }
@@ -232,23 +240,25 @@ void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName,
   if (m_iDefaults > MAX_DEFAULTS) throw CException(MSG_XML, "Attribute defaults are too long(%s)", CNarrow(p_szName).Text());
 }
 
-XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKeepReader) {
+XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eReader) {
   SecurityManager cBounds;
   const COwningSource cSource(p_cSource);    // outlives the reader
-  CReaderPtr pReader = p_bKeepReader ? TakeReader() : NewReader();
-  SAX2XMLReader& cSax = *pReader->pSax;
-  cSax.setContentHandler(this);
-  cSax.setErrorHandler(this);
-  cSax.setLexicalHandler(this);
-  cSax.setDeclarationHandler(this);
+  CReadersPtr pReaders = p_eReader != READER_FRESH ? TakeReaders() : std::make_unique<T_Readers>();
+  const bool bPlain = p_eReader == READER_PLAIN;
+  std::unique_ptr<SAX2XMLReader>& pSax = bPlain ? pReaders->pPlain : pReaders->pFull;
+  if (pSax == nullptr) pSax = NewReader(pReaders->cMemory, bPlain);
+  pSax->setContentHandler(this);
+  pSax->setErrorHandler(this);
+  pSax->setLexicalHandler(this);
+  pSax->setDeclarationHandler(this);
   if (m_tUse.bDoctype) {
     cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
-    cSax.setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
+    pSax->setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
   }
-  cSax.parse(cSource);
-  const XMLSize_t iErrors = cSax.getErrorCount();
+  pSax->parse(cSource);
+  const XMLSize_t iErrors = pSax->getErrorCount();
   // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
-  if (p_bKeepReader && iErrors == 0 && !m_bPrefixes) KeepReader(std::move(pReader));
+  if (p_eReader != READER_FRESH && iErrors == 0 && !m_bPrefixes) KeepReaders(std::move(pReaders));
   return iErrors;
 }
 

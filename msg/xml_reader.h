@@ -67,6 +67,13 @@ struct T_XmlUse {
   bool bDoctype;                 // a DOCTYPE is accepted (and can do no harm) instead of refused
 };
 
+enum E_Reader {
+  READER_FRESH,    // made for the document
+  READER_KEPT,     // may have served other documents and may serve later ones
+  READER_PLAIN     // the same, in less time, for documents without DOCTYPE, references and namespaces; what fails with it may
+                   // have to fail in another way, or not at all
+};
+
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
 class CXmlHandler : public xercesc::DefaultHandler {
  public:
@@ -89,8 +96,7 @@ class CXmlHandler : public xercesc::DefaultHandler {
   // std::ref, which needs no memory itself.
   void Parse(const std::function<XMLSize_t()>& p_fnParse) const;
   // Parses with this handler; returns the parser's error count. Only inside Parse.
-  //   p_bKeepReader  the reader may have served another document and may serve a later one
-  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, bool p_bKeepReader);
+  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, E_Reader p_eReader);
 
   // Depth of the open elements, the root's being 1. Callbacks enter first and leave last: the parser's own time is
   // quadratic in depth, so a document of nothing but start tags must end early.

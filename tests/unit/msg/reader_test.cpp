@@ -626,6 +626,46 @@ TEST_CASE("reading goes on after any failure") {
   }
 }
 
+TEST_CASE("a document that begins as a written one is read as any other") {
+  CReaderDic cDic;
+  const std::string asRest[] = {
+      "no=\"120\" ver=\"2\"><t1>\xe9</t1><t7>42</t7><t16><t1><![CDATA[<&>]]></t1></t16><t16/></msg>",
+      "no='120' type='name'><text>a</text>\n<numbers>1</numbers><!-- c --><numbers>2</numbers><?pi?></msg>\n<!-- c -->",
+      "no='120'><t1>&lt;&#65;&amp;</t1></msg>",
+      "no='120' xmlns='urn:a' xmlns:p='urn:b'><p:t1 p:x='1'>a</p:t1><t7 xmlns='urn:c'>1</t7></msg>",
+      "no='120'><t1 xml:space='preserve'>a</t1></msg>",
+      "no='120'><t17>1</t17><t17>2</t17><p:t17>3</p:t17></msg>",
+      "no='120'><t17>1</t17><t17>2</t17><t17>3</t16></msg>",
+      "no='120'><t17>1</t17><t99/></msg>",
+      "no='120'><t17>1</t17><b/></msg>",
+      "no='120'><t17 a='1' a='2'/></msg>",
+      "no='120' <!DOCTYPE msg><t7>1</t7></msg>",
+      "no='120'><!DOCTYPE msg><t7>1</t7></msg>",
+      "no='120'><t1>]]></t1></msg>",
+      "no='120'><t1>\x01</t1></msg>",
+      "no='120'><t17>1</t17>",
+      "no='120'/>text",
+      "no='120'/><msg no='121'/>",
+      "no='1201'/>",
+      "/>",
+      "",
+  };
+  for (const std::string& sRest : asRest) {
+    CAPTURE(sRest);
+    std::string asSeen[2];
+    for (int i = 0; i < 2; ++i) {    // the second is as long, so that positions are the same
+      CMsg cMsg(0, 0, 0, &cDic);
+      const T_Thrown tThrown = Caught([&] {
+        Load(cMsg, (i == 0 ? "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg "
+                           : "<?xml version='1.0' encoding='ISO-8859-1' ?><msg ") + sRest);
+      });
+      asSeen[i] = std::to_string(tThrown.iCode) + " " + tThrown.sText + "|" + (cMsg.GetMsgNum() > 0 ? Xml(cMsg) : "");
+    }
+    CHECK(asSeen[0] == asSeen[1]);
+    CHECK(asSeen[0].size() > 10);
+  }
+}
+
 TEST_CASE("a reading leaves its parser for the next one, unless that would cost memory") {
   CReaderDic cDic;
   const auto fnAllocations = [&cDic](std::string p_sXml) {
@@ -634,29 +674,33 @@ TEST_CASE("a reading leaves its parser for the next one, unless that would cost 
     cCount.Run([&] { cMsg.LoadXml(&p_sXml[0]); });
     return cCount.GetCount();
   };
-  const std::string sShort = "<msg no='120'><t7>1</t7></msg>";
-  const int iNew = fnAllocations(sShort), iKept = fnAllocations(sShort);
-  CHECK(iKept < iNew / 2);
-  CHECK(fnAllocations(sShort) == iKept);
-  struct T_Row {
-    const char* szWhat;
-    std::string sXml;
-    int iNext;    // allocations of the reading after it
-  };
-  const T_Row s_atRow[] = {
-      {"a usual one", "<msg no='120'><t1>" + std::string(100000, 'x') + "</t1></msg>", iKept},
-      {"a long one", "<msg no='120'><t1>" + std::string(300000, 'x') + "</t1></msg>", iNew},
-      {"one that failed", "<msg no='120'><t99/></msg>", iNew},
-      {"one with a namespace", "<msg no='120' xmlns='u'/>", iNew},
-      {"one with a prefix", "<p:msg xmlns:p='u' no='120'/>", iNew},
-      {"one with a prefix that is not used", "<msg no='120'><t7 xmlns:p='u'/></msg>", iNew},
-  };
-  for (const T_Row& tRow : s_atRow) {
-    CAPTURE(std::string(tRow.szWhat));
+  for (const char* szBegin : {"", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>"}) {
+    CAPTURE(szBegin);
     CHECK(Caught([&] { fnAllocations("<x/>"); }).iCode == -21);    // leaves none
-    CHECK(Caught([&] { fnAllocations(tRow.sXml); }).iCode <= 0);
-    CHECK(fnAllocations(sShort) == tRow.iNext);
+    const std::string sShort = szBegin + std::string("<msg no='120'><t7>1</t7></msg>");
+    const int iNew = fnAllocations(sShort), iKept = fnAllocations(sShort);
+    CHECK(iKept < iNew / 2);
     CHECK(fnAllocations(sShort) == iKept);
+    struct T_Row {
+      const char* szWhat;
+      std::string sXml;
+      int iNext;    // allocations of the reading after it
+    };
+    const T_Row s_atRow[] = {
+        {"a usual one", "<msg no='120'><t1>" + std::string(100000, 'x') + "</t1></msg>", iKept},
+        {"a long one", "<msg no='120'><t1>" + std::string(300000, 'x') + "</t1></msg>", iNew},
+        {"one that failed", "<msg no='120'><t99/></msg>", iNew},
+        {"one with a namespace", "<msg no='120' xmlns='u'/>", iNew},
+        {"one with a prefix", "<p:msg xmlns:p='u' no='120'/>", iNew},
+        {"one with a prefix that is not used", "<msg no='120'><t7 xmlns:p='u'/></msg>", iNew},
+    };
+    for (const T_Row& tRow : s_atRow) {
+      CAPTURE(std::string(tRow.szWhat));
+      CHECK(Caught([&] { fnAllocations("<x/>"); }).iCode == -21);
+      CHECK(Caught([&] { fnAllocations(szBegin + tRow.sXml); }).iCode <= 0);
+      CHECK(fnAllocations(sShort) == tRow.iNext);
+      CHECK(fnAllocations(sShort) == iKept);
+    }
   }
 }
 

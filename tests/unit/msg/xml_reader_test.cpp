@@ -45,7 +45,7 @@ class CNested : public CXmlHandler {
   explicit CNested(int p_iLevels) : CXmlHandler(s_tNoColon), m_iLevels(p_iLevels) {}
   int Run() {
     const auto fnParse = [this] {
-      return ParseSource(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>("<a/>"), 4, "nested", false), true);
+      return ParseSource(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>("<a/>"), 4, "nested", false), READER_KEPT);
     };
     Parse(std::ref(fnParse));
     return m_iParsed;
