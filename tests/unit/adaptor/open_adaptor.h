@@ -29,14 +29,16 @@ class COpenAdaptor : public CTcpAdaptor {
 
   void SetNonBlocking() { fcntl(iSock, F_SETFL, O_NONBLOCK); }
 
-  // Puts bytes into the kernel's buffers until they are full. A later close resets the connection: behind all these
-  // bytes the peer would not learn of an orderly end.
+  // Puts bytes into the kernel's buffers until they are full and stay so: it moves them on to the peer at moments of its own.
+  // A later close resets the connection: behind all these bytes the peer would not learn of an orderly end.
   void Fill() {
     SetNonBlocking();
     const linger tNow = {1, 0};
     setsockopt(iSock, SOL_SOCKET, SO_LINGER, &tNow, sizeof(tNow));
     char szPart[65536] = {};
-    while (send(iSock, szPart, sizeof(szPart), 0) > 0 || errno != EAGAIN) {
+    for (int iQuiet = 0; iQuiet < 3; ++iQuiet) {
+      while (send(iSock, szPart, sizeof(szPart), 0) > 0 || errno != EAGAIN) iQuiet = 0;
+      poll(nullptr, 0, 10);
     }
   }
 
