@@ -8,16 +8,7 @@
 
 #include "base/grow.h"
 
-// An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at
-// most three quarters full. An entry is the value and then the key with its NUL; it is not aligned.
-struct CIntHash::T_Slot {
-  unsigned uHash;     // 0: free
-  unsigned uEntry;    // where the entry begins in m_stEntries
-};
-
 namespace {
-
-const unsigned USED = 0x80000000u;    // in every hash, so that none is 0; tables are too small to use this bit
 
 unsigned Four(const char* p_p) {
   unsigned u;
@@ -39,7 +30,20 @@ unsigned Hash(const char* p_szKey, size_t p_iLen) {
     for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, Four(p_szKey + i));
     uHash = Mix(uHash, Four(p_szKey + p_iLen - 4));
   }
-  return Mix(uHash, 0) | USED;
+  return Mix(uHash, 0);
+}
+
+// An entry is the value, a byte of the hash that is not in the slot's number, and the key with its NUL; it is not aligned.
+constexpr int CHECK_AT = sizeof(int), KEY_AT = CHECK_AT + 1;
+
+char Check(unsigned p_uHash) { return static_cast<char>(p_uHash >> 24); }
+
+// An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at most
+// three quarters full.
+void Put(unsigned* p_pSlot, unsigned p_uSlots, unsigned p_uHash, unsigned p_uEntry) {
+  unsigned i = p_uHash & (p_uSlots - 1);
+  while (p_pSlot[i] != 0) i = (i + 1) & (p_uSlots - 1);
+  p_pSlot[i] = p_uEntry + 1;
 }
 
 }    // namespace
@@ -57,17 +61,18 @@ int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
     return 0;
   }
   const int iBegin = m_stEntries.GetSize();
-  const unsigned long long uEnd = 1ULL + static_cast<unsigned>(iBegin) + sizeof p_iValue + iLen;
+  const unsigned long long uEnd = 1ULL + static_cast<unsigned>(iBegin) + KEY_AT + iLen;
   if (uEnd > INT_MAX) throw std::bad_alloc();
   const int iEnd = static_cast<int>(uEnd);
   char* pEntry = m_stEntries.GetBuffer(iEnd) + iBegin;
-  if (m_uKeys >= m_uSlots / 4 * 3) Rehash(m_uSlots > 0 ? m_uSlots * 2 : 8);
+  if (m_uKeys >= m_uSlots / 4 * 3) Rehash(m_uSlots > 0 ? m_uSlots * 2 : 32);
 
   memcpy(pEntry, &p_iValue, sizeof p_iValue);
-  memcpy(pEntry + sizeof p_iValue, p_szKey, iLen + 1);
+  pEntry[CHECK_AT] = Check(uHash);
+  memcpy(pEntry + KEY_AT, p_szKey, iLen + 1);
   m_stEntries.ReleaseBuffer(iEnd);
   ++m_uKeys;
-  FreeSlot(m_pSlot, m_uSlots, uHash) = {uHash, static_cast<unsigned>(iBegin)};
+  Put(m_pSlot, m_uSlots, uHash, static_cast<unsigned>(iBegin));
   return 0;
 }
 
@@ -82,25 +87,19 @@ int CIntHash::Get(const char* p_szKey, int* p_piOut) const {
 // The key's entry, null when absent.
 char* CIntHash::Find(const char* p_szKey, unsigned p_uHash) const {
   if (m_uSlots == 0) return nullptr;
-  for (unsigned i = p_uHash & (m_uSlots - 1); m_pSlot[i].uHash != 0; i = (i + 1) & (m_uSlots - 1)) {
-    if (m_pSlot[i].uHash != p_uHash) continue;
-    char* pEntry = m_stEntries.GetData() + m_pSlot[i].uEntry;
-    if (strcmp(pEntry + sizeof(int), p_szKey) == 0) return pEntry;
+  for (unsigned i = p_uHash & (m_uSlots - 1); m_pSlot[i] != 0; i = (i + 1) & (m_uSlots - 1)) {
+    char* pEntry = m_stEntries.GetData() + (m_pSlot[i] - 1);
+    if (pEntry[CHECK_AT] == Check(p_uHash) && strcmp(pEntry + KEY_AT, p_szKey) == 0) return pEntry;
   }
   return nullptr;
 }
 
-// Where a key goes that the table does not hold.
-CIntHash::T_Slot& CIntHash::FreeSlot(T_Slot* p_pSlot, unsigned p_uSlots, unsigned p_uHash) {
-  unsigned i = p_uHash & (p_uSlots - 1);
-  while (p_pSlot[i].uHash != 0) i = (i + 1) & (p_uSlots - 1);
-  return p_pSlot[i];
-}
-
 void CIntHash::Rehash(unsigned p_uSlots) {
-  std::unique_ptr<T_Slot[]> pSlot(new T_Slot[p_uSlots]());
+  std::unique_ptr<unsigned[]> pSlot(new unsigned[p_uSlots]());
   for (unsigned i = 0; i < m_uSlots; ++i) {
-    if (m_pSlot[i].uHash != 0) FreeSlot(pSlot.get(), p_uSlots, m_pSlot[i].uHash) = m_pSlot[i];
+    if (m_pSlot[i] == 0) continue;
+    const char* szKey = m_stEntries.GetData() + (m_pSlot[i] - 1) + KEY_AT;
+    Put(pSlot.get(), p_uSlots, Hash(szKey, strlen(szKey)), m_pSlot[i] - 1);
   }
   delete[] m_pSlot;
   m_pSlot = pSlot.release();

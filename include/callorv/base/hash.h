@@ -26,14 +26,12 @@ class CALLORV_API CIntHash {
   int Get(const char* p_szKey, int* p_piOut) const;
 
  private:
-  struct T_Slot;
-  T_Slot* m_pSlot;
+  unsigned* m_pSlot;      // where a key's entry begins, plus one; 0: free
   unsigned m_uSlots;      // a power of two; 0: no table yet
   unsigned m_uKeys;
-  CStream m_stEntries;    // values and keys, one after the other
+  CStream m_stEntries;    // one entry a key, one after the other
 
   char* Find(const char* p_szKey, unsigned p_uHash) const;
-  static T_Slot& FreeSlot(T_Slot* p_pSlot, unsigned p_uSlots, unsigned p_uHash);
   void Rehash(unsigned p_uSlots);
 };
 
