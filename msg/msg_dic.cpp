@@ -42,13 +42,17 @@ bool CMsgDic::m_bLoaded = false;
 CMsgDic* MA_GetMsgDic() { return &s_cMsgDic; }
 
 CMsgDic::~CMsgDic() {
+  Clear();
+  for (; m_iParserInits > 0; --m_iParserInits) TerminateParser();
+  CArena::DropKept();
+}
+
+void CMsgDic::Clear() {
   for (CMsgInfo*& pMsg : m_apMsg) {
     delete pMsg;
     pMsg = nullptr;
   }
   CArena::FreeList(std::exchange(m_pArena, nullptr));
-  for (; m_iParserInits > 0; --m_iParserInits) TerminateParser();
-  CArena::DropKept();
 }
 
 void CMsgDic::SetMsgInfo(int p_iMsgNum, const CString& p_sName, const CString& p_sVer, const CString& p_sHash) {
@@ -86,13 +90,25 @@ void CMsgDic::Dump(CStream* p_pOut) const {
   }
 }
 
+// Whether the parser's faster reader has filled this dictionary, which is empty before, and if not, again. Why not, another
+// reader says.
+bool CMsgDic::ReadPlainly(const char* p_szPath) {
+  try {
+    MsgDicHandler(this).Action(p_szPath, READER_PLAIN);
+    return true;
+  } catch (const CException& cError) {
+    if (cError.GetCode() == MSG_MEMORY) throw;
+  }
+  Clear();
+  return false;
+}
+
 void CMsgDic::InitDictionary(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("MsgDic Path", MSG_NULL);
   InitializeParser();
   ++m_iParserInits;
   try {
-    MsgDicHandler cHandler(this);
-    cHandler.Action(p_szPath);
+    if (m_pArena != nullptr || !ReadPlainly(p_szPath)) MsgDicHandler(this).Action(p_szPath);
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "InitDictionary(%s)", cError.GetText());
   }

@@ -1,6 +1,8 @@
 // Turns the elements of a dictionary file into message and tag definitions.
 #include "msg/msg_dic_handler.h"
 
+#include <sys/stat.h>
+
 #include <initializer_list>
 #include <memory>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -37,15 +39,25 @@ struct T_SourceMemory {
 };
 class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
-  explicit CFileSource(const char* p_szPath)
-      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_sPath(p_szPath) {}
+  CFileSource(const char* p_szPath, E_Reader p_eReader)
+      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_sPath(p_szPath), m_bPlain(p_eReader == READER_PLAIN) {}
   BinInputStream* makeStream() const override {
+    struct stat tStat;
+    if (m_bPlain && (stat(m_sPath.ToStr(), &tStat) != 0 || !S_ISREG(tStat.st_mode))) return nullptr;
     auto pFile = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
-    return pFile->getIsOpen() ? pFile.release() : nullptr;
+    return pFile->getIsOpen() && (!m_bPlain || BeginsPlainly(*pFile)) ? pFile.release() : nullptr;
   }
 
  private:
   CString m_sPath;
+  bool m_bPlain;
+
+  static bool BeginsPlainly(BinFileInputStream& p_cFile) {
+    char szBegin[256];
+    const XMLSize_t uLen = p_cFile.readBytes(reinterpret_cast<XMLByte*>(szBegin), sizeof(szBegin));
+    p_cFile.reset();
+    return callorv::detail::BeginsPlainly({szBegin, uLen});
+  }
 };
 
 // Whether a local name, narrowed, is this one.
@@ -91,17 +103,20 @@ bool IsName(const XMLCh* p_szWide, const char* p_sz) {
 
 CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 
-void CDicFileHandler::Action(const char* p_szPath) {
+void CDicFileHandler::Action(const char* p_szPath, E_Reader p_eReader) {
   if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   const auto fnParse = [&] {
-    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath), READER_FRESH);
+    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath, p_eReader), p_eReader);
     CStream stXml(0, 512);
     CString sReason;
     if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
+    if (p_eReader == READER_PLAIN && !BeginsPlainly({stXml.GetData(), static_cast<size_t>(stXml.GetSize())})) {
+      throw CException("The file does not begin plainly", MSG_DIC_LOAD);
+    }
     MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml.GetData()), static_cast<XMLSize_t>(stXml.GetSize()),
                               "MsgDic.xml", false);
     cSource.setCopyBufToStream(false);
-    return ParseSource(cSource, READER_FRESH);
+    return ParseSource(cSource, p_eReader);
   };
   Parse(std::ref(fnParse));
 }

@@ -21,8 +21,9 @@ struct T_Transcoded {
 // Handler base: reads a dictionary file, plain or encrypted.
 class CDicFileHandler : public CXmlHandler {
  public:
-  // Parses the file; see CMsgDic::InitDictionary. Throws CException.
-  void Action(const char* p_szPath);
+  // Parses the file; see CMsgDic::InitDictionary. Throws CException; with READER_PLAIN also when the file does not begin
+  // plainly or is no regular one, so that it cannot be read twice.
+  void Action(const char* p_szPath, E_Reader p_eReader = READER_FRESH);
 
   void endElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override;
 

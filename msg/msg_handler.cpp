@@ -19,12 +19,6 @@ namespace {
 
 constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
 
-// Whether a document begins as one that this library has written, so that no DOCTYPE can follow, and holds no reference.
-bool IsPlain(const char* p_szXml, size_t p_uLen) {
-  static const char s_szBegin[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg ";
-  return strncmp(p_szXml, s_szBegin, sizeof(s_szBegin) - 1) == 0 && memchr(p_szXml, '&', p_uLen) == nullptr;
-}
-
 bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\n'; }    // a CR stays
 
 }    // namespace
@@ -64,7 +58,7 @@ void MsgHandler::Action(const char* p_szXml) {
     const auto fnParse = [&] { return p_cHandler.ParseSource(*cSource, p_eReader); };
     p_cHandler.Parse(std::ref(fnParse));
   };
-  if (!IsPlain(p_szXml, uLen)) return fnRead(*this, READER_KEPT);
+  if (!BeginsPlainly({p_szXml, uLen})) return fnRead(*this, READER_KEPT);
   try {
     return fnRead(*this, READER_PLAIN);
   } catch (const CException& cError) {

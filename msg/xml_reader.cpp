@@ -1,6 +1,7 @@
 // The only place that sets up the XML parser.
 #include "msg/xml_reader.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bitset>
 #include <new>
@@ -127,7 +128,7 @@ class COwningSource : public InputSource {
   };
   const InputSource& m_cSource;
   mutable std::unique_ptr<BinInputStream> m_pStream;
-  alignas(CView) mutable unsigned char m_aView[sizeof(CView)];
+  alignas(CView) mutable unsigned char m_aView[sizeof(CView)] = {};
 };
 
 // Readers that take turns, made when first used, with the memory that they stand in.
@@ -153,7 +154,7 @@ std::unique_ptr<SAX2XMLReader> NewReader(CReaderMemory& p_cMemory, bool p_bPlain
 
 // Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
 // an initialisation of the parser, so that no reader outlives the parser's tables, and unless a long text has left it with
-// long buffers; a reader without such holds 260 KB.
+// long buffers; a pair without such holds 320 KB.
 CKept<T_Readers, 16> s_cKept;
 constexpr XMLSize_t KEEP_READERS_MAX = 1024 * 1024;    // bytes
 std::atomic<int> s_iInits{0};
@@ -204,6 +205,15 @@ void TerminateParser() {
   XMLPlatformUtils::Terminate();
 }
 
+bool BeginsPlainly(std::string_view p_svXml) {
+  const std::string_view svBegin = p_svXml.substr(0, sizeof("<?xml version='1.0'") - 1);
+  if (svBegin != "<?xml version=\"1.0\"" && svBegin != "<?xml version='1.0'") return false;
+  p_svXml = p_svXml.substr(0, 256);    // a declaration is shorter
+  p_svXml.remove_prefix(std::min(p_svXml.find("?>"), p_svXml.size() - 2) + 2);
+  p_svXml.remove_prefix(std::min(p_svXml.find_first_not_of(" \t\r\n"), p_svXml.size()));
+  return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';
+}
+
 int CXmlHandler::Enter() {
   if (++m_iDepth > MAX_DEPTH) throw CException(MSG_XML, "More than %d open elements", static_cast<int>(MAX_DEPTH));
   return m_iDepth;
@@ -251,7 +261,7 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eRea
   pSax->setErrorHandler(this);
   pSax->setLexicalHandler(this);
   pSax->setDeclarationHandler(this);
-  if (m_tUse.bDoctype) {
+  if (m_tUse.bDoctype && !bPlain) {
     cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
     pSax->setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
   }
@@ -262,13 +272,11 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eRea
   return iErrors;
 }
 
-void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const {
+void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
   XMLSize_t iErrors = 0;
   try {
     iErrors = p_fnParse();
   } catch (const OutOfMemoryException&) {
-    throw CException("XMLParser out of memory", MSG_MEMORY);
-  } catch (const std::bad_alloc&) {
     throw CException("XMLParser out of memory", MSG_MEMORY);
   } catch (const XMLException& cError) {
     ThrowInternal(cError.getMessage());
@@ -278,6 +286,8 @@ void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const {
     throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
   }
   if (iErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(iErrors));
+} catch (const std::bad_alloc&) {    // also for the text of an error
+  throw CException("XMLParser out of memory", MSG_MEMORY);
 }
 
 }    // namespace callorv::detail

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
@@ -70,9 +71,12 @@ struct T_XmlUse {
 enum E_Reader {
   READER_FRESH,    // made for the document
   READER_KEPT,     // may have served other documents and may serve later ones
-  READER_PLAIN     // the same, in less time, for documents without DOCTYPE, references and namespaces; what fails with it may
-                   // have to fail in another way, or not at all
+  READER_PLAIN     // the same, in less time, for what begins plainly; what fails with it, as namespaces do, may have to fail
+                   // in another way, or not at all
 };
+
+// Whether a document begins with an XML declaration and its root element, so that no DOCTYPE can follow.
+bool BeginsPlainly(std::string_view p_svXml);
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
 class CXmlHandler : public xercesc::DefaultHandler {

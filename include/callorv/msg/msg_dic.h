@@ -64,7 +64,10 @@ class CALLORV_API CMsgDic : public CLastError {
  private:
   CMsgInfo* m_apMsg[SLOTS];
   int m_iParserInits;    // how often this dictionary initialised the parser
-  callorv::detail::CArena* m_pArena;    // where the tags' definitions stand
+  callorv::detail::CArena* m_pArena;    // where the tags' definitions stand; null in an empty dictionary
+
+  void Clear();
+  bool ReadPlainly(const char* p_szPath);
 };
 
 // The one dictionary of the process. Never null. It is destroyed when the library is unloaded and must outlive

@@ -145,7 +145,6 @@ std::string Mutant(std::mt19937& p_cRandom) {
 TEST_CASE("a reader that has served other documents, a fresh one and the parser's own read the same") {
   const CLoadedDic cDic;    // readers are kept while the parser is initialised
   std::mt19937 cRandom(20240628);
-  const std::string sBegin = s_asSeed[0].substr(0, s_asSeed[0].find("no="));
   int iWellFormed = 0, iPlain = 0, iDifferent = 0;
   for (int i = 0; i < MUTANTS; ++i) {
     const std::string sXml = Mutant(cRandom);
@@ -155,7 +154,7 @@ TEST_CASE("a reader that has served other documents, a fresh one and the parser'
     // a DOCTYPE, which is refused, the parser's own reader lets pass
     if (sXml.find("<!DOCTYPE") == std::string::npos) bSame = bSame && cBare.RecordBare(sXml) == sFresh;
     // what fails with the plain reader is read again; what does not fail is read once
-    if (sXml.compare(0, sBegin.size(), sBegin) == 0 && sXml.find('&') == std::string::npos) {
+    if (BeginsPlainly(sXml)) {
       const std::string sPlain = cPlain.Record(sXml, READER_PLAIN);
       if (cPlain.IsWellFormed()) bSame = bSame && sPlain == sFresh;
       iPlain += cPlain.IsWellFormed();
@@ -184,6 +183,8 @@ TEST_CASE("long documents are read the same by the plain reader") {
   std::mt19937 cRandom(1);
   const std::string asInside[] = {
       "<t1>" + fnRepeat(300000, [](int) { return "abc \xe4\r\n]] >"; }) + "</t1>",
+      "<t1>" + fnRepeat(100000, [](int i) { return (i % 7 != 0 ? "abcdefghi&lt;" : "&#65;") + std::string(i % 3, 'x'); }) + "</t1>",
+      "<t1 a='" + fnRepeat(100000, [](int) { return "abc&amp;&#x41;"; }) + "'/>",
       "<t1><![CDATA[" + fnRepeat(300000, [](int) { return "<a>\r\n]] >]>"; }) + "]]></t1>",
       fnRepeat(4000, [&](int i) { return "<" + fnName(i % 2000) + ">x</" + fnName(i % 2000) + ">"; }),
       "<t1" + fnRepeat(300, [&](int i) { return " " + fnName(i) + "='" + std::string(cRandom() % 50, 'v') + "'"; }) + "/>",

@@ -1,9 +1,13 @@
 // Dictionaries loaded from files.
 #include <callorv/crypt/crypt.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "msg/msg_dic_handler.h"
@@ -32,12 +36,17 @@ class CWorkIn {
   std::filesystem::path m_cBefore;
 };
 
-// A dictionary file that is loaded.
+// A dictionary file that is loaded. What begins with its root element is also loaded with an XML declaration in front, as it is
+// then read in another way.
 class CLoad {
  public:
-  explicit CLoad(const std::string& p_sXml, const char* p_szName = "dic.xml") {
-    const std::string sPath = m_cDir.Write(p_szName, p_sXml);
-    m_tThrown = Caught([&] { m_cDic.InitDictionary(sPath.c_str()); });
+  explicit CLoad(const std::string& p_sXml, const char* p_szName = s_szPlainName) {
+    m_tThrown = LoadInto(m_cDic, p_szName, p_sXml);
+    if (p_szName != s_szPlainName || !std::regex_search(p_sXml, std::regex("^<[a-z]"))) return;
+    CMsgDic cDeclared;
+    const T_Thrown tThrown = LoadInto(cDeclared, "declared.xml", "<?xml version='1.0' encoding='UTF-8'?>\n" + p_sXml);
+    CHECK(tThrown.iCode == m_tThrown.iCode);
+    CHECK(Dump(cDeclared) == Dump(m_cDic));
   }
   CMsgDic* operator->() { return &m_cDic; }
   CMsgDic& operator*() { return m_cDic; }
@@ -45,9 +54,15 @@ class CLoad {
   std::string Path(const std::string& p_sName) const { return m_cDir.Path(p_sName); }
 
  private:
+  static constexpr const char* s_szPlainName = "dic.xml";
   CTempDir m_cDir;
   CMsgDic m_cDic;
   T_Thrown m_tThrown;
+
+  T_Thrown LoadInto(CMsgDic& p_cDic, const char* p_szName, const std::string& p_sXml) const {
+    const std::string sPath = m_cDir.Write(p_szName, p_sXml);
+    return Caught([&] { p_cDic.InitDictionary(sPath.c_str()); });
+  }
 };
 
 T_Thrown LoadFile(const std::string& p_sPath) {
@@ -459,6 +474,33 @@ TEST_CASE("a document type is accepted") {
         "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
   CLoad cBare("<!DOCTYPE msg_dictionary><msg_dictionary/>");
   CHECK(cBare.Thrown().sText == "");
+  for (const char* szBefore : {"<?xml version='1.0'?>", "<?xml version='1.0'?>\n<!-- a -->", "<?xml version='1.0'?><?a b?>"}) {
+    CLoad cBehind(szBefore + std::string("<!DOCTYPE msg_dictionary [<!ATTLIST tag array CDATA 'Y'>]>"
+                                         "<msg_dictionary><msg no='3'><tag no='1' type='string'/></msg></msg_dictionary>"));
+    CHECK(cBehind.Thrown().sText == "");
+    CHECK(Dump(*cBehind) ==
+          "<msg no='3' name='' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
+  }
+}
+
+TEST_CASE("a declaration may be long, and references stand for what they name") {
+  CLoad cLoad("<?xml version='1.0'" + std::string(1000, ' ') + "?>" + std::string(1000, '\n') +
+              "<msg_dictionary><msg no='&#51;' name='&lt;&amp;'/></msg_dictionary>");
+  CHECK(cLoad.Thrown().sText == "");
+  CHECK(Dump(*cLoad) == "<msg no='3' name='<&' hash='128'>\n</msg>\n\n");
+  CLoad cShort("<?xml version='1.0'?><msg_dictionary><msg no='&#51;' name='&lt;&amp;'/></msg_dictionary>");
+  CHECK(Dump(*cShort) == Dump(*cLoad));
+}
+
+TEST_CASE("a file that can be read only once is loaded") {
+  const CTempDir cDir;
+  const std::string sPath = cDir.Path("pipe");
+  REQUIRE(mkfifo(sPath.c_str(), 0600) == 0);
+  std::thread cWriter([&] { std::ofstream(sPath) << s_szQuote; });
+  CMsgDic cDic;
+  CHECK(Caught([&] { cDic.InitDictionary(sPath.c_str()); }).sText == "");
+  cWriter.join();
+  CHECK(Dump(cDic) == s_szQuoteDump);
 }
 
 TEST_CASE("nothing that a document type names is ever opened") {
