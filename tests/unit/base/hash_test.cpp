@@ -152,14 +152,14 @@ TEST_CASE("CIntHash: without memory the map stays as it was") {
     CIntHash c(1024);
     int iSet = 0;
     const bool bThrew = p_cFail.Run([&] {
-      for (; iSet < 30; ++iSet) {
+      for (; iSet < 60; ++iSet) {
         const char szKey[] = {'k', static_cast<char>('A' + iSet), 0};
         c.Set(szKey, iSet, false);
       }
     });
     CHECK(bThrew == p_cFail.HasFailed());
-    CHECK((iSet < 30) == bThrew);
-    for (int i = 0; i < 31; ++i) {
+    CHECK((iSet < 60) == bThrew);
+    for (int i = 0; i < 61; ++i) {
       const char szKey[] = {'k', static_cast<char>('A' + i), 0};
       CHECK(Value(c, szKey) == (i < iSet ? i : INT_MIN));
       if (i >= iSet) CHECK(c.Set(szKey, 100 + i, false) == 0);    // and goes on working
