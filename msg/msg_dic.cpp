@@ -90,17 +90,17 @@ void CMsgDic::Dump(CStream* p_pOut) const {
   }
 }
 
-// Whether the parser's faster reader has filled this dictionary, which is empty before, and if not, again. Why not, another
-// reader says.
-bool CMsgDic::ReadPlainly(const char* p_szPath) {
-  try {
-    MsgDicHandler(this).Action(p_szPath, READER_PLAIN);
-    return true;
-  } catch (const CException& cError) {
-    if (cError.GetCode() == MSG_MEMORY) throw;
+// Reads with the parser's faster reader, as far as that will do; what cannot be read it leaves to the other one to name.
+void CMsgDic::Read(T_DicFile& p_tFile) {
+  if (m_pArena == nullptr) {    // only a dictionary that was empty can be made empty again
+    try {
+      return MsgDicHandler(this).Action(p_tFile, READER_PLAIN);
+    } catch (const CException& cError) {
+      if (cError.GetCode() == MSG_MEMORY || p_tFile.bUnreadable) throw;
+    }
+    Clear();
   }
-  Clear();
-  return false;
+  MsgDicHandler(this).Action(p_tFile, READER_FRESH);
 }
 
 void CMsgDic::InitDictionary(const char* p_szPath) {
@@ -108,7 +108,8 @@ void CMsgDic::InitDictionary(const char* p_szPath) {
   InitializeParser();
   ++m_iParserInits;
   try {
-    if (m_pArena != nullptr || !ReadPlainly(p_szPath)) MsgDicHandler(this).Action(p_szPath);
+    T_DicFile tFile(p_szPath);
+    Read(tFile);
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "InitDictionary(%s)", cError.GetText());
   }

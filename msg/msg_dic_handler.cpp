@@ -13,7 +13,6 @@
 #include <xercesc/util/XMLString.hpp>
 
 #include "callorv/base/exception.h"
-#include "callorv/base/stream.h"
 #include "callorv/crypt/crypt.h"
 #include "msg/reader_memory.h"
 
@@ -39,25 +38,32 @@ struct T_SourceMemory {
 };
 class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
-  CFileSource(const char* p_szPath, E_Reader p_eReader)
-      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_sPath(p_szPath), m_bPlain(p_eReader == READER_PLAIN) {}
+  CFileSource(T_DicFile& p_tFile, E_Reader p_eReader)
+      : LocalFileInputSource(T_Wide(p_tFile.szPath).psz, &cMemory), m_tFile(p_tFile), m_bTwice(p_eReader == READER_PLAIN) {}
   BinInputStream* makeStream() const override {
     struct stat tStat;
-    if (m_bPlain && (stat(m_sPath.ToStr(), &tStat) != 0 || !S_ISREG(tStat.st_mode))) return nullptr;
-    auto pFile = std::make_unique<BinFileInputStream>(m_sPath.ToStr());
-    return pFile->getIsOpen() && (!m_bPlain || BeginsPlainly(*pFile)) ? pFile.release() : nullptr;
+    if (m_bTwice && (stat(m_tFile.szPath, &tStat) != 0 || !S_ISREG(tStat.st_mode))) return nullptr;
+    auto pFile = std::make_unique<CStreamOfFile>(m_tFile);
+    m_tFile.bUnreadable = !pFile->getIsOpen();
+    return !m_tFile.bUnreadable ? pFile.release() : nullptr;
   }
 
  private:
-  CString m_sPath;
-  bool m_bPlain;
+  class CStreamOfFile : public BinFileInputStream {
+   public:
+    explicit CStreamOfFile(T_DicFile& p_tFile) : BinFileInputStream(p_tFile.szPath), m_tFile(p_tFile) {}
+    XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override try {
+      return BinFileInputStream::readBytes(p_pOut, p_uMost);
+    } catch (const XMLException&) {
+      m_tFile.bUnreadable = true;
+      throw;
+    }
 
-  static bool BeginsPlainly(BinFileInputStream& p_cFile) {
-    char szBegin[256];
-    const XMLSize_t uLen = p_cFile.readBytes(reinterpret_cast<XMLByte*>(szBegin), sizeof(szBegin));
-    p_cFile.reset();
-    return callorv::detail::BeginsPlainly({szBegin, uLen});
-  }
+   private:
+    T_DicFile& m_tFile;
+  };
+  T_DicFile& m_tFile;
+  const bool m_bTwice;    // it may have to be read again
 };
 
 // Whether a local name, narrowed, is this one.
@@ -103,17 +109,17 @@ bool IsName(const XMLCh* p_szWide, const char* p_sz) {
 
 CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 
-void CDicFileHandler::Action(const char* p_szPath, E_Reader p_eReader) {
-  if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
+void CDicFileHandler::Action(T_DicFile& p_tFile, E_Reader p_eReader) {
+  if (p_tFile.szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   const auto fnParse = [&] {
-    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath, p_eReader), p_eReader);
-    CStream stXml(0, 512);
+    if (!CString(p_tFile.szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_tFile, p_eReader), p_eReader);
+    std::optional<CStream>& stXml = p_tFile.stXml;
     CString sReason;
-    if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
-    if (p_eReader == READER_PLAIN && !BeginsPlainly({stXml.GetData(), static_cast<size_t>(stXml.GetSize())})) {
-      throw CException("The file does not begin plainly", MSG_DIC_LOAD);
+    if (!stXml && CCrypt::DecryptFileToStream(p_tFile.szPath, stXml.emplace(0, 512), sReason) < 0) {
+      p_tFile.bUnreadable = true;
+      throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
     }
-    MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml.GetData()), static_cast<XMLSize_t>(stXml.GetSize()),
+    MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml->GetData()), static_cast<XMLSize_t>(stXml->GetSize()),
                               "MsgDic.xml", false);
     cSource.setCopyBufToStream(false);
     return ParseSource(cSource, p_eReader);

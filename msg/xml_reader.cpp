@@ -58,7 +58,7 @@ class CSaxReader : public SAX2XMLReaderImpl {
                     const RefVectorOf<XMLAttr>& p_cAttrs, const XMLSize_t p_uAttrs, const bool p_bEmpty,
                     const bool p_bRoot) override {
     const bool bStraight = *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
-    if (m_bPlain && !bStraight) throw CException("Namespaces in a plain document", MSG_XML);
+    if (m_bPlain && !bStraight) throw CException("No plain document", MSG_XML);
     if (p_bRoot || !bStraight) {    // only inside elements that the base class knows of does it pass texts on
       m_cStraight[++m_uDepth] = false;
       SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
@@ -105,28 +105,34 @@ class CSaxReader : public SAX2XMLReaderImpl {
 // the parser gets a view of it, and deletes that without giving memory back.
 class COwningSource : public InputSource {
  public:
-  explicit COwningSource(const InputSource& p_cSource) : m_cSource(p_cSource) {}
+  COwningSource(const InputSource& p_cSource, bool p_bPlain) : m_cSource(p_cSource), m_bPlain(p_bPlain) {}
   const XMLCh* getSystemId() const override { return m_cSource.getSystemId(); }
   BinInputStream* makeStream() const override {
     m_pStream.reset(m_cSource.makeStream());
-    return m_pStream != nullptr ? ::new (m_aView) CView(*m_pStream) : nullptr;
+    return m_pStream != nullptr ? ::new (m_aView) CView(*m_pStream, m_bPlain) : nullptr;
   }
 
  private:
   class CView : public BinInputStream {
    public:
-    explicit CView(BinInputStream& p_cStream) : m_cStream(p_cStream) {}
+    CView(BinInputStream& p_cStream, bool p_bPlain) : m_cStream(p_cStream), m_bCheck(p_bPlain) {}
     static void operator delete(void*) {}
     XMLFilePos curPos() const override { return m_cStream.curPos(); }
     XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
-      return m_cStream.readBytes(p_pOut, p_uMost);
+      const XMLSize_t uLen = m_cStream.readBytes(p_pOut, p_uMost);
+      if (std::exchange(m_bCheck, false) && !BeginsPlainly({reinterpret_cast<const char*>(p_pOut), uLen})) {
+        throw CException("No plain document", MSG_XML);
+      }
+      return uLen;
     }
     const XMLCh* getContentType() const override { return m_cStream.getContentType(); }
 
    private:
     BinInputStream& m_cStream;
+    bool m_bCheck;    // how the document begins
   };
   const InputSource& m_cSource;
+  const bool m_bPlain;
   mutable std::unique_ptr<BinInputStream> m_pStream;
   alignas(CView) mutable unsigned char m_aView[sizeof(CView)] = {};
 };
@@ -207,9 +213,10 @@ void TerminateParser() {
 
 bool BeginsPlainly(std::string_view p_svXml) {
   const std::string_view svBegin = p_svXml.substr(0, sizeof("<?xml version='1.0'") - 1);
-  if (svBegin != "<?xml version=\"1.0\"" && svBegin != "<?xml version='1.0'") return false;
   p_svXml = p_svXml.substr(0, 256);    // a declaration is shorter
-  p_svXml.remove_prefix(std::min(p_svXml.find("?>"), p_svXml.size() - 2) + 2);
+  if (svBegin == "<?xml version=\"1.0\"" || svBegin == "<?xml version='1.0'") {
+    p_svXml.remove_prefix(std::min(p_svXml.find("?>"), p_svXml.size() - 2) + 2);
+  }
   p_svXml.remove_prefix(std::min(p_svXml.find_first_not_of(" \t\r\n"), p_svXml.size()));
   return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';
 }
@@ -252,9 +259,9 @@ void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName,
 
 XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eReader) {
   SecurityManager cBounds;
-  const COwningSource cSource(p_cSource);    // outlives the reader
-  CReadersPtr pReaders = p_eReader != READER_FRESH ? TakeReaders() : std::make_unique<T_Readers>();
   const bool bPlain = p_eReader == READER_PLAIN;
+  const COwningSource cSource(p_cSource, bPlain);    // outlives the reader
+  CReadersPtr pReaders = p_eReader != READER_FRESH ? TakeReaders() : std::make_unique<T_Readers>();
   std::unique_ptr<SAX2XMLReader>& pSax = bPlain ? pReaders->pPlain : pReaders->pFull;
   if (pSax == nullptr) pSax = NewReader(pReaders->cMemory, bPlain);
   pSax->setContentHandler(this);

@@ -71,11 +71,11 @@ struct T_XmlUse {
 enum E_Reader {
   READER_FRESH,    // made for the document
   READER_KEPT,     // may have served other documents and may serve later ones
-  READER_PLAIN     // the same, in less time, for what begins plainly; what fails with it, as namespaces do, may have to fail
-                   // in another way, or not at all
+  READER_PLAIN     // the same, in less time; what fails with it, as all does that does not begin plainly or has namespaces, may
+                   // have to fail in another way, or not at all
 };
 
-// Whether a document begins with an XML declaration and its root element, so that no DOCTYPE can follow.
+// Whether a document begins with its root element, or with an XML declaration and that, so that no DOCTYPE can follow.
 bool BeginsPlainly(std::string_view p_svXml);
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.

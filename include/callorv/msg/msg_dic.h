@@ -6,6 +6,12 @@
 #include "callorv/msg/error.h"
 #include "callorv/msg/msg_info.h"
 
+namespace callorv {
+namespace detail {
+struct T_DicFile;
+}
+}    // namespace callorv
+
 // Definitions of messages 1 to 9999. Filled by one thread; afterwards any number of threads may look up.
 class CALLORV_API CMsgDic : public CLastError {
  public:
@@ -67,7 +73,7 @@ class CALLORV_API CMsgDic : public CLastError {
   callorv::detail::CArena* m_pArena;    // where the tags' definitions stand; null in an empty dictionary
 
   void Clear();
-  bool ReadPlainly(const char* p_szPath);
+  void Read(callorv::detail::T_DicFile& p_tFile);
 };
 
 // The one dictionary of the process. Never null. It is destroyed when the library is unloaded and must outlive
