@@ -91,16 +91,17 @@ void CMsgDic::Dump(CStream* p_pOut) const {
 }
 
 // Reads with the parser's faster reader, as far as that will do; what cannot be read it leaves to the other one to name.
-void CMsgDic::Read(T_DicFile& p_tFile) {
+void CMsgDic::Read(const char* p_szPath) {
+  T_DicFile tFile(p_szPath);
   if (m_pArena == nullptr) {    // only a dictionary that was empty can be made empty again
     try {
-      return MsgDicHandler(this).Action(p_tFile, READER_PLAIN);
+      return MsgDicHandler(this).Action(tFile, READER_PLAIN);
     } catch (const CException& cError) {
-      if (cError.GetCode() == MSG_MEMORY || p_tFile.bUnreadable) throw;
+      if (cError.GetCode() == MSG_MEMORY || tFile.bUnreadable) throw;
     }
     Clear();
   }
-  MsgDicHandler(this).Action(p_tFile, READER_FRESH);
+  MsgDicHandler(this).Action(tFile, READER_FRESH);
 }
 
 void CMsgDic::InitDictionary(const char* p_szPath) {
@@ -108,8 +109,7 @@ void CMsgDic::InitDictionary(const char* p_szPath) {
   InitializeParser();
   ++m_iParserInits;
   try {
-    T_DicFile tFile(p_szPath);
-    Read(tFile);
+    Read(p_szPath);
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "InitDictionary(%s)", cError.GetText());
   }

@@ -6,12 +6,6 @@
 #include "callorv/msg/error.h"
 #include "callorv/msg/msg_info.h"
 
-namespace callorv {
-namespace detail {
-struct T_DicFile;
-}
-}    // namespace callorv
-
 // Definitions of messages 1 to 9999. Filled by one thread; afterwards any number of threads may look up.
 class CALLORV_API CMsgDic : public CLastError {
  public:
@@ -73,7 +67,7 @@ class CALLORV_API CMsgDic : public CLastError {
   callorv::detail::CArena* m_pArena;    // where the tags' definitions stand; null in an empty dictionary
 
   void Clear();
-  void Read(callorv::detail::T_DicFile& p_tFile);
+  void Read(const char* p_szPath);
 };
 
 // The one dictionary of the process. Never null. It is destroyed when the library is unloaded and must outlive
