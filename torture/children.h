@@ -123,7 +123,7 @@ class CChildren {
       if (tOutcome.bLast || !tOutcome.sWhy.empty()) break;
     }
 #ifdef TEST_COVERAGE
-    __gcov_dump();    // what _exit leaves out
+    exit(0);    // each library writes its own counts then
 #endif
     _exit(0);
   }
