@@ -103,14 +103,28 @@ class CRound {
   }
 };
 
+// Takes everything that is kept between calls into use at one moment: documents that are longer to read than a thread runs at
+// a stretch, into messages that are there together.
+void UseAllThatIsKept(CTally& p_cTally) {
+  std::string sXml = "<msg no='100'>";
+  for (int i = 0; i < 200000; ++i) sXml += "<t2>1</t2>";
+  sXml += "</msg>";
+  std::vector<std::unique_ptr<CMsg>> apMsg;
+  for (int i = 0; i < THREADS; ++i) apMsg.emplace_back(MA_NewMsg(0));
+  std::atomic<int> iRead{0};
+  std::vector<std::thread> cThreads;
+  for (const std::unique_ptr<CMsg>& pMsg : apMsg) cThreads.emplace_back([&] { iRead += pMsg->LoadXml(&sXml[0]) == 0; });
+  for (std::thread& cThread : cThreads) cThread.join();
+  p_cTally.Case(iRead == THREADS, "long documents are not read");
+}
+
 int Threads(bool p_bQuick) {
   CTally cTally("threads");
   CClient cClient;
   {
     CRound cRound(cClient, cTally, s_atFast, 60);
-    // Documents that take so long to read that all that is kept between calls is in use at some moment, with readers that
-    // hold nearly as much as one that is kept may.
-    cRound.Run(20, 100000);
+    UseAllThatIsKept(cTally);
+    cRound.Run(20, 100000);    // readers come to hold nearly as much as one that is kept may
     const long lDescriptors = OpenDescriptors();
     const long long lBytes = BytesInUse();
     cRound.Run(p_bQuick ? 80 : 1900, 3000);
