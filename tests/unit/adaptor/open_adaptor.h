@@ -29,16 +29,17 @@ class COpenAdaptor : public CTcpAdaptor {
 
   void SetNonBlocking() { fcntl(iSock, F_SETFL, O_NONBLOCK); }
 
-  // Puts bytes into the kernel's buffers until they are full and stay so: it moves them on to the peer at moments of its own.
+  // Puts bytes into the kernel's buffers until they are full and stay so: what is left of the peer's window, less than a
+  // segment, the kernel fills some 200 ms later.
   // A later close resets the connection: behind all these bytes the peer would not learn of an orderly end.
   void Fill() {
     SetNonBlocking();
     const linger tNow = {1, 0};
     setsockopt(iSock, SOL_SOCKET, SO_LINGER, &tNow, sizeof(tNow));
     char szPart[65536] = {};
-    for (int iQuiet = 0; iQuiet < 3; ++iQuiet) {
+    for (int iQuiet = 0; iQuiet < 30; ++iQuiet) {
       while (send(iSock, szPart, sizeof(szPart), 0) > 0 || errno != EAGAIN) iQuiet = 0;
-      poll(nullptr, 0, 10);
+      poll(nullptr, 0, 20);
     }
   }
 
