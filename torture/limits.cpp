@@ -616,8 +616,10 @@ void Fork(CCases& p_cCases, CClient& p_cClient, int p_iForks) {
       _exit(fnReplies(10) == 10 ? 0 : 1);
     }
     int iStatus = -1;
-    p_cCases.Check(waitpid(iPid, &iStatus, 0) == iPid && iStatus == 0,
-                   "child " + std::to_string(i) + ": status " + std::to_string(iStatus));
+    const pid_t iEnded = waitpid(iPid, &iStatus, 0);
+    p_cCases.Check(iEnded == iPid && iStatus == 0,
+                   "child " + std::to_string(i) + ": fork " + std::to_string(iPid) + ", wait " + std::to_string(iEnded) +
+                       ", errno " + std::to_string(errno) + ", status " + std::to_string(iStatus));
   }
   bEnd = true;
   for (std::thread& cThread : cThreads) cThread.join();
