@@ -21,6 +21,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <functional>
 #include <mutex>
