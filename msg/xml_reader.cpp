@@ -102,7 +102,8 @@ class CSaxReader : public SAX2XMLReaderImpl {
 };
 
 // A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
-// the parser gets a view of it, and deletes that without giving memory back.
+// the parser gets a view of it, and deletes that without giving memory back. The view for the plain reader refuses a document
+// that does not begin plainly.
 class COwningSource : public InputSource {
  public:
   COwningSource(const InputSource& p_cSource, bool p_bPlain) : m_cSource(p_cSource), m_bPlain(p_bPlain) {}
@@ -129,7 +130,7 @@ class COwningSource : public InputSource {
 
    private:
     BinInputStream& m_cStream;
-    bool m_bCheck;    // how the document begins
+    bool m_bCheck;    // the next bytes are the beginning
   };
   const InputSource& m_cSource;
   const bool m_bPlain;

@@ -124,8 +124,9 @@ class CChildren {
     }
 #ifdef TEST_COVERAGE
     exit(0);    // each library writes its own counts then
-#endif
+#else
     _exit(0);
+#endif
   }
 
   // p_iNext: the next case to be run. p_bEnd: there is none. Returns whether the child died in a case.

@@ -1,5 +1,5 @@
 # Draws what torture_soak has sampled:
-# gnuplot -e "csv='build/native/torture/soak.csv'" torture/soak.gp | sed 's/ *$//' > docs/reliability/soak.svg
+# gnuplot -e "csv='build/native/torture/soak.csv'" torture/soak.gp | sed 's/ *$//; ${/^$/d}' > docs/reliability/soak.svg
 set terminal svg size 900,520 font "sans-serif,13" background "#ffffff"
 set datafile separator ","
 set multiplot layout 2,1 title "An hour of calls to a server that is killed and started again every few seconds"

@@ -36,17 +36,20 @@ class CWorkIn {
   std::filesystem::path m_cBefore;
 };
 
-// A dictionary file that is loaded. What begins with its root element is also loaded with an XML declaration in front, as it is
-// then read in another way.
+// A dictionary file that is loaded. What begins with its root element, which one scanner of the parser reads, is also loaded with
+// a declaration in front, and with a comment, for which it takes the other one.
 class CLoad {
  public:
   explicit CLoad(const std::string& p_sXml, const char* p_szName = s_szPlainName) {
     m_tThrown = LoadInto(m_cDic, p_szName, p_sXml);
     if (p_szName != s_szPlainName || !std::regex_search(p_sXml, std::regex("^<[a-z]"))) return;
-    CMsgDic cDeclared;
-    const T_Thrown tThrown = LoadInto(cDeclared, "declared.xml", "<?xml version='1.0' encoding='UTF-8'?>\n" + p_sXml);
-    CHECK(tThrown.iCode == m_tThrown.iCode);
-    CHECK(Dump(cDeclared) == Dump(m_cDic));
+    for (const char* szBefore : {"<?xml version='1.0' encoding='UTF-8'?>\n", "<!-- -->"}) {
+      CMsgDic cOther;
+      const T_Thrown tThrown = LoadInto(cOther, "other.xml", szBefore + p_sXml);
+      CHECK(tThrown.iCode == m_tThrown.iCode);
+      if (m_tThrown.sText.find("(L:") == std::string::npos) CHECK(tThrown.sText == m_tThrown.sText);    // else it has a place
+      CHECK(Dump(cOther) == Dump(m_cDic));
+    }
   }
   CMsgDic* operator->() { return &m_cDic; }
   CMsgDic& operator*() { return m_cDic; }
@@ -475,11 +478,14 @@ TEST_CASE("a document type is accepted") {
   CLoad cBare("<!DOCTYPE msg_dictionary><msg_dictionary/>");
   CHECK(cBare.Thrown().sText == "");
   for (const char* szBefore : {"<?xml version='1.0'?>", "<?xml version='1.0'?>\n<!-- a -->", "<?xml version='1.0'?><?a b?>"}) {
-    CLoad cBehind(szBefore + std::string("<!DOCTYPE msg_dictionary [<!ATTLIST tag array CDATA 'Y'>]>"
-                                         "<msg_dictionary><msg no='3'><tag no='1' type='string'/></msg></msg_dictionary>"));
+    const std::string sXml = szBefore + std::string("<!DOCTYPE msg_dictionary [<!ATTLIST tag array CDATA 'Y'>]><msg_dictionary>"
+                                                    "<msg no='3'><tag no='1' type='string'/></msg></msg_dictionary>");
+    CLoad cBehind(sXml), cEncrypted(Encrypted(sXml), "dic.exml");
     CHECK(cBehind.Thrown().sText == "");
     CHECK(Dump(*cBehind) ==
           "<msg no='3' name='' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
+    CHECK(cEncrypted.Thrown().sText == "");
+    CHECK(Dump(*cEncrypted) == Dump(*cBehind));
   }
 }
 
