@@ -4,6 +4,7 @@
 #include <callorv/adaptor/tcp_adaptor.h>
 #include <callorv/base/exception.h>
 #include <sys/resource.h>
+#include <sys/signalfd.h>
 
 #include <algorithm>
 #include <asio.hpp>
@@ -36,7 +37,7 @@ class CServer {
         m_cAnswerer(p_tOptions),
         m_cControl(asio::make_strand(m_cContext)),
         m_cAcceptor(m_cControl),
-        m_cSignals(m_cControl, SIGINT, SIGTERM),
+        m_cSignals(m_cControl),
         m_cRetry(m_cControl),
         m_cSecond(m_cControl),
         m_cGrace(m_cControl) {}
@@ -62,7 +63,8 @@ class CServer {
   // The acceptor, the signals and the timers below run on one strand.
   asio::strand<asio::io_context::executor_type> m_cControl;
   tcp::acceptor m_cAcceptor;
-  asio::signal_set m_cSignals;
+  asio::posix::stream_descriptor m_cSignals;
+  signalfd_siginfo m_tSignal{};
   asio::steady_timer m_cRetry;
   asio::steady_timer m_cSecond;
   asio::steady_timer m_cGrace;
@@ -70,6 +72,9 @@ class CServer {
 
   void Listen();
   void Accept();
+  void TakeSignals();
+  template <class Handler>
+  void AtNextSignal(Handler p_cHandler);
   void ShowStatus();
   void Stop();
   void Work();
@@ -296,6 +301,26 @@ void CServer::Accept() {
   });
 }
 
+// Signals are read from a descriptor: a handler would run in the middle of whatever the thread it hits is doing, and
+// ThreadSanitizer may put it off until that thread wakes up, which can be never.
+void CServer::TakeSignals() {
+  sigset_t tStop;
+  sigemptyset(&tStop);
+  sigaddset(&tStop, SIGINT);
+  sigaddset(&tStop, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &tStop, nullptr);    // the threads inherit it
+  const int iFd = signalfd(-1, &tStop, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (iFd < 0) throw CFailure("signalfd: " + Error(errno, asio::error::get_system_category()).message());
+  m_cSignals.assign(iFd);
+  AtNextSignal([this] { Stop(); });
+}
+
+template <class Handler>
+void CServer::AtNextSignal(Handler p_cHandler) {
+  m_cSignals.async_read_some(asio::buffer(&m_tSignal, sizeof(m_tSignal)),
+                             [p_cHandler](const Error&, size_t) { p_cHandler(); });
+}
+
 void CServer::ShowStatus() {
   m_cLog.UpdateStatus();
   m_cSecond.expires_after(std::chrono::seconds(1));
@@ -309,7 +334,7 @@ void CServer::Stop() {
   if (m_iBusy == 0) return m_cContext.stop();
   m_cGrace.expires_after(STOP_GRACE);
   m_cGrace.async_wait([this](const Error&) { m_cContext.stop(); });
-  m_cSignals.async_wait([this](const Error&, int) { m_cContext.stop(); });
+  AtNextSignal([this] { m_cContext.stop(); });
 }
 
 void CServer::Work() {
@@ -324,7 +349,7 @@ void CServer::Work() {
 }
 
 void CServer::Run() {
-  m_cSignals.async_wait([this](const Error&, int) { Stop(); });
+  TakeSignals();
   Listen();
   Accept();
   if (m_cLog.HasStatus()) ShowStatus();
