@@ -19,13 +19,13 @@ int ReadFile(const char* p_szFileName, CStream& p_stOut, CString& p_sErr, int p_
     p_sErr.Format("File not found(%s)", p_szFileName);
     return -2;
   }
-  const bool bRegular = S_ISREG(tStat.st_mode);
-  const long long iSize = bRegular ? static_cast<long long>(tStat.st_size) : 0;    // that of a folder counts names
+  const bool bSized = S_ISREG(tStat.st_mode) || S_ISDIR(tStat.st_mode);
+  const long long iSize = bSized ? static_cast<long long>(tStat.st_size) : 0;
   if (iSize % p_iBlock != 0) {
     p_sErr = "File may be corrupted";
     return -3;
   }
-  if (!bRegular && !S_ISDIR(tStat.st_mode)) return 0;
+  if (!bSized && !S_ISSOCK(tStat.st_mode)) return 0;    // a pipe or device could make the caller wait
   const CFilePtr pFile(iSize < INT_MAX ? fopen(p_szFileName, "rb") : nullptr);
   if (pFile == nullptr) {
     p_sErr.Format("File cannot be open(%s)", p_szFileName);

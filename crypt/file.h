@@ -16,8 +16,8 @@ struct T_CloseFile {
 using CFilePtr = std::unique_ptr<FILE, T_CloseFile>;
 
 // Reads a whole file into p_stOut; that and p_sErr are emptied first, but for a null name. Of a file that changes
-// meanwhile, at most as many bytes as it had at first. A directory reads as empty; so does a pipe, a socket or a
-// device, which is not even opened, since that could wait or have effects.
+// meanwhile, at most as many bytes as it had at first. A directory has a size but reads as empty. A pipe or a device is
+// empty, and not even opened, since that could wait or have effects; a socket cannot be opened.
 //   p_iBlock  what the size must be a multiple of
 //   returns   0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -3 "File may be corrupted" (its size); -5 "File
 //             cannot be open(%s)", also for more than 2147483646 bytes

@@ -1,7 +1,8 @@
 // The functions in front of the C library's.
 
-// Both names of what has a twin for large files are defined here, and nothing is to be inlined.
+// All names of what has twins for large files and late dates are defined here, and nothing is to be inlined.
 #undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
 #undef _FORTIFY_SOURCE
 #include "syscall_gate.h"
 
@@ -65,6 +66,18 @@ RESULT Move(const T_Fault* p_pFault, RESULT p_Failed, size_t p_uFew, REAL p_fnRe
   return p_Failed;
 }
 
+template <class REAL, class TIME>
+int Select(REAL p_fnReal, int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, TIME* p_pTime) {
+  const T_Fault* pFault = Meet(CALL_SELECT);
+  if (pFault == nullptr) return p_fnReal(p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
+  if (pFault->eFault == FAULT_TIME) {
+    *p_pTime = {};
+    return 0;
+  }
+  errno = pFault->iErrno;
+  return -1;
+}
+
 }    // namespace
 
 const char* CallName(E_Call p_eCall) {
@@ -126,14 +139,7 @@ ssize_t recv(int p_iSock, void* p_pBuf, size_t p_uLen, int p_iFlags) {
 }
 
 int select(int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, timeval* p_pTime) {
-  const T_Fault* pFault = Meet(CALL_SELECT);
-  if (pFault == nullptr) return REAL(select)(p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
-  if (pFault->eFault == FAULT_TIME) {
-    *p_pTime = {0, 0};
-    return 0;
-  }
-  errno = pFault->iErrno;
-  return -1;
+  return Select(REAL(select), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
 }
 
 int shutdown(int p_iSock, int p_iHow) noexcept {
@@ -155,6 +161,18 @@ int stat(const char* p_szPath, struct stat* p_pStat) noexcept {
 int stat64(const char* p_szPath, struct stat64* p_pStat) noexcept {
   return Fails(CALL_STAT) ? -1 : REAL(stat64)(p_szPath, p_pStat);
 }
+
+#ifndef __LP64__    // what select and stat are with 64-bit times
+struct T_Time64 {
+  long long llSec, llMicro;
+};
+int __select64(int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, T_Time64* p_pTime) {
+  return Select(REAL(__select64), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
+}
+int __stat64_time64(const char* p_szPath, void* p_pStat) noexcept {
+  return Fails(CALL_STAT) ? -1 : REAL(__stat64_time64)(p_szPath, p_pStat);
+}
+#endif
 
 FILE* fopen(const char* p_szPath, const char* p_szMode) {
   return Fails(CALL_FOPEN) ? nullptr : REAL(fopen)(p_szPath, p_szMode);

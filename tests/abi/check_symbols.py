@@ -2,7 +2,7 @@
 """Compare what a shared library exports with a committed list: check_symbols.py [--update] LIBRARY LIST
 
 Callers' programs are linked to these names: one that goes away breaks them, and one that slips out can never be taken
-back. One list serves 32-bit and 64-bit builds.
+back. One list serves 32-bit and 64-bit builds. What a 32-bit library imports must know dates after 2038.
 """
 import argparse
 import difflib
@@ -13,6 +13,17 @@ import sys
 
 # Code that compilers put into every program, other libraries and our own inner parts.
 NEVER = re.compile(r"\b(std|__gnu_cxx|xercesc_\w+|callorv::detail)::")
+
+# What has a twin with 64-bit times in a 32-bit program.
+ENDS_2038 = re.compile(r" U ((?:time|localtime_r|gmtime_r|mktime|[fl]?stat(?:64)?|select|gettimeofday|clock_gettime)@.*)")
+
+
+def imported_until_2038(library):
+    with open(library, "rb") as file:
+        if file.read(5)[4] != 1:    # not 32-bit
+            return []
+    table = subprocess.run(["nm", "--dynamic", "--undefined-only", library], check=True, capture_output=True, text=True)
+    return ENDS_2038.findall(table.stdout)
 
 
 def exported(library):
@@ -42,6 +53,10 @@ def main():
     if options.update:
         options.list.write_text("".join(name + "\n" for name in names), encoding="ascii")
         return 0
+    narrow = imported_until_2038(options.library)
+    if narrow:
+        print("imports what ends in 2038:", *narrow, sep="\n  ")
+        return 1
     known = options.list.read_text(encoding="ascii").splitlines()
     difference = list(difflib.unified_diff(known, names, str(options.list), options.library, lineterm="", n=0))
     print(*difference, sep="\n", end="\n" if difference else "")
