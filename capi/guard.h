@@ -28,6 +28,7 @@ inline int SetError(CallOrv_Error* p_pErr, int p_iCode, const char* p_szText, in
     p_pErr->iCode = p_iCode;
     memcpy(p_pErr->szText, p_szText, iLen);
     p_pErr->szText[iLen] = 0;
+    p_pErr->szText[sizeof(p_pErr->szText) - 1] = 0;
     p_pErr->iRefSvcNum = p_iRefSvcNum;
   }
   return p_iCode;

@@ -340,17 +340,17 @@ int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
 
 int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
-  if (p_pSub->m_bEmpty && p_pSub->m_pOwner == nullptr && p_pSub != &p_cMsg) {
+  bool bTwice = p_pSub->m_pOwner != nullptr || p_pSub == &p_cMsg;
+  if (p_pSub->m_bHolds || p_pSub->m_pExtra != nullptr) {    // only then can it contain this message
+    for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
+  }
+  if (p_pSub->m_bEmpty && !bTwice) {
     delete p_pSub;
     return 0;
   }
   const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
   if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
   if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
-  bool bTwice = p_pSub->m_pOwner != nullptr || p_pSub == &p_cMsg;
-  if (p_pSub->m_pChildren != nullptr || p_pSub->m_pExtra != nullptr) {    // only then can it contain this message
-    for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
-  }
   if (bTwice) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
 
   CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
@@ -485,7 +485,7 @@ int CMsg::SetValue(int p_iTag, double p_dValue) { return CMsgOps::Set<double>(*t
 int CMsg::SetValue(int p_iTag, bool p_bValue) { return CMsgOps::Set<bool>(*this, p_iTag, p_bValue); }
 int CMsg::SetValue(int p_iTag, const char* p_szValue) {
   if (p_szValue == nullptr || *p_szValue == 0) return 0;
-  return CMsgOps::Set<CString>(*this, p_iTag, T_Text{p_szValue, static_cast<int>(strlen(p_szValue))});
+  return CMsgOps::Set<CString>(*this, p_iTag, T_Text{p_szValue, TextLen(strlen(p_szValue))});
 }
 int CMsg::SetValue(int p_iTag, CDate p_cValue) {
   return p_cValue.m_bSet ? CMsgOps::Set<CDate>(*this, p_iTag, p_cValue) : 0;

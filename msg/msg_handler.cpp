@@ -149,7 +149,7 @@ void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen)
   if (pEnd == pFirst || m_iCurrentTag < 0) return;
   *pEnd = 0;
   if (m_pCurrentTag == nullptr) m_pCurrentTag = &CMsgOps::ParsedTag(*m_pCurrentMsg, m_iCurrentTag);
-  CMsgOps::StoreText(*m_pCurrentMsg, *m_pCurrentTag, pFirst, static_cast<int>(pEnd - pFirst));
+  CMsgOps::StoreText(*m_pCurrentMsg, *m_pCurrentTag, pFirst, TextLen(static_cast<size_t>(pEnd - pFirst)));
 }
 
 void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {

@@ -2,6 +2,8 @@
 #ifndef CALLORV_MSG_VALUE_TRAITS_H
 #define CALLORV_MSG_VALUE_TRAITS_H
 
+#include <algorithm>
+#include <climits>
 #include <new>
 #include <utility>
 
@@ -30,6 +32,8 @@ struct T_Text {
   const char* p;
   int iLen;
 };
+// A length as texts have it. What is too long for one has INT_MAX, which is too long as well.
+inline int TextLen(size_t p_uLen) { return static_cast<int>(std::min<size_t>(p_uLen, INT_MAX)); }
 
 // For each type: its tag type, its array and the text for no memory for that, and
 //   Clear   what a getter does to its output before any check

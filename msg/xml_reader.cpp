@@ -101,9 +101,32 @@ class CSaxReader : public SAX2XMLReaderImpl {
   }
 };
 
+// Whether pieces of a document, in turn, may have an element of thousands of attributes: the plain scanner compares each with
+// all before it, which in a megabyte takes half a minute. Between such attributes there is no '<' for long, but many a '='.
+class CCrowding {
+ public:
+  bool IsSeenIn(const char* p_p, size_t p_uLen) {
+    for (size_t i = 0; i < p_uLen; i += STEP) {
+      const std::string_view svStep(p_p + i, std::min<size_t>(STEP, p_uLen - i));
+      if (svStep.find('<') != std::string_view::npos) {
+        m_iEquals = 0;
+        continue;
+      }
+      for (size_t k = svStep.find('='); k != std::string_view::npos; k = svStep.find('=', k + 1)) {
+        if (++m_iEquals > MOST) return true;
+      }
+    }
+    return false;
+  }
+
+ private:
+  enum { STEP = 4096, MOST = 512 };    // up to 1,900 attributes pass: 10 milliseconds
+  int m_iEquals = 0;    // since the last step with a '<'
+};
+
 // A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
 // the parser gets a view of it, and deletes that without giving memory back. The view for the plain reader refuses a document
-// that does not begin plainly.
+// that does not begin plainly or is crowded.
 class COwningSource : public InputSource {
  public:
   COwningSource(const InputSource& p_cSource, bool p_bPlain) : m_cSource(p_cSource), m_bPlain(p_bPlain) {}
@@ -116,12 +139,14 @@ class COwningSource : public InputSource {
  private:
   class CView : public BinInputStream {
    public:
-    CView(BinInputStream& p_cStream, bool p_bPlain) : m_cStream(p_cStream), m_bCheck(p_bPlain) {}
+    CView(BinInputStream& p_cStream, bool p_bPlain) : m_cStream(p_cStream), m_bPlain(p_bPlain) {}
     static void operator delete(void*) {}
     XMLFilePos curPos() const override { return m_cStream.curPos(); }
     XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
       const XMLSize_t uLen = m_cStream.readBytes(p_pOut, p_uMost);
-      if (std::exchange(m_bCheck, false) && !BeginsPlainly({reinterpret_cast<const char*>(p_pOut), uLen})) {
+      const auto* pBytes = reinterpret_cast<const char*>(p_pOut);
+      if (m_bPlain && ((std::exchange(m_bBegin, false) && !BeginsPlainly({pBytes, uLen})) ||
+                       m_cCrowding.IsSeenIn(pBytes, uLen))) {
         throw CException("No plain document", MSG_XML);
       }
       return uLen;
@@ -130,7 +155,9 @@ class COwningSource : public InputSource {
 
    private:
     BinInputStream& m_cStream;
-    bool m_bCheck;    // the next bytes are the beginning
+    const bool m_bPlain;
+    bool m_bBegin = true;    // the next bytes are the document's first
+    CCrowding m_cCrowding;
   };
   const InputSource& m_cSource;
   const bool m_bPlain;
@@ -250,9 +277,11 @@ void CXmlHandler::internalEntityDecl(const XMLCh* const p_szName, const XMLCh* c
   }
 }
 
-// Every element gets the defaults of all its attributes, so a few bytes each could ask for megabytes.
+// Every element gets the defaults of all its attributes, so a few bytes each could ask for megabytes; those without a default
+// take only time.
 void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName, const XMLCh* const, const XMLCh* const,
                                 const XMLCh* const p_szDefault) {
+  if (++m_iDeclared > MAX_DECLARED) throw CException(MSG_XML, "Too many attributes are declared(%s)", CNarrow(p_szName).Text());
   if (p_szDefault == nullptr) return;
   m_iDefaults += XMLString::stringLen(p_szName) + XMLString::stringLen(p_szDefault);
   if (m_iDefaults > MAX_DEFAULTS) throw CException(MSG_XML, "Attribute defaults are too long(%s)", CNarrow(p_szName).Text());

@@ -81,7 +81,7 @@ bool BeginsPlainly(std::string_view p_svXml);
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
 class CXmlHandler : public xercesc::DefaultHandler {
  public:
-  enum { MAX_DEPTH = 1024, MAX_ENTITY_SIZE = 1024, MAX_EXPANSIONS = 10000, MAX_DEFAULTS = 1024 };
+  enum { MAX_DEPTH = 1024, MAX_ENTITY_SIZE = 1024, MAX_EXPANSIONS = 10000, MAX_DEFAULTS = 1024, MAX_DECLARED = 1024 };
 
   void warning(const xercesc::SAXParseException& p_c) override { Report('W', p_c); }
   void error(const xercesc::SAXParseException& p_c) override { Report('E', p_c); }
@@ -110,7 +110,8 @@ class CXmlHandler : public xercesc::DefaultHandler {
  private:
   const T_XmlUse& m_tUse;
   int m_iDepth = 0;
-  XMLSize_t m_iDefaults = 0;    // characters of attribute defaults declared so far
+  int m_iDeclared = 0;          // attributes, so far
+  XMLSize_t m_iDefaults = 0;    // characters of their defaults
   bool m_bPrefixes = false;    // the document has declared namespaces
 
   [[noreturn]] void ThrowInternal(const XMLCh* p_szMessage) const;

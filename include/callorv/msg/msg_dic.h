@@ -48,8 +48,9 @@ class CALLORV_API CMsgDic : public CLastError {
 
   // Fills this dictionary from a file: XML, or, for a name that ends in ".exml", the same encrypted with SEED.
   // p_szPath always names a local file, whatever it looks like; a DOCTYPE is accepted, but nothing that it refers to
-  // is ever opened, it may declare no parameter entity, no entity of more than 1,024 characters and no more than that of
-  // attribute defaults, and at most 10,000 entity references are expanded. More than 1,024 open elements are refused.
+  // is ever opened, it may declare no parameter entity, no entity of more than 1,024 characters, no more than that of
+  // attribute defaults and no more than 1,024 attributes, and at most 10,000 entity references are expanded. More than
+  // 1,024 open elements are refused.
   // Throws CException; what was defined before the failure stays. Code and text:
   //   -12 "MsgDic Path"            null path
   //   -26 the parser's message     the XML parser cannot be initialised

@@ -4,6 +4,7 @@
 #include <callorv/msg/msg.h>
 #include <doctest/doctest.h>
 
+#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -13,7 +14,13 @@ using callorv::detail::GuardService;
 
 namespace {
 
-CallOrv_Error OldRecord() { return {99, "old", 77}; }
+// Not all zero behind its text, so that what is written there can be seen.
+CallOrv_Error OldRecord() {
+  CallOrv_Error tErr = {99, "", 77};
+  memset(tErr.szText, '#', sizeof(tErr.szText));
+  memcpy(tErr.szText, "old", 4);
+  return tErr;
+}
 
 void CheckRecord(const CallOrv_Error& p_tErr, int p_iCode, const std::string& p_sText, int p_iRefSvcNum) {
   CHECK(p_tErr.iCode == p_iCode);

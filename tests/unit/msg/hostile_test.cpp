@@ -206,6 +206,29 @@ TEST_CASE("documents that ask for much time are refused early or read quickly") 
   CHECK(cClock.Seconds() < REASONABLE);
 }
 
+TEST_CASE("an element of very many attributes is read quickly, and so is a text that looks like one") {
+  const CClock cClock;
+  std::string sAttributes;
+  for (int i = 0; i < MANY; ++i) sAttributes += " a" + std::to_string(i) + "=''";
+  CLoadedDic cDic;
+  CMsg cMsg(0, 0, 0, &cDic);
+  CHECK(Load(cMsg, "<msg no='120'" + sAttributes + "><t7 a=''>1</t7><t7" + sAttributes + "/></msg>") == 0);
+  int iNumber = 0;
+  CHECK(cMsg.GetValue(7, &iNumber) == 0);
+  CHECK(iNumber == 1);
+  CHECK(Load(cMsg, "<msg no='120'><t1>" + sAttributes + "</t1></msg>") == 0);
+  CString sText;
+  CHECK(cMsg.GetValue(1, &sText) == 0);
+  CHECK((sText == sAttributes.substr(1).c_str()));
+
+  const CTempDir cDir;
+  CMsgDic cRead;
+  cRead.InitDictionary(cDir.Write("dic.xml", "<msg_dictionary" + sAttributes + "><msg no='7' name='a' hash='16'" + sAttributes +
+                                                 "/></msg_dictionary>").c_str());
+  CHECK(cRead.GetMsgInfo(7) != nullptr);
+  CHECK(cClock.Seconds() < REASONABLE);
+}
+
 TEST_CASE("a dictionary of all messages") {
   const CClock cClock;
   std::string sXml = "<msg_dictionary>";

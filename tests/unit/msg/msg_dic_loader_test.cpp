@@ -605,6 +605,18 @@ TEST_CASE("entities cannot be made to fill the memory") {
     CHECK(cLoad.Thrown().iCode == -21);
     CHECK(cLoad.Thrown().sText == "InitDictionary(Handler error : Attribute defaults are too long(c))");
   }
+  SUBCASE("attributes, which the parser goes through at every element") {
+    const auto fnDoctype = [](int p_iCount) {
+      std::string sXml = "<!DOCTYPE msg_dictionary [<!ATTLIST tag";
+      for (int i = 1; i <= p_iCount; ++i) sXml += " a" + std::to_string(i) + " CDATA #IMPLIED";
+      return sXml + ">]><msg_dictionary/>";
+    };
+    CLoad cAllowed(fnDoctype(1024));
+    CHECK(cAllowed.Thrown().sText == "");
+    CLoad cLoad(fnDoctype(1025));
+    CHECK(cLoad.Thrown().iCode == -21);
+    CHECK(cLoad.Thrown().sText == "InitDictionary(Handler error : Too many attributes are declared(a1025))");
+  }
   SUBCASE("what is allowed") {
     std::string sXml = "<!DOCTYPE msg_dictionary [<!ENTITY a '" + std::string(1024, 'x') + "'>]><msg_dictionary>";
     for (int i = 0; i < 10000; ++i) sXml += "&a;";

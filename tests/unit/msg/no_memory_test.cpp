@@ -6,6 +6,7 @@
 
 #include "support/child.h"
 #include "support/descriptors.h"
+#include "support/huge_text.h"
 #include "support/parser_leaks.h"
 #include "unit/msg/test_dic.h"
 
@@ -206,6 +207,7 @@ TEST_CASE("a sub-message without memory stays the caller's, unless it is stored 
       CHECK(cMsg->IsEmpty() == p_cFail.HasFailed());
       if (bTaken) {
         CHECK(cMsg->SetValue(16, pRow.get()) == -28);
+        CHECK(pRow->SetValue(4, &*cMsg) == -28);    // it would be inside itself
         MA_FreeMsg(pRow.release());    // does nothing
         CHECK(cMsg->GetArrSize(iTag) == 1);
       } else {
@@ -219,6 +221,40 @@ TEST_CASE("a sub-message without memory stays the caller's, unless it is stored 
     CHECK(Say(asSeen) == Say(asWanted));
   }
 }
+
+TEST_CASE("a message whose own sub-message is not listed for want of memory cannot become part of that") {
+  CTestMsg cMsg(120);    // which counts as empty all the time
+  std::unique_ptr<CMsg> pRow(NewRow(cMsg.Dic(), "row"));
+  for (int i = 1; pRow != nullptr; ++i) {
+    CFailAlloc cFail(i, 1);
+    int iRet = 99;
+    REQUIRE(CaughtFailing(cFail, [&] { iRet = cMsg->SetValue(6, pRow.get()); }).iCode == 0);
+    REQUIRE(iRet == -11);
+    if (pRow->GetParent() != nullptr) (void)pRow.release();
+  }
+  CHECK(cMsg->IsEmpty());
+  CHECK(cMsg->GetValue(6)->SetValue(4, &*cMsg) == -28);
+  CHECK(ToXml(*cMsg->GetValue(6)) ==
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"121\" ver=\"\"><t1><![CDATA[row]]></t1></msg>");
+}
+
+#ifdef HAVE_HUGE_TEXT
+TEST_CASE("a text that no value can hold is refused as a lack of memory") {
+  const CHugeText cHuge;
+  CTestMsg cMsg(120);
+  REQUIRE(cMsg->SetValue(1, "old") == 0);
+  for (const char* szHuge : {cHuge.ToStr(), cHuge.ToStr() + 1}) {    // 2147483648 bytes, 2147483647
+    CHECK(cMsg->SetValue(1, szHuge) == -11);
+    CHECK(cMsg->GetLastError() == std::string("MSG_Error(-11) : Memory error {new CString failed}"));
+    CHECK(cMsg->SetValue("text", szHuge) == -11);
+    CHECK(cMsg->SetValue(11, szHuge) == -11);
+    CHECK(cMsg->GetLastError() == std::string("MSG_Error(-11) : Memory error {new CStrArray failed}"));
+    CHECK(cMsg->SetValue(7, szHuge) == -17);
+  }
+  CHECK(ToXml(*cMsg) ==
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" ver=\"\"><t1><![CDATA[old]]></t1></msg>");
+}
+#endif
 
 TEST_CASE("replacing a sub-message without memory leaves the old one") {
   ForEachFailure([](CFailAlloc& p_cFail) {

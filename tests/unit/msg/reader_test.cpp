@@ -657,7 +657,7 @@ TEST_CASE("a document that begins as a written one is read as any other") {
       CMsg cMsg(0, 0, 0, &cDic);
       const T_Thrown tThrown = Caught([&] {
         Load(cMsg, (i == 0 ? "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg "
-                           : "<?xml version='1.0' encoding='ISO-8859-1' ?><msg ") + sRest);
+                           : "<?xml  version=\"1.0\" encoding=\"ISO-8859-1\"?><msg ") + sRest);    // not plain
       });
       asSeen[i] = std::to_string(tThrown.iCode) + " " + tThrown.sText + "|" + (cMsg.GetMsgNum() > 0 ? Xml(cMsg) : "");
     }
