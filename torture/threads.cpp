@@ -16,6 +16,7 @@ namespace {
 
 enum {
   THREADS = 64,
+  LONG_TEXT = 100000,
   LEFT_OVER = 64 * 1024    // bytes that may be in use more than before: what is kept between calls differs in size
 };
 
@@ -103,10 +104,10 @@ class CRound {
   }
 };
 
-// Takes everything that is kept between calls into use at one moment: documents that are longer to read than a thread runs at
-// a stretch, into messages that are there together.
+// Takes everything that is kept between calls into use at one moment, as large as calls make it: documents that are longer to
+// read than a thread runs at a stretch, into messages that are there together.
 void UseAllThatIsKept(CTally& p_cTally) {
-  std::string sXml = "<msg no='100'>";
+  std::string sXml = "<msg no='100'><t1>" + std::string(LONG_TEXT, '.') + "</t1>";
   for (int i = 0; i < 200000; ++i) sXml += "<t2>1</t2>";
   sXml += "</msg>";
   std::vector<std::unique_ptr<CMsg>> apMsg;
@@ -124,7 +125,7 @@ int Threads(bool p_bQuick) {
   {
     CRound cRound(cClient, cTally, s_atFast, 60);
     UseAllThatIsKept(cTally);
-    cRound.Run(20, 100000);    // readers come to hold nearly as much as one that is kept may
+    cRound.Run(20, LONG_TEXT);    // readers come to hold nearly as much as one that is kept may
     const long lDescriptors = OpenDescriptors();
     const long long lBytes = BytesInUse();
     cRound.Run(p_bQuick ? 80 : 1900, 3000);

@@ -15,16 +15,22 @@ class Browser:
         self.size = f"--window-size={width},{height}"
 
     def __enter__(self):
-        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
-        for line in self.driver.stdout:
-            if match := re.search(r"started successfully on port (\d+)", line):
-                break
-        self.base = f"http://127.0.0.1:{match[1]}/session"
+        self.base = f"http://127.0.0.1:{self.start_driver()}/session"
         options = {"args": ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", self.size]}
         session = self.call("POST", "", {"capabilities": {"alwaysMatch": {
             "browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}}})
         self.base += "/" + session["sessionId"]
         return self
+
+    def start_driver(self):
+        """The port that it listens on."""
+        for _ in range(5):    # it ends when the port that is free for IPv6 is taken for IPv4
+            self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
+            for line in self.driver.stdout:
+                if match := re.search(r"started successfully on port (\d+)", line):
+                    return match[1]
+            self.driver.communicate()
+        raise RuntimeError("chromedriver does not start")
 
     def __exit__(self, *_):
         self.call("DELETE", "")

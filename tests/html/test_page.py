@@ -131,7 +131,7 @@ class PageTest(unittest.TestCase):
         self.assertEqual(self.picked(), ["Quote tag 1 of Unquoted 30"])
         self.assertEqual(self.text("tr.found"), "1Quotestring")
         self.browser.keys(KEYS["enter"])
-        self.assertTrue(self.browser.url().endswith("#30.1"))
+        self.browser.wait_for("location.hash === '#30.1'")
         self.browser.keys(KEYS["down"] * 9)
         self.assertEqual(self.picked(), ["30Unquoted"])
         self.browser.keys(KEYS["escape"])

@@ -2,10 +2,12 @@
 #include <callorv/callorv.h>
 #include <callorv/callorv.hpp>
 #include <doctest/doctest.h>
+#include <poll.h>
 
 #include <chrono>
 #include <cstdio>
 #include <future>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -311,6 +313,25 @@ TEST_CASE("a server that never answers") {
   CHECK(cTaken.count() < 30);    // on a busy machine; the transport's own time-outs are longer
 }
 
+TEST_CASE("a request may take longer to send than the reply may take to come") {
+  CPeer cPeer([](int p_iSock) {
+    pollfd tEnd = {p_iSock, POLLRDHUP, 0};
+    if (poll(&tEnd, 1, 6000) > 0) return;
+    const std::string sHeader = ReadBytes(p_iSock, 128);
+    ReadBytes(p_iSock, std::stoul(sHeader.substr(12, 10)) - 128 + 3);
+    WriteAll(p_iSock, Packet(Body100("taken")));
+  });
+  SetUp(cPeer.Port(), 4);
+  std::mt19937 cRandom(1);
+  std::string sText(16000000, ' ');    // more than the kernel's buffers hold, also compressed
+  for (char& c : sText) c = static_cast<char>('!' + cRandom() % 94);
+  CMsgPtr pIn = NewRequest(sText.c_str()), pOut = NewMsg(0);
+  CCallOrvError cErr;
+  const auto cStart = std::chrono::steady_clock::now();
+  CHECK(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr) == 0);
+  CHECK(std::chrono::steady_clock::now() - cStart >= std::chrono::milliseconds(5900));
+}
+
 TEST_CASE("a server that stalls inside its reply") {
   struct T_Row {
     size_t iCut;    // bytes that do not come
@@ -321,7 +342,7 @@ TEST_CASE("a server that stalls inside its reply") {
     CAPTURE(tRow.szText);
     const std::string sReply = Packet(Body100("x"));
     CServicePeer cPeer([&](const T_Request&) { return T_Answer{sReply.substr(0, sReply.size() - tRow.iCut), true}; });
-    SetUp(cPeer.Port(), 1);
+    SetUp(cPeer.Port(), 3);    // what is there comes long before
     CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
     CCallOrvError cErr;
     CHECK(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr) == -3);

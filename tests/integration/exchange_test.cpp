@@ -54,12 +54,8 @@ TEST_CASE("a call that gets no reply tells its request alone, and forgets an ear
 }
 
 TEST_CASE("a call that cannot connect tells the body that it would have sent") {
-  int iPort = 0;
-  {
-    CServicePeer cPeer([](const T_Request&) { return T_Answer{}; });
-    iPort = cPeer.Port();
-  }
-  SetUp(iPort);
+  const CDeafPort cNobody;
+  SetUp(cNobody.Port());
   CMsgPtr pIn = NewMsg(100), pOut = NewMsg(0);
   CCallOrv::T_Exchange tExchange;
   CString sErr;

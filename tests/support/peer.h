@@ -32,12 +32,20 @@ inline int BoundSocket(int& p_iPort) {
   return iSock;
 }
 
-// A port on which nobody listens.
-inline int UnusedPort() {
-  int iPort = 0;
-  close(BoundSocket(iPort));
-  return iPort;
-}
+// A port that is taken, but on which nobody listens.
+class CDeafPort {
+ public:
+  CDeafPort() : m_iSock(BoundSocket(m_iPort)) {}
+  ~CDeafPort() { close(m_iSock); }
+  CDeafPort(const CDeafPort&) = delete;
+  CDeafPort& operator=(const CDeafPort&) = delete;
+
+  int Port() const { return m_iPort; }
+
+ private:
+  int m_iPort = 0;
+  int m_iSock;
+};
 
 // Accepts connections one after the other and hands each to a function; closes it when the function returns.
 class CPeer {

@@ -156,19 +156,4 @@ class CServicePeer {
   }
 };
 
-// A port that is taken, but on which nobody listens.
-class CDeafPort {
- public:
-  CDeafPort() : m_iSock(BoundSocket(m_iPort)) {}
-  ~CDeafPort() { close(m_iSock); }
-  CDeafPort(const CDeafPort&) = delete;
-  CDeafPort& operator=(const CDeafPort&) = delete;
-
-  int Port() const { return m_iPort; }
-
- private:
-  int m_iPort = 0;
-  int m_iSock;
-};
-
 #endif

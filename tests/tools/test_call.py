@@ -264,8 +264,10 @@ class FailureTest(CallTest):
                              {"error": {"rejected": True, "code": 17, "text": "not today, \u00fcser", "service": 1201}})
 
     def test_what_fails_on_the_way(self):
-        with socket.create_server(("127.0.0.1", 0)) as listener:
-            port = listener.getsockname()[1]
+        deaf = socket.socket()    # nobody listens
+        self.addCleanup(deaf.close)
+        deaf.bind(("127.0.0.1", 0))
+        port = deaf.getsockname()[1]
         refused = "Failed in connect()(-5)((connect))"
         self.assert_run(self.call(port, 1201, "Quote"), 1, "", f"callorv: {refused}\n")
         result = self.call(port, 1201, "Quote", "--json")
@@ -288,7 +290,7 @@ class FailureTest(CallTest):
                             ("stall", "Packet is corrupted(-17)(uncompleted packet timeout(body))")):
             with self.echo("--fault", fault) as server:
                 result = run("call", "--dictionary", self.dictionary, "--key-file", self.key, "--server",
-                             f"127.0.0.1:{server.port}", "--timeout", 1, 1201, "Quote", "code=ABC")
+                             f"127.0.0.1:{server.port}", "--timeout", 3, 1201, "Quote", "code=ABC")
                 self.assert_run(result, 1, "", f"callorv: {text}\n")
 
     def test_a_reply_that_cannot_be_read(self):

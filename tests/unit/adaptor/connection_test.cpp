@@ -100,7 +100,7 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
     WriteAll(p_iSock, "hi");
     WriteAll(p_iSock, ReadToEnd(p_iSock));
   });
-  const int iUnused = UnusedPort();
+  const CDeafPort cNobody;
   struct T_Row { const char* szHost; int iPort; int iCode; const char* szText; };
   const T_Row atRow[] = {
       {nullptr, cPeer.Port(), -4, "Failed in gethostbyname()(-4)((hostname=(null)))"},
@@ -111,7 +111,7 @@ TEST_CASE("Connect: what fails, and leaves the adaptor as it was") {
       {"::1", cPeer.Port(), -4, "Failed in gethostbyname()(-4)((hostname=::1))"},
       {"no such host", -1, -4, "Failed in gethostbyname()(-4)((hostname=no such host))"},
       {"127.2", cPeer.Port(), -5, "Failed in connect()(-5)((connect))"},    // 127.0.0.2: the peer is at 127.0.0.1 only
-      {"127.0.0.1", iUnused, -5, "Failed in connect()(-5)((connect))"},
+      {"127.0.0.1", cNobody.Port(), -5, "Failed in connect()(-5)((connect))"},
       {"127.0.0.1", 0, -5, "Failed in connect()(-5)((connect))"},
       {"127.0.0.1", -1, -5, "Failed in connect()(-5)((connect))"},
       {"127.0.0.1", INT_MIN, -5, "Failed in connect()(-5)((connect))"},

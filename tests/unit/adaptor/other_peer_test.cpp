@@ -128,9 +128,9 @@ TEST_CASE("faults of another implementation") {
       {{"--fault", "trickle"}, true, 20, 0, ""},
       {{"--fault", "silent"}, false, 0, -8, "Socket timeout(-8)((recv to=0))"},
       {{"--fault", "close"}, false, 20, -9, "Socket closed(-9)(OK)"},
-      {{"--fault", "stall", "--at", "128"}, false, 1, -17,
+      {{"--fault", "stall", "--at", "128"}, false, 3, -17,
        "Packet is corrupted(-17)(uncompleted packet timeout(body))"},
-      {{"--fault", "stall", "--at", "-3"}, true, 1, -17,
+      {{"--fault", "stall", "--at", "-3"}, true, 3, -17,
        "Packet is corrupted(-17)(uncompleted packet timeout(checksum))"},
       {{"--fault", "reset", "--at", "0"}, false, 20, -9, "Socket closed(-9)((Connection reset by peer))"},
       {{"--fault", "reset", "--at", "50"}, false, 20, -9, "Socket closed(-9)((Connection reset by peer))"},
@@ -183,7 +183,7 @@ TEST_CASE("another implementation cuts its reply at every byte") {
 
 TEST_CASE("a peer that does not read and closes at once") {
   COtherPeer cPeer({"--fault", "deaf", "--connections", "0"});
-  const std::string sBody(5000000, 'x');    // more than fits into the kernel's buffers
+  const std::string sBody(32000000, 'x');    // more than fits into the kernel's buffers
   for (int i = 0; i < 20; ++i) {
     T_Exchange tExchange(sBody);
     tExchange.Run(cPeer);

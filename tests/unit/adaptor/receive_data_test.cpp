@@ -106,16 +106,16 @@ TEST_CASE("ReceiveData: the time-out is for each wait, not for the whole") {
   CPeer cPeer([](int p_iSock) {
     for (int i = 0; i < 4; ++i) {
       pollfd tPoll = {p_iSock, POLLRDHUP, 0};
-      poll(&tPoll, 1, 400);
+      poll(&tPoll, 1, 800);
       WriteAll(p_iSock, "x");
     }
   });
   COpenAdaptor cAdaptor;
   char szBuf[4];
+  const auto tStart = std::chrono::steady_clock::now();    // before the peer's first wait
   REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
-  const auto tStart = std::chrono::steady_clock::now();
-  CHECK(cAdaptor.ReceiveData(szBuf, 4, 1) == 4);
-  CHECK(std::chrono::steady_clock::now() - tStart >= std::chrono::milliseconds(1500));
+  CHECK(cAdaptor.ReceiveData(szBuf, 4, 2) == 4);
+  CHECK(std::chrono::steady_clock::now() - tStart >= std::chrono::milliseconds(3000));
 }
 
 TEST_CASE("ReceiveData: recv() fails") {

@@ -132,18 +132,17 @@ TEST_CASE("SendData: the time-out is for each wait, not for the whole") {
     return static_cast<size_t>(iHave);
   };
   const std::string sBytes(fnHave() * 7 / 2, 'x');    // so it takes four times
+  const auto tStart = std::chrono::steady_clock::now();    // before the reader's first wait
   std::thread cReader([&] {
-    for (size_t uLeft = fnHave() + sBytes.size(); uLeft > 0;) {
+    bool bEnded = false;
+    for (size_t uLeft = fnHave() + sBytes.size(); uLeft > 0 && !bEnded;) {
       pollfd tEnd = {aiPair[1], POLLRDHUP, 0};
-      poll(&tEnd, 1, 400);
-      const std::string sPart = ReadBytes(aiPair[1], fnHave());
-      if (sPart.empty()) break;
-      uLeft -= sPart.size();
+      bEnded = poll(&tEnd, 1, 800) > 0;
+      uLeft -= ReadBytes(aiPair[1], fnHave()).size();
     }
   });
-  const auto tStart = std::chrono::steady_clock::now();
-  CHECK(cAdaptor.SendData(sBytes.data(), static_cast<int>(sBytes.size()), 1) == 0);
-  CHECK(std::chrono::steady_clock::now() - tStart >= std::chrono::milliseconds(1500));
+  CHECK(cAdaptor.SendData(sBytes.data(), static_cast<int>(sBytes.size()), 2) == 0);
+  CHECK(std::chrono::steady_clock::now() - tStart >= std::chrono::milliseconds(3000));
   cAdaptor.Disconnect();
   cReader.join();
   close(aiPair[1]);

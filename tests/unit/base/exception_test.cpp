@@ -3,6 +3,7 @@
 
 #include <doctest/doctest.h>
 
+#include <atomic>
 #include <exception>
 #include <string>
 #include <thread>
@@ -78,17 +79,20 @@ TEST_CASE("CException: copies outlive the original and need no memory") {
 
 TEST_CASE("CException: copies in several threads are independent") {
   const CException c(LONG, -9);
+  std::atomic<int> iEqual{0};
   std::vector<std::thread> acThread;
   for (int i = 0; i < 4; ++i) {
-    acThread.emplace_back([&c] {
+    acThread.emplace_back([&] {
       for (int j = 0; j < 1000; ++j) {
         CException cMine(c);
         CException cOther(cMine);
         cMine = cOther;
+        iEqual += std::string(cMine.GetText()) == LONG && std::string(cOther.GetText()) == LONG;
       }
     });
   }
   for (std::thread& cThread : acThread) cThread.join();
+  CHECK(iEqual == 4000);
   CHECK(std::string(c.GetText()) == LONG);
 }
 

@@ -3,6 +3,7 @@
 
 #include <doctest/doctest.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -248,16 +249,19 @@ TEST_CASE("CStream without memory") {
 }
 
 TEST_CASE("CStream: distinct empty streams may be used in several threads at once") {
+  std::atomic<int> iEmpty{0};
   std::vector<std::thread> acThread;
   for (int i = 0; i < 4; ++i) {
-    acThread.emplace_back([] {
+    acThread.emplace_back([&] {
       for (int j = 0; j < 1000; ++j) {
         CStream st(0, 512);
         st.Clear();
         st.GetBuffer(0);
         st.ReleaseBuffer(0);
+        iEmpty += st.GetSize() == 0 && *st.GetData() == 0;
       }
     });
   }
   for (std::thread& cThread : acThread) cThread.join();
+  CHECK(iEmpty == 4000);
 }

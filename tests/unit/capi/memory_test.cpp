@@ -46,12 +46,13 @@ TEST_CASE("setters give -11, MSG_SetStr -11 or -1") {
   }
   for (int iTag : {2, 12}) {
     CAPTURE(iTag);
-    ForEachFailure([&](CFailAlloc& p_cFail) {
+    const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
       const CMsgPtr pMsg = NewMsg(100);
       int iRet = 0;
       CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_SetInt(pMsg.get(), iTag, 5); }));
       CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
     });
+    CHECK(iFailures >= 1);
   }
 }
 
@@ -100,13 +101,14 @@ TEST_CASE("getters of texts give -11, and no copy") {
 
 TEST_CASE("a failure without memory for its text still has a code") {
   SetUp(1);
-  ForEachFailure([](CFailAlloc& p_cFail) {
+  const int iFailures = ForEachFailure([](CFailAlloc& p_cFail) {
     const CMsgPtr pMsg = NewMsg(100);
     int iRet = 0, iOut = 42;
     CHECK_FALSE(p_cFail.Run([&] { iRet = MSG_GetBool(pMsg.get(), 4, &iOut); }));
     CHECK(iRet == (p_cFail.HasFailed() ? -11 : -1));
     CHECK(iOut == 0);
   });
+  CHECK(iFailures >= 1);
 }
 
 TEST_CASE("MSG_Dump gives -11 with the record filled, and closes its file") {

@@ -34,7 +34,7 @@ class CClock {
  private:
   clock_t m_iStart = clock();
 };
-const double REASONABLE = 20;
+const double REASONABLE = 60;
 
 // Message 121 with a text, and inside it another, and so on.
 std::unique_ptr<CMsg> Nested(CMsgDic& p_cDic, int p_iDepth, int p_iTag) {

@@ -172,7 +172,7 @@ TEST_CASE("attributes that are missing have their defaults, others are ignored, 
         "</msg>\n\n");
 }
 
-TEST_CASE("names may have a prefix") {
+TEST_CASE("in a dictionary, names may have a prefix") {
   CLoad cLoad(
       "<d:msg_dictionary xmlns:d='u'><d:msg d:no='3' d:name='Quote'><d:tag d:no='1' d:type='string' d:array='Y'/>"
       "<d:constraint/></d:msg></d:msg_dictionary>");
@@ -181,7 +181,7 @@ TEST_CASE("names may have a prefix") {
         "<msg no='3' name='Quote' hash='128'>\n\t<tag no='1' name='' type='string' array='Y' />\n</msg>\n\n");
 }
 
-TEST_CASE("of attributes that differ in their prefix the last one counts") {
+TEST_CASE("in a dictionary, of attributes that differ in their prefix the last one counts") {
   CLoad cLoad(
       "<msg_dictionary xmlns:p='u'><msg p:no='1' no='2' name='a' p:name='b'><tag no='3' p:no='4' name='c' p:name=''"
       " type='wrong' p:type='bool' array='Y' p:array='y'/></msg></msg_dictionary>");
@@ -261,6 +261,8 @@ TEST_CASE("what a dictionary file may not say") {
       {"<msg_dictionary><msg no='1'><tag no='-1' type='string'/></msg></msg_dictionary>", -14,
        "InitDictionary(Handler error : msgnum=1,tagnum=-1)"},
       {"<msg_dictionary><msg no='1'><tag/></msg></msg_dictionary>", -17, "InitDictionary(Handler error : tagtype=)"},
+      {"<msg_dictionary><msg no='1'><tag type='%s%n'/></msg></msg_dictionary>", -17,
+       "InitDictionary(Handler error : tagtype=%s%n)"},
       {"<msg_dictionary><msg no='1'><tag type='M4'/></msg></msg_dictionary>", -17,
        "InitDictionary(Handler error : tagtype=M4)"},
       {"<msg_dictionary><msg no='1'><tag type='m0'/></msg></msg_dictionary>", -16,
@@ -434,9 +436,9 @@ TEST_CASE("an encrypted dictionary that cannot be loaded") {
   CHECK(cShort.Thrown().sText == "InitDictionary(Handler error : File may be corrupted)");
 
   const CTempDir cDir;
-  const T_Thrown tMissing = LoadFile(cDir.Path("missing.exml"));
+  const T_Thrown tMissing = LoadFile(cDir.Path("%s%n.exml"));
   CHECK(tMissing.iCode == -36);
-  CHECK(tMissing.sText == "InitDictionary(Handler error : File not found(" + cDir.Path("missing.exml") + "))");
+  CHECK(tMissing.sText == "InitDictionary(Handler error : File not found(" + cDir.Path("%s%n.exml") + "))");
 
   CLoad cEmpty("", "dic.exml");
   CHECK(cEmpty.Thrown().iCode == -21);
@@ -631,7 +633,7 @@ TEST_CASE("entities cannot be made to fill the memory") {
   }
 }
 
-TEST_CASE("1,024 open elements are read, one more is refused") {
+TEST_CASE("in a dictionary, 1,024 open elements are read, one more is refused") {
   std::string sOpen = "<msg_dictionary><msg no='1'>", sClose = "</msg></msg_dictionary>";
   for (int i = 2; i < 1024; ++i) {
     sOpen += "<constraint>";
@@ -670,7 +672,7 @@ TEST_CASE("a dictionary gives back as many initialisations of the parser as it t
   CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
 }
 
-TEST_CASE("the events that carry nothing change nothing") {
+TEST_CASE("in a dictionary, the events that carry nothing change nothing") {
   CMsgDic cDic;
   MsgDicHandler cHandler(&cDic);
   cHandler.startDocument();
