@@ -110,11 +110,18 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
 
   void SetDeadline() {
     m_bLate = false;
-    m_cTimer.expires_after(std::chrono::seconds(m_cServer.Options().iReadTimeOut));
-    m_cTimer.async_wait([pSelf = shared_from_this(), iDeadline = ++m_iDeadline](const Error&) {
+    ++m_iDeadline;
+    CancelAfter(std::chrono::seconds(m_cServer.Options().iReadTimeOut));
+  }
+  // What is cancelled says so in the log, and only then the peer sees the end.
+  void CancelAfter(Clock::duration p_cTime) {
+    m_cTimer.expires_after(p_cTime);
+    m_cTimer.async_wait([pSelf = shared_from_this(), iDeadline = m_iDeadline](const Error&) {
       if (pSelf->m_iDeadline != iDeadline) return;    // set anew or taken away meanwhile
       pSelf->m_bLate = true;
-      pSelf->Close();
+      Error cIgnored;
+      pSelf->m_cSocket.cancel(cIgnored);
+      pSelf->CancelAfter(std::chrono::milliseconds(10));    // it may have been between two parts of what it reads or writes
     });
   }
   void TakeDeadlineAway() {
