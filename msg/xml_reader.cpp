@@ -1,6 +1,8 @@
 // The only place that sets up the XML parser.
 #include "msg/xml_reader.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <atomic>
 #include <bitset>
@@ -239,11 +241,31 @@ void TerminateParser() {
   XMLPlatformUtils::Terminate();
 }
 
+namespace {
+
+// Whether, by an XML declaration, a byte that looks like an ASCII character is one, and every such character is that byte: which
+// CCrowding needs to see anything, and UTF-7, say, does not give.
+bool KeepsAscii(std::string_view p_svDeclaration) {
+  const size_t uKey = p_svDeclaration.find("encoding");
+  if (uKey == std::string_view::npos) return true;
+  const size_t uQuote = p_svDeclaration.find_first_of("\"'", uKey);
+  if (uQuote == std::string_view::npos) return false;
+  const std::string_view svName = p_svDeclaration.substr(uQuote + 1);
+  const auto fnBegins = [&](std::string_view p_sv) {
+    return svName.size() > p_sv.size() && strncasecmp(svName.data(), p_sv.data(), p_sv.size()) == 0;
+  };
+  return fnBegins("UTF-8") || fnBegins("ISO-8859-") || fnBegins("US-ASCII") || fnBegins("EUC-KR");
+}
+
+}    // namespace
+
 bool BeginsPlainly(std::string_view p_svXml) {
   const std::string_view svBegin = p_svXml.substr(0, sizeof("<?xml version='1.0'") - 1);
   p_svXml = p_svXml.substr(0, 256);    // a declaration is shorter
   if (svBegin == "<?xml version=\"1.0\"" || svBegin == "<?xml version='1.0'") {
-    p_svXml.remove_prefix(std::min(p_svXml.find("?>"), p_svXml.size() - 2) + 2);
+    const size_t uEnd = std::min(p_svXml.find("?>"), p_svXml.size() - 2);
+    if (!KeepsAscii(p_svXml.substr(0, uEnd))) return false;
+    p_svXml.remove_prefix(uEnd + 2);
   }
   p_svXml.remove_prefix(std::min(p_svXml.find_first_not_of(" \t\r\n"), p_svXml.size()));
   return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';

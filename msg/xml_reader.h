@@ -75,7 +75,8 @@ enum E_Reader {
                    // have to fail in another way, or not at all
 };
 
-// Whether a document begins with its root element, or with an XML declaration and that, so that no DOCTYPE can follow.
+// Whether a document begins with its root element, or with an XML declaration and that, so that no DOCTYPE can follow, and its
+// ASCII characters are single bytes.
 bool BeginsPlainly(std::string_view p_svXml);
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
