@@ -216,7 +216,7 @@ TEST_CASE("an element of very many attributes is read quickly, and so is a text 
   int iNumber = 0;
   CHECK(cMsg.GetValue(7, &iNumber) == 0);
   CHECK(iNumber == 1);
-  CHECK(Load(cMsg, "<msg no='120'><t1>" + sAttributes + "</t1></msg>") == 0);
+  CHECK(Load(cMsg, "<msg no='120'><t1><![CDATA[" + sAttributes + "]]></t1></msg>") == 0);
   CString sText;
   CHECK(cMsg.GetValue(1, &sText) == 0);
   CHECK((sText == sAttributes.substr(1).c_str()));
