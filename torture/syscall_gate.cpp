@@ -162,7 +162,10 @@ int stat64(const char* p_szPath, struct stat64* p_pStat) noexcept {
   return Fails(CALL_STAT) ? -1 : REAL(stat64)(p_szPath, p_pStat);
 }
 
-#ifndef __LP64__    // what select and stat are with 64-bit times
+#ifndef __LP64__    // what setsockopt, select and stat are with 64-bit times
+int __setsockopt64(int p_iSock, int p_iLevel, int p_iName, const void* p_pValue, socklen_t p_uLen) noexcept {
+  return Fails(CALL_SETSOCKOPT) ? -1 : REAL(__setsockopt64)(p_iSock, p_iLevel, p_iName, p_pValue, p_uLen);
+}
 struct T_Time64 {
   long long llSec, llMicro;
 };
