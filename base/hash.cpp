@@ -10,33 +10,68 @@
 
 namespace {
 
-unsigned Four(const char* p_p) {
-  unsigned u;
-  memcpy(&u, p_p, sizeof u);
-  return u;
+template <class T>
+T Load(const char* p_p) {
+  T uValue;
+  memcpy(&uValue, p_p, sizeof uValue);
+  return uValue;
+}
+unsigned Four(const char* p_p) { return Load<unsigned>(p_p); }
+
+// A word and what holds the product of two.
+#ifdef __SIZEOF_INT128__
+using T_Word = unsigned long long;
+__extension__ using T_Product = unsigned __int128;
+#else
+using T_Word = unsigned;
+using T_Product = unsigned long long;
+#endif
+constexpr size_t WORD = sizeof(T_Word);
+
+// Both halves of the product, one on the other: each bit of it depends on most bits of both words.
+T_Word Fold(T_Word p_uA, T_Word p_uB) {
+  const T_Product uProduct = static_cast<T_Product>(p_uA) * p_uB;
+  return static_cast<T_Word>(uProduct) ^ static_cast<T_Word>(uProduct >> (8 * WORD));
 }
 
-unsigned Mix(unsigned p_uHash, unsigned p_uFour) {
-  p_uHash = (p_uHash ^ p_uFour) * 0x9E3779B1u;    // odd, without a pattern in its bits
-  return p_uHash ^ (p_uHash >> 15);
-}
-
-// Four bytes a step, as names are short and looked up often; the last step overlaps the one before it.
-unsigned Hash(const char* p_szKey, size_t p_iLen) {
-  unsigned uHash = static_cast<unsigned>(p_iLen) * 0x85EBCA6Bu;
-  if (p_iLen < 4) {
-    for (size_t i = 0; i < p_iLen; ++i) uHash = Mix(uHash, static_cast<unsigned char>(p_szKey[i]));
+// Two words a step, as names are short and looked up often; the last step overlaps the one before it, and its words each
+// other when there are fewer than two. Built like wyhash (Wang Yi), without its defence against chosen keys.
+inline unsigned Hash(const char* p_szKey, size_t p_iLen) {
+  const T_Word uFirstKey = static_cast<T_Word>(0xE7037ED1A0B428DBu), uSecondKey = static_cast<T_Word>(0x9E3779B97F4A7C15u);
+  T_Word uHash = uSecondKey + p_iLen, uFirst = 0, uSecond = 0;
+  if (p_iLen >= WORD) {
+    const char* pEnd = p_szKey + p_iLen;
+    const char* pLast = p_iLen > 2 * WORD ? pEnd - 2 * WORD : p_szKey;
+    for (const char* p = p_szKey; p < pLast; p += 2 * WORD) {
+      uHash = Fold(Load<T_Word>(p) ^ uFirstKey, Load<T_Word>(p + WORD) ^ uHash);
+    }
+    uFirst = Load<T_Word>(pLast);
+    uSecond = Load<T_Word>(pEnd - WORD);
+  } else if (p_iLen >= 4) {
+    uFirst = Four(p_szKey);
+    uSecond = Four(p_szKey + p_iLen - 4);
   } else {
-    for (size_t i = 0; i + 4 < p_iLen; i += 4) uHash = Mix(uHash, Four(p_szKey + i));
-    uHash = Mix(uHash, Four(p_szKey + p_iLen - 4));
+    for (size_t i = 0; i < p_iLen; ++i) uFirst = uFirst << 8 | static_cast<unsigned char>(p_szKey[i]);
   }
-  return Mix(uHash, 0);
+  uHash = Fold(uFirst ^ uFirstKey, uSecond ^ uHash);
+  return static_cast<unsigned>(uHash ^ (uHash >> (4 * WORD)));
 }
 
-// An entry is the value, a byte of the hash that is not in the slot's number, and the key with its NUL; it is not aligned.
-constexpr int CHECK_AT = sizeof(int), KEY_AT = CHECK_AT + 1;
+// An entry is a byte of the hash that is not in the slot's number, the key with its NUL, and the value; nothing is aligned.
+constexpr size_t KEY_AT = 1, VALUE_BEHIND_KEY = 1;
 
 char Check(unsigned p_uHash) { return static_cast<char>(p_uHash >> 24); }
+
+// Whether an entry's key is p_szKey of p_iLen bytes. Four bytes a step do not leave the entry: where its key ends earlier, the
+// value stands behind the NUL, and that step is the last.
+inline bool SameKey(const char* p_szOfEntry, const char* p_szKey, size_t p_iLen) {
+  static_assert(sizeof(int) == 4);
+  if (p_iLen < 4) return strcmp(p_szOfEntry, p_szKey) == 0;
+  for (size_t i = 0; i + 4 < p_iLen; i += 4) {
+    if (Four(p_szOfEntry + i) != Four(p_szKey + i)) return false;
+  }
+  return Four(p_szOfEntry + p_iLen - 4) == Four(p_szKey + p_iLen - 4) && p_szOfEntry[p_iLen] == 0;
+}
 
 // An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at most
 // three quarters full.
@@ -55,21 +90,22 @@ CIntHash::~CIntHash() { delete[] m_pSlot; }
 int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
   if (p_szKey == nullptr) return -1;
   const size_t iLen = strlen(p_szKey);
-  const unsigned uHash = Hash(p_szKey, iLen);
-  if (char* pEntry = Find(p_szKey, uHash)) {
-    if (p_bReplace) memcpy(pEntry, &p_iValue, sizeof p_iValue);
+  if (char* pValue = Find(p_szKey, iLen)) {
+    if (p_bReplace) memcpy(pValue, &p_iValue, sizeof p_iValue);
     return 0;
   }
   const int iBegin = m_stEntries.GetSize();
-  const unsigned long long uEnd = 1ULL + static_cast<unsigned>(iBegin) + KEY_AT + iLen;
+  const unsigned long long uEnd =
+      0ULL + static_cast<unsigned>(iBegin) + KEY_AT + iLen + VALUE_BEHIND_KEY + sizeof p_iValue;
   if (uEnd > INT_MAX) throw std::bad_alloc();
   const int iEnd = static_cast<int>(uEnd);
   char* pEntry = m_stEntries.GetBuffer(iEnd) + iBegin;
   if (m_uKeys >= m_uSlots / 4 * 3) Rehash(m_uSlots > 0 ? m_uSlots * 2 : 32);
 
-  memcpy(pEntry, &p_iValue, sizeof p_iValue);
-  pEntry[CHECK_AT] = Check(uHash);
+  const unsigned uHash = Hash(p_szKey, iLen);
+  pEntry[0] = Check(uHash);
   memcpy(pEntry + KEY_AT, p_szKey, iLen + 1);
+  memcpy(pEntry + KEY_AT + iLen + VALUE_BEHIND_KEY, &p_iValue, sizeof p_iValue);
   m_stEntries.ReleaseBuffer(iEnd);
   ++m_uKeys;
   Put(m_pSlot, m_uSlots, uHash, static_cast<unsigned>(iBegin));
@@ -77,19 +113,26 @@ int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
 }
 
 int CIntHash::Get(const char* p_szKey, int* p_piOut) const {
-  if (p_szKey == nullptr) return -1;
-  const char* pEntry = Find(p_szKey, Hash(p_szKey, strlen(p_szKey)));
-  if (pEntry == nullptr) return -1;
-  memcpy(p_piOut, pEntry, sizeof *p_piOut);
+  const char* pValue = p_szKey != nullptr ? Find(p_szKey, strlen(p_szKey)) : nullptr;
+  if (pValue == nullptr) return -1;
+  *p_piOut = Load<int>(pValue);
   return 0;
 }
 
-// The key's entry, null when absent.
-char* CIntHash::Find(const char* p_szKey, unsigned p_uHash) const {
+int CIntHash::GetOr(const char* p_szKey, int p_iAbsent) const {
+  const char* pValue = p_szKey != nullptr ? Find(p_szKey, strlen(p_szKey)) : nullptr;
+  return pValue != nullptr ? Load<int>(pValue) : p_iAbsent;
+}
+
+// Where the key's value stands, null when the key is absent.
+inline char* CIntHash::Find(const char* p_szKey, size_t p_iLen) const {
   if (m_uSlots == 0) return nullptr;
-  for (unsigned i = p_uHash & (m_uSlots - 1); m_pSlot[i] != 0; i = (i + 1) & (m_uSlots - 1)) {
+  const unsigned uHash = Hash(p_szKey, p_iLen);
+  for (unsigned i = uHash & (m_uSlots - 1); m_pSlot[i] != 0; i = (i + 1) & (m_uSlots - 1)) {
     char* pEntry = m_stEntries.GetData() + (m_pSlot[i] - 1);
-    if (pEntry[CHECK_AT] == Check(p_uHash) && strcmp(pEntry + KEY_AT, p_szKey) == 0) return pEntry;
+    if (pEntry[0] == Check(uHash) && SameKey(pEntry + KEY_AT, p_szKey, p_iLen)) {
+      return pEntry + KEY_AT + p_iLen + VALUE_BEHIND_KEY;
+    }
   }
   return nullptr;
 }

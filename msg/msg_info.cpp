@@ -64,11 +64,7 @@ const char* CMsgInfo::GetTagName(int p_iTagNum) const {
   return pTag != nullptr ? pTag->m_sName.ToStr() : "";
 }
 
-int CMsgInfo::GetTagNumByName(const char* p_szName) const {
-  int iTagNum = -1;
-  m_cNameMap.Get(p_szName, &iTagNum);
-  return iTagNum;
-}
+int CMsgInfo::GetTagNumByName(const char* p_szName) const { return m_cNameMap.GetOr(p_szName, -1); }
 
 void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType, int p_iSubMsg, bool p_bArray) {
   const size_t iText = p_bArray                ? 0

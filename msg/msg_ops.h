@@ -126,7 +126,7 @@ struct CMsgOps {
   template <class F>
   static int ByName(CMsg& p_cMsg, const char* p_szName, F p_fnByTag) {
     if (p_cMsg.m_pMsgInfo == nullptr) return p_cMsg.Fail(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
-    return p_fnByTag(p_cMsg.m_pMsgInfo->GetTagNumByName(p_szName));    // -1 when unknown
+    return p_fnByTag(p_cMsg.m_pMsgInfo->m_cNameMap.GetOr(p_szName, -1));    // -1 when unknown
   }
 
   // ---- reading: failures are thrown

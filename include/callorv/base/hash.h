@@ -2,6 +2,8 @@
 #ifndef CALLORV_BASE_HASH_H
 #define CALLORV_BASE_HASH_H
 
+#include <stddef.h>
+
 #include "callorv/base/array.h"
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
@@ -22,8 +24,10 @@ class CALLORV_API CIntHash {
   //   p_bReplace  what becomes of a key that is already there: true: it gets the new value; false: it keeps its first
   // Throws std::bad_alloc, leaving the map as it was.
   int Set(const char* p_szKey, int p_iValue, bool p_bReplace);
-  // 0 with *p_piOut filled when the key is there, -1 (with *p_piOut untouched) when it is absent or null.
+  // 0 with *p_piOut (not null) filled when the key is there, -1 with it untouched when the key is absent or null.
   int Get(const char* p_szKey, int* p_piOut) const;
+  // The key's value, p_iAbsent when the key is absent or null.
+  int GetOr(const char* p_szKey, int p_iAbsent) const;
 
  private:
   unsigned* m_pSlot;      // where a key's entry begins, plus one; 0: free
@@ -31,7 +35,7 @@ class CALLORV_API CIntHash {
   unsigned m_uKeys;
   CStream m_stEntries;    // one entry a key, one after the other
 
-  char* Find(const char* p_szKey, unsigned p_uHash) const;
+  char* Find(const char* p_szKey, size_t p_iLen) const;
   void Rehash(unsigned p_uSlots);
 };
 
@@ -47,7 +51,7 @@ class CALLORV_API CStrHash {
   //   p_bReplace  true: it becomes the key's only value; false: it is added behind the values that are there
   // Throws std::bad_alloc, leaving the map as it was.
   int Set(const char* p_szKey, char* p_szValue, bool p_bReplace);
-  // The first value of the key, or all of them in the order in which they were added (p_pOut is emptied first).
+  // The first value of the key, or all of them in the order in which they were added (p_pOut, not null, is emptied first).
   // 0, or -1 with the output untouched when the key is absent or null.
   int Get(const char* p_szKey, CString* p_pOut) const;
   int Get(const char* p_szKey, CStrArray* p_pOut) const;

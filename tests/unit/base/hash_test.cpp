@@ -40,6 +40,7 @@ int Value(const CIntHash& p_c, const char* p_szKey) {
   int iValue = INT_MIN;
   const int iRet = p_c.Get(p_szKey, &iValue);
   CHECK(iRet == (iValue == INT_MIN ? -1 : 0));
+  CHECK(p_c.GetOr(p_szKey, INT_MIN) == iValue);
   return iValue;
 }
 
@@ -74,6 +75,20 @@ TEST_CASE("CIntHash compares keys exactly") {
   }
   for (int i = 0; i < iKeys; ++i) CHECK(Value(c, aszKey[i]) == i);
   CHECK(Value(c, "aaaaaaaaaa") == INT_MIN);
+}
+
+TEST_CASE("CIntHash tells keys apart that differ in one place, at every length") {
+  CIntHash c(1024);
+  std::vector<std::string> asKey;
+  for (size_t uLen = 0; uLen < 70; ++uLen) {
+    asKey.emplace_back(uLen, 'k');
+    for (size_t uAt = 0; uAt < uLen; ++uAt) asKey.emplace_back(asKey.back()).assign(uLen, 'k')[uAt] = 'K';
+  }
+  for (size_t u = 0; u < asKey.size(); u += 2) c.Set(asKey[u].c_str(), static_cast<int>(u), false);
+  for (size_t u = 0; u < asKey.size(); ++u) {
+    CAPTURE(asKey[u]);
+    CHECK(Value(c, asKey[u].c_str()) == (u % 2 == 0 ? static_cast<int>(u) : INT_MIN));
+  }
 }
 
 TEST_CASE("CIntHash: a null key is refused") {
@@ -195,7 +210,8 @@ TEST_CASE("CStrHash returns the first value, or all of them in the order of addi
   CHECK(Set(c, "other", "x", false) == 0);
   CHECK(Set(c, "key", "second", false) == 0);
   CHECK(Set(c, "key", "first", false) == 0);
-  CHECK(All(c, "key") == "[first][second][first]");
+  CHECK(Set(c, "key", "last", false) == 0);
+  CHECK(All(c, "key") == "[first][second][first][last]");
   CHECK(First(c, "key") == "0 first");
   CHECK(All(c, "other") == "[x]");
   CHECK(All(c, "KEY") == "absent");
