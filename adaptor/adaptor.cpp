@@ -21,9 +21,12 @@
 #include <emmintrin.h>
 #endif
 
+#include "base/cancel.h"
 #include "base/detail_text.h"
 
 namespace {
+
+using callorv::detail::CNoCancel;
 
 // The text of code -n; the slots from 18 on are reserved.
 constexpr const char* s_szaErrStr[50] = {
@@ -67,14 +70,19 @@ class CErrnoText {
   const char* m_szText;
 };
 
-// Shuts a socket down and closes it, unless Release takes it out.
+// Shuts a socket down and closes it; what close() returned.
+int Close(int p_iSock) {
+  const CNoCancel cWhole;
+  shutdown(p_iSock, SHUT_RDWR);
+  return close(p_iSock);
+}
+
+// Closes a socket, unless Release takes it out.
 class CSocket {
  public:
   explicit CSocket(int p_iSock) : m_iSock(p_iSock) {}
   ~CSocket() {
-    if (m_iSock < 0) return;
-    shutdown(m_iSock, SHUT_RDWR);
-    close(m_iSock);
+    if (m_iSock >= 0) Close(m_iSock);
   }
   CSocket(const CSocket&) = delete;
   CSocket& operator=(const CSocket&) = delete;
@@ -100,20 +108,37 @@ class CSigPipeHold {
       m_bWasPending = sigismember(&tPending, SIGPIPE) == 1;
     }
   }
-  ~CSigPipeHold() { pthread_sigmask(SIG_SETMASK, &m_tOldMask, nullptr); }
+  ~CSigPipeHold() {
+    if (m_bSending) Discard();    // cancelled: who knows how far it came
+    pthread_sigmask(SIG_SETMASK, &m_tOldMask, nullptr);
+  }
   CSigPipeHold(const CSigPipeHold&) = delete;
   CSigPipeHold& operator=(const CSigPipeHold&) = delete;
 
+  // send(), with its errno.
+  ssize_t Send(int p_iSock, const char* p_pData, size_t p_uLen) {
+    errno = 0;
+    m_bSending = true;
+    const ssize_t iSent = send(p_iSock, p_pData, p_uLen, 0);
+    m_bSending = false;
+    const int iErrno = errno;
+    if (iErrno == EPIPE) Discard();
+    errno = iErrno;
+    return iSent;
+  }
+
+ private:
   // Takes back the signal that a send() with EPIPE raised; one that was pending before belongs to the application.
   void Discard() const {
+    const CNoCancel cWhole;
     const timespec tNoWait = {};
     if (!m_bWasPending) sigtimedwait(&m_tSigPipe, nullptr, &tNoWait);
   }
 
- private:
   sigset_t m_tSigPipe;
   sigset_t m_tOldMask;
   bool m_bWasPending = false;
+  bool m_bSending = false;
 };
 
 enum E_Direction { WAIT_READ, WAIT_WRITE };
@@ -210,17 +235,15 @@ int CAdaptor::SendData(const char* p_pData, int p_iLen, int p_iTimeOut) {
   if (p_iTimeOut < 0) p_iTimeOut = iSendTimeOut;
   if (p_iLen < 1) return 0;
 
-  const CSigPipeHold cHold;
+  CSigPipeHold cHold;
   for (;;) {
-    errno = 0;
-    const ssize_t iSent = send(iSock, p_pData, static_cast<size_t>(p_iLen), 0);
+    const ssize_t iSent = cHold.Send(iSock, p_pData, static_cast<size_t>(p_iLen));
     const int iSendErrno = errno;
     if (iSent > 0) {
       p_pData += iSent;
       p_iLen -= static_cast<int>(iSent);
       if (p_iLen == 0) return 0;
     } else if (iSendErrno != EAGAIN) {
-      if (iSendErrno == EPIPE) cHold.Discard();
       return Fail(ADAPT_SEND, "(send errno=%d,%s)", iSendErrno, CErrnoText(iSendErrno).ToStr());
     }
     timeval tTime = {p_iTimeOut, 0};
@@ -260,10 +283,7 @@ int CAdaptor::ReceiveData(char* p_pBuf, int p_iLen, int p_iTimeOut) {
   return p_iLen;
 }
 
-int CAdaptor::Disconnect() {
-  shutdown(iSock, SHUT_RDWR);
-  return close(std::exchange(iSock, -1));
-}
+int CAdaptor::Disconnect() { return Close(std::exchange(iSock, -1)); }
 
 void CAdaptor::SetLastError(int p_iCode, const char* p_szFmt, ...) {
   va_list tArgs;

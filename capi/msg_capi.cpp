@@ -3,8 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <memory>
-
+#include "base/cancel.h"
 #include "callorv/base/date.h"
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
@@ -12,6 +11,8 @@
 #include "callorv/msg/msg.h"
 #include "capi/guard.h"
 
+using callorv::detail::CFilePtr;
+using callorv::detail::Close;
 using callorv::detail::Guard;
 using callorv::detail::SetError;
 
@@ -85,10 +86,6 @@ CMsg* GetSub(CMsg* p_pMsg, int* p_piRet, GET p_fnGet) {
   return pSub;
 }
 
-struct T_CloseFile {
-  void operator()(FILE* p_p) const noexcept { (void)fclose(p_p); }
-};
-
 }    // namespace
 
 CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err) {
@@ -109,7 +106,7 @@ const char* MSG_GetLastError(CMsg* msg) { return msg != nullptr ? msg->GetLastEr
 int MSG_Dump(CMsg* msg, const char* path, CallOrv_Error* err) {
   if (msg == nullptr) return SetError(err, MSG_NULL, s_szNullMsg, 0);
   return Guard(err, [&] {
-    std::unique_ptr<FILE, T_CloseFile> pFile;
+    CFilePtr pFile;
     if (path != nullptr) {
       pFile.reset(fopen(path, "a"));
       if (pFile == nullptr) {
@@ -121,7 +118,7 @@ int MSG_Dump(CMsg* msg, const char* path, CallOrv_Error* err) {
     msg->Dump(&stText, false, 1);
     const size_t iLen = static_cast<size_t>(stText.GetSize());
     bool bWritten = fwrite(stText.GetData(), 1, iLen, pFile != nullptr ? pFile.get() : stdout) == iLen;
-    if ((pFile != nullptr ? fclose(pFile.release()) : fflush(stdout)) != 0) bWritten = false;
+    if ((pFile != nullptr ? Close(pFile.release()) : fflush(stdout)) != 0) bWritten = false;
     if (bWritten) return 0;
     SetError(err, MSG_FILE, "cannot write file", 0);
     return -1;

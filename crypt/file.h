@@ -2,22 +2,15 @@
 #ifndef CALLORV_CRYPT_FILE_H
 #define CALLORV_CRYPT_FILE_H
 
-#include <cstdio>
-#include <memory>
-
+#include "base/cancel.h"
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
 
 namespace callorv::detail {
 
-struct T_CloseFile {
-  void operator()(FILE* p_pFile) const { (void)fclose(p_pFile); }    // only read from: nothing to be lost
-};
-using CFilePtr = std::unique_ptr<FILE, T_CloseFile>;
-
 // Reads a whole file into p_stOut; that and p_sErr are emptied first, but for a null name. Of a file that changes
 // meanwhile, at most as many bytes as it had at first. A directory has a size but reads as empty. A pipe or a device is
-// empty, and not even opened, since that could wait or have effects; a socket cannot be opened.
+// empty, if it may be read, and not even opened, since that could wait or have effects; a socket cannot be opened.
 //   p_iBlock  what the size must be a multiple of
 //   returns   0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -3 "File may be corrupted" (its size); -5 "File
 //             cannot be open(%s)", also for more than 2147483646 bytes

@@ -21,6 +21,7 @@
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
+#include "base/cancel.h"
 #include "callorv/base/exception.h"
 #include "callorv/msg/error.h"
 #include "msg/kept.h"
@@ -229,6 +230,7 @@ void InitializeParser() {
   } catch (const CException& cError) {    // thrown by CPanic
     ThrowBroken(cError.GetText());
   }
+  const CNoCancel cWhole;
   ++s_iInits;
 }
 
@@ -343,6 +345,7 @@ void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
     ThrowInternal(cError.getMessage());
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
+  const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
   }
   if (iErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(iErrors));
 } catch (const std::bad_alloc&) {    // also for the text of an error

@@ -25,6 +25,7 @@ namespace {
 thread_local bool s_bArmed = false;
 std::vector<T_Fault> s_atFault;    // of the armed thread
 int s_aiCount[CALLS];
+std::vector<long> s_aiWait;
 FILE* s_pBroken = nullptr;    // whose ferror() is set
 
 // The C library's function of a name.
@@ -33,17 +34,15 @@ FN* Real(const char* p_szName, FN*) {
   return reinterpret_cast<FN*>(dlsym(RTLD_NEXT, p_szName));
 }
 
-// The fault that this call meets, or null; one that comes late has waited when this returns.
+// The fault that this call meets, or null; what is as always otherwise has happened when this returns.
 const T_Fault* Meet(E_Call p_eCall) {
   if (!s_bArmed) return nullptr;
   ++s_aiCount[p_eCall];
   for (const T_Fault& tFault : s_atFault) {
     if (tFault.eCall != p_eCall || (tFault.iNth != 0 && tFault.iNth != s_aiCount[p_eCall])) continue;
-    if (tFault.eFault == FAULT_LATE) {
-      usleep(10000);
-      return nullptr;
-    }
-    return &tFault;
+    if (tFault.eFault == FAULT_LATE) usleep(10000);
+    if (tFault.eFault == FAULT_CANCEL || tFault.bCancel) pthread_cancel(pthread_self());
+    return tFault.eFault == FAULT_LATE || tFault.eFault == FAULT_CANCEL ? nullptr : &tFault;
   }
   return nullptr;
 }
@@ -66,8 +65,10 @@ RESULT Move(const T_Fault* p_pFault, RESULT p_Failed, size_t p_uFew, REAL p_fnRe
   return p_Failed;
 }
 
-template <class REAL, class TIME>
-int Select(REAL p_fnReal, int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, TIME* p_pTime) {
+template <class REAL, class TIME, class SECONDS>
+int Select(REAL p_fnReal, int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, TIME* p_pTime,
+           SECONDS TIME::*p_pSeconds) {
+  if (s_bArmed) s_aiWait.push_back(static_cast<long>(p_pTime->*p_pSeconds));
   const T_Fault* pFault = Meet(CALL_SELECT);
   if (pFault == nullptr) return p_fnReal(p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
   if (pFault->eFault == FAULT_TIME) {
@@ -92,14 +93,18 @@ const char* NamedHost() { return "server.invalid"; }
 void CSyscallGate::Arm(const std::vector<T_Fault>& p_atFault) {
   s_atFault = p_atFault;
   std::fill_n(s_aiCount, +CALLS, 0);
+  s_aiWait.clear();
   s_pBroken = nullptr;
   s_bArmed = true;
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
 }
 void CSyscallGate::Disarm() {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);    // what comes now is not the library's
   s_bArmed = false;
   s_pBroken = nullptr;
 }
 int CSyscallGate::GetCount(E_Call p_eCall) { return s_aiCount[p_eCall]; }
+const std::vector<long>& CSyscallGate::GetWaits() { return s_aiWait; }
 
 #define REAL(FUNCTION) ([] { static const auto s_fn = Real(#FUNCTION, &FUNCTION); return s_fn; }())
 
@@ -139,7 +144,7 @@ ssize_t recv(int p_iSock, void* p_pBuf, size_t p_uLen, int p_iFlags) {
 }
 
 int select(int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, timeval* p_pTime) {
-  return Select(REAL(select), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
+  return Select(REAL(select), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime, &timeval::tv_sec);
 }
 
 int shutdown(int p_iSock, int p_iHow) noexcept {
@@ -170,7 +175,7 @@ struct T_Time64 {
   long long llSec, llMicro;
 };
 int __select64(int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, T_Time64* p_pTime) {
-  return Select(REAL(__select64), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime);
+  return Select(REAL(__select64), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime, &T_Time64::llSec);
 }
 int __stat64_time64(const char* p_szPath, void* p_pStat) noexcept {
   return Fails(CALL_STAT) ? -1 : REAL(__stat64_time64)(p_szPath, p_pStat);

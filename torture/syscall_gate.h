@@ -33,6 +33,7 @@ enum E_Fault {
   FAULT_SHORT,    // less than asked for: one byte sent or received, half of what is read, all but one byte written
   FAULT_NONE,     // 0 bytes, without an error: the peer's end, the end of a file
   FAULT_LATE,     // after a while as always
+  FAULT_CANCEL,   // as always, but the thread has just been cancelled
   FAULT_TIME      // select: the time is over
 };
 
@@ -41,6 +42,7 @@ struct T_Fault {
   int iNth;      // the call that it meets, counted from 1; 0: all of them
   E_Fault eFault;
   int iErrno;
+  bool bCancel = false;    // the thread has just been cancelled, too
 };
 
 // The host name that getaddrinfo takes for 127.0.0.1, as no name service is there to be asked.
@@ -51,6 +53,7 @@ class CSyscallGate {
   static void Arm(const std::vector<T_Fault>& p_atFault);
   static void Disarm();
   static int GetCount(E_Call p_eCall);    // calls since Arm
+  static const std::vector<long>& GetWaits();    // the seconds that each select since Arm was to wait
 };
 
 #endif

@@ -1,4 +1,5 @@
-// System calls that fail: each one that an operation makes, with every errno, short, without data, late and timed out.
+// System calls that fail: each one that an operation makes, with every errno, short, without data, late, timed out, and while
+// the thread is cancelled.
 #include <netdb.h>
 
 #include <cerrno>
@@ -50,6 +51,7 @@ const T_Errno s_atHostError[] = {{EAI_AGAIN, ""}, {EAI_FAIL, ""}, {EAI_NONAME, "
                                  {EAI_BADFLAGS, ""}, {EAI_ADDRFAMILY, ""}};
 
 const char* const GOOD = "as without the fault";
+const char* const CANCELLED = "the thread is cancelled";
 
 // What an operation says of a fault. Of several rows for it the first counts.
 struct T_Row {
@@ -66,6 +68,7 @@ struct T_Target {
   std::string sName;
   std::vector<T_Fault> atAlways;    // what else goes wrong
   std::vector<std::pair<E_Call, int>> aiCount;    // the calls that it makes
+  std::vector<long> aiWait;                       // and what each select is told to wait at most, in seconds
   std::string sGood;
   std::vector<T_Row> atRow;
   std::function<std::string()> fnRun;     // armed when called
@@ -101,6 +104,9 @@ std::vector<T_Case> CasesOf(const T_Target& p_tTarget) {
       if (bMoves) fnAdd(FAULT_NONE, {0, "Success"});
       if (eCall == CALL_SELECT) fnAdd(FAULT_TIME, {0, ""});
       fnAdd(FAULT_LATE, {0, ""});
+      fnAdd(FAULT_CANCEL, {0, ""});
+      fnAdd(FAULT_ERRNO, eCall == CALL_GETADDRINFO ? s_atHostError[0] : T_Errno{EPIPE, "Broken pipe"});
+      atCase.back().tFault.bCancel = true;
     }
   }
   return atCase;
@@ -108,6 +114,11 @@ std::vector<T_Case> CasesOf(const T_Target& p_tTarget) {
 
 std::string Expected(const T_Target& p_tTarget, const T_Case& p_tCase) {
   const T_Fault& tFault = p_tCase.tFault;
+  if (tFault.bCancel) {    // what ends the operation does so before the thread waits again
+    const std::string sFailed = Expected(p_tTarget, {{tFault.eCall, tFault.iNth, tFault.eFault, tFault.iErrno}, p_tCase.szErrno});
+    if (sFailed != p_tTarget.sGood) return sFailed;
+    return Expected(p_tTarget, {{tFault.eCall, tFault.iNth, FAULT_CANCEL, 0}, ""});
+  }
   if (tFault.eFault == FAULT_LATE) return p_tTarget.sGood;
   for (const T_Row& tRow : p_tTarget.atRow) {
     if (tRow.eCall != tFault.eCall || tFault.iNth < tRow.iFrom || tFault.iNth > tRow.iTo ||
@@ -118,6 +129,26 @@ std::string Expected(const T_Target& p_tTarget, const T_Case& p_tCase) {
     return Put(Put(tRow.szSays, "{n}", std::to_string(tFault.iErrno)), "{t}", p_tCase.szErrno);
   }
   return "(nobody said what)";
+}
+
+// What the operation says when run in a thread of its own, which may be cancelled on the way.
+std::string RunInThread(const T_Target& p_tTarget, const std::vector<T_Fault>& p_atFault) {
+  struct T_Thread {
+    const T_Target& tTarget;
+    const std::vector<T_Fault>& atFault;
+    std::string sSaid;
+  } tThread{p_tTarget, p_atFault, ""};
+  const auto fnThread = [](void* p_p) -> void* {
+    T_Thread& tMine = *static_cast<T_Thread*>(p_p);
+    CSyscallGate::Arm(tMine.atFault);
+    tMine.sSaid = tMine.tTarget.fnRun();
+    CSyscallGate::Disarm();
+    return nullptr;
+  };
+  pthread_t tId;
+  void* pResult = nullptr;
+  if (pthread_create(&tId, nullptr, fnThread, &tThread) != 0 || pthread_join(tId, &pResult) != 0) return "(no thread)";
+  return pResult == PTHREAD_CANCELED ? CANCELLED : tThread.sSaid;
 }
 
 // Case 1 counts the calls; each of the others makes one of them fail.
@@ -144,16 +175,15 @@ T_Outcome Run(const T_Target& p_tTarget, const std::vector<T_Case>& p_atCase, in
       }
     }
     fnExpect(sCounts == sWanted, "calls made:" + sCounts);
+    fnExpect(CSyscallGate::GetWaits() == p_tTarget.aiWait, "it waits for another time");
   } else {
     const T_Case& tCase = p_atCase[static_cast<size_t>(p_iCase) - 2];
     atFault.insert(atFault.begin(), tCase.tFault);    // before what always goes wrong
-    CSyscallGate::Arm(atFault);
-    const std::string sSaid = p_tTarget.fnRun();
-    CSyscallGate::Disarm();
-    static const char* const s_aszFault[] = {"fails", "falls short", "moves nothing", "is late", "times out"};
+    const std::string sSaid = RunInThread(p_tTarget, atFault);
+    static const char* const s_aszFault[] = {"fails", "falls short", "moves nothing", "is late", "is cancelled", "times out"};
     const std::string sFault = std::string(CallName(tCase.tFault.eCall)) + " " + std::to_string(tCase.tFault.iNth) +
                                " " + s_aszFault[tCase.tFault.eFault] + " (" + std::to_string(tCase.tFault.iErrno) +
-                               "): ";
+                               (tCase.tFault.bCancel ? ", cancelled): " : "): ");
     const std::string sExpected = Expected(p_tTarget, tCase);
     fnExpect(sSaid == sExpected, sFault + "says: " + sSaid + "; not: " + sExpected);
     fnExpect(OpenDescriptors() == iDescriptors, sFault + "a descriptor is left open");
@@ -194,8 +224,12 @@ std::vector<T_Row> Receiving(int p_iHeader, int p_iBody, int p_iBefore) {
       {CALL_RECV, 1, LAST, FAULT_ERRNO, 0, "-3 error -5 Failed in recv()(-7)((recv errno={n},{t})) -1"},
       {CALL_RECV, 1, LAST, FAULT_NONE, 0, "-3 error -5 Socket closed(-9)(OK) -1"},
       {CALL_RECV, 1, LAST, FAULT_SHORT, 0, GOOD},
+      {CALL_SELECT, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_RECV, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
       {CALL_SHUTDOWN, 1, 1, FAULT_ERRNO, 0, GOOD},
+      {CALL_SHUTDOWN, 1, 1, FAULT_CANCEL, 0, GOOD},
       {CALL_CLOSE, 1, 1, FAULT_ERRNO, 0, GOOD},
+      {CALL_CLOSE, 1, 1, FAULT_CANCEL, 0, GOOD},
   };
 }
 
@@ -209,6 +243,11 @@ const std::vector<T_Row> CONNECTING = {
     {CALL_SEND, 1, LAST, FAULT_ERRNO, 0, "-3 error -4 Failed in send()(-6)((send errno={n},{t})) -1"},
     {CALL_SEND, 1, LAST, FAULT_NONE, 0, "-3 error -4 Failed in send()(-6)((send errno=0,Success)) -1"},
     {CALL_SEND, 1, LAST, FAULT_SHORT, 0, GOOD},
+    {CALL_SOCKET, 1, 1, FAULT_CANCEL, 0, CANCELLED},    // when it connects
+    {CALL_GETADDRINFO, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+    {CALL_SETSOCKOPT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+    {CALL_CONNECT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+    {CALL_SEND, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
 };
 
 // Those of the waits between two sends, of which there are iCount.
@@ -237,6 +276,8 @@ T_Target CallTarget(const std::string& p_sName, const std::vector<T_Fault>& p_at
                      {CALL_RECV, p_iReceives},
                      {CALL_SHUTDOWN, 1},
                      {CALL_CLOSE, 1}};
+  tTarget.aiWait.assign(static_cast<size_t>(p_iSends) - 1, 90);
+  tTarget.aiWait.resize(tTarget.aiWait.size() + static_cast<size_t>(p_iReceives), TIME_OUT);
   tTarget.sGood = "0";
   tTarget.atRow = Joined(Joined(CONNECTING, Sending(p_iSends - 1)), p_atReceiving);
   tTarget.fnRun = tTarget.fnNext = [=] { return Call(p_eService, p_bLong); };
@@ -260,7 +301,7 @@ std::vector<T_Target> CallTargets(const T_Files& p_tFiles, int p_iPort) {
   tNamed.aiCount.insert(tNamed.aiCount.begin() + 1, {CALL_GETADDRINFO, 1});
   tNamed.fnSetUp = [&p_tFiles, p_iPort] {
     CallOrv_Error tErr;
-    CallOrv_InitializeEx(p_tFiles.sKey.c_str(), p_tFiles.sEmpty.c_str(), NamedHost(), p_iPort, 30, &tErr);
+    CallOrv_InitializeEx(p_tFiles.sKey.c_str(), p_tFiles.sEmpty.c_str(), NamedHost(), p_iPort, TIME_OUT, &tErr);
   };
   aTargets.push_back(tNamed);
   return aTargets;
@@ -300,7 +341,12 @@ std::vector<T_Target> DumpTargets(const T_Files& p_tFiles) {
       {CALL_FWRITE, 1, 1, FAULT_NONE, 0, "-1 error -32 cannot write file 0"},
       {CALL_FFLUSH, 1, 1, FAULT_ERRNO, 0, "-1 error -32 cannot write file 0"},
       {CALL_FCLOSE, 1, 1, FAULT_ERRNO, 0, "-1 error -32 cannot write file 0"},
+      {CALL_FOPEN, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FFLUSH, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FCLOSE, 1, 1, FAULT_CANCEL, 0, GOOD},
   };
+  tFile.atRow.push_back({CALL_FWRITE, 1, 1, FAULT_CANCEL, 0, GOOD});    // into a buffer
+  tOutput.atRow.push_back({CALL_FWRITE, 1, 1, FAULT_CANCEL, 0, CANCELLED});    // when that is flushed
   tFile.fnRun = tFile.fnNext = [=] { return Dump(sPath.c_str()); };
   tOutput.fnRun = tOutput.fnNext = [] { return Dump(nullptr); };
   return {tFile, tOutput};
@@ -324,6 +370,15 @@ std::vector<T_Row> Settings(const char* p_szNotOpened) {
       {CALL_FREAD, 2, 2, FAULT_ERRNO, 0, GOOD},    // there is no more
       {CALL_FREAD, 2, 2, FAULT_NONE, 0, GOOD},
       {CALL_FCLOSE, 1, LAST, FAULT_ERRNO, 0, GOOD},
+      {CALL_FOPEN, 1, 2, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FGETS, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FCLOSE, 1, 1, FAULT_CANCEL, 0, CANCELLED},    // when the key file is opened
+      {CALL_STAT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FREAD, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_FREAD, 2, LAST, FAULT_CANCEL, 0, GOOD},    // there is no more, and the dictionary is read to its end
+      {CALL_STAT, 2, 2, FAULT_CANCEL, 0, GOOD},
+      {CALL_FOPEN, 3, 3, FAULT_CANCEL, 0, GOOD},
+      {CALL_FCLOSE, 2, LAST, FAULT_CANCEL, 0, GOOD},
   };
 }
 

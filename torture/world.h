@@ -65,6 +65,8 @@ inline std::string Answer(const T_Request& p_tRequest) {
   }
 }
 
+enum { TIME_OUT = 75 };    // seconds; not a default
+
 // What the process is set up from.
 struct T_Files {
   CTempDir cDir;
@@ -78,7 +80,7 @@ struct T_Files {
     for (const std::string& sDic : {sPlain, sEncrypted, sEmpty}) {
       asConfig[sDic] = cDir.Write(sDic.substr(sDic.rfind('/') + 1) + ".cfg",
                                   "msg_dic = " + sDic + "\nkey_file = " + sKey + "\nserver = 127.0.0.1 " +
-                                      std::to_string(p_iPort) + "\ntimeout = 90\n");
+                                      std::to_string(p_iPort) + "\ntimeout = " + std::to_string(TIME_OUT) + "\n");
     }
   }
 
