@@ -57,6 +57,16 @@ class CSaxReader : public SAX2XMLReaderImpl {
     SAX2XMLReaderImpl::doctypeDecl(p_cRoot, p_szPublic, p_szSystem, p_bInternal, p_bExternal);
   }
 
+  void XMLDecl(const XMLCh* const p_szVersion, const XMLCh* const p_szEncoding, const XMLCh* const p_szStandalone,
+               const XMLCh* const p_szActualEncoding) override {
+    if (!XMLString::equals(p_szVersion, XMLUni::fgVersion1_0)) m_bAsNew = false;
+    SAX2XMLReaderImpl::XMLDecl(p_szVersion, p_szEncoding, p_szStandalone, p_szActualEncoding);
+  }
+
+  // Whether another document will be read as by a new reader: the parser goes on with XML 1.1 where the next one does not say
+  // what it is in.
+  bool IsAsNew() const { return m_bAsNew; }
+
   void startElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const XMLCh* const p_szPrefix,
                     const RefVectorOf<XMLAttr>& p_cAttrs, const XMLSize_t p_uAttrs, const bool p_bEmpty,
                     const bool p_bRoot) override {
@@ -90,6 +100,7 @@ class CSaxReader : public SAX2XMLReaderImpl {
 
  private:
   const bool m_bPlain;
+  bool m_bAsNew = true;
   unsigned m_uDepth = 0;                                   // of the open elements
   std::bitset<CXmlHandler::MAX_DEPTH + 2> m_cStraight;     // by depth; handlers stop at the first one above MAX_DEPTH
   VecAttributesImpl m_cAttrs;
@@ -171,11 +182,11 @@ class COwningSource : public InputSource {
 // Readers that take turns, made when first used, with the memory that they stand in.
 struct T_Readers {
   CReaderMemory cMemory;
-  std::unique_ptr<SAX2XMLReader> pFull, pPlain;
+  std::unique_ptr<CSaxReader> pFull, pPlain;
 };
 using CReadersPtr = std::unique_ptr<T_Readers>;
 
-std::unique_ptr<SAX2XMLReader> NewReader(CReaderMemory& p_cMemory, bool p_bPlain) {
+std::unique_ptr<CSaxReader> NewReader(CReaderMemory& p_cMemory, bool p_bPlain) {
   static const std::pair<const XMLCh*, bool> s_atFeature[] = {
       {XMLUni::fgSAX2CoreValidation, false},        {XMLUni::fgXercesDynamic, false},
       {XMLUni::fgXercesSchema, false},              {XMLUni::fgXercesSchemaFullChecking, false},
@@ -183,7 +194,7 @@ std::unique_ptr<SAX2XMLReader> NewReader(CReaderMemory& p_cMemory, bool p_bPlain
       // nothing outside the document is ever opened
       {XMLUni::fgXercesLoadExternalDTD, false},     {XMLUni::fgXercesDisableDefaultEntityResolution, true},
   };
-  std::unique_ptr<SAX2XMLReader> pSax(new (&p_cMemory) CSaxReader(&p_cMemory, p_bPlain));
+  std::unique_ptr<CSaxReader> pSax(new (&p_cMemory) CSaxReader(&p_cMemory, p_bPlain));
   for (const auto& tFeature : s_atFeature) pSax->setFeature(tFeature.first, tFeature.second);
   if (p_bPlain) pSax->setProperty(XMLUni::fgXercesScannerName, const_cast<XMLCh*>(XMLUni::fgWFXMLScanner));
   return pSax;
@@ -219,6 +230,7 @@ std::atomic<bool> s_bBroken{false};
 
 void InitializeParser() {
   if (s_bBroken) throw CException("XMLPlatformUtils::Initialize() has failed before", MSG_XML_INIT);
+  const CNoCancel cWhole;
   try {
     XMLPlatformUtils::Initialize(XMLUni::fgXercescDefaultLocale, nullptr, &s_cPanic);
   } catch (const XMLException& cError) {
@@ -230,7 +242,6 @@ void InitializeParser() {
   } catch (const CException& cError) {    // thrown by CPanic
     ThrowBroken(cError.GetText());
   }
-  const CNoCancel cWhole;
   ++s_iInits;
 }
 
@@ -316,7 +327,7 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eRea
   const bool bPlain = p_eReader == READER_PLAIN;
   const COwningSource cSource(p_cSource, bPlain);    // outlives the reader
   CReadersPtr pReaders = p_eReader != READER_FRESH ? TakeReaders() : std::make_unique<T_Readers>();
-  std::unique_ptr<SAX2XMLReader>& pSax = bPlain ? pReaders->pPlain : pReaders->pFull;
+  std::unique_ptr<CSaxReader>& pSax = bPlain ? pReaders->pPlain : pReaders->pFull;
   if (pSax == nullptr) pSax = NewReader(pReaders->cMemory, bPlain);
   pSax->setContentHandler(this);
   pSax->setErrorHandler(this);
@@ -329,11 +340,12 @@ XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, E_Reader p_eRea
   pSax->parse(cSource);
   const XMLSize_t iErrors = pSax->getErrorCount();
   // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
-  if (p_eReader != READER_FRESH && iErrors == 0 && !m_bPrefixes) KeepReaders(std::move(pReaders));
+  if (p_eReader != READER_FRESH && iErrors == 0 && !m_bPrefixes && pSax->IsAsNew()) KeepReaders(std::move(pReaders));
   return iErrors;
 }
 
 void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
+  const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
   XMLSize_t iErrors = 0;
   try {
     iErrors = p_fnParse();
@@ -345,7 +357,6 @@ void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
     ThrowInternal(cError.getMessage());
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
-  const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
   }
   if (iErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(iErrors));
 } catch (const std::bad_alloc&) {    // also for the text of an error

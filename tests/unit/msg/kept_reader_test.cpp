@@ -115,10 +115,12 @@ const std::vector<std::string> s_asSeed = {
     "<msg xmlns='urn:a' xmlns:p='urn:b' no='1'><p:t1 p:x='1' y='2'/><!-- c --><?pi data?></msg>",
     "<msg no='1'><t16><t1 xmlns:p='u'>a</t1><t1 x='1'/><p:t1 xmlns:p='v'/><t2 xmlns=''>b</t2></t16><t1></t1></msg>",
     "<?xml version=\"1.0\" encoding=\"UTF-16LE\"?><msg/>",
+    "<?xml version='1.1' standalone='yes'?><msg no='1'><t1>a&#1;\xc2\x85</t1></msg>",    // not for XML 1.0, as the next not for 1.1
+    "<!-- no declaration --><msg no='1'><t1>a\xc2\x86</t1></msg>",
 };
 const std::vector<std::string> s_asPiece = {
     "<", ">", "</", "/>", "&", "&amp;", "&#0;", "&#x110000;", "<![CDATA[", "]]>", "<!--", "--", "-->", "<?", "?>",
-    "<!DOCTYPE msg>", "<!ELEMENT a ANY>", "<?xml version=\"1.0\"?>", " xmlns:q='urn:c'", "q:", "xml:", " no='2'",
+    "<!DOCTYPE msg>", "<!ELEMENT a ANY>", "<?xml version=\"1.0\"?>", " xmlns:q='urn:c'", "q:", "xml:", " no='2'", " xmlns:q=''", "&#1;",
     "\"", "'", "=", "\r\n", "\n", "\t", "<t1>", "</t1>", "</msg>", "<msg>", "encoding='UTF-8'", "\xff\xfe",
     "\xc3", "\x80", "\x01", std::string(1, '\0'), "1.1", "standalone='yes'", std::string(300, 'x')};
 
