@@ -136,11 +136,14 @@ class CMachine {
     m_apKnown.push_back(m_apTop.back().get());
   }
 
-  // Takes a message that no other owns out of the program.
+  // Whether the program may do with a message what it likes.
+  static bool IsFree(const T_ModelMsg& p_cMsg) { return p_cMsg.pOwner == nullptr || (p_cMsg.bReplaced && !p_cMsg.bRead); }
+  // Takes such a message out of the program.
   std::unique_ptr<T_ModelMsg> Take(T_ModelMsg& p_cMsg) {
-    const auto it = std::find_if(m_apTop.begin(), m_apTop.end(), [&](const auto& p_p) { return p_p.get() == &p_cMsg; });
+    auto& apFrom = p_cMsg.pOwner != nullptr ? p_cMsg.pOwner->apOwned : m_apTop;
+    const auto it = std::find_if(apFrom.begin(), apFrom.end(), [&](const auto& p_p) { return p_p.get() == &p_cMsg; });
     auto pTaken = std::move(*it);
-    m_apTop.erase(it);
+    apFrom.erase(it);
     return pTaken;
   }
   // Forgets the handles of a message and all that it owns.
@@ -153,7 +156,7 @@ class CMachine {
 
   void Destroy(T_ModelMsg& p_cMsg) {
     MSG_Destroy(p_cMsg.pMsg);
-    if (p_cMsg.pOwner != nullptr) return;
+    if (!IsFree(p_cMsg)) return;
     Forget(p_cMsg);
     Take(p_cMsg);
   }
@@ -164,7 +167,7 @@ class CMachine {
     const bool bFreed = cSub.bEmpty && cSub.pOwner == nullptr && &cSub != &p_cMsg;
     const int iShould = bFreed ? 0 : CheckSub(p_cMsg, iTag, cSub);
     ExpectSame(MSG_SetSub(p_cMsg.pMsg, iTag, cSub.pMsg), iShould, "MSG_SetSub");
-    if (iShould != 0) return;
+    if (iShould != 0 || Has(p_cMsg, iTag, cSub)) return;
     if (bFreed) Forget(cSub);
     auto pSub = Take(cSub);
     if (!bFreed) p_cMsg.AddSub(iTag, std::move(pSub));
@@ -173,10 +176,17 @@ class CMachine {
     const T_TagDef* pTag = nullptr;
     if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
     if (const int iRet = CheckType(p_cMsg, *pTag, TAG_SUBMSG, s_atLines[TAG_SUBMSG].iSet)) return iRet;
-    bool bTwice = p_cSub.pOwner != nullptr;
+    if (Has(p_cMsg, p_iTag, p_cSub)) return 0;
+    bool bTwice = !IsFree(p_cSub);
     for (const T_ModelMsg* p = &p_cMsg; p != nullptr; p = p->pOwner) bTwice = bTwice || p == &p_cSub;
     if (!bTwice) return 0;
     return Fail(p_cMsg, -28, "tagnum=" + std::to_string(p_iTag) + ",msgnum=" + std::to_string(p_cMsg.Num()));
+  }
+
+  // Whether the sub-message stands in this single tag.
+  static bool Has(const T_ModelMsg& p_cMsg, int p_iTag, const T_ModelMsg& p_cSub) {
+    const auto it = p_cMsg.cValues.find(p_iTag);
+    return it != p_cMsg.cValues.end() && !p_cMsg.pDef->Find(p_iTag)->bArray && it->second.front().pSub == &p_cSub;
   }
 
   void Set(T_ModelMsg& p_cMsg) {

@@ -228,7 +228,11 @@ T_ModelMsg* T_ModelMsg::AddSub(int p_iTag, std::unique_ptr<T_ModelMsg> p_pSub) {
   T_Value tValue;
   tValue.pSub = p_pSub.get();
   tValue.pSub->pOwner = this;
+  tValue.pSub->bReplaced = false;
   apOwned.push_back(std::move(p_pSub));
+  if (!pDef->Find(p_iTag)->bArray) {
+    for (const T_Value& tOld : cValues[p_iTag]) tOld.pSub->bReplaced = true;
+  }
   Add(p_iTag, tValue);
   return tValue.pSub;
 }
@@ -337,7 +341,9 @@ std::unique_ptr<T_ModelMsg> AsRead(const T_ModelMsg& p_cMsg) {
   }
   ForEachValue(p_cMsg, [&](const T_TagDef& p_tTag, size_t, T_Value p_tValue) {
     if (p_tTag.eType == TAG_SUBMSG) {
-      pRead->AddSub(p_tTag.iTag, AsRead(*p_tValue.pSub))->sVer.clear();    // only the root's is written
+      T_ModelMsg* pSub = pRead->AddSub(p_tTag.iTag, AsRead(*p_tValue.pSub));
+      pSub->sVer.clear();    // only the root's is written
+      pSub->bRead = true;
       return;
     }
     if (p_tTag.eType == TAG_STRING || p_tTag.eType == TAG_DATE) {

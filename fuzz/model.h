@@ -43,6 +43,8 @@ struct T_ModelMsg {
   std::map<int, std::vector<T_Value>> cValues;             // by tag; none is empty
   std::vector<std::unique_ptr<T_ModelMsg>> apOwned;        // every sub-message that was ever taken
   T_ModelMsg* pOwner = nullptr;
+  bool bReplaced = false;    // its owner's single tag was set again
+  bool bRead = false;        // made by its owner, not by the program
   bool bEmpty = true;       // no value was ever stored
   CMsg* pMsg = nullptr;     // the message that this is the model of, where one is known
   std::string sError;       // its GetLastError()

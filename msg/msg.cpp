@@ -18,12 +18,13 @@ static_assert(CMsg::SLOTS == CHAINS);
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
     : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
       m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
-      m_pOwner(nullptr), m_iCells(0), m_bInArena(false), m_bHolds(false) {
+      m_pOwner(nullptr), m_iCells(0), m_bInArena(false), m_bHolds(false), m_bHasSubs(false) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
 }
 
 CMsg::~CMsg() {
+  if (m_pOwner != nullptr) CMsgOps::TakeBack(*this);    // freed by the application, which may free a replaced one
   m_iRootNum = 0;
   m_iMsgNum = 0;
   m_pParent = nullptr;
@@ -82,6 +83,7 @@ CMsgValue* CMsgOps::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
   if (p == nullptr) return nullptr;
   ++p_cMsg.m_iCells;
+  if (p_cTag.m_eType == TAG_SUBMSG) p_cMsg.m_bHasSubs = true;
   if (p_cTag.m_bArray || p_cTag.m_eType == TAG_SUBMSG) p_cMsg.m_bHolds = true;
   auto* pNew = new (p) CMsgValue;
   pNew->m_iTagNum = p_cTag.m_iTagNum;
@@ -131,6 +133,7 @@ void CMsgOps::Abandon(CMsg& p_cMsg) {
 void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
   const auto fnList = [&p_pList](CMsg* p_pSub) {
     if (p_pSub == nullptr) return;
+    p_pSub->m_pOwner = nullptr;
     if (!p_pSub->m_bHolds && p_pSub->m_pExtra == nullptr) {    // it has no sub-messages
       Destroy(*p_pSub);
     } else {
@@ -177,7 +180,19 @@ void CMsgOps::Destroy(CMsg& p_cMsg) {
 }
 
 void CMsgOps::Free(CMsg* p_pMsg) {
-  if (p_pMsg != nullptr && p_pMsg->m_pOwner == nullptr) delete p_pMsg;
+  if (p_pMsg != nullptr && (p_pMsg->m_pOwner == nullptr || IsReplaced(*p_pMsg))) delete p_pMsg;
+}
+
+bool CMsgOps::IsReplaced(const CMsg& p_cMsg) {
+  const T_MsgExtra* pExtra = p_cMsg.m_pOwner != nullptr && !p_cMsg.m_bInArena ? p_cMsg.m_pOwner->m_pExtra : nullptr;
+  return pExtra != nullptr && std::count(pExtra->apReplaced.begin(), pExtra->apReplaced.end(), &p_cMsg) > 0;
+}
+
+void CMsgOps::TakeBack(CMsg& p_cMsg) {
+  if (!IsReplaced(p_cMsg)) return;
+  std::vector<CMsg*>& apReplaced = p_cMsg.m_pOwner->m_pExtra->apReplaced;
+  apReplaced.erase(std::find(apReplaced.begin(), apReplaced.end(), &p_cMsg));
+  p_cMsg.m_pOwner = nullptr;
 }
 
 // ---- checks
@@ -340,8 +355,9 @@ int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
 
 int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
-  bool bTwice = p_pSub->m_pOwner != nullptr || p_pSub == &p_cMsg;
-  if (p_pSub->m_bHolds || p_pSub->m_pExtra != nullptr) {    // only then can it contain this message
+  const bool bReplaced = IsReplaced(*p_pSub);
+  bool bTwice = (p_pSub->m_pOwner != nullptr && !bReplaced) || p_pSub == &p_cMsg;
+  if (p_pSub->m_bHasSubs) {    // only then can it contain this message
     for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
   }
   if (p_pSub->m_bEmpty && !bTwice) {
@@ -351,11 +367,15 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
   if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
   if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
-  if (bTwice) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
+  CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
+  const bool bThere = pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg == p_pSub;
+  if (bTwice && !bThere) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
 
-  CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
+  if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  if (pCell->m_bMulti) {
+  if (bThere) {
+    // only listed anew
+  } else if (pCell->m_bMulti) {
     const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
     if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
   } else {
@@ -369,6 +389,7 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     pCell->m_pMsg = p_pSub;
     pCell->m_bSet = true;
   }
+  if (bReplaced) TakeBack(*p_pSub);
   p_pSub->m_pOwner = &p_cMsg;
   p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
   p_pSub->m_pParent = &p_cMsg;

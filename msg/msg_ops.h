@@ -47,6 +47,9 @@ struct CMsgOps {
   static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
+  // Whether an application's message was replaced in its owner's single tag, and so is its owner's only to be freed.
+  static bool IsReplaced(const CMsg& p_cMsg);
+  static void TakeBack(CMsg& p_cMsg);    // a replaced message from its owner
   static void Destroy(CMsg& p_cMsg);    // wherever it stands
   // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers, and its arena
   // on p_pArenas.
@@ -70,11 +73,11 @@ struct CMsgOps {
   // Its cells, once its own lines are there.
   static void PrefetchCells(CMsgArray& p_cRows, int p_iRow) {
     if (p_iRow >= p_cRows.GetSize()) return;
-    const CMsg& cRow = *p_cRows.GetAt(p_iRow);    // an array takes no null
-    if (cRow.m_pMsgInfo == nullptr) return;
-    const int iFirstTag = cRow.m_pMsgInfo->GetTagNumAt(0);
-    const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, cRow.m_pMsgInfo->GetHashKey());
-    PrefetchLines(reinterpret_cast<uintptr_t>(cRow.m_apSlot[uSlot]), 4);
+    const CMsg* pRow = p_cRows.GetAt(p_iRow);
+    if (pRow == nullptr || pRow->m_pMsgInfo == nullptr) return;
+    const int iFirstTag = pRow->m_pMsgInfo->GetTagNumAt(0);
+    const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, pRow->m_pMsgInfo->GetHashKey());
+    PrefetchLines(reinterpret_cast<uintptr_t>(pRow->m_apSlot[uSlot]), 4);
   }
   // Where the row after p_pThis will be made: as far behind it as it is behind the last.
   static void PrefetchBehind(const CMsg* p_pLast, const CMsg* p_pThis) {

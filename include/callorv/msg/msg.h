@@ -38,8 +38,8 @@ struct T_MsgExtra;
 //             -1  "tagnum=%d,NULL"         the same, for what is held by pointer
 // Each has a twin whose first argument is the tag's name: -19 "msgnum=%d" when the message has no definition, then as
 // by number; an unknown name counts as tag -1 and so ends as -18.
-// When there is not even memory for the error text, CException (-11) is thrown; getters of texts and arrays throw
-// std::bad_alloc when their output cannot grow.
+// When there is not even memory for the error text, CException (-11) is thrown, or std::bad_alloc when there is none for that
+// either; getters of texts and arrays throw std::bad_alloc when their output cannot grow.
 //
 // Use a message, with its sub-messages, from one thread at a time; distinct messages are independent.
 class CALLORV_API CMsg : public CLastError {
@@ -59,9 +59,10 @@ class CALLORV_API CMsg : public CLastError {
   ~CMsg();
 
   // Gives the message its number and definition; it then has no values. Values that it had before cannot be reached
-  // any more, but pointers to their sub-messages stay valid until the message is destroyed.
+  // any more, but pointers to their sub-messages stay valid until the message is destroyed: so their memory is kept as long,
+  // and a message that is filled again and again grows each time.
   // Throws CException: -15 "1.msgnum=%d" (p_iMsgNum outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it),
-  // -19 "3.msgnum=%d" (not in the dictionary); the message is then unchanged.
+  // -19 "3.msgnum=%d" (not in the dictionary); std::bad_alloc. The message is then unchanged.
   void Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag);
 
   int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
@@ -123,9 +124,10 @@ class CALLORV_API CMsg : public CLastError {
   // Stores p_pSub under a TAG_SUBMSG, appending when it is a multi tag. -12 for null. An empty p_pSub is freed, 0 is
   // returned and nothing stored. On success p_pSub is taken; on a negative code it stays the caller's, except for -11 with
   // the detail "tagnum=%d,msgnum=%d" (no memory for the list of AddChild): it is stored and taken then.
-  // A sub-message that stood in a single tag before cannot be reached by its tag any more, but is not freed before
-  // this message is. A p_pSub that has a parent already, or contains this message, is refused with -28 (detail
-  // "tagnum=%d,msgnum=%d"), as it would be freed twice.
+  // A p_pSub that stands in another place already, or contains this message, is refused with -28 (detail
+  // "tagnum=%d,msgnum=%d"), as it would be freed twice; one that stands in this single tag stays there, with 0.
+  // Another one that stood in this single tag cannot be reached by the tag any more. It is freed with this message, unless
+  // the application frees it before or stores it somewhere (one that was read or made by this message can be neither).
   int SetValue(int p_iTag, CMsg* p_pSub);
   // The (first) sub-message, borrowed until this message is destroyed; null with 0 when an array has no rows.
   int GetValue(int p_iTag, CMsg** p_ppOut);
@@ -201,7 +203,9 @@ class CALLORV_API CMsg : public CLastError {
 
   // Fills the message from XML as ToXml writes it (and, in any encoding the parser reads, whatever has that shape):
   // it is initialised again for the document's message number, then every text is stored. Of a scalar that comes twice
-  // the first value stays. Blanks, tabs and line feeds at both ends of a text are dropped.
+  // the first value stays; so does the first piece of a text that a reference, a comment or the end of a CDATA section
+  // divides, or its own length (outside CDATA, after about a million characters), while an array gets each piece. Blanks, tabs
+  // and line feeds at both ends of a piece are dropped.
   //   returns  0; -12 for a null text
   // Throws CException; the message keeps what was stored before the failure:
   //   -21 "Handler error : [F]MemData (L:%d, C:%d) %s"  malformed ([E] error, [W] warning)
@@ -242,6 +246,7 @@ class CALLORV_API CMsg : public CLastError {
   int m_iCells;                             // in the slots
   bool m_bInArena;                          // it was read into its parent
   bool m_bHolds;                            // its cells may hold what is not in the arena
+  bool m_bHasSubs;                          // it has or had a cell for sub-messages
 
   friend struct CMsgOps;
 };
@@ -249,7 +254,7 @@ class CALLORV_API CMsg : public CLastError {
 // A new message with the process-wide dictionary; without a definition when p_iMsgNum is below 1. The caller's, until
 // it is given to a parent. Null when the number is unknown or memory is short. Never throws.
 CALLORV_API CMsg* MA_NewMsg(int p_iMsgNum);
-// Destroys and frees a message. Null is ignored, and so is a message that a parent owns.
+// Destroys and frees a message. Null is ignored, and so is a message that stands in another one.
 CALLORV_API void MA_FreeMsg(CMsg* p_pMsg);
 
 #endif

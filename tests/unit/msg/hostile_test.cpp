@@ -101,7 +101,7 @@ TEST_CASE("100,000 messages inside each other, made from the outermost") {
   CMsg* pGiven = &cGiven;
   for (int i = 0; i < MANY; ++i) {
     pMade = pMade->MakeSubMsgEntry(i % 2 == 0 ? 3 : 4);
-    CMsg* pRow = NewRow(cDic, "x");
+    CMsg* pRow = NewRow(cDic, "a text that does not fit into the object that holds it");
     REQUIRE(pGiven->SetValue(i % 2 == 0 ? 3 : 4, pRow) == 0);
     pGiven = pRow;
   }

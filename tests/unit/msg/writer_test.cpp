@@ -424,10 +424,25 @@ TEST_CASE("long names") {
   CHECK(ToXml(cMsg, true).find("<a2147483647><![CDATA[" + sText + "]]></a2147483647>") != std::string::npos);
 }
 
+TEST_CASE("arrays inside rows have the prefix, too") {
+  CTestMsg cMsg(120);
+  cMsg->SetValue(16, NewRow(cMsg.Dic(), "outer"));
+  CMsg* pRow = cMsg->GetValue(16);
+  pRow->SetValue(3, NewRow(cMsg.Dic(), "single"));
+  for (const char* szText : {"one", "two"}) pRow->SetValue(4, NewRow(cMsg.Dic(), szText));
+  const std::string sHead = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"120\" ver=\"\">";
+  CHECK(ToXml(*cMsg, true) == sHead + "<a16><t1><![CDATA[outer]]></t1><t3><t1><![CDATA[single]]></t1></t3>"
+                                      "<a4><t1><![CDATA[one]]></t1></a4><a4><t1><![CDATA[two]]></t1></a4></a16></msg>");
+  CHECK(ToXml(*cMsg, false) == sHead + "<t16><t1><![CDATA[outer]]></t1><t3><t1><![CDATA[single]]></t1></t3>"
+                                       "<t4><t1><![CDATA[one]]></t1></t4><t4><t1><![CDATA[two]]></t1></t4></t16></msg>");
+}
+
 TEST_CASE("rows that are missing are not written, and rows keep their numbers") {
   CTestMsg cMsg(120);
   for (const char* szText : {"zero", "one", "two"}) cMsg->SetValue(16, NewRow(cMsg.Dic(), szText));
+  for (int i = 0; i < 20; ++i) cMsg->SetValue(16, NewRow(cMsg.Dic(), "missing"));
   CMsgArray& apRow = *CMsgOps::GetHashBag(*cMsg, 16)->m_pMsgArr;
+  for (int i = 3; i < 23; ++i) apRow.SetAt(i, nullptr);
   apRow.SetAt(1, nullptr);
   CHECK(Body(*cMsg) == "<t16><t1><![CDATA[zero]]></t1></t16><t16><t1><![CDATA[two]]></t1></t16>");
   CHECK(Dump(*cMsg).find("    [16](rows) SUBMSG(121) row 0\n      [1](text) zero\n"
