@@ -2,6 +2,7 @@
 #ifndef CALLORV_BASE_DETAIL_TEXT_H
 #define CALLORV_BASE_DETAIL_TEXT_H
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
@@ -36,7 +37,7 @@ inline std::unique_ptr<char[]> FormatDetail(const char* p_szSource, int p_iLine,
     va_copy(tArgs, p_tArgs);
     const int iRet = vsnprintf(pBuf.get(), static_cast<size_t>(iLen), p_szFmt, tArgs);
     va_end(tArgs);
-    if (iRet >= 0) return pBuf;
+    if (iRet >= 0 || errno == EOVERFLOW) return pBuf;    // the whole would have more than 2147483647 characters
   }
   ThrowNoMemory(p_szSource, p_iLine, p_szWhat, "vsnprintf");
 }

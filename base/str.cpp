@@ -42,7 +42,7 @@ bool callorv::detail::VFormat(CString* p_pOut, const char* p_szFmt, va_list p_tA
       pLong.reset(new char[iRoom]);
       iLen = vsnprintf(pLong.get(), iRoom, p_szFmt, tAgain);
     }
-    if (iLen < 0 && errno == ENOMEM) throw std::bad_alloc();
+    if (iLen < 0 && (errno == ENOMEM || errno == EOVERFLOW)) throw std::bad_alloc();
     p_pOut->Set(pLong != nullptr ? pLong.get() : szShort, iLen);
     bDone = true;
   } catch (const std::bad_alloc&) {

@@ -1,7 +1,9 @@
 // Files that are read.
 #include "crypt/file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 
@@ -25,8 +27,9 @@ int ReadFile(const char* p_szFileName, CStream& p_stOut, CString& p_sErr, int p_
     p_sErr = "File may be corrupted";
     return -3;
   }
-  if (!bSized && !S_ISSOCK(tStat.st_mode)) return 0;    // a pipe or device could make the caller wait
-  const CFilePtr pFile(iSize < INT_MAX ? fopen(p_szFileName, "rb") : nullptr);
+  const bool bEmpty = !bSized && !S_ISSOCK(tStat.st_mode);    // a pipe or device could make the caller wait
+  if (bEmpty && faccessat(AT_FDCWD, p_szFileName, R_OK, AT_EACCESS) == 0) return 0;
+  const CFilePtr pFile(!bEmpty && iSize < INT_MAX ? fopen(p_szFileName, "rb") : nullptr);
   if (pFile == nullptr) {
     p_sErr.Format("File cannot be open(%s)", p_szFileName);
     return -5;

@@ -2,6 +2,7 @@
 #include "callorv/msg/error.h"
 
 #include <cstdarg>
+#include <utility>
 
 #include "base/detail_text.h"
 #include "callorv/base/exception.h"
@@ -60,7 +61,9 @@ struct CLastError::Error {
   CString text;
 };
 
-CLastError::~CLastError() { delete m_pError; }
+CLastError::~CLastError() {
+  delete std::exchange(const_cast<Error* volatile&>(m_pError), nullptr);    // a store that the compiler would leave out
+}
 
 const char* CLastError::GetLastError() { return m_pError != nullptr ? m_pError->text.ToStr() : ""; }
 

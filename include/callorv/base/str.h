@@ -25,7 +25,8 @@ class CALLORV_API CString {
 
   void Set(const char* p_sz);
   void Set(const CString& p_s);
-  // The p_iLen bytes from p_p on, NULs among them included; p_iLen below 1 gives "". p_p may lie inside this text.
+  // The p_iLen bytes from p_p on, NULs among them included; p_iLen below 1 gives "". p_p may lie inside this text;
+  // it is not null unless p_iLen is below 1.
   void Set(const char* p_p, int p_iLen);
   CString& operator=(const CString& p_s);
   CString& operator=(CString&& p_s) noexcept;
@@ -40,8 +41,8 @@ class CALLORV_API CString {
   void Empty();    // make the text empty
   void Clear();    // the same
 
-  // Replaces the text with the printf-style formatting of the arguments, of any length; arguments may point into
-  // the old text. A format that cannot be printed (an invalid wide character, say) gives "".
+  // Replaces the text with the printf-style formatting of the arguments, of any length that a text can have; arguments may
+  // point into the old text. A format that cannot be printed (an invalid wide character, say) gives "".
   void Format(const char* p_szFmt, ...) CALLORV_PRINTF(2, 3);
 
   void Trim();                        // removes blanks, tabs, CRs and LFs at both ends

@@ -15,10 +15,11 @@ class CALLORV_API CCfgReader {
   CCfgReader();
   ~CCfgReader();
 
-  // Adds the lines of a file to what is there. 0, or -1 "File open failed [%s](%d,%s)" with the path, errno and its text.
+  // Adds the lines of a file to what is there; those of a folder, or of a file that cannot be read to its end, as far as they
+  // come. 0, or -1 "File open failed [%s](%d,%s)" with the path, errno and its text.
   int Load(const char* p_szPath);
   // The first value of a key; as a number as CString::ToInt reads it; all values in the order of the file.
-  // 0, or -1 "cannot found '%s' key in config file" with the output untouched.
+  // 0, or -1 "cannot found '%s' key in config file" with the output (not null) untouched.
   int GetStrVal(const char* p_szKey, CString* p_psValue);
   int GetIntVal(const char* p_szKey, int* p_piValue);
   int GetStrArr(const char* p_szKey, CStrArray* p_pValues);

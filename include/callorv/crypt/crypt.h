@@ -36,9 +36,10 @@ class CALLORV_API CCrypt {
   //   returns  0, or -1 "Input data is too long" above 2147483615 bytes
   static int EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr);
 
-  // Decrypts a whole file.
-  //   returns  0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -3 "File may be corrupted" (its size is no
-  //            multiple of 16); -5 "File cannot be open(%s)"; -7 with the text of DecryptStream
+  // Decrypts a whole file. A pipe or a device counts as empty: it is not opened, since that could wait.
+  //   returns  0; -1 "p_szFileName is NULL" (p_stOut is then as it was); -2 "File not found(%s)"; -3 "File may be
+  //            corrupted" (its size is no multiple of 16); -5 "File cannot be open(%s)", also for more than 2147483646
+  //            bytes; -7 with the text of DecryptStream
   static int DecryptFileToStream(const char* p_szFileName, CStream& p_stOut, CString& p_sErr);
 
   // Takes the user key out of the bytes of a key file (docs/formats/key_file.md), up to its first NUL.

@@ -267,6 +267,17 @@ TEST_CASE("CString::Format: a format that cannot be printed gives \"\"") {
   CheckText(CFormat(nullptr), "");
 }
 
+TEST_CASE("CString::Format and CFormat: a text that is too long for any CString") {
+  const char* volatile szTooLong = "%99999999999d";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  CString s(LONG);
+  CHECK_THROWS_AS(s.Format(szTooLong, 1), std::bad_alloc);
+  CheckText(s, LONG);
+  CHECK_THROWS_AS(CFormat(szTooLong, 1), std::bad_alloc);
+#pragma GCC diagnostic pop
+}
+
 TEST_CASE("CFormat makes a new text") {
   const CString s = CFormat("%s(%d)(%s)", "Socket closed", -9, "OK");
   CheckText(s, "Socket closed(-9)(OK)");

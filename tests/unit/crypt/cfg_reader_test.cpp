@@ -65,6 +65,8 @@ TEST_CASE("CCfgReader: how a line is read") {
       {"a#=b\n", "a", ""},
       {"a=b#c#d\n", "a", "b"},
       {"a=b\\#c\n", "a", "b\\"},
+      {"a=b;c // d\n", "a", "b;c // d"},
+      {"a=it's\n", "a", "it's"},
       {"a=\"b # c\"\n", "a", "\"b"},
       {"=a\n", "a", ""},
       {"=a=b\n", "a", "b"},
@@ -186,6 +188,12 @@ TEST_CASE("CCfgReader: the last error stays until there is another, and is a cop
   REQUIRE(tCfg.c.GetStrVal("x", &sValue) == -1);
   const CString sFirst = tCfg.c.GetLastError();
   CHECK(tCfg.c.GetStrVal("a", &sValue) == 0);
+  int iValue = 0;
+  CHECK(tCfg.c.GetIntVal("a", &iValue) == 0);
+  CStrArray asValue;
+  CHECK(tCfg.c.GetStrArr("a", &asValue) == 0);
+  const CTempDir cDir;
+  CHECK(tCfg.c.Load(cDir.Write("more.cfg", "b=2\n").c_str()) == 0);
   CHECK(tCfg.c.GetLastError() == "cannot found 'x' key in config file");
   REQUIRE(tCfg.c.GetStrVal("y", &sValue) == -1);
   CHECK(tCfg.c.GetLastError() == "cannot found 'y' key in config file");

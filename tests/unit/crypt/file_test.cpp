@@ -271,6 +271,21 @@ TEST_CASE("pipes and devices read as empty, and nobody waits") {
   }
 }
 
+TEST_CASE("a pipe that may not be read cannot be opened") {
+  const CTempDir cDir;
+  const std::string sPath = cDir.Path("pipe");
+  REQUIRE(mkfifo(sPath.c_str(), 0) == 0);
+  REQUIRE(chmod(cDir.Path().c_str(), 0755) == 0);
+  for (const Read fnRead : s_afnBoth) {
+    const std::string sSaid = InChild([&] {
+      if (geteuid() == 0 && seteuid(65534) != 0) return std::string("cannot become nobody");    // root may read everything
+      const T_Result tResult = Run(fnRead, sPath);
+      return std::to_string(tResult.iRet) + " " + tResult.sOut + tResult.sErr;
+    });
+    CHECK(sSaid == "-5 File cannot be open(" + sPath + ")");
+  }
+}
+
 TEST_CASE("a socket cannot be opened") {
   const CTempDir cDir;
   const std::string sPath = cDir.Path("sock");

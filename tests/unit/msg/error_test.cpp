@@ -4,6 +4,7 @@
 
 #include <doctest/doctest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cwchar>
 #include <string>
@@ -146,6 +147,24 @@ TEST_CASE("a detail is cut at 1023 characters") {
     cError.SetLastError(-1, "%s", std::string(tRow.iGiven, 'x').c_str());
     CHECK(cError.GetLastError() == "MSG_Error(-1) : No Data found {" + std::string(tRow.iKept, 'x') + "}");
   }
+}
+
+TEST_CASE("a detail of more than 2147483647 characters is cut, too") {
+  CLastError cError;
+  const char* volatile szTooLong = "beginning%99999999999d";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  cError.SetLastError(-1, szTooLong, 1);
+#pragma GCC diagnostic pop
+  CHECK(cError.GetLastError() == std::string("MSG_Error(-1) : No Data found {beginning}"));
+}
+
+TEST_CASE("an object that is gone points to no error") {
+  alignas(CLastError) unsigned char aMemory[sizeof(CLastError)];
+  auto* pError = new (aMemory) CLastError;
+  pError->SetLastError(-1, "%s", "detail");
+  pError->~CLastError();
+  CHECK(std::count(aMemory, aMemory + sizeof(aMemory), 0) == sizeof(aMemory));
 }
 
 TEST_CASE("a detail that can never be printed does not eat the memory") {
