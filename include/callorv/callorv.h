@@ -30,7 +30,7 @@ typedef struct CMsg CMsg;
 typedef struct CallOrv_Error {
   int iCode;         /* negative: the library's; otherwise the server's, from a rejection (0 from initialisation) */
   char szText[1023]; /* NUL-terminated, at most 1022 characters */
-  int iRefSvcNum;    /* service number that the error refers to, 0 when none */
+  int iRefSvcNum;    /* service number that the error refers to; 0 when none, -1 from a call that failed with -3 */
 } CallOrv_Error;
 
 /* ---- Service calls ---- */
@@ -41,12 +41,16 @@ typedef struct CallOrv_Error {
  *            -11 no memory */
 CALLORV_API int CallOrv_Initialize(const char* configFile, CallOrv_Error* err);
 
-/* The same from values. timeOut: seconds to wait for a reply, taken as it is. */
+/* The same from values. timeOut: seconds to wait for a reply, taken as it is; 0 does not wait, below 0 counts as 60. */
 CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile, const char* server, int port,
                                      int timeOut, CallOrv_Error* err);
 
 /* Sends `in` to a service and reads the reply into `out` (both borrowed; `out` may be made with number 0 and is
- * initialised again for the reply). Any number of threads may call at once, each with its own messages.
+ * initialised again for the reply). Any number of threads may call at once, each with its own messages. Make a new `out`
+ * for each call: what an earlier reply took is freed by MSG_Destroy only, so one that serves call after call grows.
+ * The time-out bounds each wait for more of the reply, not the call; the system decides how long connecting may take, and
+ * sending waits 90 seconds at a time. A signal handler that runs in the thread meanwhile ends a wait, and with it the call
+ * (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
  *   returns  0; -12 err is null; or, with err filled:
  *            -1 not initialised (code -35); -2 null message (-12); -3 transport or XML failure (-1 to -7: request not
  *            written -2, connect -3, send -4, receive -5, reply not read -6 and -7);
@@ -58,7 +62,7 @@ CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Err
 /* A new message of a dictionary number; without a definition, to receive a reply, when msgnum is below 1. Null when the
  * number is unknown or memory is short; err (may be null) is then as it was. */
 CALLORV_API CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err);
-/* Frees a message with its sub-messages. Null is ignored, and so is a message that a parent owns. */
+/* Frees a message with its sub-messages. Null is ignored, and so is a message that stands in another one. */
 CALLORV_API void MSG_Destroy(CMsg* msg);
 /* The message number, 0 without a definition. */
 CALLORV_API int MSG_GetSelfNum(CMsg* msg);
@@ -81,7 +85,7 @@ CALLORV_API int MSG_SetStr(CMsg* msg, int tag, const char* v);
 CALLORV_API int MSG_SetDate(CMsg* msg, int tag, const char* text);
 /* Takes sub on success, also when it is empty (it is then freed and nothing stored); on a negative code it stays the
  * caller's. After -11 it may be stored and taken all the same: MSG_Destroy(sub), while msg lives, is right either way.
- * A single tag is to be set once: a second sub-message hides the first, which lives as long as msg. */
+ * A single tag is to be set once: a second sub-message hides the first, which is freed by MSG_Destroy or else with msg. */
 CALLORV_API int MSG_SetSub(CMsg* msg, int tag, CMsg* sub);
 
 /* ---- Getters. On an array tag they give the first element. ---- */

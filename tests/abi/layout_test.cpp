@@ -34,6 +34,39 @@ class CNumberedMsg : public CMsgBase {
   CMsg* CreateMsg() override { return reinterpret_cast<CMsg*>(3); }
 };
 
+// Private fields that inline functions read, by their place in the object; the program names them in explicit instantiations.
+template <int CMsg::*ROOT, int CMsg::*NUM, int CMsg::*TAG, bool CMsg::*EMPTY, char (CMsg::*VER)[CMsg::VER_SIZE],
+          CMsgValue* (CMsg::*SLOT)[CMsg::SLOTS], CMsg* CMsg::*PARENT, CMsgInfo* CMsg::*INFO>
+struct T_FieldsOfMsg {
+  friend Fields All(const CMsg& p_c) {
+    return {&p_c, &(p_c.*ROOT), &(p_c.*NUM), &(p_c.*TAG), &(p_c.*EMPTY), &(p_c.*VER), &(p_c.*SLOT), &(p_c.*PARENT), &(p_c.*INFO)};
+  }
+};
+Fields All(const CMsg& p_c);
+template struct T_FieldsOfMsg<&CMsg::m_iRootNum, &CMsg::m_iMsgNum, &CMsg::m_iParentTag, &CMsg::m_bEmpty, &CMsg::m_szVer,
+                              &CMsg::m_apSlot, &CMsg::m_pParent, &CMsg::m_pMsgInfo>;
+template <int CMsgInfo::*NUM, CString CMsgInfo::*NAME, CString CMsgInfo::*VER, int CMsgInfo::*KEY, CIntArray CMsgInfo::*ORDER>
+struct T_FieldsOfInfo {
+  friend Fields All(const CMsgInfo& p_c) {
+    return {&p_c, &(p_c.*NUM), &(p_c.*NAME), &(p_c.*VER), &(p_c.*KEY), &(p_c.*ORDER)};
+  }
+};
+Fields All(const CMsgInfo& p_c);
+template struct T_FieldsOfInfo<&CMsgInfo::m_iMsgNum, &CMsgInfo::m_sName, &CMsgInfo::m_sVer, &CMsgInfo::m_iHashKey,
+                               &CMsgInfo::m_aTagOrder>;
+template <CMsg** CMsgArray::*DATA, int CMsgArray::*SIZE, bool CMsgArray::*ADOPT>
+struct T_FieldsOfArray {
+  friend Fields All(const CMsgArray& p_c) { return {&p_c, &(p_c.*DATA), &(p_c.*SIZE), &(p_c.*ADOPT)}; }
+};
+Fields All(const CMsgArray& p_c);
+template struct T_FieldsOfArray<&CMsgArray::m_apMsg, &CMsgArray::m_iSize, &CMsgArray::m_bAdopt>;
+
+std::vector<std::ptrdiff_t> Offsets(const Fields& p_ap) {
+  std::vector<std::ptrdiff_t> aiOffset;
+  for (const void* p : p_ap) aiOffset.push_back(static_cast<const char*>(p) - static_cast<const char*>(p_ap.front()));
+  return aiOffset;
+}
+
 // A slot of an object's virtual table, whose first two are the destructors.
 template <class FN>
 FN* Slot(const void* p_pObject, int p_iSlot) {
@@ -53,6 +86,22 @@ TEST_CASE("fields stand in the order in which programs know them") {
   const CFieldsOfAdaptor cAdaptor;
   CheckOrder(cAdaptor.All());
   CHECK(sizeof(CLastError) == sizeof(void*));
+}
+
+TEST_CASE("fields that are read without a call stand where programs look for them") {
+  const std::ptrdiff_t p = sizeof(void*), iSlots = p == 8 ? 40 : 36, iParent = iSlots + CMsg::SLOTS * p;
+  const CMsg cMsg(0, 0, 0, MA_GetMsgDic());
+  CHECK(Offsets(All(cMsg)) ==
+        std::vector<std::ptrdiff_t>{0, p, p + 4, p + 8, p + 12, p + 13, iSlots, iParent, iParent + 3 * p});
+  const std::ptrdiff_t s = sizeof(CString), iName = p == 8 ? 16 : 8, iOrder = iName + 2 * s + p;
+  CHECK(Offsets(All(CMsgInfo())) == std::vector<std::ptrdiff_t>{0, p, iName, iName + s, iName + 2 * s, iOrder});
+  CHECK(Offsets(All(CMsgArray(false))) == std::vector<std::ptrdiff_t>{0, p, 2 * p, 2 * p + 8});
+  const CInt cInt(1);
+  const CDbl cDbl(1);
+  const CBool cBool(true);
+  CHECK(Offsets({&cInt, &cInt.m_Value, &cInt.m_bSet}) == std::vector<std::ptrdiff_t>{0, 0, 4});
+  CHECK(Offsets({&cDbl, &cDbl.m_Value, &cDbl.m_bSet}) == std::vector<std::ptrdiff_t>{0, 0, 8});
+  CHECK(Offsets({&cBool, &cBool.m_Value, &cBool.m_bSet}) == std::vector<std::ptrdiff_t>{0, 0, 1});
 }
 
 TEST_CASE("virtual functions stand in the order in which programs know them") {

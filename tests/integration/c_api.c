@@ -278,6 +278,8 @@ static void Dates(void) {
   CHECK(memcmp(szBuf, "############", 12) == 0);
   CHECK(MSG_SetDate(pMsg, 5, "") == 0);
   CHECK(MSG_SetDate(pMsg, 5, NULL) == 0);
+  CHECK(MSG_SetDate(pMsg, 9, "") == 0); /* whatever the tag */
+  CHECK(MSG_SetDate(pMsg, 2, "") == 0);
   CHECK(MSG_GetArrSize(pMsg, 5) == -1);
 
   CHECK(MSG_SetDate(pMsg, 5, "20240628") == 0);

@@ -16,7 +16,8 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   // Sends p_pInfo as one packet. sTimeStamp is overwritten with the local time; texts longer than their field are cut.
   //   p_iTimeOut  as for SendData
   //   returns     0, or -2 "(SendTo)" null, -1 "(SendTo)" no memory, -16 "(SendTo)(%d)" with zlib's code,
-  //               -15 "(SendTo) size mismatch(128, %d)[%s]" a number is too wide for its field; then as SendData
+  //               -15 "(SendTo) size mismatch(128, %d)[%s]" a number is too wide for its field; the text holds the
+  //               header, with the user key; then as SendData
   int SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) override;
   // Reads one packet into p_pInfo. Memory grows with what the peer really sends, never with what it announces.
   //   p_iTimeOut  seconds, as for ReceiveData
@@ -30,10 +31,10 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
 
   // ---- packets in memory, for servers and tools: what SendTo and ReceiveFrom are made of. No connection is needed.
   // Replaces what p_stOut holds by the bytes that SendTo would send. Results as SendTo before it sends; on failure
-  // p_stOut is empty.
+  // p_stOut, which is not the packet's own body, is empty.
   int BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut);
   // Reads the packet at p_pData as ReceiveFrom does, with the same results. Where it would wait for more than the
-  // p_iLen bytes that are there: -9 "OK". Bytes behind the packet are not looked at.
+  // p_iLen bytes that are there: -9 "OK". Bytes behind the packet are not looked at, and none of the bytes is p_pInfo's.
   int ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo);
 
   // The header's fields in their order on the wire, without a gap. Numbers are decimal digits, padded with zeros on the

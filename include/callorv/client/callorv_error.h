@@ -10,7 +10,7 @@ class CALLORV_API CCallOrvError {
  public:
   int iCode;         // 0: clear, or a failure of initialisation
   CString sText;
-  int iRefSvcNum;    // service number that the error refers to, 0 when none
+  int iRefSvcNum;    // service number that the error refers to; 0 when none, -1 from CallServiceByMsg's -3
 
   CCallOrvError();
   void Clear();                              // 0, "", 0

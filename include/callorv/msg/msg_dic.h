@@ -24,7 +24,8 @@ class CALLORV_API CMsgDic : public CLastError {
     return p_iMsgNum >= 1 && p_iMsgNum < SLOTS ? m_apMsg[p_iMsgNum] : nullptr;
   }
 
-  // Defines a message. p_sHash is the modulus of its tag hash as text, "" for 128. Throws CException, in this order:
+  // Defines a message. p_sHash is the modulus of its tag hash as text, 1 to 128; anything else counts as 128. Throws
+  // CException, in this order, or std::bad_alloc when there is no memory for that:
   //   -15 "msgnum=%d"              p_iMsgNum is outside 1 to 9999
   //   -22 "msgnum=%d,msgname=%s"   the number is taken; the old definition stays
   //   -11 "(CMsgInfo)"             no memory
@@ -33,7 +34,7 @@ class CALLORV_API CMsgDic : public CLastError {
   // Defines a tag of a defined message.
   //   p_sType   "string", "integer", "double", "bool", "date", or "m" and the number of the sub-message
   //   p_sArray  "Y" for a tag that may repeat, anything else for a single one
-  // Throws CException, in this order:
+  // Throws CException, in this order, or std::bad_alloc when there is no memory for that:
   //   -15 "msgnum=%d"              p_iMsgNum is outside 1 to 9999
   //   -19 "msgnum=%d"              no such message
   //   -14 "msgnum=%d,tagnum=%d"    p_iTagNum is negative
@@ -42,7 +43,7 @@ class CALLORV_API CMsgDic : public CLastError {
   //   -11 "(CTagInfo)"             no memory
   void SetMsgDetail(int p_iMsgNum, int p_iTagNum, const CString& p_sName, const CString& p_sType, const CString& p_sArray);
 
-  // Appends every definition in ascending message number, each with its tag lines and an empty line behind.
+  // Appends every definition in ascending message number, each with its tag lines and an empty line behind, to p_pOut (not null).
   // Throws std::bad_alloc.
   void Dump(CStream* p_pOut) const;
 
@@ -51,7 +52,8 @@ class CALLORV_API CMsgDic : public CLastError {
   // is ever opened, it may declare no parameter entity, no entity of more than 1,024 characters, no more than that of
   // attribute defaults and no more than 1,024 attributes, and at most 10,000 entity references are expanded. More than
   // 1,024 open elements are refused.
-  // Throws CException; what was defined before the failure stays. Code and text:
+  // Throws CException, or std::bad_alloc when there is no memory for that; what was defined before the failure stays. Code
+  // and text:
   //   -12 "MsgDic Path"            null path
   //   -26 the parser's message     the XML parser cannot be initialised
   //   otherwise "InitDictionary(%s)" around

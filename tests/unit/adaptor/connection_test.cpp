@@ -1,4 +1,5 @@
 // Connect, Disconnect and what stands between.
+#include <dlfcn.h>
 #include <doctest/doctest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <climits>
 #include <cstddef>
+#include <cstring>
 #include <future>
 #include <thread>
 #include <vector>
@@ -34,6 +36,10 @@ const char* LocalName() {
   freeaddrinfo(pList);
   return "localhost";
 }
+
+// The addresses that getaddrinfo finds for TWO_ADDRESSES, in this order; what it finds for other names is the resolver's.
+const char TWO_ADDRESSES[] = "two.addresses.invalid";
+const char* s_aszFound[2] = {};
 
 bool SameFile(int p_iA, int p_iB) {
   struct stat tA, tB;
@@ -61,6 +67,26 @@ void ForbidSetSockOpt() {
 }
 
 }    // namespace
+
+extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* p_szNode, const char* p_szService, const addrinfo* p_pHints,
+                                                          addrinfo** p_ppResult) {
+  static const auto s_fnReal = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  const bool bTwo = p_szNode != nullptr && strcmp(p_szNode, TWO_ADDRESSES) == 0;
+  const int iRet = s_fnReal(bTwo ? s_aszFound[0] : p_szNode, p_szService, p_pHints, p_ppResult);
+  return bTwo && iRet == 0 ? s_fnReal(s_aszFound[1], p_szService, p_pHints, &(*p_ppResult)->ai_next) : iRet;
+}
+
+TEST_CASE("Connect tries a host's first address only") {
+  CPeer cPeer([](int) {});    // on 127.0.0.1 alone
+  COpenAdaptor cFirst, cSecond;
+  s_aszFound[0] = "127.0.0.1";
+  s_aszFound[1] = "127.0.0.2";
+  CHECK(cFirst.Connect(TWO_ADDRESSES, cPeer.Port()) >= 0);
+  std::swap(s_aszFound[0], s_aszFound[1]);
+  CHECK(cSecond.Connect(TWO_ADDRESSES, cPeer.Port()) == -5);
+  CHECK(cSecond.Error() == "Failed in connect()(-5)((connect))");
+  CHECK(cSecond.iSock == -1);
+}
 
 TEST_CASE("a fresh adaptor") {
   COpenAdaptor cAdaptor;

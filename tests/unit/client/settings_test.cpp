@@ -32,6 +32,8 @@ template struct T_Settings<&CCallOrv::s_sServer, &CCallOrv::s_iPort, &CCallOrv::
 const int s_iPortAtLoad = Port();
 const int s_iTimeOutAtLoad = TimeOut();
 const bool s_bSetupOKAtLoad = SetupOK();
+const std::string s_sServerAtLoad = Server().ToStr();
+const std::string s_sUserKeyAtLoad = UserKey().ToStr();
 
 // A configuration whose dictionary is empty, so that it can be read again and again.
 std::string Configuration(const CTempDir& p_cDir, const std::string& p_sRest) {
@@ -46,6 +48,8 @@ TEST_CASE("at load there are a dictionary and a time-out of 90 seconds, and the 
   CHECK(s_iPortAtLoad == 0);
   CHECK(s_iTimeOutAtLoad == 90);
   CHECK_FALSE(s_bSetupOKAtLoad);
+  CHECK(s_sServerAtLoad.empty());
+  CHECK(s_sUserKeyAtLoad.empty());
   CHECK(Dictionary() == MA_GetMsgDic());
 }
 
@@ -97,6 +101,21 @@ TEST_CASE("the server's address and port are the first two pieces of the value")
     CHECK(Port() == tRow.iPort);
     CHECK(UserKey() == "USER");
     CHECK(SetupOK());
+  }
+}
+
+TEST_CASE("a successful set-up clears the error") {
+  const CTempDir cDir;
+  const std::string sConfig = Configuration(cDir, "server=s 1\n");
+  const std::string sKey = cDir.Path("user.key"), sDic = cDir.Path("dic.xml");
+  CCallOrvError cErr;
+  for (const bool bFile : {true, false}) {
+    cErr.SetError(-9, "before", 7);
+    CHECK((bFile ? CCallOrv::Initialize(sConfig.c_str(), &cErr)
+                 : CCallOrv::Initialize(sKey.c_str(), sDic.c_str(), "s", 1, 90, &cErr)) == 0);
+    CHECK(cErr.GetCode() == 0);
+    CHECK(cErr.GetText() == "");
+    CHECK(cErr.GetRefSvcNum() == 0);
   }
 }
 

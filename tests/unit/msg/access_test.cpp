@@ -649,6 +649,17 @@ TEST_CASE("a date comes out with its set flag") {
   CHECK(cMsg->GetValue(5, &cOut) == 0);
   CHECK(cOut.ToStr() == std::string());
   CHECK(cOut.m_bSet);
+
+  CHECK(cMsg->SetValue(15, cHalf) == 0);
+  cOut = CDate();
+  CHECK(cMsg->GetValue(15, &cOut) == 0);
+  CHECK(cOut.m_bSet);
+  cOut = CDate();
+  CHECK(cMsg->GetValueAt(15, 0, &cOut) == 0);
+  CHECK(cOut.m_bSet);
+  CDateArray acDay;
+  CHECK(cMsg->GetValue(15, &acDay) == 0);
+  CHECK(acDay[0].m_bSet);
 }
 
 TEST_CASE("arrays are emptied even when nothing comes") {
