@@ -81,6 +81,19 @@ void Put(unsigned* p_pSlot, unsigned p_uSlots, unsigned p_uHash, unsigned p_uEnt
   p_pSlot[i] = p_uEntry + 1;
 }
 
+// Where the key's value stands, null when the key is absent.
+inline char* Find(const unsigned* p_pSlot, unsigned p_uSlots, char* p_pEntries, const char* p_szKey, size_t p_iLen) {
+  if (p_uSlots == 0) return nullptr;
+  const unsigned uHash = Hash(p_szKey, p_iLen);
+  for (unsigned i = uHash & (p_uSlots - 1); p_pSlot[i] != 0; i = (i + 1) & (p_uSlots - 1)) {
+    char* pEntry = p_pEntries + (p_pSlot[i] - 1);
+    if (pEntry[0] == Check(uHash) && SameKey(pEntry + KEY_AT, p_szKey, p_iLen)) {
+      return pEntry + KEY_AT + p_iLen + VALUE_BEHIND_KEY;
+    }
+  }
+  return nullptr;
+}
+
 }    // namespace
 
 CIntHash::CIntHash(int) noexcept : m_pSlot(nullptr), m_uSlots(0), m_uKeys(0), m_stEntries(0, 128) {}
@@ -90,7 +103,7 @@ CIntHash::~CIntHash() { delete[] m_pSlot; }
 int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
   if (p_szKey == nullptr) return -1;
   const size_t iLen = strlen(p_szKey);
-  if (char* pValue = Find(p_szKey, iLen)) {
+  if (char* pValue = Find(m_pSlot, m_uSlots, m_stEntries.GetData(), p_szKey, iLen)) {
     if (p_bReplace) memcpy(pValue, &p_iValue, sizeof p_iValue);
     return 0;
   }
@@ -113,28 +126,17 @@ int CIntHash::Set(const char* p_szKey, int p_iValue, bool p_bReplace) {
 }
 
 int CIntHash::Get(const char* p_szKey, int* p_piOut) const {
-  const char* pValue = p_szKey != nullptr ? Find(p_szKey, strlen(p_szKey)) : nullptr;
+  if (p_szKey == nullptr) return -1;
+  const char* pValue = Find(m_pSlot, m_uSlots, m_stEntries.GetData(), p_szKey, strlen(p_szKey));
   if (pValue == nullptr) return -1;
   *p_piOut = Load<int>(pValue);
   return 0;
 }
 
 int CIntHash::GetOr(const char* p_szKey, int p_iAbsent) const {
-  const char* pValue = p_szKey != nullptr ? Find(p_szKey, strlen(p_szKey)) : nullptr;
+  if (p_szKey == nullptr) return p_iAbsent;
+  const char* pValue = Find(m_pSlot, m_uSlots, m_stEntries.GetData(), p_szKey, strlen(p_szKey));
   return pValue != nullptr ? Load<int>(pValue) : p_iAbsent;
-}
-
-// Where the key's value stands, null when the key is absent.
-inline char* CIntHash::Find(const char* p_szKey, size_t p_iLen) const {
-  if (m_uSlots == 0) return nullptr;
-  const unsigned uHash = Hash(p_szKey, p_iLen);
-  for (unsigned i = uHash & (m_uSlots - 1); m_pSlot[i] != 0; i = (i + 1) & (m_uSlots - 1)) {
-    char* pEntry = m_stEntries.GetData() + (m_pSlot[i] - 1);
-    if (pEntry[0] == Check(uHash) && SameKey(pEntry + KEY_AT, p_szKey, p_iLen)) {
-      return pEntry + KEY_AT + p_iLen + VALUE_BEHIND_KEY;
-    }
-  }
-  return nullptr;
 }
 
 void CIntHash::Rehash(unsigned p_uSlots) {

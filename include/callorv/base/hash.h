@@ -2,8 +2,6 @@
 #ifndef CALLORV_BASE_HASH_H
 #define CALLORV_BASE_HASH_H
 
-#include <stddef.h>
-
 #include "callorv/base/array.h"
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
@@ -35,7 +33,6 @@ class CALLORV_API CIntHash {
   unsigned m_uKeys;
   CStream m_stEntries;    // one entry a key, one after the other
 
-  char* Find(const char* p_szKey, size_t p_iLen) const;
   void Rehash(unsigned p_uSlots);
 };
 
