@@ -1,7 +1,9 @@
 // What the library takes from memory: peaks, bytes a row, allocations. Counts, not times; every count is exact or the
 // kernel's own.
+#include <callorv/adaptor/tcp_adaptor.h>
 #include <callorv/msg/msg_dic.h>
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <cstring>
@@ -74,11 +76,33 @@ double BytesOfRow() {
   return static_cast<double>(s_iLiveBytes - iBefore) / ROWS;
 }
 
+// Page faults of a packet whose body is compressed, after some: memory that the heap has given back to the kernel.
+double FaultsOfPacket() {
+  CTcpAdaptor cAdaptor;
+  CAdaptor::T_PacketInfo tInfo;
+  const std::string sBody = WritePlainly(MakeRows(15));
+  Expect(tInfo.stBody.AppendData(sBody.data(), static_cast<int>(sBody.size())), "AppendData");
+  tInfo.bCompressed = true;
+  const auto fnPackets = [&](int p_iPackets) {
+    for (int i = 0; i < p_iPackets; ++i) {
+      CStream stPacket(0, 512);
+      Expect(cAdaptor.BuildPacket(&tInfo, stPacket), "BuildPacket");
+    }
+    rusage tUsage = {};
+    getrusage(RUSAGE_SELF, &tUsage);
+    return static_cast<double>(tUsage.ru_minflt);
+  };
+  const double dBefore = fnPackets(10);
+  return (fnPackets(1000) - dBefore) / 1000;
+}
+
 // What has to be measured in a process that has done nothing before: it prints the number.
 int Child(const std::string& p_sWhat, const std::string& p_sPath) {
   double dResult = 0;
   if (p_sWhat == "row") {
     dResult = BytesOfRow();
+  } else if (p_sWhat == "packet") {
+    dResult = FaultsOfPacket();
   } else if (p_sWhat == "bare") {
     const CBareParser cParser;
     CBareParser::ParseFile(p_sPath);
@@ -122,6 +146,10 @@ void Row(benchmark::State& p_cState) {
   }
 }
 
+void FaultsOfPackets(benchmark::State& p_cState) {
+  for (auto tIgnored : p_cState) p_cState.counters["faults"] = InChild("packet", "-");
+}
+
 // Allocations of one call, without those of a bare parse with a kept reader and those that the reply holds.
 void Allocations(benchmark::State& p_cState, const std::string& p_sXml) {
   const CBareParser cParser;
@@ -159,6 +187,7 @@ int main(int p_iArgs, char** p_aszArg) try {
   InitializeClient(cServer.Port());
   Register("memory/dictionary", Dictionary)->Iterations(1);
   Register("memory/row", Row)->Iterations(1);
+  Register("memory/packet", FaultsOfPackets)->Iterations(1);
   Register("memory/allocations", [&](benchmark::State& p_c) { Allocations(p_c, sXml); })->Iterations(1);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

@@ -42,6 +42,8 @@ TABLE = [
     ("a number by tag name ÷ by tag", ["name/set_int", "name/get_int"], "ratio", "", 3, 3),
     ("a number by tag name", ["name/set_int", "name/get_int"], "library_ns", " ns", None, None),
     ("checksum of 1 MB ÷ memcpy of 1 MB", ["checksum"], "ratio", "", 3.5, 6),
+    ("a packet with 1.5 kB to compress ÷ compressing that with a kept state", ["packet/compressed"], "ratio", "", None, None),
+    ("page faults of such a packet", ["memory/packet"], "faults", "", None, None),
     ("allocations of a call, without the parser's and the reply's", ["memory/allocations"], "beyond", "", 5, 5),
     ("`dlopen` and first `Initialize` ÷ the same for bare Xerces", ["first_use"], "ratio", "", 1.05, 1.05),
 ]

@@ -1,5 +1,6 @@
-// Values of one message, and the checksum.
-#include <callorv/adaptor/adaptor.h>
+// Values of one message, the checksum, and a packet.
+#include <callorv/adaptor/tcp_adaptor.h>
+#include <zlib.h>
 
 #include <cstring>
 
@@ -86,6 +87,33 @@ void CheckSum(benchmark::State& p_cState) {
       [&] { benchmark::DoNotOptimize(CAdaptor::CalcCheckSum(aBytes.data(), MEGABYTE)); });
 }
 
+// A packet with a compressed body of 15 rows, against compressing that body alone with a state that is kept.
+void CompressedPacket(benchmark::State& p_cState) {
+  CTcpAdaptor cAdaptor;
+  CAdaptor::T_PacketInfo tInfo;
+  const std::string sBody = ToXml(*NewReply(MakeRows(15)));
+  tInfo.stBody.AppendData(sBody.data(), static_cast<int>(sBody.size()));
+  tInfo.bCompressed = true;
+  std::vector<char> aOut(sBody.size());
+  z_stream tStream = {};
+  Expect(deflateInit(&tStream, Z_DEFAULT_COMPRESSION), "deflateInit");
+  Compare(
+      p_cState, WORK, 20,
+      [&] {
+        deflateReset(&tStream);
+        tStream.next_in = reinterpret_cast<Bytef*>(tInfo.stBody.GetData());
+        tStream.avail_in = static_cast<uInt>(sBody.size());
+        tStream.next_out = reinterpret_cast<Bytef*>(aOut.data());
+        tStream.avail_out = static_cast<uInt>(aOut.size());
+        Expect(deflate(&tStream, Z_FINISH) == Z_STREAM_END ? 0 : -1, "deflate");
+      },
+      [&] {
+        CStream stPacket(0, 512);
+        Expect(cAdaptor.BuildPacket(&tInfo, stPacket), "BuildPacket");
+      });
+  deflateEnd(&tStream);
+}
+
 }    // namespace
 
 void RegisterValues() {
@@ -101,6 +129,7 @@ void RegisterValues() {
   Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSet<int>); });
   Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGet<int>); });
   Register("checksum", CheckSum);
+  Register("packet/compressed", CompressedPacket);
   for (const int iTags : {1, 4, 16, 32, 64, 128, 256, 512, +BUCKET_TAGS}) {
     Register("growth/bucket/" + std::to_string(iTags), [=](benchmark::State& p_c) { Bucket(p_c, iTags); });
   }
