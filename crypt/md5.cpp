@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -21,6 +22,29 @@ constexpr uint32_t s_aiSine[64] = {
 constexpr int s_aiShift[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
 enum { BLOCK = 64, LENGTH = 8 };
+
+// One of the 64 steps, with everything but the data known to the compiler. What the algorithm calls A to D changes places in
+// p_aiState instead of its content.
+template <size_t STEP>
+[[gnu::always_inline]] inline void Step(uint32_t (&p_aiState)[4], const uint32_t (&p_aiWord)[16]) {
+  uint32_t& iA = p_aiState[(64 - STEP) % 4];
+  const uint32_t iB = p_aiState[(65 - STEP) % 4], iC = p_aiState[(66 - STEP) % 4], iD = p_aiState[(67 - STEP) % 4];
+  constexpr size_t iRound = STEP / 16;
+  constexpr size_t iWord = (iRound == 0 ? STEP : iRound == 1 ? 5 * STEP + 1 : iRound == 2 ? 3 * STEP + 5 : 7 * STEP) % 16;
+  const uint32_t iF = iRound == 0   ? (iB & iC) | (~iB & iD)
+                      : iRound == 1 ? (iB & iD) | (iC & ~iD)
+                      : iRound == 2 ? iB ^ iC ^ iD
+                                    : iC ^ (iB | ~iD);
+  const uint32_t iSum = iA + iF + p_aiWord[iWord] + s_aiSine[STEP];
+  constexpr int iShift = s_aiShift[iRound][STEP % 4];
+  iA = iB + (iSum << iShift | iSum >> (32 - iShift));
+}
+
+template <size_t... STEP>
+[[gnu::always_inline]] inline void Steps(uint32_t (&p_aiState)[4], const uint32_t (&p_aiWord)[16],
+                                         std::index_sequence<STEP...>) {
+  (Step<STEP>(p_aiState, p_aiWord), ...);
+}
 
 }    // namespace
 
@@ -42,27 +66,10 @@ void MD5::Transform(const unsigned char* p_pBlock) noexcept {
     const unsigned char* p = p_pBlock + 4 * i;
     aiWord[i] = p[0] | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
   }
-  uint32_t iA = m_aiState[0], iB = m_aiState[1], iC = m_aiState[2], iD = m_aiState[3];
-  for (int i = 0; i < 64; ++i) {
-    uint32_t iF = 0;
-    int iWord = 0;
-    switch (i / 16) {
-      case 0: iF = (iB & iC) | (~iB & iD); iWord = i; break;
-      case 1: iF = (iB & iD) | (iC & ~iD); iWord = (5 * i + 1) % 16; break;
-      case 2: iF = iB ^ iC ^ iD; iWord = (3 * i + 5) % 16; break;
-      default: iF = iC ^ (iB | ~iD); iWord = 7 * i % 16; break;
-    }
-    const uint32_t iSum = iA + iF + aiWord[iWord] + s_aiSine[i];
-    const int iShift = s_aiShift[i / 16][i % 4];
-    iA = iD;
-    iD = iC;
-    iC = iB;
-    iB += iSum << iShift | iSum >> (32 - iShift);
-  }
-  m_aiState[0] += iA;
-  m_aiState[1] += iB;
-  m_aiState[2] += iC;
-  m_aiState[3] += iD;
+  uint32_t aiState[4];
+  memcpy(aiState, m_aiState, sizeof aiState);
+  Steps(aiState, aiWord, std::make_index_sequence<64>());
+  for (int i = 0; i < 4; ++i) m_aiState[i] += aiState[i];
 }
 
 void MD5::update(const unsigned char* p_pData, unsigned int p_iLen) noexcept {
