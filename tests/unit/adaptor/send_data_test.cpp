@@ -3,11 +3,13 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <cstring>
 #include <future>
 #include <thread>
+#include <vector>
 
 #include "open_adaptor.h"
 #include "support/child.h"
@@ -236,4 +238,36 @@ TEST_CASE("a server that went away does not end the application by SIGPIPE") {
             return sSent + "; " + PipeState();
           }) == s_szFailed + std::string("blocked, pending, handled 0"));
   }
+}
+
+TEST_CASE("SendData: a thread may be cancelled while it sends") {
+  std::promise<void> cSending;
+  std::atomic<bool> bEnd{false};
+  CPeer cPeer([&](int p_iSock) {
+    ReadBytes(p_iSock, 1);
+    cSending.set_value();
+    while (!bEnd) usleep(1000);    // and reads no more
+  });
+  struct T_End {
+    std::atomic<bool>& bEnd;
+    ~T_End() { bEnd = true; }
+  } const cEnd{bEnd};
+  struct T_Sender {
+    COpenAdaptor cAdaptor;
+    std::vector<char> aData = std::vector<char>(50000000);
+  } tSender;
+  REQUIRE(tSender.cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  const auto fnSend = [](void* p_p) -> void* {
+    T_Sender& tMine = *static_cast<T_Sender*>(p_p);
+    tMine.cAdaptor.SendData(tMine.aData.data(), static_cast<int>(tMine.aData.size()), 60);
+    return nullptr;
+  };
+  pthread_t tThread;
+  REQUIRE(pthread_create(&tThread, nullptr, fnSend, &tSender) == 0);
+  cSending.get_future().wait();
+  REQUIRE(pthread_cancel(tThread) == 0);
+  void* pResult = nullptr;
+  REQUIRE(pthread_join(tThread, &pResult) == 0);
+  CHECK(pResult == PTHREAD_CANCELED);
+  CHECK(tSender.cAdaptor.Disconnect() == 0);    // it is as it was otherwise
 }
