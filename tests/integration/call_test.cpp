@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <future>
 #include <random>
 #include <string>
@@ -495,4 +497,31 @@ TEST_CASE("the C form of the set-up from values") {
   CHECK(tErr.iRefSvcNum == -1);
   cArrived.get_future().wait();
   CHECK(cPeer.LastRequest().Field(55, 20) == "FROM-C              ");
+}
+
+TEST_CASE("the C interface copies texts whole, NULs among them, into buffers, and up to a NUL into new memory") {
+  SetUp(1);
+  const CMsgPtr pMsg = NewMsg(100);
+  CString sText;
+  sText.Set("a\0b", 3);
+  const std::string sWhole("a\0b\0", 4);
+  for (const int iTag : {1, 11}) {
+    CAPTURE(iTag);
+    pMsg->SetParsedData(iTag, sText);
+    CHECK(MSG_GetStrLen(pMsg.get(), iTag) == 3);
+    CHECK(MSG_GetAtStrLen(pMsg.get(), iTag, 0) == 3);
+    char aBuf[4] = {'x', 'x', 'x', 'x'};
+    CHECK(MSG_GetStr(pMsg.get(), iTag, aBuf) == 0);
+    CHECK(std::string(aBuf, 4) == sWhole);
+    memset(aBuf, 'x', sizeof(aBuf));
+    CHECK(MSG_GetAtStrArr(pMsg.get(), iTag, 0, aBuf) == 0);
+    CHECK(std::string(aBuf, 4) == sWhole);
+    int iRet = 1;
+    for (char* szCopy : {MSG_GetStrEx(pMsg.get(), iTag, &iRet), MSG_GetAtStrArrEx(pMsg.get(), iTag, 0, &iRet)}) {
+      REQUIRE(szCopy != nullptr);
+      CHECK(szCopy == std::string("a"));
+      free(szCopy);
+    }
+    CHECK(iRet == 0);
+  }
 }

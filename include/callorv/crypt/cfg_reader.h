@@ -8,7 +8,7 @@
 
 // Lines of key=value. "#" begins a comment wherever it stands; blanks around key and value are dropped; a line without
 // "=" is a key with an empty value; what follows a second "=" is dropped; a key may come several times. Lines are read
-// in pieces of at most 2047 bytes, each taken as a line of its own. Keys are compared exactly.
+// in pieces of at most 2047 bytes, each taken as a line of its own; a NUL ends what counts of one. Keys are compared exactly.
 // Throws only std::bad_alloc. Once loaded, the getters may not run in several threads at once (they keep their error).
 class CALLORV_API CCfgReader {
  public:

@@ -32,3 +32,22 @@ TEST_CASE("a typed call without memory for the reply message") {
   CHECK(cErr.GetText() == "Out of memory");
   CHECK(cErr.GetRefSvcNum() == 7);
 }
+
+TEST_CASE("a set-up without memory for the key throws std::bad_alloc, and the next one works") {
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("user.key", KeyFile("USER")), sDic = cDir.Write("empty.xml", "<msg_dictionary/>");
+  SetUp(1);    // once with memory, so that the parser's own set-up is not what fails
+  int iThrown = 0;
+  const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+    CCallOrvError cErr;
+    const auto fnSetUp = [&] { return CCallOrv::Initialize(sKey.c_str(), sDic.c_str(), "s", 1, 90, &cErr); };
+    int iRet = 0;
+    const bool bThrew = p_cFail.Run([&] { iRet = fnSetUp(); });
+    CHECK((iRet == 0 || iRet == -2));
+    CHECK((iRet == 0 || cErr.GetText().EndsWith("out of memory)")));
+    iThrown += bThrew;
+    CHECK(fnSetUp() == 0);
+  });
+  CHECK(iThrown >= 1);
+  CHECK(iThrown < iFailures);
+}
