@@ -80,9 +80,7 @@ double BytesOfRow() {
 double FaultsOfPacket() {
   CTcpAdaptor cAdaptor;
   CAdaptor::T_PacketInfo tInfo;
-  const std::string sBody = WritePlainly(MakeRows(15));
-  Expect(tInfo.stBody.AppendData(sBody.data(), static_cast<int>(sBody.size())), "AppendData");
-  tInfo.bCompressed = true;
+  FillPacket(tInfo);
   const auto fnPackets = [&](int p_iPackets) {
     for (int i = 0; i < p_iPackets; ++i) {
       CStream stPacket(0, 512);

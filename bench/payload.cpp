@@ -1,6 +1,8 @@
 // The messages that are measured: a request of ten fields, a reply of rows with a string, an integer, a double, a bool.
 #include "payload.h"
 
+#include "floors/plain_writer.h"
+
 #include <callorv/base/stream.h>
 
 #include <cstdio>
@@ -90,4 +92,10 @@ std::string ToXml(const CMsg& p_cMsg) {
   CStream stXml(0, 512);
   Expect(p_cMsg.ToXml(&stXml, false, false, 1), "ToXml");
   return std::string(stXml.GetData(), static_cast<size_t>(stXml.GetSize()));
+}
+
+void FillPacket(CAdaptor::T_PacketInfo& p_tInfo) {
+  const std::string sBody = WritePlainly(MakeRows(15));
+  Expect(p_tInfo.stBody.AppendData(sBody.data(), static_cast<int>(sBody.size())), "AppendData");
+  p_tInfo.bCompressed = true;
 }

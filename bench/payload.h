@@ -2,6 +2,7 @@
 #ifndef BENCH_PAYLOAD_H
 #define BENCH_PAYLOAD_H
 
+#include <callorv/adaptor/adaptor.h>
 #include <callorv/msg/msg.h>
 
 #include <memory>
@@ -46,5 +47,7 @@ std::vector<T_Row> MakeRows(int p_iRows);
 CMsgPtr NewRequest();
 CMsgPtr NewReply(const std::vector<T_Row>& p_atRow);
 std::string ToXml(const CMsg& p_cMsg);
+// A packet with 1.5 kB, 15 rows, to be compressed.
+void FillPacket(CAdaptor::T_PacketInfo& p_tInfo);
 
 #endif

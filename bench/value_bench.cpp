@@ -87,14 +87,13 @@ void CheckSum(benchmark::State& p_cState) {
       [&] { benchmark::DoNotOptimize(CAdaptor::CalcCheckSum(aBytes.data(), MEGABYTE)); });
 }
 
-// A packet with a compressed body of 15 rows, against compressing that body alone with a state that is kept.
+// A packet with a compressed body, against compressing that body alone with a state that is kept.
 void CompressedPacket(benchmark::State& p_cState) {
   CTcpAdaptor cAdaptor;
   CAdaptor::T_PacketInfo tInfo;
-  const std::string sBody = ToXml(*NewReply(MakeRows(15)));
-  tInfo.stBody.AppendData(sBody.data(), static_cast<int>(sBody.size()));
-  tInfo.bCompressed = true;
-  std::vector<char> aOut(sBody.size());
+  FillPacket(tInfo);
+  const size_t uLen = static_cast<size_t>(tInfo.stBody.GetSize());
+  std::vector<char> aOut(uLen);
   z_stream tStream = {};
   Expect(deflateInit(&tStream, Z_DEFAULT_COMPRESSION), "deflateInit");
   Compare(
@@ -102,7 +101,7 @@ void CompressedPacket(benchmark::State& p_cState) {
       [&] {
         deflateReset(&tStream);
         tStream.next_in = reinterpret_cast<Bytef*>(tInfo.stBody.GetData());
-        tStream.avail_in = static_cast<uInt>(sBody.size());
+        tStream.avail_in = static_cast<uInt>(uLen);
         tStream.next_out = reinterpret_cast<Bytef*>(aOut.data());
         tStream.avail_out = static_cast<uInt>(aOut.size());
         Expect(deflate(&tStream, Z_FINISH) == Z_STREAM_END ? 0 : -1, "deflate");

@@ -189,9 +189,10 @@ bool CMsgOps::IsReplaced(const CMsg& p_cMsg) {
 }
 
 void CMsgOps::TakeBack(CMsg& p_cMsg) {
-  if (!IsReplaced(p_cMsg)) return;
-  std::vector<CMsg*>& apReplaced = p_cMsg.m_pOwner->m_pExtra->apReplaced;
-  apReplaced.erase(std::find(apReplaced.begin(), apReplaced.end(), &p_cMsg));
+  if (T_MsgExtra* pExtra = p_cMsg.m_pOwner->m_pExtra) {
+    std::vector<CMsg*>& apReplaced = pExtra->apReplaced;
+    apReplaced.erase(std::remove(apReplaced.begin(), apReplaced.end(), &p_cMsg), apReplaced.end());
+  }
   p_cMsg.m_pOwner = nullptr;
 }
 
@@ -373,13 +374,11 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
 
   if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  if (bThere) {
-    // only listed anew
-  } else if (pCell->m_bMulti) {
+  if (pCell->m_bMulti) {
     const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
     if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
   } else {
-    if (pCell->m_pMsg != nullptr) {
+    if (pCell->m_pMsg != nullptr && !bThere) {
       try {
         Extra(p_cMsg).apReplaced.push_back(pCell->m_pMsg);
       } catch (const std::bad_alloc&) {

@@ -49,7 +49,7 @@ struct CMsgOps {
   static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
   // Whether an application's message was replaced in its owner's single tag, and so is its owner's only to be freed.
   static bool IsReplaced(const CMsg& p_cMsg);
-  static void TakeBack(CMsg& p_cMsg);    // a replaced message from its owner
+  static void TakeBack(CMsg& p_cMsg);    // a message from its owner, if it was replaced there
   static void Destroy(CMsg& p_cMsg);    // wherever it stands
   // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers, and its arena
   // on p_pArenas.
@@ -129,7 +129,7 @@ struct CMsgOps {
   template <class F>
   static int ByName(CMsg& p_cMsg, const char* p_szName, F p_fnByTag) {
     if (p_cMsg.m_pMsgInfo == nullptr) return p_cMsg.Fail(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
-    return p_fnByTag(p_cMsg.m_pMsgInfo->m_cNameMap.GetOr(p_szName, -1));    // -1 when unknown
+    return p_fnByTag(p_cMsg.m_pMsgInfo->GetTagNumByName(p_szName));    // -1 when unknown
   }
 
   // ---- reading: failures are thrown

@@ -48,9 +48,9 @@ CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile
 /* Sends `in` to a service and reads the reply into `out` (both borrowed; `out` may be made with number 0 and is
  * initialised again for the reply). Any number of threads may call at once, each with its own messages. Make a new `out`
  * for each call: what an earlier reply took is freed by MSG_Destroy only, so one that serves call after call grows.
- * The time-out bounds each wait for more of the reply, not the call; the system decides how long connecting may take, and
- * sending waits 90 seconds at a time. A signal handler that runs in the thread meanwhile ends a wait, and with it the call
- * (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
+ * The time-out bounds each wait for more of the reply, not the call; the system decides how long connecting and sending may
+ * take. A signal handler that runs in the thread while it waits for the reply ends the call (-3). pthread_cancel ends the
+ * thread at such a wait; the connection is closed.
  *   returns  0; -12 err is null; or, with err filled:
  *            -1 not initialised (code -35); -2 null message (-12); -3 transport or XML failure (-1 to -7: request not
  *            written -2, connect -3, send -4, receive -5, reply not read -6 and -7);

@@ -13,8 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include <pthread.h>
-
+#include "support/cancelled.h"
 #include "support/comma_locale.h"
 #include "support/descriptors.h"
 #include "support/service_peer.h"
@@ -127,24 +126,10 @@ TEST_CASE("a thread that is cancelled during a call ends and leaves no descripto
       return T_Answer{"", true};
     });
     SetUp(cPeer.Port());
-    struct T_Call {
-      CMsgPtr pIn = NewRequest("x");
-      CMsgPtr pOut = NewMsg(0);
-      CallOrv_Error tErr{};
-    } tCall;
-    pthread_t tThread;
-    const auto fnCall = [](void* p_p) -> void* {
-      T_Call& tMine = *static_cast<T_Call*>(p_p);
-      CallOrv_CallService(7, tMine.pIn.get(), tMine.pOut.get(), &tMine.tErr);
-      return nullptr;
-    };
-    REQUIRE(pthread_create(&tThread, nullptr, fnCall, &tCall) == 0);
-    cArrived.get_future().wait();
-    REQUIRE(pthread_cancel(tThread) == 0);
-    void* pResult = nullptr;
-    REQUIRE(pthread_join(tThread, &pResult) == 0);
-    CHECK(pResult == PTHREAD_CANCELED);
-    CHECK(tCall.tErr.iCode == 0);
+    const CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
+    CallOrv_Error tErr{};
+    CHECK(IsCancelled([&] { CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr); }, cArrived));
+    CHECK(tErr.iCode == 0);
   }
   CHECK(OpenDescriptors() == iBefore);
 }

@@ -34,8 +34,8 @@ class CALLORV_API CCallOrv {
   static int CallService(int p_iSvcNum, CMsgBase* p_pIn, CMsgBase* p_pOut, CCallOrvError* p_pErr);
   // Calls a service with dictionary messages (both borrowed). p_pOut is initialised again for the reply; better is a new one for
   // each call, as CMsg::Init says. The time-out bounds each wait for more of the reply, not the call; the system decides
-  // how long connecting may take, and sending waits 90 seconds at a time. A signal handler that runs in the thread meanwhile
-  // ends a wait, and with it the call (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
+  // how long connecting and sending may take. A signal handler that runs in the thread while it waits for the reply ends the
+  // call (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
   //   returns  0 with the reply in p_pOut, or, with p_pErr filled (code, text, reference):
   //            -1 (-35, "call CCallOrv::Initialize() first", p_iSvcNum); -2 (-12, "Parameter is NULL", p_iSvcNum);
   //            -12 p_pErr is null; -3 (-1 to -7, reason, -1): null, XML, connect, send, receive, -6 and -7 reply;

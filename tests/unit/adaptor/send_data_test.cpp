@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "open_adaptor.h"
+#include "support/cancelled.h"
 #include "support/child.h"
 #include "support/peer.h"
 
@@ -252,22 +253,9 @@ TEST_CASE("SendData: a thread may be cancelled while it sends") {
     std::atomic<bool>& bEnd;
     ~T_End() { bEnd = true; }
   } const cEnd{bEnd};
-  struct T_Sender {
-    COpenAdaptor cAdaptor;
-    std::vector<char> aData = std::vector<char>(50000000);
-  } tSender;
-  REQUIRE(tSender.cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
-  const auto fnSend = [](void* p_p) -> void* {
-    T_Sender& tMine = *static_cast<T_Sender*>(p_p);
-    tMine.cAdaptor.SendData(tMine.aData.data(), static_cast<int>(tMine.aData.size()), 60);
-    return nullptr;
-  };
-  pthread_t tThread;
-  REQUIRE(pthread_create(&tThread, nullptr, fnSend, &tSender) == 0);
-  cSending.get_future().wait();
-  REQUIRE(pthread_cancel(tThread) == 0);
-  void* pResult = nullptr;
-  REQUIRE(pthread_join(tThread, &pResult) == 0);
-  CHECK(pResult == PTHREAD_CANCELED);
-  CHECK(tSender.cAdaptor.Disconnect() == 0);    // it is as it was otherwise
+  COpenAdaptor cAdaptor;
+  REQUIRE(cAdaptor.Connect("127.0.0.1", cPeer.Port()) >= 0);
+  const std::vector<char> aData(50000000);
+  CHECK(IsCancelled([&] { cAdaptor.SendData(aData.data(), static_cast<int>(aData.size()), 60); }, cSending));
+  CHECK(cAdaptor.Disconnect() == 0);    // it is as it was otherwise
 }

@@ -82,7 +82,7 @@ TEST_CASE("CIntHash tells keys apart that differ in one place, at every length")
   std::vector<std::string> asKey;
   for (size_t uLen = 0; uLen < 70; ++uLen) {
     asKey.emplace_back(uLen, 'k');
-    for (size_t uAt = 0; uAt < uLen; ++uAt) asKey.emplace_back(asKey.back()).assign(uLen, 'k')[uAt] = 'K';
+    for (size_t uAt = 0; uAt < uLen; ++uAt) asKey.emplace_back(uLen, 'k')[uAt] = 'K';
   }
   for (size_t u = 0; u < asKey.size(); u += 2) c.Set(asKey[u].c_str(), static_cast<int>(u), false);
   for (size_t u = 0; u < asKey.size(); ++u) {

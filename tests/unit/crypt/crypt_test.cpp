@@ -188,3 +188,14 @@ TEST_CASE("several threads may encrypt and decrypt at once") {
   for (std::thread& cThread : cThreads) cThread.join();
   for (const int iRight : aiRight) CHECK(iRight == 100);
 }
+
+TEST_CASE("DecryptStream: the output is emptied before anything else, also when it is the input") {
+  for (const size_t uLen : {0u, 16u, 17u, 32u}) {
+    CAPTURE(uLen);
+    CStream stBoth(0, 512);
+    CString sErr("before");
+    Fill(stBoth, std::string(uLen, 'x'));
+    CHECK(CCrypt::DecryptStream(stBoth, stBoth, sErr) == 0);
+    CHECK(stBoth.GetSize() == 0);
+  }
+}

@@ -149,13 +149,17 @@ TEST_CASE("a detail is cut at 1023 characters") {
   }
 }
 
-TEST_CASE("a detail of more than 2147483647 characters is cut, too") {
+TEST_CASE("a detail of more than 2147483647 characters is cut, and one of none is nothing") {
   CLastError cError;
   const char* volatile szTooLong = "beginning%99999999999d";
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   cError.SetLastError(-1, szTooLong, 1);
+#pragma GCC diagnostic ignored "-Wformat-zero-length"
+  CLastError cEmpty;
+  cEmpty.SetLastError(-12, "");
 #pragma GCC diagnostic pop
+  CHECK(cEmpty.GetLastError() == std::string("MSG_Error(-12) : Parameter is NULL {}"));
   CHECK(cError.GetLastError() == std::string("MSG_Error(-1) : No Data found {beginning}"));
 }
 
