@@ -19,6 +19,8 @@
 
 namespace {
 
+using callorv::detail::FormatInt;
+using callorv::detail::INT_CHARS;
 using callorv::detail::ParseInt32;
 
 using E_Field = CTcpAdaptor::E_Field;
@@ -36,6 +38,16 @@ constexpr T_Field s_tCheckSum{"checksum", 0, CTcpAdaptor::TRAILER_SIZE};    // i
 
 const char s_szBegin[] = "QMX-SSP-V1.0";
 
+// Writes a number as "%0*d" does; returns its end.
+char* PutPadded(char* p_pOut, int p_iWidth, int p_iValue) {
+  char szNumber[INT_CHARS];
+  const char* pDigits = szNumber;
+  const char* pEnd = FormatInt(szNumber, p_iValue);
+  const int iPad = std::max(p_iWidth - static_cast<int>(pEnd - pDigits), 0);
+  if (p_iValue < 0) *p_pOut++ = *pDigits++;
+  return std::copy(pDigits, pEnd, std::fill_n(p_pOut, iPad, '0'));
+}
+
 // Writes fields as printf would, each at its place, and counts the characters. A number too wide for its field is
 // written in full, its end to be covered by the next field; the count tells.
 class CFieldWriter {
@@ -45,17 +57,9 @@ class CFieldWriter {
   int Count() const { return m_iCount; }
 
   void Number(E_Field p_eField, int p_iValue) { Number(s_atFields[p_eField], p_iValue); }
-  void Number(const T_Field& p_tField, int p_iValue) {    // "%0*d"
-    char szNumber[12];
-    const char* pDigits = szNumber;
-    const char* pEnd = callorv::detail::FormatInt(szNumber, p_iValue);
-    const int iPad = std::max(p_tField.iWidth - static_cast<int>(pEnd - pDigits), 0);
-    m_iCount += iPad + static_cast<int>(pEnd - pDigits);
-
+  void Number(const T_Field& p_tField, int p_iValue) {
     char* pOut = m_pOut + p_tField.iAt;
-    if (p_iValue < 0) *pOut++ = *pDigits++;
-    pOut = std::fill_n(pOut, iPad, '0');
-    std::copy(pDigits, pEnd, pOut);
+    m_iCount += static_cast<int>(PutPadded(pOut, p_tField.iWidth, p_iValue) - pOut);
   }
 
   void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"
@@ -91,15 +95,15 @@ class CFieldReader {
 
   void TrimmedText(E_Field p_eField, CString& p_sOut) const {
     std::string_view sText = Field(p_eField);
-    const size_t uFirst = std::min(sText.find_first_not_of(s_szBlanks), sText.size());
-    sText = sText.substr(uFirst, sText.find_last_not_of(s_szBlanks) + 1 - uFirst);
+    while (!sText.empty() && IsBlank(sText.front())) sText.remove_prefix(1);
+    while (!sText.empty() && IsBlank(sText.back())) sText.remove_suffix(1);
     p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
   }
 
  private:
-  static constexpr char s_szBlanks[] = " \t\r\n";
   const char* m_pIn;
 
+  static bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; }
   std::string_view Field(E_Field p_eField) const {
     const T_Field& tField = s_atFields[p_eField];
     return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};
@@ -110,8 +114,15 @@ void SetTimeStamp(CString& p_sOut) {
   const time_t tNow = time(nullptr);
   tm tLocal = {};
   localtime_r(&tNow, &tLocal);
-  p_sOut.Format("%04d%02d%02d-%02d%02d%02d", tLocal.tm_year + 1900, tLocal.tm_mon + 1, tLocal.tm_mday, tLocal.tm_hour,
-                tLocal.tm_min, tLocal.tm_sec);
+  char szStamp[6 * INT_CHARS];
+  char* p = PutPadded(szStamp, 4, tLocal.tm_year + 1900);
+  p = PutPadded(p, 2, tLocal.tm_mon + 1);
+  p = PutPadded(p, 2, tLocal.tm_mday);
+  *p++ = '-';
+  p = PutPadded(p, 2, tLocal.tm_hour);
+  p = PutPadded(p, 2, tLocal.tm_min);
+  p = PutPadded(p, 2, tLocal.tm_sec);
+  p_sOut.Set(szStamp, static_cast<int>(p - szStamp));
 }
 
 // Makes room for a whole packet. Throws std::bad_alloc, also for a length that no packet can have.
