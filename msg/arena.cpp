@@ -36,7 +36,9 @@ CArena* CArena::Make(size_t p_iExpected) noexcept {
 }
 
 bool CArena::Grow(size_t p_iSize) noexcept {
-  T_Block* pNew = NewBlock(std::max(std::min(2 * m_pNewest->iSize, BIG_BLOCK), p_iSize + sizeof(T_Block)), m_pNewest);
+  // a sub-message is to have room for its values behind it
+  const size_t iUsual = std::min(2 * std::max(m_pNewest->iSize, p_iSize), BIG_BLOCK);
+  T_Block* pNew = NewBlock(std::max(iUsual, p_iSize + sizeof(T_Block)), m_pNewest);
   if (pNew == nullptr) return false;
   m_pNewest = pNew;
   return true;
