@@ -8,6 +8,7 @@
 #include "callorv/base/stream.h"
 #include "msg/msg_ops.h"
 #include "msg/text_out.h"
+#include "msg/xml_reader.h"
 
 using namespace callorv::detail;
 
@@ -161,7 +162,8 @@ class CXmlForm {
       m_cOut.PutText(p_cMsg.GetVer());
       m_cOut.Put("'>\n");
     } else {
-      m_cOut.Put("<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"");
+      m_cOut.Put(XML_DECLARATION);
+      m_cOut.Put("<msg no=\"");
       m_cOut.PutNumber(p_cMsg.GetMsgNum());
       m_cOut.PutText(m_bByName ? "\" type=\"name\" ver=\"" : "\" ver=\"");
       m_cOut.PutText(p_cMsg.GetVer());

@@ -60,6 +60,9 @@ class CNarrow {
   }
 };
 
+// The declaration of every message that is sent.
+inline constexpr char XML_DECLARATION[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>";
+
 // What the two users of the parser do differently.
 struct T_XmlUse {
   const char* szReportColon;     // between position and message of a parser report
