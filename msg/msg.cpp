@@ -216,6 +216,12 @@ int CMsgOps::FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine) {
   return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
 }
 
+int CMsgOps::FailNull(CMsg& p_cMsg, int p_iTag) { return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,NULL", p_iTag); }
+
+int CMsgOps::FailOutput(CMsg& p_cMsg) { return p_cMsg.Fail(MSG_NULL, "%s", ""); }
+
+int CMsgOps::FailMemory(CMsg& p_cMsg, const char* p_szWhy) { return p_cMsg.Fail(MSG_MEMORY, "%s", p_szWhy); }
+
 // ---- access
 
 template <class T, class VALUE>
@@ -250,7 +256,7 @@ template <class T, class VALUE>
 int CMsgOps::Set(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
   CMsgValue* pCell = FirstCell(p_cMsg, p_iTag, ValueTraits<T>::eType);
   if (Seldom(pCell == nullptr)) return SetAny<T>(p_cMsg, p_iTag, p_Value);
-  return SetCell<T>(p_cMsg, *pCell, p_Value);
+  return Seldom(pCell->m_bMulti) ? SetElement<T>(p_cMsg, *pCell, p_Value) : SetSingle<T>(p_cMsg, *pCell, p_Value);
 }
 
 template <class T, class VALUE>
@@ -260,15 +266,23 @@ int CMsgOps::SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
   if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
   if (pTag->m_eType != V::eType) return FailType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet);
   CMsgValue* pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
-  return SetCell<T>(p_cMsg, *pCell, p_Value);
+  if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
+  return pCell->m_bMulti ? SetElement<T>(p_cMsg, *pCell, p_Value) : SetSingle<T>(p_cMsg, *pCell, p_Value);
 }
 
 template <class T, class VALUE>
-int CMsgOps::SetCell(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
-  const char* szWhy = Seldom(p_cCell.m_bMulti) ? Append<T>(p_cCell, p_Value) : StoreSingle<T>(p_cMsg, p_cCell, p_Value);
-  if (Seldom(szWhy != nullptr)) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
+int CMsgOps::SetSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
+  const char* szWhy = StoreSingle<T>(p_cMsg, p_cCell, p_Value);
+  if (Seldom(szWhy != nullptr)) return FailMemory(p_cMsg, szWhy);
   p_cCell.m_bSet = true;
+  p_cMsg.m_bEmpty = false;
+  return 0;
+}
+
+template <class T, class VALUE>
+int CMsgOps::SetElement(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
+  const char* szWhy = Append<T>(p_cCell, p_Value);
+  if (szWhy != nullptr) return FailMemory(p_cMsg, szWhy);
   p_cMsg.m_bEmpty = false;
   return 0;
 }
@@ -288,7 +302,7 @@ int CMsgOps::GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_b
 template <class T>
 int CMsgOps::Get(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
   using V = ValueTraits<T>;
-  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  if (Seldom(p_pOut == nullptr)) return FailOutput(p_cMsg);
   V::Clear(*p_pOut);
   CMsgValue* pCell = FirstCell(p_cMsg, p_iTag, V::eType);
   const bool bUsual = pCell != nullptr && pCell->m_bSet && !pCell->m_bMulti;
@@ -306,7 +320,7 @@ int CMsgOps::GetAny(CMsg& p_cMsg, int p_iTag, T* p_pOut) {
 template <class T>
 int CMsgOps::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
   using V = ValueTraits<T>;
-  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  if (p_pOut == nullptr) return FailOutput(p_cMsg);
   V::Clear(*p_pOut);
   CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
   if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetAt);
@@ -317,7 +331,7 @@ template <class ARRAY>
 int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
   using T = typename ElementOf<ARRAY>::Type;
   using V = ValueTraits<T>;
-  if (p_pOut == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
+  if (p_pOut == nullptr) return FailOutput(p_cMsg);
   p_pOut->RemoveAll();
   if constexpr (V::eType == TAG_SUBMSG) p_pOut->SetAdoptFlag(false);
   CMsgValue* pCell = FindSet(p_cMsg, p_iTag, V::eType);
@@ -373,16 +387,16 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   if (bTwice && !bThere) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
 
   if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+  if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
   if (pCell->m_bMulti) {
     const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
-    if (szWhy != nullptr) return p_cMsg.Fail(MSG_MEMORY, "%s", szWhy);
+    if (szWhy != nullptr) return FailMemory(p_cMsg, szWhy);
   } else {
     if (pCell->m_pMsg != nullptr && !bThere) {
       try {
         Extra(p_cMsg).apReplaced.push_back(pCell->m_pMsg);
       } catch (const std::bad_alloc&) {
-        return p_cMsg.Fail(MSG_MEMORY, "new CMsgValue failed");
+        return FailMemory(p_cMsg, "new CMsgValue failed");
       }
     }
     pCell->m_pMsg = p_pSub;

@@ -111,7 +111,9 @@ struct CMsgOps {
   [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag);
   [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
   [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
-  static int FailNull(CMsg& p_cMsg, int p_iTag) { return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,NULL", p_iTag); }
+  [[gnu::cold]] static int FailNull(CMsg& p_cMsg, int p_iTag);
+  [[gnu::cold]] static int FailOutput(CMsg& p_cMsg);    // there is nowhere to put the value
+  [[gnu::cold]] static int FailMemory(CMsg& p_cMsg, const char* p_szWhy);
 
   // ---- access
   // T: the type whose line number the texts print; VALUE: what is passed for it.
@@ -146,7 +148,9 @@ struct CMsgOps {
   template <class T>
   [[gnu::noinline]] static int GetAny(CMsg& p_cMsg, int p_iTag, T* p_pOut);
   template <class T, class VALUE>
-  static int SetCell(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
+  static int SetSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
+  template <class T, class VALUE>
+  [[gnu::noinline]] static int SetElement(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
   template <class T>
   static int GetSingle(CMsg& p_cMsg, const CMsgValue& p_cCell, T* p_pOut) {
     return callorv::detail::ValueTraits<T>::Load(p_cCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_cCell.m_iTagNum);
