@@ -216,6 +216,8 @@ int CMsgOps::FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine) {
   return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
 }
 
+int CMsgOps::FailUndefined(CMsg& p_cMsg) { return p_cMsg.Fail(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum); }
+
 int CMsgOps::FailNull(CMsg& p_cMsg, int p_iTag) { return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,NULL", p_iTag); }
 
 int CMsgOps::FailOutput(CMsg& p_cMsg) { return p_cMsg.Fail(MSG_NULL, "%s", ""); }

@@ -111,6 +111,7 @@ struct CMsgOps {
   [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag);
   [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
   [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
+  [[gnu::cold]] static int FailUndefined(CMsg& p_cMsg);    // the message itself
   [[gnu::cold]] static int FailNull(CMsg& p_cMsg, int p_iTag);
   [[gnu::cold]] static int FailOutput(CMsg& p_cMsg);    // there is nowhere to put the value
   [[gnu::cold]] static int FailMemory(CMsg& p_cMsg, const char* p_szWhy);
@@ -130,8 +131,8 @@ struct CMsgOps {
   // p_fnByTag(tag) for the tag of that name.
   template <class F>
   static int ByName(CMsg& p_cMsg, const char* p_szName, F p_fnByTag) {
-    if (p_cMsg.m_pMsgInfo == nullptr) return p_cMsg.Fail(MSG_UNDEF_MSG, "msgnum=%d", p_cMsg.m_iMsgNum);
-    return p_fnByTag(p_cMsg.m_pMsgInfo->GetTagNumByName(p_szName));    // -1 when unknown
+    if (p_cMsg.m_pMsgInfo == nullptr) return FailUndefined(p_cMsg);
+    return p_fnByTag(p_cMsg.m_pMsgInfo->m_cNameMap.GetOr(p_szName, -1));    // GetTagNumByName, one call less
   }
 
   // ---- reading: failures are thrown
