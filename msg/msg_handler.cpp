@@ -7,6 +7,7 @@
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/XMLUni.hpp>
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
@@ -44,29 +45,31 @@ void MsgHandler::Action(const char* p_szXml) {
   if (!IsParserReady()) {
     throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
   }
-  const size_t uLen = strlen(p_szXml);
+  const std::string_view svXml(p_szXml);
+  if (!BeginsPlainly(svXml)) return Read(svXml, READER_KEPT);
+  try {
+    return Read(svXml, READER_PLAIN);
+  } catch (const CException& cError) {
+    if (cError.GetCode() == MSG_MEMORY) throw;
+  }
+  // What is wrong, and whether anything is, the other reader says, from the beginning.
+  MsgHandler(m_pRootMsg, m_pDic).Read(svXml, READER_KEPT);
+}
+
+void MsgHandler::Read(std::string_view p_svXml, E_Reader p_eReader) {
+  const bool bDeclared = p_eReader == READER_PLAIN && TakeDeclaration(p_svXml);
   std::optional<MemBufInputSource> cSource;
   try {
-    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), uLen, u"MemData", false);
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_svXml.data()), p_svXml.size(), u"MemData", false);
     cSource->setCopyBufToStream(false);
+    if (bDeclared) cSource->setEncoding(XMLUni::fgISO88591EncodingString);
   } catch (const OutOfMemoryException&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   } catch (const std::bad_alloc&) {
     throw CException("Out of memory 0", MSG_MEMORY);
   }
-  const auto fnRead = [&cSource](MsgHandler& p_cHandler, E_Reader p_eReader) {
-    const auto fnParse = [&] { return p_cHandler.ParseSource(*cSource, p_eReader); };
-    p_cHandler.Parse(std::ref(fnParse));
-  };
-  if (!BeginsPlainly({p_szXml, uLen})) return fnRead(*this, READER_KEPT);
-  try {
-    return fnRead(*this, READER_PLAIN);
-  } catch (const CException& cError) {
-    if (cError.GetCode() == MSG_MEMORY) throw;
-  }
-  // What is wrong, and whether anything is, the other reader says, from the beginning.
-  MsgHandler cAgain(m_pRootMsg, m_pDic);
-  fnRead(cAgain, READER_KEPT);
+  const auto fnParse = [&] { return ParseSource(*cSource, p_eReader); };
+  Parse(std::ref(fnParse));
 }
 
 void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {

@@ -2,6 +2,8 @@
 #ifndef CALLORV_MSG_MSG_HANDLER_H
 #define CALLORV_MSG_MSG_HANDLER_H
 
+#include <string_view>
+
 #include "callorv/msg/msg.h"
 #include "msg/xml_reader.h"
 
@@ -43,6 +45,7 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   T_Known m_atKnown[KNOWN] = {};     // by address of the name
   T_Open m_atOpen[MAX_DEPTH + 1];    // by depth
 
+  void Read(std::string_view p_svXml, callorv::detail::E_Reader p_eReader);
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
   const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_atOpen[p_iDepth - 1].pInside : nullptr; }
   const CTagInfo* Lookup(const XMLCh* p_szWide, int p_iDepth);

@@ -72,20 +72,16 @@ class CSaxReader : public SAX2XMLReaderImpl {
                     const bool p_bRoot) override {
     const bool bStraight = *p_szPrefix == 0 && ArePlain(p_cAttrs, p_uAttrs);
     if (m_bPlain && !bStraight) throw CException("No plain document", MSG_XML);
-    if (!bStraight) {
-      m_cStraight[++m_uDepth] = false;
-      SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
-      if (p_bEmpty) --m_uDepth;
-      return;
-    }
-    const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
-    m_cAttrs.setVector(&p_cAttrs, p_uAttrs, nullptr);
-    getContentHandler()->startElement(u"", szName, szName, m_cAttrs);
-    if (p_bEmpty) {    // nobody else ends it
-      getContentHandler()->endElement(u"", szName, szName);
+    m_cStraight[m_uDepth + 1] = bStraight;
+    if (bStraight) {
+      const XMLCh* szName = p_cDecl.getElementName()->getLocalPart();
+      m_cAttrs.setVector(&p_cAttrs, p_uAttrs, nullptr);
+      getContentHandler()->startElement(u"", szName, szName, m_cAttrs);
+      if (p_bEmpty) getContentHandler()->endElement(u"", szName, szName);    // nobody else ends it
     } else {
-      m_cStraight[++m_uDepth] = true;
+      SAX2XMLReaderImpl::startElement(p_cDecl, p_uUri, p_szPrefix, p_cAttrs, p_uAttrs, p_bEmpty, p_bRoot);
     }
+    if (!p_bEmpty) ++m_uDepth;
   }
 
   void endElement(const XMLElementDecl& p_cDecl, const unsigned int p_uUri, const bool p_bRoot,
@@ -98,12 +94,9 @@ class CSaxReader : public SAX2XMLReaderImpl {
     getContentHandler()->endElement(u"", szName, szName);
   }
 
-  // The base class passes on only what stands inside the elements that it knows of.
+  // Text outside the root element never comes here.
   void docCharacters(const XMLCh* const p_sz, const XMLSize_t p_uLen, const bool) override {
-    if (m_uDepth > 0) getContentHandler()->characters(p_sz, p_uLen);
-  }
-  void ignorableWhitespace(const XMLCh* const p_sz, const XMLSize_t p_uLen, const bool) override {
-    if (m_uDepth > 0) getContentHandler()->ignorableWhitespace(p_sz, p_uLen);
+    getContentHandler()->characters(p_sz, p_uLen);
   }
 
  private:
@@ -123,19 +116,13 @@ class CSaxReader : public SAX2XMLReaderImpl {
   }
 };
 
-bool BeginsWithRoot(std::string_view p_svXml) {
-  const auto fnIsBlank = [](char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; };
-  while (!p_svXml.empty() && fnIsBlank(p_svXml.front())) p_svXml.remove_prefix(1);
-  return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';
-}
-
 // Whether pieces of a document, in turn, may have an element of thousands of attributes: the plain scanner compares each with
 // all before it, which in a megabyte takes half a minute. Between such attributes there is no '<' for long, but many a '='.
 class CCrowding {
  public:
-  bool IsSeenIn(std::string_view p_svPiece) {
-    for (size_t i = 0; i < p_svPiece.size(); i += STEP) {
-      const std::string_view svStep = p_svPiece.substr(i, STEP);
+  bool IsSeenIn(const char* p_p, size_t p_uLen) {
+    for (size_t i = 0; i < p_uLen; i += STEP) {
+      const std::string_view svStep(p_p + i, std::min<size_t>(STEP, p_uLen - i));
       if (svStep.find('<') != std::string_view::npos) {
         m_iEquals = 0;
         continue;
@@ -153,39 +140,29 @@ class CCrowding {
 };
 
 // A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
-// the parser gets a view of it, and deletes that without giving memory back. The view for the plain reader
-// - refuses a document that does not begin plainly or is crowded;
-// - leaves out the declaration that this library writes, and the source says what that says: to read it takes a tenth of the
-//   time of a short reply. Columns in the first line are told too low, but nobody sees them.
+// the parser gets a view of it, and deletes that without giving memory back. The view for the plain reader refuses a document
+// that does not begin plainly or is crowded.
 class COwningSource : public InputSource {
  public:
   COwningSource(const InputSource& p_cSource, bool p_bPlain) : m_cSource(p_cSource), m_bPlain(p_bPlain) {}
   const XMLCh* getSystemId() const override { return m_cSource.getSystemId(); }
-  const XMLCh* getEncoding() const override { return m_bDeclared ? XMLUni::fgISO88591EncodingString : nullptr; }
+  const XMLCh* getEncoding() const override { return m_cSource.getEncoding(); }
   BinInputStream* makeStream() const override {
     m_pStream.reset(m_cSource.makeStream());
-    return m_pStream != nullptr ? ::new (m_aView) CView(*this) : nullptr;
+    return m_pStream != nullptr ? ::new (m_aView) CView(*m_pStream, m_bPlain) : nullptr;
   }
 
  private:
   class CView : public BinInputStream {
    public:
-    explicit CView(const COwningSource& p_cSource) : m_cStream(*p_cSource.m_pStream), m_bPlain(p_cSource.m_bPlain) {
-      if (!m_bPlain) return;
-      m_uBegin = m_cStream.readBytes(m_aBegin, sizeof(m_aBegin));
-      p_cSource.m_bDeclared = std::string_view(Text(m_aBegin), m_uBegin) == XML_DECLARATION;
-      if (!p_cSource.m_bDeclared) return;
-      m_uBegin = 0;
-      m_fnIsBegin = BeginsWithRoot;    // and not with another declaration
-    }
+    CView(BinInputStream& p_cStream, bool p_bPlain) : m_cStream(p_cStream), m_bPlain(p_bPlain) {}
     static void operator delete(void*) {}
     XMLFilePos curPos() const override { return m_cStream.curPos(); }
     XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override {
-      const XMLSize_t uBegin = std::exchange(m_uBegin, 0);
-      memcpy(p_pOut, m_aBegin, uBegin);
-      const XMLSize_t uLen = uBegin + m_cStream.readBytes(p_pOut + uBegin, p_uMost - uBegin);
-      const std::string_view svBytes(Text(p_pOut), uLen);
-      if (m_bPlain && ((std::exchange(m_bFirst, false) && !m_fnIsBegin(svBytes)) || m_cCrowding.IsSeenIn(svBytes))) {
+      const XMLSize_t uLen = m_cStream.readBytes(p_pOut, p_uMost);
+      const auto* pBytes = reinterpret_cast<const char*>(p_pOut);
+      if (m_bPlain && ((std::exchange(m_bBegin, false) && !BeginsPlainly({pBytes, uLen})) ||
+                       m_cCrowding.IsSeenIn(pBytes, uLen))) {
         throw CException("No plain document", MSG_XML);
       }
       return uLen;
@@ -195,17 +172,11 @@ class COwningSource : public InputSource {
    private:
     BinInputStream& m_cStream;
     const bool m_bPlain;
-    bool m_bFirst = true;    // the next bytes are the document's first
-    bool (*m_fnIsBegin)(std::string_view) = BeginsPlainly;
-    XMLByte m_aBegin[sizeof(XML_DECLARATION) - 1];
-    XMLSize_t m_uBegin = 0;    // bytes there that the parser has yet to see
+    bool m_bBegin = true;    // the next bytes are the document's first
     CCrowding m_cCrowding;
-
-    static const char* Text(const XMLByte* p_p) { return reinterpret_cast<const char*>(p_p); }
   };
   const InputSource& m_cSource;
   const bool m_bPlain;
-  mutable bool m_bDeclared = false;
   mutable std::unique_ptr<BinInputStream> m_pStream;
   alignas(CView) mutable unsigned char m_aView[sizeof(CView)] = {};
 };
@@ -301,14 +272,26 @@ bool KeepsAscii(std::string_view p_svDeclaration) {
   return fnBegins("UTF-8") || fnBegins("ISO-8859-") || fnBegins("US-ASCII") || fnBegins("EUC-KR");
 }
 
+bool BeginsWithRoot(std::string_view p_svXml) {
+  const auto fnIsBlank = [](char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; };
+  while (!p_svXml.empty() && fnIsBlank(p_svXml.front())) p_svXml.remove_prefix(1);
+  return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';
+}
+
 }    // namespace
 
+bool TakeDeclaration(std::string_view& p_svXml) {
+  const size_t uLen = strlen(XML_DECLARATION);
+  if (p_svXml.substr(0, uLen) != XML_DECLARATION || !BeginsWithRoot(p_svXml.substr(uLen))) return false;
+  p_svXml.remove_prefix(uLen);
+  return true;
+}
+
 bool BeginsPlainly(std::string_view p_svXml) {
-  const auto fnBegins = [&](std::string_view p_sv) { return p_svXml.substr(0, p_sv.size()) == p_sv; };
   p_svXml = p_svXml.substr(0, 256);    // a declaration is shorter
-  if (fnBegins(XML_DECLARATION)) {
-    p_svXml.remove_prefix(sizeof(XML_DECLARATION) - 1);
-  } else if (fnBegins("<?xml version=\"1.0\"") || fnBegins("<?xml version='1.0'")) {
+  if (TakeDeclaration(p_svXml)) return true;
+  const std::string_view svBegin = p_svXml.substr(0, strlen("<?xml version='1.0'"));
+  if (svBegin == "<?xml version=\"1.0\"" || svBegin == "<?xml version='1.0'") {
     const size_t uEnd = std::min(p_svXml.find("?>"), p_svXml.size() - 2);
     if (!KeepsAscii(p_svXml.substr(0, uEnd))) return false;
     p_svXml.remove_prefix(uEnd + 2);

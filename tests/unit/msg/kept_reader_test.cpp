@@ -1,10 +1,10 @@
 // A reader that has served other documents must read the next one as a fresh reader would, whatever they were, and both as
 // the parser's own reader does.
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax/Locator.hpp>
@@ -44,9 +44,12 @@ class CRecorder : public CXmlHandler {
 
   // What happened, and the error that ended it.
   std::string Record(const std::string& p_sXml, E_Reader p_eReader) {
-    const bool bLeftOut = p_eReader == READER_PLAIN && p_sXml.rfind(XML_DECLARATION, 0) == 0;
-    m_uLeftOut = bLeftOut ? strlen(XML_DECLARATION) : 0;
-    return Run([&] { return ParseSource(CSource(p_sXml), p_eReader); });
+    std::string_view svXml = p_sXml;
+    const bool bDeclared = p_eReader == READER_PLAIN && TakeDeclaration(svXml);
+    m_uTaken = p_sXml.size() - svXml.size();
+    CSource cSource(svXml);
+    if (bDeclared) cSource.setEncoding(xercesc::XMLUni::fgISO88591EncodingString);
+    return Run([&] { return ParseSource(cSource, p_eReader); });
   }
   // The same with the parser's own reader.
   std::string RecordBare(const std::string& p_sXml) {
@@ -87,11 +90,11 @@ class CRecorder : public CXmlHandler {
 
  private:
   struct CSource : xercesc::MemBufInputSource {
-    explicit CSource(const std::string& p_s)
-        : MemBufInputSource(reinterpret_cast<const XMLByte*>(p_s.data()), p_s.size(), "MemData", false) {}
+    explicit CSource(std::string_view p_sv)
+        : MemBufInputSource(reinterpret_cast<const XMLByte*>(p_sv.data()), p_sv.size(), "MemData", false) {}
   };
   const xercesc::Locator* m_pLocator = nullptr;
-  XMLFileLoc m_uLeftOut = 0;    // characters at the beginning of the first line that the locator does not know of
+  XMLFileLoc m_uTaken = 0;    // characters at the beginning of the first line that the locator does not know of
   std::string m_sEvents;
   bool m_bWellFormed = false;
 
@@ -108,7 +111,7 @@ class CRecorder : public CXmlHandler {
   void Event(char p_cKind, const std::string& p_sText) {
     const XMLFileLoc uLine = m_pLocator->getLineNumber();
     m_sEvents += p_cKind + std::to_string(uLine) + ',' +
-                 std::to_string(m_pLocator->getColumnNumber() + (uLine == 1 ? m_uLeftOut : 0)) + ':' + p_sText + '\n';
+                 std::to_string(m_pLocator->getColumnNumber() + (uLine == 1 ? m_uTaken : 0)) + ':' + p_sText + '\n';
   }
 };
 
