@@ -21,6 +21,7 @@ namespace {
 
 using callorv::detail::FormatInt;
 using callorv::detail::INT_CHARS;
+using callorv::detail::IsWhite;
 using callorv::detail::ParseInt32;
 
 using E_Field = CTcpAdaptor::E_Field;
@@ -95,15 +96,14 @@ class CFieldReader {
 
   void TrimmedText(E_Field p_eField, CString& p_sOut) const {
     std::string_view sText = Field(p_eField);
-    while (!sText.empty() && IsBlank(sText.front())) sText.remove_prefix(1);
-    while (!sText.empty() && IsBlank(sText.back())) sText.remove_suffix(1);
+    while (!sText.empty() && IsWhite(sText.front())) sText.remove_prefix(1);
+    while (!sText.empty() && IsWhite(sText.back())) sText.remove_suffix(1);
     p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
   }
 
  private:
   const char* m_pIn;
 
-  static bool IsBlank(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; }
   std::string_view Field(E_Field p_eField) const {
     const T_Field& tField = s_atFields[p_eField];
     return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};

@@ -14,6 +14,7 @@
 namespace callorv::detail {
 
 inline bool IsSpace(char p_c) { return p_c == ' ' || (p_c >= '\t' && p_c <= '\r'); }
+inline bool IsWhite(char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; }    // as XML has it
 inline bool IsDigit(char p_c) { return p_c >= '0' && p_c <= '9'; }
 
 // The leading decimal number, as strtol reads it where long has 32 bits: it stops at INT_MAX and INT_MIN.

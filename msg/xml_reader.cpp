@@ -22,6 +22,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include "base/cancel.h"
+#include "base/number.h"
 #include "callorv/base/exception.h"
 #include "callorv/msg/error.h"
 #include "msg/kept.h"
@@ -273,8 +274,7 @@ bool KeepsAscii(std::string_view p_svDeclaration) {
 }
 
 bool BeginsWithRoot(std::string_view p_svXml) {
-  const auto fnIsBlank = [](char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\r' || p_c == '\n'; };
-  while (!p_svXml.empty() && fnIsBlank(p_svXml.front())) p_svXml.remove_prefix(1);
+  while (!p_svXml.empty() && IsWhite(p_svXml.front())) p_svXml.remove_prefix(1);
   return p_svXml.size() > 1 && p_svXml[0] == '<' && (p_svXml[1] | 0x20) >= 'a' && (p_svXml[1] | 0x20) <= 'z';
 }
 
