@@ -928,7 +928,7 @@ std::vector<T_Start> Starts(const T_Files& p_tFiles, int p_iPort) {
 
 // The functions of callorv/callorv.h, as the library exports them.
 std::vector<std::string> ExportedCFunctions() {
-  std::istringstream cList(ReadWholeFile(TEST_SUPPORT_DIR "/../abi/callorv.symbols"));
+  std::istringstream cList(ReadWholeFile(TEST_SUPPORT_DIR "/../../cmake/callorv.symbols"));
   std::vector<std::string> asFunction;
   for (std::string sName; std::getline(cList, sName);) {
     const bool bC = sName.find_first_of("(: ") == sName.npos;
