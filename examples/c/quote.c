@@ -7,10 +7,25 @@
 enum { SVC_QUOTE = 1001, SVC_ORDER_LIST = 1002, SVC_CANCEL = 1003 };
 enum { ORDERS = 30 };
 
+/* A new message, 0 for one that a reply will fill; null with the reason printed. */
+static CMsg* NewMsg(int p_iMsgNum) {
+  CMsg* pMsg = MSG_GetNewMsg(p_iMsgNum, NULL);
+  if (pMsg == NULL) fprintf(stderr, "the dictionary lacks message %d, or there is no memory\n", p_iMsgNum);
+  return pMsg;
+}
+
 /* Says what went wrong with a message and passes the result on. */
 static int Check(CMsg* p_pMsg, int p_iRet) {
   if (p_iRet < 0) fprintf(stderr, "%s\n", MSG_GetLastError(p_pMsg));
   return p_iRet;
+}
+
+/* A text, to be freed; null with the reason printed. */
+static char* GetText(CMsg* p_pMsg, int p_iTag) {
+  int iRet;
+  char* szText = MSG_GetStrEx(p_pMsg, p_iTag, &iRet);
+  Check(p_pMsg, iRet);
+  return szText;
 }
 
 /* A service whose failure nobody expects: 0, or -1 with the reason printed. */
@@ -26,7 +41,7 @@ static int PrintQuote(CMsg* p_pQuote) {
   int iVolume;
   int bHalted;
   char szDate[9];
-  char* szSymbol = MSG_GetStrEx(p_pQuote, 1, NULL);
+  char* szSymbol = GetText(p_pQuote, 1);
   int iRet = -1;
   if (szSymbol != NULL && Check(p_pQuote, MSG_GetDbl(p_pQuote, 2, &dLast)) == 0 &&
       Check(p_pQuote, MSG_GetInt(p_pQuote, 3, &iVolume)) == 0 &&
@@ -40,8 +55,8 @@ static int PrintQuote(CMsg* p_pQuote) {
 }
 
 static int Quote(void) {
-  CMsg* pIn = MSG_GetNewMsg(1101, NULL);
-  CMsg* pOut = MSG_GetNewMsg(0, NULL); /* a reply brings its own message number */
+  CMsg* pIn = NewMsg(1101);
+  CMsg* pOut = NewMsg(0); /* a reply brings its own message number */
   int iRet = -1;
   if (pIn != NULL && pOut != NULL && Check(pIn, MSG_SetStr(pIn, 1, "ACME")) == 0 &&
       Call(SVC_QUOTE, pIn, pOut) == 0) {
@@ -54,7 +69,7 @@ static int Quote(void) {
 
 /* Adds one row. The list takes it over, unless that fails. */
 static int AddOrder(CMsg* p_pList, const char* p_szSymbol, int p_iQuantity, double p_dLimit) {
-  CMsg* pOrder = MSG_GetNewMsg(1202, NULL);
+  CMsg* pOrder = NewMsg(1202);
   if (pOrder != NULL && Check(pOrder, MSG_SetStr(pOrder, 1, p_szSymbol)) == 0 &&
       Check(pOrder, MSG_SetBool(pOrder, 2, 1)) == 0 && Check(pOrder, MSG_SetInt(pOrder, 3, p_iQuantity)) == 0 &&
       Check(pOrder, MSG_SetDbl(pOrder, 4, p_dLimit)) == 0 && Check(p_pList, MSG_SetSub(p_pList, 3, pOrder)) == 0) {
@@ -81,7 +96,7 @@ static int PrintOrder(CMsg* p_pOrder) {
   int iFilled;
   int iPrices;
   int i;
-  char* szSymbol = MSG_GetStrEx(p_pOrder, 2, NULL);
+  char* szSymbol = GetText(p_pOrder, 2);
   if (szSymbol == NULL || Check(p_pOrder, MSG_GetInt(p_pOrder, 1, &iOrderNum)) != 0 ||
       Check(p_pOrder, MSG_GetInt(p_pOrder, 3, &iFilled)) != 0) {
     free(szSymbol);
@@ -107,16 +122,17 @@ static int PrintOrderList(CMsg* p_pReply) {
   printf("orders: %d accepted\n", iAccepted);
   iRows = Check(p_pReply, MSG_GetArrSize(p_pReply, 3));
   for (i = 0; i < iRows; ++i) {
-    CMsg* pOrder = MSG_GetAtSubArr(p_pReply, 3, i, NULL);
-    if (pOrder == NULL || PrintOrder(pOrder) != 0) return -1;
+    int iRet;
+    CMsg* pOrder = MSG_GetAtSubArr(p_pReply, 3, i, &iRet);
+    if (Check(p_pReply, iRet) != 0 || PrintOrder(pOrder) != 0) return -1;
   }
   return iRows < 0 ? -1 : 0;
 }
 
 /* With this many rows the request is longer than 1,024 bytes, so the library compresses it. */
 static int OrderList(void) {
-  CMsg* pIn = MSG_GetNewMsg(1201, NULL);
-  CMsg* pOut = MSG_GetNewMsg(0, NULL);
+  CMsg* pIn = NewMsg(1201);
+  CMsg* pOut = NewMsg(0);
   int iRet = -1;
   if (pIn != NULL && pOut != NULL && FillOrderList(pIn) == 0 && Call(SVC_ORDER_LIST, pIn, pOut) == 0) {
     iRet = PrintOrderList(pOut);
@@ -128,8 +144,8 @@ static int OrderList(void) {
 
 /* The server rejects this one: -4, with its own code, text and service number in the record. */
 static int Cancel(void) {
-  CMsg* pIn = MSG_GetNewMsg(1301, NULL);
-  CMsg* pOut = MSG_GetNewMsg(0, NULL);
+  CMsg* pIn = NewMsg(1301);
+  CMsg* pOut = NewMsg(0);
   int iRet = -1;
   if (pIn != NULL && pOut != NULL && Check(pIn, MSG_SetStr(pIn, 1, "77-1204")) == 0 &&
       Check(pIn, MSG_SetInt(pIn, 2, 90001)) == 0) {

@@ -13,8 +13,7 @@ flags="-Wall -Wextra -pedantic -Werror $(pkg-config --cflags callorv)"
 $CC ${CFLAGS:-} -std=c99 $flags use.c -o "$out/use_c" $(pkg-config --libs callorv)
 # shellcheck disable=SC2046,SC2086
 $CXX ${CXXFLAGS:-} -std=c++11 $flags use.cpp -o "$out/use_cpp" $(pkg-config --libs callorv)
-# snippet LANGUAGE: the program in that language in the README
-snippet() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/!p}" ../../../README.md; }
+snippet() { ../../../scripts/snippet ../../../README.md "$1"; }
 # shellcheck disable=SC2086
 snippet c | $CC ${CFLAGS:-} -std=c99 $flags -x c - -o "$out/readme_c" -x none $(pkg-config --libs callorv)
 # shellcheck disable=SC2086

@@ -1,40 +1,10 @@
-// Programs of their own that call services: the C interface's test and the examples.
+// Programs of their own that call services: the C interface's test and those in the README.
 #include <doctest/doctest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <string>
 
-#include "support/client_files.h"
+#include "support/program.h"
 #include "support/service_peer.h"
-#include "support/temp_file.h"
-
-namespace {
-
-struct T_Run {
-  int iExit;           // -1: ended by a signal
-  std::string sOut;    // standard output and error
-};
-
-T_Run Run(const std::string& p_sCommand) {
-  T_Run tRun{-1, ""};
-  FILE* pPipe = popen((p_sCommand + " 2>&1").c_str(), "r");
-  REQUIRE(pPipe != nullptr);
-  char szPart[500];
-  while (size_t iLen = fread(szPart, 1, sizeof(szPart), pPipe)) tRun.sOut.append(szPart, iLen);
-  const int iStatus = pclose(pPipe);
-  if (WIFEXITED(iStatus)) tRun.iExit = WEXITSTATUS(iStatus);
-  return tRun;
-}
-
-std::string Configuration(const CTempDir& p_cDir, const std::string& p_sDictionary, int p_iPort) {
-  const std::string sKey = p_cDir.Write("user.key", KeyFile("TEST-USER-1"));
-  return p_cDir.Write("callorv.cfg", "# for a test\nmsg_dic = " + p_sDictionary + "\nkey_file = " + sKey +
-                                         "\nserver = 127.0.0.1 " + std::to_string(p_iPort) + "\ntimeout = 60\n");
-}
-
-}    // namespace
 
 TEST_CASE("a C99 program finds the C interface as its header says") {
   CServicePeer cPeer([](const T_Request& p_tRequest) -> T_Answer {
@@ -52,42 +22,45 @@ TEST_CASE("a C99 program finds the C interface as its header says") {
   CHECK(tRun.iExit == 0);
 }
 
-TEST_CASE("the examples run against their replies") {
-  for (const char* szProgram : {EXAMPLE_C, EXAMPLE_CPP}) {
-    CAPTURE(szProgram);
-    CServicePeer cPeer([](const T_Request& p_tRequest) -> T_Answer {
-      return {Packet(ReadWholeFile(EXAMPLE_DATA "/replies/" + std::to_string(p_tRequest.SvcNum()) + ".xml"))};
-    });
+TEST_CASE("the programs in the README print the price, or say what is wrong") {
+  for (const std::string sProgram : {README_C, README_CPP}) {
+    CAPTURE(sProgram);
+    const bool bC = sProgram == README_C;
     const CTempDir cDir;
-    const T_Run tRun = Run(szProgram + (" " + Configuration(cDir, EXAMPLE_DATA "/dictionary.xml", cPeer.Port())));
-    CHECK(tRun.iExit == 0);
-    CHECK(tRun.sOut ==
-          "quote: ACME 101.25, 48200 traded on 20240628\n"
-          "orders: 30 accepted\n"
-          "  90001 ACME, 300 filled at 101.25, 101.30\n"
-          "  90002 BLUE, 50 filled at 12.50\n"
-          "  90003 CORN, 0 filled\n"
-          "cancel: rejected with 4017, order 90001 is filled already (service 1003)\n");
-    const std::vector<T_Request> cRequests = cPeer.Requests();
-    REQUIRE(cRequests.size() == 3);
-    CHECK(cRequests[0].MsgNum() == 1101);
-    CHECK_FALSE(cRequests[0].Compressed());
-    CHECK(cRequests[1].MsgNum() == 1201);
-    CHECK(cRequests[1].Compressed());
-    CHECK(cRequests[2].MsgNum() == 1301);
-  }
-}
-
-TEST_CASE("the examples say what they lack") {
-  for (const char* szProgram : {EXAMPLE_C, EXAMPLE_CPP}) {
-    CAPTURE(szProgram);
-    CHECK(Run(szProgram).iExit == 1);
-    const T_Run tRun = Run(szProgram + std::string(" /nonexistent/callorv.cfg"));
+    const auto fnRun = [&](const std::string& p_sDictionary, const CServicePeer& p_cPeer) {
+      Configuration(cDir, p_sDictionary, p_cPeer.Port());
+      return Run("cd " + cDir.Path(".") + " && " + sProgram);
+    };
+    T_Run tRun = Run("cd " + cDir.Path(".") + " && " + sProgram);
+    CHECK(tRun.sOut == "File open failed [shop.cfg](2,No such file or directory)\n");
     CHECK(tRun.iExit == 1);
-    CHECK(tRun.sOut ==
-          "initialisation: File open failed [/nonexistent/callorv.cfg](2,No such file or directory)\n");
-    CServicePeer cPeer([](const T_Request&) { return T_Answer{""}; });
-    const CTempDir cDir;
-    CHECK(Run(szProgram + (" " + Configuration(cDir, EXAMPLE_DATA "/dictionary.xml", cPeer.Port()))).iExit == 1);
+
+    CServicePeer cPeer(ExampleReply);
+    tRun = fnRun(EXAMPLE_DATA "/dictionary.xml", cPeer);
+    CHECK(tRun.sOut == "101.25\n");
+    CHECK(tRun.iExit == 0);
+
+    tRun = fnRun(cDir.Write("lacks.xml", ClientDictionary()), cPeer);
+    CHECK(tRun.sOut == (bC ? "the dictionary lacks message 1101, or there is no memory\n" : "-19 3.msgnum=1101\n"));
+    CHECK(tRun.iExit == 1);
+
+    std::string sOther = ReadWholeFile(EXAMPLE_DATA "/dictionary.xml");
+    sOther.replace(sOther.find("no=\"1\" name=\"Symbol\""), 20, "no=\"9\" name=\"Ticker\"");
+    tRun = fnRun(cDir.Write("other.xml", sOther), cPeer);
+    CHECK(tRun.sOut == std::string("MSG_Error(-18) : Not defined tag in dictionary {msgnum=1101, tagnum=") +
+                           (bC ? "1}\n" : "-1}\n"));
+    CHECK(tRun.iExit == 1);
+
+    CServicePeer cRejecting([](const T_Request&) -> T_Answer {
+      return {Packet("<msg no='10'><t6>4017</t6><t7>no such symbol</t7><t8>1001</t8></msg>")};
+    });
+    tRun = fnRun(EXAMPLE_DATA "/dictionary.xml", cRejecting);
+    CHECK(tRun.sOut == "4017 no such symbol\n");
+    CHECK(tRun.iExit == 1);
+
+    CServicePeer cEmpty([](const T_Request&) -> T_Answer { return {Packet("<msg no='1102'></msg>")}; });
+    tRun = fnRun(EXAMPLE_DATA "/dictionary.xml", cEmpty);
+    CHECK(tRun.sOut == "MSG_Error(-1) : No Data found {tagnum=2}\n");
+    CHECK(tRun.iExit == 1);
   }
 }
