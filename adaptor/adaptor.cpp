@@ -1,14 +1,9 @@
 // One blocking TCP client socket.
 #include "callorv/adaptor/adaptor.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -21,12 +16,20 @@
 #include <emmintrin.h>
 #endif
 
+#include "adaptor/fault.h"
+#include "adaptor/socket.h"
 #include "base/cancel.h"
 #include "base/detail_text.h"
 
 namespace {
 
 using callorv::detail::CNoCancel;
+using callorv::detail::CSocket;
+using callorv::detail::RecvFault;
+using callorv::detail::SendFault;
+using callorv::detail::ShutAndClose;
+using callorv::detail::T_Fault;
+using callorv::detail::WaitFault;
 
 // The text of code -n; the slots from 18 on are reserved.
 constexpr const char* s_szaErrStr[50] = {
@@ -55,44 +58,6 @@ static_assert(sizeof(s_szaErrStr) / sizeof(*s_szaErrStr) == 50 && s_szaErrStr[-A
 // The source file and the lines that the texts of a failed allocation name.
 const char s_szSource[] = "adaptor";
 enum { LINE_RECORD = 71, LINE_BUFFER = 79 };
-
-// strerror's text for an errno value, safe in any thread.
-class CErrnoText {
- public:
-  explicit CErrnoText(int p_iErrno) : m_szText(strerror_r(p_iErrno, m_szBuf, sizeof(m_szBuf))) {}
-  CErrnoText(const CErrnoText&) = delete;
-  CErrnoText& operator=(const CErrnoText&) = delete;
-
-  const char* ToStr() const { return m_szText; }
-
- private:
-  char m_szBuf[128];
-  const char* m_szText;
-};
-
-// Shuts a socket down and closes it; what close() returned.
-int Close(int p_iSock) {
-  const CNoCancel cWhole;
-  shutdown(p_iSock, SHUT_RDWR);
-  return close(p_iSock);
-}
-
-// Closes a socket, unless Release takes it out.
-class CSocket {
- public:
-  explicit CSocket(int p_iSock) : m_iSock(p_iSock) {}
-  ~CSocket() {
-    if (m_iSock >= 0) Close(m_iSock);
-  }
-  CSocket(const CSocket&) = delete;
-  CSocket& operator=(const CSocket&) = delete;
-
-  int Get() const { return m_iSock; }
-  int Release() { return std::exchange(m_iSock, -1); }
-
- private:
-  int m_iSock;
-};
 
 // Holds SIGPIPE back in the calling thread, so that a server which closes early does not end the application. The
 // application's own mask and handlers are as before afterwards.
@@ -166,23 +131,6 @@ int Wait(int p_iSock, E_Direction p_eDirection, timeval* p_pTime) {
                 nullptr, p_pTime);
 }
 
-// The first IPv4 address of a host. A dotted address needs no resolver; gethostbyname would share one buffer among
-// all threads.
-bool Resolve(const char* p_szHost, in_addr* p_pAddr) {
-  if (p_szHost == nullptr) return false;
-  if (inet_pton(AF_INET, p_szHost, p_pAddr) == 1) return true;
-  addrinfo tHints = {};
-  tHints.ai_family = AF_INET;
-  tHints.ai_socktype = SOCK_STREAM;
-  addrinfo* pList = nullptr;
-  if (getaddrinfo(p_szHost, nullptr, &tHints, &pList) != 0) return false;
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> cOwner(pList, freeaddrinfo);
-  sockaddr_in tFirst;
-  memcpy(&tFirst, pList->ai_addr, sizeof(tFirst));
-  *p_pAddr = tFirst.sin_addr;
-  return true;
-}
-
 }    // namespace
 
 const char* ADAPT_GetErrorStr(int p_iCode) {
@@ -202,22 +150,10 @@ CAdaptor::CAdaptor() : iPort(0), iSock(-1), iSendTimeOut(90), iRecvTimeOut(60), 
 CAdaptor::~CAdaptor() { delete pLastError; }
 
 int CAdaptor::Connect(const char* p_szHost, int p_iPort) {
-  CSocket cSocket(socket(AF_INET, SOCK_STREAM, 0));
-  if (cSocket.Get() < 0) return Fail(ADAPT_SOCKET, "(iSock=%d)", cSocket.Get());
-
-  sockaddr_in tAddr = {};
-  tAddr.sin_family = AF_INET;
-  tAddr.sin_port = htons(static_cast<uint16_t>(p_iPort));
-  if (!Resolve(p_szHost, &tAddr.sin_addr)) {
-    return Fail(ADAPT_HOST, "(hostname=%s)", p_szHost != nullptr ? p_szHost : "(null)");
-  }
-  const int iOn = 1;
-  if (setsockopt(cSocket.Get(), IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof(iOn)) < 0) {
-    return Fail(ADAPT_SOCKOPT, "(TCP_NODELAY)");
-  }
-  if (p_iPort < 0 || p_iPort > UINT16_MAX ||
-      connect(cSocket.Get(), reinterpret_cast<const sockaddr*>(&tAddr), sizeof(tAddr)) < 0) {
-    return Fail(ADAPT_CONNECT, "(connect)");
+  CSocket cSocket;
+  T_Fault tFault;
+  if (callorv::detail::Connect(p_szHost, p_iPort, 0, cSocket, tFault) < 0) {
+    return Fail(tFault.iCode, "%s", tFault.szDetail);
   }
   try {
     sHost = p_szHost;
@@ -235,6 +171,7 @@ int CAdaptor::SendData(const char* p_pData, int p_iLen, int p_iTimeOut) {
   if (p_iTimeOut < 0) p_iTimeOut = iSendTimeOut;
   if (p_iLen < 1) return 0;
 
+  T_Fault tFault;
   CSigPipeHold cHold;
   for (;;) {
     const ssize_t iSent = cHold.Send(iSock, p_pData, static_cast<size_t>(p_iLen));
@@ -244,12 +181,12 @@ int CAdaptor::SendData(const char* p_pData, int p_iLen, int p_iTimeOut) {
       p_iLen -= static_cast<int>(iSent);
       if (p_iLen == 0) return 0;
     } else if (iSendErrno != EAGAIN) {
-      return Fail(ADAPT_SEND, "(send errno=%d,%s)", iSendErrno, CErrnoText(iSendErrno).ToStr());
+      return Fail(SendFault(iSendErrno, tFault), "%s", tFault.szDetail);
     }
     timeval tTime = {p_iTimeOut, 0};
     const int iReady = Wait(iSock, WAIT_WRITE, &tTime);
     const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(ADAPT_SELECT, "(send errno=%d,%s)", iWaitErrno, CErrnoText(iWaitErrno).ToStr());
+    if (iReady < 0) return Fail(WaitFault("send", iWaitErrno, tFault), "%s", tFault.szDetail);
     if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(send to=%d)", static_cast<int>(tTime.tv_sec));
   }
 }
@@ -258,12 +195,13 @@ int CAdaptor::ReceiveData(char* p_pBuf, int p_iLen, int p_iTimeOut) {
   if (iSock < 0) return Fail(ADAPT_NOT_CONNECTED, "(ReceiveData)");
   if (p_iTimeOut < 0) p_iTimeOut = iRecvTimeOut;
 
+  T_Fault tFault;
   int iLeft = p_iLen;
   while (iLeft > 0) {
     timeval tTime = {p_iTimeOut, 0};
     const int iReady = Wait(iSock, WAIT_READ, &tTime);
     const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(ADAPT_SELECT, "(recv errno=%d,%s)", iWaitErrno, CErrnoText(iWaitErrno).ToStr());
+    if (iReady < 0) return Fail(WaitFault("recv", iWaitErrno, tFault), "%s", tFault.szDetail);
     if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(recv to=%d)", static_cast<int>(tTime.tv_sec));
 
     errno = 0;
@@ -272,18 +210,14 @@ int CAdaptor::ReceiveData(char* p_pBuf, int p_iLen, int p_iTimeOut) {
     if (iGot > 0) {
       p_pBuf += iGot;
       iLeft -= static_cast<int>(iGot);
-    } else if (iRecvErrno == 0) {
-      return Fail(ADAPT_CLOSED, "OK");
-    } else if (iRecvErrno == ECONNRESET) {
-      return Fail(ADAPT_CLOSED, "(%s)", CErrnoText(iRecvErrno).ToStr());
     } else if (iRecvErrno != EAGAIN) {
-      return Fail(ADAPT_RECV, "(recv errno=%d,%s)", iRecvErrno, CErrnoText(iRecvErrno).ToStr());
+      return Fail(RecvFault(iRecvErrno, tFault), "%s", tFault.szDetail);
     }
   }
   return p_iLen;
 }
 
-int CAdaptor::Disconnect() { return Close(std::exchange(iSock, -1)); }
+int CAdaptor::Disconnect() { return ShutAndClose(std::exchange(iSock, -1)); }
 
 void CAdaptor::SetLastError(int p_iCode, const char* p_szFmt, ...) {
   va_list tArgs;
@@ -306,8 +240,7 @@ void CAdaptor::Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) {
     if (pLastError == nullptr) pLastError = new T_LastError;
     pLastError->iCode = p_iCode;
     const auto pDetail = FormatDetail(s_szSource, LINE_BUFFER, "char[iLen]", p_szFmt, p_tArgs);
-    const char* szText = ADAPT_GetErrorStr(p_iCode);
-    pLastError->sText.Format("%s(%d)(%s)", szText != nullptr ? szText : "(null)", p_iCode, pDetail.get());
+    FormatFault(pLastError->sText, p_iCode, pDetail.get());
   } catch (const std::bad_alloc& cNoMemory) {
     ThrowNoMemory(s_szSource, LINE_RECORD, "Error", cNoMemory.what());
   }

@@ -10,34 +10,26 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <iterator>
 #include <new>
-#include <string_view>
 #include <utility>
 
+#include "adaptor/packet_fields.h"
+#include "adaptor/packet_machine.h"
 #include "base/number.h"
 
 namespace {
 
+using callorv::detail::CPacketMachine;
 using callorv::detail::FormatInt;
 using callorv::detail::INT_CHARS;
-using callorv::detail::IsWhite;
-using callorv::detail::ParseInt32;
+using callorv::detail::RecvFault;
+using callorv::detail::s_atFields;
+using callorv::detail::s_szBegin;
+using callorv::detail::s_tCheckSum;
+using callorv::detail::T_Fault;
 
 using E_Field = CTcpAdaptor::E_Field;
 using T_Field = CTcpAdaptor::T_Field;
-
-constexpr T_Field s_atFields[] = {
-    {"begin string", 0, 12},  {"packet length", 12, 10}, {"service", 22, 4},      {"message", 26, 4},
-    {"extra", 30, 10},        {"time stamp", 40, 15},    {"user key", 55, 20},    {"aux13", 75, 13},
-    {"compressed", 88, 1},    {"body length", 89, 10},   {"aux8", 99, 8},         {"aux21", 107, 21},
-};
-static_assert(std::size(s_atFields) == CTcpAdaptor::FIELDS);
-static_assert(s_atFields[CTcpAdaptor::AUX21].iAt + s_atFields[CTcpAdaptor::AUX21].iWidth == CTcpAdaptor::HEADER_SIZE);
-
-constexpr T_Field s_tCheckSum{"checksum", 0, CTcpAdaptor::TRAILER_SIZE};    // in the trailer
-
-const char s_szBegin[] = "QMX-SSP-V1.0";
 
 // Writes a number as "%0*d" does; returns its end.
 char* PutPadded(char* p_pOut, int p_iWidth, int p_iValue) {
@@ -75,39 +67,6 @@ class CFieldWriter {
  private:
   char* m_pOut;
   int m_iCount = 0;
-};
-
-// Reads fields out of bytes that nobody has checked.
-class CFieldReader {
- public:
-  explicit CFieldReader(const char* p_pIn) : m_pIn(p_pIn) {}
-
-  int Number(E_Field p_eField) const {    // 0 for junk
-    const T_Field& tField = s_atFields[p_eField];
-    char szNumber[12] = {};
-    std::copy_n(m_pIn + tField.iAt, tField.iWidth, szNumber);
-    return ParseInt32(szNumber);
-  }
-
-  void Text(E_Field p_eField, CString& p_sOut) const {    // with its padding; a NUL ends it
-    const std::string_view sText = Field(p_eField);
-    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
-  }
-
-  void TrimmedText(E_Field p_eField, CString& p_sOut) const {
-    std::string_view sText = Field(p_eField);
-    while (!sText.empty() && IsWhite(sText.front())) sText.remove_prefix(1);
-    while (!sText.empty() && IsWhite(sText.back())) sText.remove_suffix(1);
-    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
-  }
-
- private:
-  const char* m_pIn;
-
-  std::string_view Field(E_Field p_eField) const {
-    const T_Field& tField = s_atFields[p_eField];
-    return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};
-  }
 };
 
 void SetTimeStamp(CString& p_sOut) {
@@ -184,22 +143,6 @@ int Compress(const CStream& p_stBody, char* p_pOut, long long p_iRoom, int* p_pL
   return iRet == Z_STREAM_END ? Z_OK : Z_BUF_ERROR;
 }
 
-// p_iPlainLen is what the peer announced. It is believed up to what deflate can make of the bytes that did come, 1032
-// for each, and one more: so zlib never runs out of room where it would not have with all of it, and its verdict is
-// the same.
-int Uncompress(const CStream& p_stSent, int p_iPlainLen, CStream& p_stBody, long* p_pLen) {
-  *p_pLen = 0;
-  if (p_iPlainLen < 0) return Z_BUF_ERROR;
-  const long long iMost = 1032LL * p_stSent.GetSize() + 1;
-  const int iRoom = static_cast<int>(std::min<long long>(p_iPlainLen, iMost));
-  uLongf uLen = static_cast<uLongf>(iRoom);
-  const int iRet = uncompress(reinterpret_cast<Bytef*>(p_stBody.GetBuffer(iRoom)), &uLen,
-                              reinterpret_cast<Bytef*>(p_stSent.GetData()), static_cast<uLong>(p_stSent.GetSize()));
-  *p_pLen = static_cast<long>(uLen);
-  p_stBody.ReleaseBuffer(iRet == Z_OK ? static_cast<int>(uLen) : 0);
-  return iRet;
-}
-
 }    // namespace
 
 CTcpAdaptor::CTcpAdaptor() : szLastRecvHeader(), szLastSendHeader(), bKeepHeaders(false) {}
@@ -271,87 +214,34 @@ int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
 }
 
 int CTcpAdaptor::ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) {
-  return ReadPacket([=](char* p_pBuf, int p_iLen) { return ReceiveData(p_pBuf, p_iLen, p_iTimeOut); }, p_pInfo);
+  const int iFirstRoom = 64 * 1024;
+  return ReadPacket(p_pInfo, [=](CPacketMachine& p_cMachine, T_Fault& p_tFault) {
+    while (p_cMachine.Part() != CPacketMachine::COMPLETE) {
+      CPacketMachine::T_Room tRoom;
+      int iRet = p_cMachine.GetRoom(iFirstRoom, tRoom, p_tFault);
+      if (iRet < 0) return iRet;
+      iRet = ReceiveData(tRoom.pAt, tRoom.iLen, p_iTimeOut);
+      if (iRet < 0) return p_cMachine.Cut(iRet, p_tFault);
+      iRet = p_cMachine.Fill(tRoom.iLen, p_tFault);
+      if (iRet < 0) return iRet;
+    }
+    return 0;
+  });
 }
 
 int CTcpAdaptor::ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo) {
-  const char* pNext = p_pData;
-  const auto fnRead = [&](char* p_pBuf, int p_iWanted) {
-    if (p_iWanted < 1) return p_iWanted;
-    if (p_iWanted > p_iLen - (pNext - p_pData)) return Fail(ADAPT_CLOSED, "OK");
-    std::copy_n(pNext, p_iWanted, p_pBuf);
-    pNext += p_iWanted;
-    return p_iWanted;
-  };
-  return ReadPacket(fnRead, p_pInfo);
+  return ReadPacket(p_pInfo, [=](CPacketMachine& p_cMachine, T_Fault& p_tFault) {
+    const int iRet = p_cMachine.Feed(p_pData, p_iLen, p_tFault);
+    if (iRet < 0 || p_cMachine.Part() == CPacketMachine::COMPLETE) return iRet;
+    return p_cMachine.Cut(RecvFault(0, p_tFault), p_tFault);
+  });
 }
 
-template <class READ>
-int CTcpAdaptor::ReadPacket(READ p_fnRead, T_PacketInfo* p_pInfo) {
+template <class DRIVE>
+int CTcpAdaptor::ReadPacket(T_PacketInfo* p_pInfo, DRIVE p_fnDrive) {
   if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "p_pInfo");
-
-  char szHeader[HEADER_SIZE + 1] = {};
-  int iRet = p_fnRead(szHeader, HEADER_SIZE);
-  if (iRet < 0) return iRet;
-  if (memcmp(szHeader, s_szBegin, static_cast<size_t>(s_atFields[BEGIN_STRING].iWidth)) != 0) {
-    return Fail(ADAPT_HEADER, "Unknown BeginString[%.*s]", s_atFields[BEGIN_STRING].iWidth, szHeader);
-  }
-  if (bKeepHeaders) memcpy(szLastRecvHeader, szHeader, HEADER_SIZE);
-
-  int iBodySum = 0;
-  try {
-    const CFieldReader cHeader(szHeader);
-    const int iBodyLen = cHeader.Number(PACKET_LENGTH) - HEADER_SIZE;    // below 0 for a hostile header
-    p_pInfo->iSvcNum = cHeader.Number(SERVICE);
-    p_pInfo->iMsgNum = cHeader.Number(MESSAGE);
-    p_pInfo->iExtra = cHeader.Number(EXTRA);
-    cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp);
-    cHeader.TrimmedText(USER_KEY, p_pInfo->sUserKey);
-    cHeader.Text(AUX13, p_pInfo->sAux13);
-    p_pInfo->bCompressed = szHeader[s_atFields[COMPRESSED].iAt] == 'Y';
-    cHeader.Text(AUX8, p_pInfo->sAux8);
-    cHeader.Text(AUX21, p_pInfo->sAux21);
-
-    p_pInfo->stBody.Clear();    // the body of an earlier packet
-    CStream stCompressed(0, 512);
-    CStream& stSent = p_pInfo->bCompressed ? stCompressed : p_pInfo->stBody;
-    iRet = ReadBody(p_fnRead, stSent, iBodyLen);
-    if (iRet < 0) return iRet;
-    iBodySum = CalcCheckSum(stSent.GetData(), stSent.GetSize());
-    if (p_pInfo->bCompressed) {
-      long iLen = 0;
-      const int iZlib = Uncompress(stCompressed, cHeader.Number(BODY_LENGTH), p_pInfo->stBody, &iLen);
-      if (iZlib != Z_OK) return Fail(ADAPT_COMPRESSION, "ReceiveFrom(%d)(%ld)", iZlib, iLen);
-    }
-  } catch (const std::bad_alloc&) {
-    return Fail(ADAPT_MEMORY, "ReceiveFrom");
-  }
-
-  char szTrailer[TRAILER_SIZE + 1] = {};
-  iRet = p_fnRead(szTrailer, TRAILER_SIZE);
-  if (iRet == ADAPT_TIMEOUT) return Fail(ADAPT_CORRUPTED, "uncompleted packet timeout(checksum)");
-  if (iRet < 0) return iRet;
-  const int iComputed = (CalcCheckSum(szHeader, HEADER_SIZE) + iBodySum) % 256;
-  const int iReceived = ParseInt32(szTrailer);
-  if (iComputed != iReceived) return Fail(ADAPT_CHECKSUM, "(M:%d,C:%d)", iComputed, iReceived);
-  return 0;
-}
-
-// Reads p_iLen bytes into p_stOut, which is empty. The room grows with the bytes that really come. A length below 0
-// goes to p_fnRead as it is, which hands it back.
-template <class READ>
-int CTcpAdaptor::ReadBody(READ p_fnRead, CStream& p_stOut, int p_iLen) {
-  const int iFirstRoom = 64 * 1024;
-  int iHave = 0;
-  do {
-    const int iStep = std::min(p_iLen - iHave, std::max(iHave, iFirstRoom));
-    char* pBuf = p_stOut.GetBuffer(iHave + std::max(iStep, 0));
-    const int iRet = p_fnRead(pBuf + iHave, iStep);
-    if (iRet < 0) p_stOut.Clear();
-    if (iRet == ADAPT_TIMEOUT) return Fail(ADAPT_CORRUPTED, "uncompleted packet timeout(body)");
-    if (iRet < 0) return iRet;
-    iHave += iStep;
-    p_stOut.ReleaseBuffer(iHave);
-  } while (iHave < p_iLen);
-  return 0;
+  CPacketMachine cMachine(p_pInfo, bKeepHeaders ? szLastRecvHeader : nullptr);
+  T_Fault tFault;
+  const int iRet = p_fnDrive(cMachine, tFault);
+  return tFault.iCode != 0 ? Fail(tFault.iCode, "%s", tFault.szDetail) : iRet;
 }

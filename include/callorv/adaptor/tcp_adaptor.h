@@ -74,11 +74,9 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   char szLastSendHeader[HEADER_SIZE + TRAILER_SIZE + 1];
   bool bKeepHeaders;
 
-  // READ: int(char* p_pBuf, int p_iLen), with the contract of ReceiveData.
-  template <class READ>
-  int ReadPacket(READ p_fnRead, T_PacketInfo* p_pInfo);
-  template <class READ>
-  int ReadBody(READ p_fnRead, CStream& p_stOut, int p_iLen);
+  // DRIVE: int(callorv::detail::CPacketMachine&, callorv::detail::T_Fault&), which brings the bytes.
+  template <class DRIVE>
+  int ReadPacket(T_PacketInfo* p_pInfo, DRIVE p_fnDrive);
 };
 
 #endif
