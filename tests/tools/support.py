@@ -1,4 +1,5 @@
 """Runs the callorv command, and speaks its packets without any of its code."""
+import hashlib
 import os
 import re
 import shutil
@@ -40,9 +41,34 @@ DICTIONARY = """<?xml version='1.0' encoding='ISO-8859-1' ?>
 XML_HEAD = '<?xml version="1.0" encoding="ISO-8859-1" ?>'
 
 
-def run(*args, stdin=b"", timeout=60):
+# A small dictionary, and the keys "BRANCH-0042" and "A0123456789ABCDEFGHIJ", encrypted under the SEED key
+# 00112233445566778899aabbccddeeff, which is not the command's.
+FOREIGN_DICTIONARY = bytes.fromhex("f0f208c9a323f21ac7d70b3e10154cf91fc756dfeb2f8aaab238f5b27294f945"
+                                   "8aaa3faf48ccbc73336d54c280d74a2ac46bf061d6ab43896b5075805eca895e")
+FOREIGN_KEY_16 = bytes.fromhex("969878a48cfc8cae84c14cf8bdf7cf5d")
+FOREIGN_KEY_32 = bytes.fromhex("cf813c546205197858fbf1fe9f80ee4856e11e57fdf4e7c98a1ed3175bea5d17")
+FOREIGN = "encrypted under another SEED key, or damaged; try the callorv that was built with its SEED key, or "
+FOREIGN_DICTIONARY_TEXT = FOREIGN + "encrypt the dictionary again: callorv dict encrypt"
+FOREIGN_KEY_TEXT = FOREIGN + "make the key file again: callorv key make"
+
+
+def key_file(secret):
+    """A key file with these 16 or 32 encrypted bytes, which stand at the beginning of the table."""
+    table = (b"?" + secret).ljust(4096, b"?")
+    index = bytes(range(1, len(secret) + 1)).ljust(32, b"\0")
+    return hashlib.md5(table + index).digest() + table + index
+
+
+def run_unprivileged(*args, **more):
+    """The same as run(), as somebody who may read only what the mode of a file lets them: root may read everything."""
+    drop = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+    return run(*args, before=drop, **more)
+
+
+def run(*args, stdin=b"", timeout=60, before=()):
     """Runs the command to its end; standard input and both outputs are bytes."""
-    return subprocess.run([COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout, check=False)
+    return subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
+                          check=False)
 
 
 def header(body, service, message, **fields):

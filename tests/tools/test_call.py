@@ -299,18 +299,23 @@ class FailureTest(CallTest):
                         "callorv: -21, XML parsing failed(Handler error : Unknown msgno(99))\n")
 
     def test_a_configuration_that_cannot_be_used(self):
-        missing = self.path("missing")
+        missing, config = self.path("missing"), self.path("bad.cfg")
+        gone = f"{missing}: No such file or directory (the library says: "
         self.assert_run(run("call", "--config", missing, 1, 3), 1, "",
-                        f"callorv: File open failed [{missing}](2,No such file or directory)\n")
-        for text, why in (("", "cannot found 'msg_dic' key in config file"),
-                          (f"msg_dic={self.dictionary}", "cannot found 'key_file' key in config file"),
-                          (f"msg_dic={self.dictionary}\nkey_file={missing}\nserver=x 1", f"File not found({missing})"),
+                        f"callorv: {gone}File open failed [{missing}](2,No such file or directory))\n")
+        for text, why in (("", f"{config}: the library says: cannot found 'msg_dic' key in config file"),
+                          (f"msg_dic={self.dictionary}",
+                           f"{config}: the library says: cannot found 'key_file' key in config file"),
+                          (f"msg_dic={self.dictionary}\nkey_file={missing}\nserver=x 1",
+                           f"{gone}File not found({missing}))"),
                           (f"msg_dic={self.dictionary}\nkey_file={self.dictionary}\nserver=x 1",
-                           "Corrupted UserKey data"),
+                           f"{self.dictionary}: {len(self.read('dictionary.xml'))} bytes instead of 4144: no key file, "
+                           "or cut off; copy it again, or make one: callorv key make (the library says: Corrupted "
+                           "UserKey data)"),
                           (f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=x",
-                           "'server' key syntax is [server=ip_address port]")):
+                           f"{config}: the library says: 'server' key syntax is [server=ip_address port]")):
             with self.subTest(text=text):
-                config = self.write("bad.cfg", text)
+                self.write("bad.cfg", text)
                 self.assert_run(run("call", "--config", config, 1, 3), 1, "", f"callorv: {why}\n")
 
     def test_a_host_that_has_no_address(self):

@@ -250,7 +250,7 @@ class ArgumentTest(DecodeTest):
     def test_files_that_cannot_be_read(self):
         missing = self.path("missing")
         self.assert_run(run("decode", missing), 1, "", f"callorv: {missing}: No such file or directory\n")
-        self.assert_run(run("decode", self.dir), 1, "", f"callorv: {self.dir}: Is a directory\n")
+        self.assert_run(run("decode", self.dir), 1, "", f"callorv: {self.dir}: a folder, not a file\n")
 
     def test_an_output_that_cannot_be_written(self):
         with open("/dev/full", "wb") as full:

@@ -70,7 +70,7 @@ class CheckTest(ToolTest):
                         f"{path}:6: error: message 0, tag 1: type 'M4' is none of string, integer, double, bool, "
                         "date, and m with a number\n"
                         f"{path}: 4 messages, 6 tags, 8 errors, 0 warnings\n",
-                        "callorv: the library says: InitDictionary(Handler error : tagtype=strin)\n")
+                        f"callorv: {path}: the library says: InitDictionary(Handler error : tagtype=strin)\n")
 
     def test_each_error_is_what_the_library_refuses(self):
         rows = [
@@ -112,7 +112,7 @@ class CheckTest(ToolTest):
                         f"{path}:2: warning: message 1: attribute 'typo' is not known and is ignored\n"
                         f"{path}:4: error: {fatal}\n"
                         f"{path}: 1 message, 1 tag, 1 error, 1 warning\n",
-                        f"callorv: the library says: InitDictionary({fatal})\n")
+                        f"callorv: {path}: the library says: InitDictionary({fatal})\n")
 
     def test_suspicious_things(self):
         rows = [
@@ -208,21 +208,23 @@ class CheckTest(ToolTest):
     def test_what_the_library_quotes_is_shown_in_utf_8(self):
         path = self.write("\u00fc.xml", b"<?xml version='1.0' encoding='ISO-8859-1' ?><W\xf6rter/>")
         result = run("dict", "check", path)
-        self.assert_run(result, 1, err="callorv: the library says: "
+        self.assert_run(result, 1, err=f"callorv: {path}: the library says: "
                                        "InitDictionary(Handler error : Unknown root element - W\u00f6rter)\n")
         self.assertIn(f"{path}:1: error: the root element is 'W\u00f6rter', not 'msg_dictionary'\n",
                       result.stdout.decode())
 
     def test_files_that_cannot_be_read(self):
         path = self.path("none.xml")
-        result = run("dict", "check", path)
-        self.assertEqual((result.returncode, result.stdout), (1, b""))
-        self.assertRegex(result.stderr.decode(),
-                         r"\Acallorv: Handler error : \[F\] \(L:0, C:0\) : unable to open .*\n\Z")
+        self.assert_run(run("dict", "check", path), 1, "",
+                        f"callorv: {path}: No such file or directory (the library says: Handler error : [F] (L:0, C:0) "
+                        f": unable to open primary document entity '{path}')\n")
         path = self.path("none.exml")
-        self.assert_run(run("dict", "check", path), 1, "", f"callorv: Handler error : File not found({path})\n")
+        self.assert_run(run("dict", "check", path), 1, "", f"callorv: {path}: No such file or directory (the library "
+                        f"says: Handler error : File not found({path}))\n")
         path = self.write("odd.exml", "odd")
-        self.assert_run(run("dict", "check", path), 1, "", "callorv: Handler error : File may be corrupted\n")
+        self.assert_run(run("dict", "check", path), 1, "",
+                        f"callorv: {path}: 3 bytes, which is no multiple of 16; not encrypted, or cut off: copy it "
+                        "again (the library says: Handler error : File may be corrupted)\n")
 
     def test_wrong_usage(self):
         self.assert_usage("dict check", run("dict", "check"), "FILE is required")
@@ -257,7 +259,8 @@ class DumpTest(ToolTest):
     def test_failures(self):
         path = self.write("d.xml", dictionary(message(10)))
         self.assert_run(run("dict", "dump", path), 1, "",
-                        "callorv: InitDictionary(Handler error : msgnum=10,msgname=M10)\n")
+                        f"callorv: {path}: the library says: InitDictionary(Handler error : msgnum=10,msgname=M10); "
+                        "callorv dict check says everything\n")
         self.assert_usage("dict dump", run("dict", "dump"), "FILE is required")
 
 
@@ -315,9 +318,14 @@ class EncryptTest(ToolTest):
 
     def test_failures(self):
         self.assert_run(run("dict", "decrypt", self.path("none.exml")), 1, "",
-                        f"callorv: File not found({self.path('none.exml')})\n")
-        self.assert_run(run("dict", "decrypt", self.write("odd", "x" * 15)), 1, "", "callorv: File may be corrupted\n")
-        self.assert_run(run("dict", "encrypt", self.path("none"), self.path("out.exml")), 1, "")
+                        f"callorv: {self.path('none.exml')}: No such file or directory (the library says: File not "
+                        f"found({self.path('none.exml')}))\n")
+        odd = self.write("odd", "x" * 15)
+        self.assert_run(run("dict", "decrypt", odd), 1, "",
+                        f"callorv: {odd}: 15 bytes, which is no multiple of 16; not encrypted, or cut off: copy it "
+                        "again (the library says: File may be corrupted)\n")
+        self.assert_run(run("dict", "encrypt", self.path("none"), self.path("out.exml")), 1, "",
+                        f"callorv: {self.path('none')}: No such file or directory\n")
         self.assert_run(run("dict", "encrypt", self.dictionary, self.path("no/out.exml")), 1, "",
                         f"callorv: {self.path('no/out.exml')}: No such file or directory\n")
         self.assertEqual(sorted(os.listdir(self.dir)), ["dictionary.xml", "odd"])
@@ -370,7 +378,8 @@ class HtmlTest(ToolTest):
         self.assert_usage("dict html", run("dict", "html", self.dictionary), "--output is required")
         path = self.write("d.xml", "<x/>")
         self.assert_run(run("dict", "html", path, "-o", self.path("o.html")), 1, "",
-                        "callorv: InitDictionary(Handler error : Unknown root element - x)\n")
+                        f"callorv: {path}: the library says: InitDictionary(Handler error : Unknown root element - x); "
+                        "callorv dict check says everything\n")
         self.assertFalse(os.path.exists(self.path("o.html")))
 
 

@@ -116,7 +116,8 @@ class GenerateTest(ToolTest):
                         f"callorv: {self.path('dictionary.xml/out')}: Not a directory\n")
         bad = self.write("bad.xml", "<msg_dictionary><msg no='0'/></msg_dictionary>")
         self.assert_run(self.generate(dictionary=bad), 1, "",
-                        "callorv: InitDictionary(Handler error : msgnum=0)\n")
+                        f"callorv: {bad}: the library says: InitDictionary(Handler error : msgnum=0); "
+                        "callorv dict check says everything\n")
 
     def test_wrong_usage(self):
         for name in ("1a", "a::", "::a", "a b", "class", "a::int", "_a", "a__b", "a:b"):

@@ -5,7 +5,7 @@ import os
 import stat
 import unittest
 
-from support import ToolTest, run
+from support import FOREIGN_KEY_16, FOREIGN_KEY_32, FOREIGN_KEY_TEXT, ToolTest, key_file, run
 
 SIZE, DIGEST, TABLE = 4144, 16, 4096
 
@@ -92,7 +92,7 @@ class MakeTest(ToolTest):
                         f"callorv: {self.path('no/such.key')}: No such file or directory\n")
         os.mkdir(self.path("folder"))
         self.assert_run(self.make("KEY", "folder", "--force"), 1, "",
-                        f"callorv: {self.path('folder')}: Is a directory\n")
+                        f"callorv: {self.path('folder')}: a folder, not a file\n")
         self.assertEqual(sorted(os.listdir(self.dir)), ["dictionary.xml", "folder"])
 
     def test_the_key_comes_from_standard_input(self):
@@ -138,8 +138,8 @@ class CheckTest(ToolTest):
         for options in ([], ["--json"]):
             self.assertNotIn(b"BRANCH", run("key", "check", self.file, *options).stdout)
 
-    def assert_refused(self, data, text):
-        os.remove(self.file)
+    def assert_refused(self, data, reason, library):
+        text = f"{self.file}: {reason} (the library says: {library})"
         self.write("user.key", data)
         self.assert_run(run("key", "check", self.file), 1, "", f"callorv: {text}\n")
         result = run("key", "check", self.file, "--json", "--show")
@@ -149,22 +149,68 @@ class CheckTest(ToolTest):
     def test_files_that_the_library_refuses(self):
         data = self.read("user.key")
         _, table, index = parts(data)
-        self.assert_refused(b"", "Corrupted UserKey data")
-        self.assert_refused(data[:-1], "Corrupted UserKey data")
+        copy = "; copy it again, or make one: callorv key make"
+        again = "; make it again: callorv key make"
+        short = " instead of 4144: no key file, or cut off" + copy
+        self.assert_refused(b"", "0 bytes" + short, "Corrupted UserKey data")
+        self.assert_refused(data[:-1], "4143 bytes" + short, "Corrupted UserKey data")
         for place in (0, 15, 16, 4111, 4112, 4143):
             with self.subTest(place=place):
                 changed = bytearray(data)
                 changed[place] ^= 1
-                self.assert_refused(bytes(changed), "Corrupted UserKey data(checksum)")
-        self.assert_refused(joined(table, index[:7] + b"\0" + index[8:]), "Corrupted UserKey data")
+                self.assert_refused(bytes(changed), "no key file, or changed after it was made" + copy,
+                                    "Corrupted UserKey data(checksum)")
+        self.assert_refused(joined(table, index[:7] + b"\0" + index[8:]),
+                            "made wrongly: its list of places ends before the key does" + again,
+                            "Corrupted UserKey data")
         # a block of nothing but padding, as an empty dictionary is encrypted to, holds an empty key
         run("dict", "encrypt", self.write("empty", ""), self.path("empty.exml"))
-        block = self.read("empty.exml")
-        self.assert_refused(joined(b"?" + block + table[17:], bytes(range(1, 17)) + index[16:]), "Invalid UserKey")
+        self.assert_refused(key_file(self.read("empty.exml")), "the key in it is empty" + again, "Invalid UserKey")
+
+    def sealed(self, plain):
+        """The encrypted bytes of a plain text that brings its own padding."""
+        run("dict", "encrypt", self.write("plain", plain), self.path("sealed.exml"))
+        return self.read("sealed.exml")[:len(plain)]
+
+    def test_what_is_no_key_under_this_seed_key(self):
+        self.assert_refused(key_file(FOREIGN_KEY_16), FOREIGN_KEY_TEXT, "Invalid UserKey")
+        self.assert_refused(key_file(self.sealed(b"K" * 15 + b"\x11")), FOREIGN_KEY_TEXT, "Invalid UserKey")
+        # the library takes these as they come
+        for secret in (FOREIGN_KEY_32, self.sealed(b"\x93?KEY".ljust(15, b"?") + b"\7"),
+                       self.sealed(b"KEY\x93".ljust(15, b"?") + b"\5"),
+                       self.sealed(b"KEY\0\x01".ljust(15, b"?") + b"\2"),
+                       self.sealed(b"K\x01".ljust(15, b"K") + b"\1"), self.sealed(b"K\xe9Y" + b"?" * 12 + b"\5")):
+            with self.subTest(secret=secret):
+                text = f"{self.file}: {FOREIGN_KEY_TEXT}"
+                self.write("user.key", key_file(secret))
+                self.assert_run(run("key", "check", self.file), 1, "", f"callorv: {text}\n")
+                result = run("key", "check", self.file, "--json")
+                self.assert_run(result, 1, err="")
+                self.assertEqual(json.loads(result.stdout), {"file": self.file, "sound": False, "error": text})
+
+    def test_keys_that_other_makers_padded(self):
+        for plain, length in ((b"KEY".ljust(16, b"\x0d"), 3), (b"KEY".ljust(15, b"\0") + b"\x0d", 3),
+                              (b"KEY" + b"?!*_-x+=%&/#" + b"\x0d", 3), (b"K\xe9Y".ljust(15, b"\0") + b"\x0d", 3),
+                              (b"K\xe9YABCDEFGHIJKL\1", 15), (b"KEY".ljust(16, b"\0"), 3),
+                              (b"K" * 16 + b"KEY".ljust(16, b"\x0d"), 19)):
+            with self.subTest(plain=plain):
+                self.write("user.key", key_file(self.sealed(plain)))
+                os.chmod(self.file, 0o600)
+                form = len(plain)
+                self.assert_run(run("key", "check", self.file), 0, f"{self.file}: sound, a key of {length} characters "
+                                f"in the {form}-byte form\n", "")
+
+    def test_a_line_break_at_the_end_of_the_key_is_suspicious(self):
+        self.write("user.key", key_file(self.sealed(b"KEY\n?????????" + b"??" + b"\x0c")))
+        os.chmod(self.file, 0o600)
+        self.assert_run(run("key", "check", self.file), 0,
+                        f"{self.file}: sound, a key of 4 characters in the 16-byte form\n",
+                        "callorv: warning: the key has control characters, which a packet carries as they are\n")
 
     def test_a_missing_file(self):
         path = self.path("none.key")
-        self.assert_run(run("key", "check", path), 1, "", f"callorv: File not found({path})\n")
+        self.assert_run(run("key", "check", path), 1, "",
+                        f"callorv: {path}: No such file or directory (the library says: File not found({path}))\n")
 
     def test_what_is_suspicious(self):
         os.chmod(self.file, 0o640)

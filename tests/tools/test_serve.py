@@ -637,10 +637,11 @@ class ArgumentTest(ServeTest):
         missing = self.path("missing")
         for args, text in (
                 (("--dictionary", broken, "--echo"),
-                 "InitDictionary(Handler error : Unknown root element - dictionary)"),
+                 f"{broken}: the library says: InitDictionary(Handler error : Unknown root element - dictionary); "
+                 "callorv dict check says everything"),
                 (("--dictionary", missing, "--echo"),
-                 "InitDictionary(Handler error : [F] (L:0, C:0) : unable to open primary document entity "
-                 f"'{missing}')"),
+                 f"{missing}: No such file or directory (the library says: InitDictionary(Handler error : [F] (L:0, "
+                 f"C:0) : unable to open primary document entity '{missing}'))"),
                 (("--dictionary", self.dictionary, "--replies", missing), f"{missing}: No such file or directory"),
                 (("--dictionary", self.dictionary, "--replies", broken), f"{broken}: not a folder"),
                 (("--dictionary", self.dictionary, "--echo", "--host", "203.0.113.1"),

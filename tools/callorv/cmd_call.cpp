@@ -7,11 +7,13 @@
 #include <nlohmann/json.hpp>
 
 #include "command.h"
+#include "input.h"
 #include "measure.h"
 #include "msg_json.h"
 #include "msg_path.h"
 #include "options.h"
 #include "packet_view.h"
+#include "refusal.h"
 #include "text.h"
 
 namespace {
@@ -47,21 +49,45 @@ struct T_Options {
   int iThreads = 1;
 };
 
-void Initialize(const T_Options& p_tOptions) {
+// The library takes whatever a key file decrypts to; a key that is noise would go to the server with every request.
+void RequireKey(const std::string& p_sPath) {
+  if (const std::string sReason = KeyReason(p_sPath); !sReason.empty()) throw CFailure(p_sPath + ": " + sReason);
+}
+
+// Sets the client up from a configuration file. The library's error names no file: what each says is compared.
+void Initialize(const std::string& p_sConfig) {
   CCallOrvError cError;
-  int iRet = 0;
-  if (!p_tOptions.sConfig.empty()) {
-    iRet = CCallOrv::Initialize(p_tOptions.sConfig.c_str(), &cError);
-  } else {
-    const size_t iColon = p_tOptions.sServer.rfind(':');
-    int iPort = 0;
-    if (iColon == std::string::npos || !ParseNumber(p_tOptions.sServer.substr(iColon + 1), 1, 65535, iPort)) {
-      throw CUsage("--server: '" + p_tOptions.sServer + "' is not HOST:PORT");
-    }
-    iRet = CCallOrv::Initialize(p_tOptions.sKeyFile.c_str(), p_tOptions.sDictionary.c_str(),
-                                p_tOptions.sServer.substr(0, iColon).c_str(), iPort, p_tOptions.iTimeOut, &cError);
+  const int iRet = CCallOrv::Initialize(p_sConfig.c_str(), &cError);
+  CCfgReader cConfig;
+  CString sDictionary, sKeyFile, sKey, sKeyError;
+  cConfig.Load(p_sConfig.c_str());
+  cConfig.GetStrVal("msg_dic", &sDictionary);
+  cConfig.GetStrVal("key_file", &sKeyFile);
+  const CString sText = cError.GetText();
+  if (iRet == -2) throw CFailure(DictionaryRefusal(sDictionary.ToStr(), sText.ToStr()));
+  if (iRet == 0) return RequireKey(sKeyFile.ToStr());
+  CCallOrv::GetUserKey(sKeyFile.ToStr(), sKey, sKeyError);
+  if (sText == sKeyError.ToStr() || sText == "Invalid UserKey") {
+    throw CFailure(KeyRefusal(sKeyFile.ToStr(), sText.ToStr()));
   }
-  if (iRet < 0) throw CFailure(cError.GetText().ToStr());
+  throw CFailure(Refusal(p_sConfig, WhyUnreadable(p_sConfig), sText.ToStr()));
+}
+
+void Initialize(const T_Options& p_tOptions) {
+  if (!p_tOptions.sConfig.empty()) return Initialize(p_tOptions.sConfig);
+  const size_t iColon = p_tOptions.sServer.rfind(':');
+  int iPort = 0;
+  if (iColon == std::string::npos || !ParseNumber(p_tOptions.sServer.substr(iColon + 1), 1, 65535, iPort)) {
+    throw CUsage("--server: '" + p_tOptions.sServer + "' is not HOST:PORT");
+  }
+  CCallOrvError cError;
+  const int iRet =
+      CCallOrv::Initialize(p_tOptions.sKeyFile.c_str(), p_tOptions.sDictionary.c_str(),
+                           p_tOptions.sServer.substr(0, iColon).c_str(), iPort, p_tOptions.iTimeOut, &cError);
+  const std::string sText = cError.GetText().ToStr();
+  if (iRet == -2) throw CFailure(DictionaryRefusal(p_tOptions.sDictionary, sText));
+  if (iRet < 0) throw CFailure(KeyRefusal(p_tOptions.sKeyFile, sText));
+  RequireKey(p_tOptions.sKeyFile);
 }
 
 int FindMessage(const std::string& p_sMessage) {

@@ -7,6 +7,7 @@
 
 #include "capture.h"
 #include "command.h"
+#include "input.h"
 #include "options.h"
 #include "packet_view.h"
 #include "text.h"

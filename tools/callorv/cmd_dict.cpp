@@ -1,4 +1,5 @@
 // callorv dict: checks, shows, encrypts and decrypts message dictionaries.
+#include <callorv/base/exception.h>
 #include <callorv/base/stream.h>
 #include <callorv/crypt/crypt.h>
 #include <callorv/msg/msg_dic.h>
@@ -13,6 +14,9 @@
 #include "dict_check.h"
 #include "dict_html.h"
 #include "files.h"
+#include "input.h"
+#include "refusal.h"
+#include "seal.h"
 #include "text.h"
 
 namespace {
@@ -35,7 +39,7 @@ std::string Dump(const Json& p_cJson) {
 
 std::unique_ptr<CMsgDic> Load(const std::string& p_sPath) {
   auto pDic = std::make_unique<CMsgDic>();
-  pDic->InitDictionary(p_sPath.c_str());
+  LoadDictionary(*pDic, p_sPath);
   return pDic;
 }
 
@@ -63,10 +67,25 @@ void PrintReportAsJson(const T_Options& p_tOptions, const T_DictReport& p_tRepor
   std::cout << Dump(cReport);
 }
 
+// What stands in the file. Throws CFailure when the file as a whole is the matter.
+T_DictReport Report(const std::string& p_sPath) {
+  T_DictReport tReport;
+  std::string sLibrary;
+  try {
+    tReport = CheckDictionary(p_sPath);
+    sLibrary = tReport.sLoader;
+  } catch (const CException& cError) {
+    sLibrary = cError.GetText();
+  }
+  const std::string sReason = sLibrary.empty() ? "" : DictionaryReason(p_sPath);
+  if (!sReason.empty() || sLibrary != tReport.sLoader) throw CFailure(Refusal(p_sPath, sReason, sLibrary));
+  return tReport;
+}
+
 void Check(const T_Options& p_tOptions) {
-  const T_DictReport tReport = CheckDictionary(p_tOptions.sIn);
+  const T_DictReport tReport = Report(p_tOptions.sIn);
   p_tOptions.bJson ? PrintReportAsJson(p_tOptions, tReport) : PrintReport(p_tOptions, tReport);
-  if (!tReport.sLoader.empty()) throw CFailure(p_tOptions.bJson ? "" : "the library says: " + tReport.sLoader);
+  if (!tReport.sLoader.empty()) throw CFailure(p_tOptions.bJson ? "" : Refusal(p_tOptions.sIn, "", tReport.sLoader));
   if (p_tOptions.bStrict && !tReport.atFinding.empty()) throw CFailure("");
 }
 
@@ -120,8 +139,15 @@ void Encrypt(const T_Options& p_tOptions) {
 void Decrypt(const T_Options& p_tOptions) {
   CStream stPlain(0, 512);
   CString sError;
-  if (CCrypt::DecryptFileToStream(p_tOptions.sIn.c_str(), stPlain, sError) < 0) throw CFailure(sError.ToStr());
+  if (CCrypt::DecryptFileToStream(p_tOptions.sIn.c_str(), stPlain, sError) < 0) {
+    throw CFailure(Refusal(p_tOptions.sIn, SealedReason(p_tOptions.sIn), sError.ToStr()));
+  }
+  const std::string sSecret = ReadWholeFile(p_tOptions.sIn);
+  const T_Unsealed tPlain = sSecret.empty() ? T_Unsealed() : Unseal(sSecret);
+  if (IsForeign(tPlain)) throw CFailure(p_tOptions.sIn + ": " + SealedReason(p_tOptions.sIn));
   WriteFile(p_tOptions.sOut, View(stPlain));
+  const bool bDamaged = BeginsLikeXml(tPlain.sPlain) && HasNoise(tPlain.sPlain);
+  if (bDamaged) Warn(p_tOptions.sIn + ": " + SealedReason(p_tOptions.sIn));
 }
 
 void Html(const T_Options& p_tOptions) {

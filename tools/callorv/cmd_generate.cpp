@@ -11,7 +11,9 @@
 #include "class_writer.h"
 #include "command.h"
 #include "files.h"
+#include "input.h"
 #include "options.h"
+#include "refusal.h"
 #include "text.h"
 
 namespace {
@@ -35,7 +37,7 @@ void Generate(const T_Options& p_tOptions) {
     throw CUsage("--namespace: '" + p_tOptions.sNamespace + "' is no name for a name space");
   }
   const auto pDic = std::make_unique<CMsgDic>();
-  pDic->InitDictionary(p_tOptions.sDictionary.c_str());
+  LoadDictionary(*pDic, p_tOptions.sDictionary);
   const CClassWriter cWriter(*pDic, p_tOptions.sNamespace);
   const std::set<int> cMsgs = cWriter.WithSubMsgs(std::set<int>(p_tOptions.aMsg.begin(), p_tOptions.aMsg.end()));
   std::error_code cError;
@@ -51,7 +53,7 @@ void Generate(const T_Options& p_tOptions) {
     const bool bWrite = !IsUpToDate(sPath, sText);
     if (bWrite) WriteFile(sPath, sText);
     iWritten += bWrite;
-    for (const std::string& s : aLeftOut) std::cerr << "callorv: warning: message " << iMsg << ": " << s << '\n';
+    for (const std::string& s : aLeftOut) Warn("message " + std::to_string(iMsg) + ": " + s);
     cList.push_back({{"message", iMsg},
                      {"class", p_tOptions.sNamespace + "::" + tName.sClass},
                      {"file", sPath},

@@ -11,6 +11,7 @@
 #include "command.h"
 #include "files.h"
 #include "key_maker.h"
+#include "refusal.h"
 #include "text.h"
 
 namespace {
@@ -57,7 +58,7 @@ void Make(const T_MakeOptions& p_tOptions) {
   tMode.iPermissions = 0600;
   tMode.bReplace = p_tOptions.bForce;
   WriteFile(p_tOptions.sFile, std::string_view(reinterpret_cast<const char*>(&tFile), sizeof(tFile)), tMode);
-  if (sKey.size() > KEY_PACKET_MAX) std::cerr << "callorv: warning: " << TooLongForPacket(sKey.size()) << '\n';
+  if (sKey.size() > KEY_PACKET_MAX) Warn(TooLongForPacket(sKey.size()));
 }
 
 // What is suspicious about a file from which a key can be taken.
@@ -72,18 +73,22 @@ std::vector<std::string> Warnings(const std::string& p_sPath, int p_iFileSize, c
   }
   if (p_sKey.size() > KEY_PACKET_MAX) asWarning.push_back(TooLongForPacket(p_sKey.size()));
   if (HasControls(p_sKey)) {
-    asWarning.push_back("the key has control characters: the file may be made for a library with another SEED key");
+    asWarning.push_back("the key has control characters, which a packet carries as they are");
   }
   return asWarning;
 }
 
-// The text that says why no key can be used, in the client's own words; "" when p_sKey has it.
+// The text that says why no key can be used; "" when p_sKey has it.
 std::string TakeKey(const std::string& p_sPath, CStream& p_stFile, std::string& p_sKey) {
   CString sKey, sError;
-  if (CCallOrv::ReadFileToStream(p_sPath.c_str(), p_stFile, sError) < 0) return sError.ToStr();
-  if (CCrypt::ExtractUserKey(p_stFile, sKey, sError) < 0) return sError.ToStr();
+  if (CCallOrv::ReadFileToStream(p_sPath.c_str(), p_stFile, sError) < 0 ||
+      CCrypt::ExtractUserKey(p_stFile, sKey, sError) < 0) {
+    return KeyRefusal(p_sPath, sError.ToStr());
+  }
   p_sKey.assign(sKey.ToStr());
-  return p_sKey.empty() ? "Invalid UserKey" : "";
+  if (p_sKey.empty()) return KeyRefusal(p_sPath, "Invalid UserKey");    // what the client says of it
+  const std::string sReason = KeyReason(p_sPath);
+  return sReason.empty() ? "" : p_sPath + ": " + sReason;
 }
 
 void Check(const T_CheckOptions& p_tOptions) {
@@ -112,7 +117,7 @@ void Check(const T_CheckOptions& p_tOptions) {
   std::cout << p_tOptions.sFile << ": sound, a key of " << Counted(sKey.size(), "character") << " in the "
             << cResult["form"] << "-byte form\n";
   if (p_tOptions.bShow) std::cout << Printable(sKey, false) << '\n';
-  for (const std::string& s : asWarning) std::cerr << "callorv: warning: " << s << '\n';
+  for (const std::string& s : asWarning) Warn(s);
 }
 
 }    // namespace
@@ -150,7 +155,7 @@ void AddKey(CLI::App& p_cApp) {
   pCheck->add_flag("--show", pCheckOptions->bShow, "Show the key");
   pCheck->add_flag("--json", pCheckOptions->bJson, "Report as JSON");
   pCheck->footer(
-      "Exit status 0 when the library accepts the file, 1 when it does not.\n"
+      "Exit status 0 when the file is sound, 1 when it is not.\n"
       "\n"
       "Examples:\n"
       "  callorv key check user.key\n"

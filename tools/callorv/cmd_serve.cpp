@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "options.h"
+#include "refusal.h"
 #include "server.h"
 
 namespace {
@@ -28,7 +29,7 @@ Examples:
 
 void RunServe(const T_ServeOptions& p_tOptions) {
   if (!p_tOptions.bEcho && p_tOptions.sReplies.empty()) throw CUsage("--replies DIR or --echo is needed");
-  MA_GetMsgDic()->InitDictionary(p_tOptions.sDictionary.c_str());
+  LoadDictionary(*MA_GetMsgDic(), p_tOptions.sDictionary);
   Serve(p_tOptions);
 }
 

@@ -22,6 +22,9 @@ class CUsage : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// "callorv: warning: <text>" on standard error; the command goes on.
+void Warn(const std::string& p_sText);
+
 // Each adds one subcommand with its options; its callback does the work while p_cApp parses.
 void AddCall(CLI::App& p_cApp);
 void AddDecode(CLI::App& p_cApp);

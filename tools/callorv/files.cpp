@@ -9,14 +9,14 @@
 #include <cerrno>
 #include <iostream>
 #include <memory>
-#include <system_error>
 
 #include "command.h"
+#include "input.h"
 
 namespace {
 
 [[noreturn]] void Fail(const std::string& p_sPath, int p_iErrno) {
-  throw CFailure(p_sPath + ": " + std::generic_category().message(p_iErrno));
+  throw CFailure(p_sPath + ": " + FileErrorText(p_iErrno));
 }
 
 class CDescriptor {

@@ -98,6 +98,8 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
 
 }    // namespace
 
+void Warn(const std::string& p_sText) { std::cerr << "callorv: warning: " << PrintableFailure(p_sText) << '\n'; }
+
 int main(int p_iArgs, char** p_apArgs) {
   try {
     CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "command.h"
+#include "input.h"
 #include "msg_path.h"
 #include "text.h"
 

@@ -1,11 +1,7 @@
 // Text as the wire, the terminal and JSON have it.
 #include "text.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <memory>
-#include <system_error>
 
 #include "command.h"
 
@@ -104,28 +100,6 @@ std::string Counted(size_t p_iCount, const char* p_szNoun) {
 std::string MaskKey(std::string_view p_sKey) {
   const size_t iShown = p_sKey.size() > 4 ? 2 : 0;
   return Printable(p_sKey.substr(0, iShown), false) + std::string(p_sKey.size() - iShown, '*');
-}
-
-std::string InputName(const std::string& p_sPath) { return p_sPath == "-" ? "standard input" : p_sPath; }
-
-std::string ReadWholeFile(const std::string& p_sPath) {
-  struct T_Close {
-    void operator()(FILE* p_pFile) const { std::fclose(p_pFile); }
-  };
-  std::unique_ptr<FILE, T_Close> pOpened;
-  FILE* pFile = stdin;
-  if (p_sPath != "-") {
-    pOpened.reset(std::fopen(p_sPath.c_str(), "rb"));
-    const int iErrno = errno;
-    pFile = pOpened.get();
-    if (pFile == nullptr) throw CFailure(p_sPath + ": " + std::generic_category().message(iErrno));
-  }
-  std::string sOut;
-  char szPiece[65536];
-  for (size_t iLen; (iLen = std::fread(szPiece, 1, sizeof szPiece, pFile)) > 0;) sOut.append(szPiece, iLen);
-  const int iErrno = errno;
-  if (std::ferror(pFile)) throw CFailure(InputName(p_sPath) + ": " + std::generic_category().message(iErrno));
-  return sOut;
 }
 
 bool ParseNumber(std::string_view p_sText, int p_iMin, int p_iMax, int& p_iOut) {

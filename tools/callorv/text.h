@@ -25,11 +25,6 @@ std::string Counted(size_t p_iCount, const char* p_szNoun);
 // A user key for logs: its first two characters and stars, stars alone for one of up to four characters.
 std::string MaskKey(std::string_view p_sKey);
 
-// A file's name for people, "-" being standard input.
-std::string InputName(const std::string& p_sPath);
-// All bytes of a file, "-" being standard input. Throws CFailure.
-std::string ReadWholeFile(const std::string& p_sPath);
-
 // The whole text as a decimal number from p_iMin to p_iMax. Returns false, with p_iOut as it was, when it is none.
 bool ParseNumber(std::string_view p_sText, int p_iMin, int p_iMax, int& p_iOut);
 
