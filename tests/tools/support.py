@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import tempfile
+import threading
 import unittest
 import zlib
 
@@ -69,6 +70,10 @@ def run(*args, stdin=b"", timeout=60, before=()):
     """Runs the command to its end; standard input and both outputs are bytes."""
     return subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
                           check=False)
+
+
+def message(number, tags):
+    return f'{XML_HEAD}<msg no="{number}" ver="">{tags}</msg>'.encode()
 
 
 def header(body, service, message, **fields):
@@ -216,3 +221,44 @@ class ToolTest(unittest.TestCase):
     def assert_usage(self, command, result, text):
         """Exit status 2 and these two lines on standard error, nothing on standard output."""
         self.assert_run(result, 2, "", f"callorv: {text}\nTry 'callorv {command} --help'.\n")
+
+
+class CallTest(ToolTest):
+    """A test that calls, with a key file and a configuration."""
+
+    def setUp(self):
+        super().setUp()
+        self.key = self.path("user.key")
+        self.assert_run(run("key", "make", "--user-key", "USERKEY1", "-o", self.key), 0)
+
+    def config(self, port, timeout=60):
+        return self.write("client.cfg", f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=127.0.0.1 {port}\n"
+                                        f"timeout={timeout}\n")
+
+    def echo(self, *args):
+        return Server("--dictionary", self.dictionary, "--echo", *args)
+
+    def call(self, server, *args, stdin=b""):
+        port = server if isinstance(server, int) else server.port
+        return run("call", "--config", self.config(port), *args, stdin=stdin)
+
+    def peer(self, answer):
+        """A server for one connection that answers with these bytes; its port, and the request once it came."""
+        listener = socket.create_server(("127.0.0.1", 0))
+        seen = []
+
+        def serve():
+            try:
+                sock, _ = listener.accept()
+            except OSError:    # the test has ended without a call
+                return
+            with sock:
+                seen.append(read_packet(sock))
+                sock.sendall(answer)
+
+        thread = threading.Thread(target=serve)
+        thread.start()
+        self.addCleanup(thread.join)
+        self.addCleanup(listener.close)
+        self.addCleanup(listener.shutdown, socket.SHUT_RDWR)
+        return listener.getsockname()[1], seen

@@ -15,11 +15,8 @@ import time
 import unittest
 import zlib
 
-from support import COMMAND, DICTIONARY, XML_HEAD, Reply, Server, ToolTest, header, packet, read_all, read_packet, run
-
-
-def message(number, tags):
-    return f'{XML_HEAD}<msg no="{number}" ver="">{tags}</msg>'.encode()
+from support import (COMMAND, DICTIONARY, XML_HEAD, Reply, Server, ToolTest, header, message, packet, read_all,
+                     read_packet, run)
 
 
 REQUEST = message(3, "<t1><![CDATA[ABC]]></t1>")
@@ -356,7 +353,7 @@ class RepliesTest(ServeTest):
         self.assertEqual((reply.service, reply.message), (1201, 3))
         self.assertEqual(reply.body.decode(),
                          XML_HEAD + '<msg no="3" ver="2.1"><t1><![CDATA[XYZ]]></t1>'
-                         "<t4><t2>1.500000000000000e+00</t2></t4><t4><t3><![CDATA[a<b&c]]></t3></t4></msg>")
+                         "<t4><t2>1.500000000000000e+00</t2></t4><t4><t3><![CDATA[ a<b&c ]]></t3></t4></msg>")
         self.assert_log(server, r"service=1201 message=3 .* result=ok")
 
     def test_a_changed_file_counts_at_once(self):
@@ -383,23 +380,35 @@ class RepliesTest(ServeTest):
 
     def test_a_file_that_cannot_be_used(self):
         for text, why in (
-                ("<msg no='3'><t1>",
-                 r"Handler error : \[F\]MemData .*input ended before all started tags were ended.*"),
-                ("<msg no='99'/>", r"Handler error : Unknown msgno\(99\)"),
                 ("<msg no='3'><t1>{{tag:nosuch}}</t1></msg>", "message 3 has no tag 'nosuch'"),
-                ("<msg no='3'><t1>{{tag:rows}}</t1></msg>", "tag 'rows' is a sub-message"),
+                ("<msg no='3'>\n<t1>{{tag:rows}}</t1></msg>", "tag 'rows' is a sub-message"),
                 ("<msg no='3'><t1>{{tag:code.x}}</t1></msg>", "tag 'code' is no sub-message"),
-                ("<msg no='3'><t1>{{tag:}}</t1></msg>", "'' is no tag"),
-                ("<msg no='3'><t1>{{tag:a[}}</t1></msg>", r"'a\[' is no tag"),
-                ("<msg no='3'><t1>{{tag:1</t1></msg>", "{{tag: without }}"),
-                ("<!DOCTYPE msg [<!ENTITY a 'b'>]><msg no='3'/>", "Handler error : DOCTYPE is not allowed")):
+                ("<msg no='3'>\n<t6>{{tag:code}}</t6></msg>", "t6: 'ABC' is no integer of 32 bits")):
             with self.subTest(text=text):
                 self.reply_file(text)
+                line = 1 + text.count("\n")
                 with self.serve() as server:
-                    reply = server.ask(packet(REQUEST))
-                self.assertEqual(reply.message, 10)
-                self.assertRegex(reply.body.decode(),
-                                 rf"<t6>500</t6><t7><!\[CDATA\[1201\.xml: {why}\]\]></t7><t8>1201</t8>")
+                    self.assertEqual(server.ask(packet(REQUEST)).body, rejection(500, f"1201.xml:{line}: {why}"))
+                self.assert_log(server, rf".* result=rejected 500 1201\.xml:{line}: {re.escape(why)}")
+
+    def test_a_file_that_has_become_wrong_rejects_and_a_mended_one_answers(self):
+        good = "<msg no='3'><t1>{{tag:1}}</t1></msg>"
+        self.reply_file(good)
+        with self.serve() as server:
+            for text, why in (("<msg no='3'>\n<t3>Y</t3></msg>", "2: t3: 'Y' is no bool (true or false)"),
+                              ("<msg no='3'><t1>", "1: no XML: Start-end tags mismatch"),
+                              ("<msg no='3'><t1>{{tag:1</t1></msg>", "1: {{tag: without }}")):
+                self.reply_file(text)
+                self.assertEqual(server.ask(packet(REQUEST)).body, rejection(500, f"1201.xml:{why}"))
+            self.reply_file(good)
+            self.assertEqual(server.ask(packet(REQUEST)).body, REQUEST)
+
+    def test_what_a_rejection_quotes_does_not_break_it(self):
+        with self.serve() as server:
+            self.reply_file("<msg no='3'><t6>\u00fc]]&gt;\ud55c&#13;</t6></msg>")
+            self.assertEqual(server.ask(packet(REQUEST)).body.decode("latin-1"), rejection(
+                500, "1201.xml:1: t6: '\u00fc]]???' is no integer of 32 bits").decode())
+        self.assert_log(server, r".* result=rejected 500 1201\.xml:1: t6: '\u00fc\]\]\?\?\?' is no integer of 32 bits")
 
     def test_values_of_the_request(self):
         request = message(3, "<t1><![CDATA[ABC]]></t1><t2>2.5</t2><t3>true</t3>"

@@ -9,6 +9,7 @@
 
 #include "command.h"
 #include "packet_view.h"
+#include "text.h"
 
 namespace {
 
@@ -24,6 +25,13 @@ bool MakeReject(CMsg& p_cReply, int p_iCode, const std::string& p_sText, int p_i
   p_cReply.Init(REJECT_MSG, 0, 0);
   return p_cReply.SetValue(REJECT_CODE, p_iCode) == 0 && p_cReply.SetValue(REJECT_TEXT, p_sText.c_str()) == 0 &&
          p_cReply.SetValue(REJECT_SERVICE, p_iSvcNum) == 0;
+}
+
+// What a failure says as a text that a message can carry, which what it quotes may not be: "?" for what has no form.
+std::string WireText(const std::string& p_sText) {
+  std::string sOut = NearestLatin1(PrintableFailure(p_sText));
+  for (size_t i; (i = sOut.find("]]>")) != std::string::npos;) sOut[i + 2] = '?';
+  return sOut;
 }
 
 void PutCheckSum(std::string& p_sPacket, int p_iCheckSum) {
@@ -63,7 +71,7 @@ std::string Joined(const std::vector<std::string>& p_as) {
 }    // namespace
 
 CAnswerer::CAnswerer(const T_ServeOptions& p_tOptions) : m_tOptions(p_tOptions), m_cFaults(p_tOptions.asFaults) {
-  if (!m_tOptions.bEcho) m_cReplies.emplace(m_tOptions.sReplies);
+  if (!m_tOptions.bEcho) m_cReplies.emplace(m_tOptions.sReplies, m_tOptions.bAsLibrary);
   if (!m_tOptions.sRecord.empty()) m_cRecorder.emplace(m_tOptions.sRecord);
 }
 
@@ -72,9 +80,10 @@ bool CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan&
   CMsg cRequest(0, 0, 0, MA_GetMsgDic());
   CMsg cReply(0, 0, 0, MA_GetMsgDic());
   const auto fnReject = [&](int p_iCode, const std::string& p_sText) {
+    const std::string sText = WireText(p_sText);
     p_tCall.bError = true;
-    p_tCall.sResult = "rejected " + std::to_string(p_iCode) + ' ' + p_sText;
-    return MakeReject(cReply, p_iCode, p_sText, p_tRequest.iSvcNum);
+    p_tCall.sResult = "rejected " + std::to_string(p_iCode) + ' ' + sText;
+    return MakeReject(cReply, p_iCode, sText, p_tRequest.iSvcNum);
   };
   bool bAnswer = true;
   try {

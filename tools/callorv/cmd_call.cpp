@@ -9,6 +9,7 @@
 #include "command.h"
 #include "input.h"
 #include "measure.h"
+#include "msg_file.h"
 #include "msg_json.h"
 #include "msg_path.h"
 #include "options.h"
@@ -42,6 +43,7 @@ struct T_Options {
   std::vector<std::string> asValues;
   std::string sXml;
   std::string sFormat = "dump";
+  bool bAsLibrary = false;    // the library reads sXml
   bool bJson = false;
   bool bTrace = false;
   bool bShowKey = false;
@@ -109,8 +111,14 @@ std::shared_ptr<CMsg> MakeRequest(const T_Options& p_tOptions, const std::string
   auto pRequest = std::make_shared<CMsg>(0, 0, 0, MA_GetMsgDic());
   if (p_tOptions.sXml.empty()) {
     pRequest->Init(FindMessage(p_tOptions.sMessage), 0, 0);
+  } else if (p_tOptions.bAsLibrary) {
+    try {
+      pRequest->LoadXml(std::string(p_sXml).data());
+    } catch (const CException& cError) {
+      throw CFailure(InputName(p_tOptions.sXml) + ": " + cError.GetText());
+    }
   } else {
-    pRequest->LoadXml(std::string(p_sXml).data());
+    ReadMsgFile(*pRequest, InputName(p_tOptions.sXml), p_sXml);
   }
   for (const std::string& s : p_tOptions.asValues) SetByPath(*pRequest, s);
   return pRequest;
@@ -273,7 +281,10 @@ void AddCall(CLI::App& p_cApp) {
   pCommand->add_option("SERVICE", t.iService, "Service number")->required()->check(Between(0, 9999));
   pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml brings it");
   pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
-  pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")->type_name("FILE");
+  CLI::Option* pXml = pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")
+                          ->type_name("FILE");
+  pCommand->add_flag("--as-library", t.bAsLibrary, "Send what the library makes of the XML file, unchecked")
+      ->needs(pXml);
   CLI::Option* pFormat = pCommand->add_option("--format", t.sFormat, "How to print the reply: dump, xml or json")
                              ->type_name("FORMAT")
                              ->check(CLI::IsMember({"dump", "xml", "json"}))

@@ -13,7 +13,8 @@ namespace {
 
 constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml, which is read
 again for every call; {{tag:1}} or {{tag:rows[0].price}} in it stands for that value
-of the request. A service without a file is rejected (message 10, code 404).
+of the request. A service without a file is rejected (message 10, code 404), a file with
+a value that the dictionary does not allow ends the server at its start.
 
 Faults, each for PERCENT of the calls (100 when left out):
   delay:MS        answer later (1000)       checksum     wrong checksum
@@ -43,6 +44,8 @@ void AddServe(CLI::App& p_cApp) {
   CLI::Option* pReplies =
       pCommand->add_option("--replies", t.sReplies, "Folder of reply files, <service number>.xml each")
           ->type_name("DIR");
+  pCommand->add_flag("--as-library", t.bAsLibrary, "Answer what the library makes of the reply files, unchecked")
+      ->needs(pReplies);
   pCommand->add_flag("--echo", t.bEcho, "Answer every request with itself")->excludes(pReplies);
   pCommand->add_option("--host", t.sHost, "Address to listen on")->type_name("HOST")->capture_default_str();
   pCommand->add_option("--port", t.iPort, "Port to listen on; 0 takes a free one and prints it")

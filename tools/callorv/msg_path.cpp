@@ -1,12 +1,11 @@
 // Values of a message by path: code, 1, list[2], rows[0].price.
 #include "msg_path.h"
 
-#include <charconv>
 #include <climits>
-#include <cmath>
 #include <vector>
 
 #include "command.h"
+#include "msg_value.h"
 #include "text.h"
 
 namespace {
@@ -78,64 +77,6 @@ CMsg& Enter(CMsg& p_cMsg, const T_Step& p_tStep) {
   return pSub != nullptr ? *pSub : *p_cMsg.MakeSubMsgEntry(tTag.m_iTagNum);
 }
 
-[[noreturn]] void WrongType(const std::string& p_sPath, const std::string& p_sValue, const char* p_szType) {
-  throw CFailure(p_sPath + ": '" + p_sValue + "' is no " + p_szType);
-}
-
-// What XML cannot carry would make a request that no server can read.
-std::string CheckedText(const std::string& p_sPath, const std::string& p_sValue) {
-  std::string sText = ToLatin1(p_sValue);
-  if (sText.find("]]>") != std::string::npos) throw CFailure(p_sPath + ": a text cannot hold ]]>");
-  for (const char c : sText) {
-    if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r') {
-      throw CFailure(p_sPath + ": a text cannot hold control characters");
-    }
-  }
-  return sText;
-}
-
-int SetTyped(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sPath, const std::string& p_sValue) {
-  switch (p_tTag.m_eType) {
-    case TAG_STRING: return p_cMsg.SetValue(p_tTag.m_iTagNum, CheckedText(p_sPath, p_sValue).c_str());
-    case TAG_INTEGER: {
-      int i = 0;
-      if (!ParseNumber(p_sValue, INT_MIN, INT_MAX, i)) WrongType(p_sPath, p_sValue, "integer of 32 bits");
-      return p_cMsg.SetValue(p_tTag.m_iTagNum, i);
-    }
-    case TAG_DOUBLE: {
-      double d = 0;    // the shape and the range only: the library's own conversion gives the value
-      const char* pEnd = p_sValue.data() + p_sValue.size();
-      const auto [pStop, eError] = std::from_chars(p_sValue.data(), pEnd, d);
-      if (eError != std::errc() || pStop != pEnd || !std::isfinite(d)) WrongType(p_sPath, p_sValue, "number");
-      return p_cMsg.SetValue(p_tTag.m_iTagNum, CString(p_sValue.c_str()).ToDbl());
-    }
-    case TAG_BOOL:
-      if (p_sValue != "true" && p_sValue != "false") WrongType(p_sPath, p_sValue, "bool (true or false)");
-      return p_cMsg.SetValue(p_tTag.m_iTagNum, p_sValue == "true");
-    case TAG_DATE:
-      if (p_sValue.size() > 8 || p_sValue.find_first_not_of("0123456789-/.: ") != std::string::npos) {
-        WrongType(p_sPath, p_sValue, "date (YYYYMMDD)");
-      }
-      return p_cMsg.SetValue(p_tTag.m_iTagNum, CDate(p_sValue.c_str()));
-    default:
-      throw CFailure(p_sPath + " is a sub-message: write " + p_sPath +
-                     (p_tTag.m_bArray && p_sPath.back() != ']' ? "[0].TAG=VALUE" : ".TAG=VALUE"));
-  }
-}
-
-std::string TextOf(const CString& p_s) { return p_s.ToStr(); }
-std::string TextOf(int p_i) { return std::to_string(p_i); }
-std::string TextOf(double p_d) { return CFormat("%.17g", p_d).ToStr(); }
-std::string TextOf(bool p_b) { return p_b ? "true" : "false"; }
-std::string TextOf(const CDate& p_c) { return p_c.ToStr(); }
-
-// The text of one value; an index outside the array gives none.
-template <class T>
-std::string ValueAt(CMsg& p_cMsg, int p_iTag, int p_iIndex) {
-  T Value{};
-  return p_cMsg.GetValueAt(p_iTag, p_iIndex, &Value) < 0 ? std::string() : TextOf(Value);
-}
-
 }    // namespace
 
 void SetByPath(CMsg& p_cMsg, const std::string& p_sAssignment) {
@@ -152,7 +93,16 @@ void SetByPath(CMsg& p_cMsg, const std::string& p_sAssignment) {
   const int iCount = CountOf(*pMsg, tTag.m_iTagNum);
   CheckIndex(*pMsg, tTag, tLast, iCount);
   if (tLast.iIndex != NO_INDEX && tLast.iIndex < iCount) throw CFailure(sPath + " has a value already");
-  if (SetTyped(*pMsg, tTag, sPath, p_sAssignment.substr(iEqual + 1)) < 0) throw CFailure(pMsg->GetLastError());
+  if (tTag.m_eType == TAG_SUBMSG) {
+    throw CFailure(sPath + " is a sub-message: write " + sPath +
+                   (tTag.m_bArray && tLast.iIndex == NO_INDEX ? "[0].TAG=VALUE" : ".TAG=VALUE"));
+  }
+  SetValue(*pMsg, tTag, sPath, p_sAssignment.substr(iEqual + 1));
+}
+
+bool IsPath(const std::string& p_sPath) {
+  std::vector<T_Step> aSteps;
+  return ParsePath(p_sPath, aSteps);
 }
 
 std::string GetByPath(CMsg& p_cMsg, const std::string& p_sPath) {
@@ -162,21 +112,10 @@ std::string GetByPath(CMsg& p_cMsg, const std::string& p_sPath) {
   for (size_t i = 0;; ++i) {
     const int iIndex = std::max(aSteps[i].iIndex, 0);
     const CTagInfo& tTag = FindTag(*pMsg, aSteps[i]);
-    const int iTag = tTag.m_iTagNum;
-    if (i + 1 < aSteps.size()) {
-      if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + aSteps[i].sTag + "' is no sub-message");
-      CMsg* pSub = nullptr;
-      if (pMsg->GetValueAt(iTag, iIndex, &pSub) < 0 || pSub == nullptr) return "";
-      pMsg = pSub;
-      continue;
-    }
-    switch (tTag.m_eType) {
-      case TAG_STRING: return ValueAt<CString>(*pMsg, iTag, iIndex);
-      case TAG_INTEGER: return ValueAt<int>(*pMsg, iTag, iIndex);
-      case TAG_DOUBLE: return ValueAt<double>(*pMsg, iTag, iIndex);
-      case TAG_BOOL: return ValueAt<bool>(*pMsg, iTag, iIndex);
-      case TAG_DATE: return ValueAt<CDate>(*pMsg, iTag, iIndex);
-      default: throw CFailure("tag '" + aSteps[i].sTag + "' is a sub-message");
-    }
+    if (i + 1 == aSteps.size()) return GetValue(*pMsg, tTag, iIndex, aSteps[i].sTag);
+    if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + aSteps[i].sTag + "' is no sub-message");
+    CMsg* pSub = nullptr;
+    if (pMsg->GetValueAt(tTag.m_iTagNum, iIndex, &pSub) < 0 || pSub == nullptr) return "";
+    pMsg = pSub;
   }
 }

@@ -8,9 +8,12 @@
 
 // Each step of a path is a tag's name or number, with the index of an element in brackets behind an array's.
 
-// Stores PATH=VALUE. The value is UTF-8 and must have the tag's type: a number, true or false, a date of up to eight
-// characters. An array tag grows by one element, and an index must be that of the next; rows that the path names are
-// made in order as well. Throws CUsage when the text has another shape, CFailure when the message cannot take it.
+// Whether the text has a path's shape.
+bool IsPath(const std::string& p_sPath);
+
+// Stores PATH=VALUE, the value as SetValue (msg_value.h) takes it. An array tag grows by one element, and an index must
+// be that of the next; rows that the path names are made in order as well. Throws CUsage when the text has another
+// shape, CFailure when the message cannot take it.
 void SetByPath(CMsg& p_cMsg, const std::string& p_sAssignment);
 
 // The value at a path as the wire has it (ISO-8859-1), "" when there is none. Of an array without an index the first.

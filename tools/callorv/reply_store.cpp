@@ -5,17 +5,20 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <filesystem>
+#include <map>
 
 #include "command.h"
 #include "input.h"
+#include "msg_file.h"
 #include "msg_path.h"
+#include "placeholder.h"
 #include "text.h"
 
-namespace {
+namespace fs = std::filesystem;
 
-constexpr char s_szOpen[] = "{{tag:";
-constexpr char s_szClose[] = "}}";
+namespace {
 
 // Whether an XML document is written in ISO-8859-1; otherwise it counts as UTF-8, as XML itself has it.
 bool IsLatin1(const std::string& p_sXml) {
@@ -31,39 +34,84 @@ bool EndsInCData(const std::string& p_sXml) {
   return iOpen != std::string::npos && (iClose == std::string::npos || iClose < iOpen);
 }
 
-}    // namespace
-
-std::string FillTemplate(const std::string& p_sXml, CMsg& p_cRequest) {
+// The document filled in, for the library. A value that markup would break stands in a CDATA section of its own.
+std::string FillXml(const std::string& p_sXml, CMsg& p_cRequest) {
   const bool bLatin1 = IsLatin1(p_sXml);
-  std::string sOut;
-  size_t iDone = 0;
-  for (size_t iOpen; (iOpen = p_sXml.find(s_szOpen, iDone)) != std::string::npos;) {
-    const size_t iPath = iOpen + sizeof s_szOpen - 1;
-    const size_t iEnd = p_sXml.find(s_szClose, iPath);
-    if (iEnd == std::string::npos) throw CFailure("{{tag: without }}");
-    sOut.append(p_sXml, iDone, iOpen - iDone);
-    std::string sValue = GetByPath(p_cRequest, p_sXml.substr(iPath, iEnd - iPath));
+  return ReplacePlaceholders(p_sXml, [&](const std::string& p_sPath, const std::string& p_sBefore) {
+    std::string sValue = GetByPath(p_cRequest, p_sPath);
     if (!bLatin1) sValue = ToUtf8(sValue);
-    const bool bWrap = sValue.find_first_of("<&") != std::string::npos && !EndsInCData(sOut);
-    sOut += bWrap ? "<![CDATA[" + sValue + "]]>" : sValue;
-    iDone = iEnd + sizeof s_szClose - 1;
-  }
-  return sOut.append(p_sXml, iDone);
+    const bool bWrap = sValue.find_first_of("<&") != std::string::npos && !EndsInCData(p_sBefore);
+    return bWrap ? "<![CDATA[" + sValue + "]]>" : sValue;
+  });
 }
 
-CReplyStore::CReplyStore(const std::string& p_sFolder) : m_sFolder(p_sFolder) {
+// Stores no text that has a placeholder.
+bool NeedsNoRequest(std::string& p_sText) {
+  bool bNeeds = false;
+  ReplacePlaceholders(p_sText, [&](const std::string&, const std::string&) {
+    bNeeds = true;
+    return "";
+  });
+  return !bNeeds;
+}
+
+// The reply files of a folder by their services.
+std::map<int, fs::path> FilesIn(const std::string& p_sFolder) {
+  std::map<int, fs::path> cFiles;
   std::error_code cError;
-  if (!std::filesystem::is_directory(p_sFolder, cError)) {
+  fs::directory_iterator cEntry(p_sFolder, cError);
+  for (; !cError && cEntry != fs::directory_iterator(); cEntry.increment(cError)) {
+    const fs::path& cPath = cEntry->path();
+    int iService = 0;
+    if (cPath.extension() == ".xml" && ParseNumber(cPath.stem().string(), INT_MIN, INT_MAX, iService) &&
+        cPath.stem() == std::to_string(iService)) {
+      cFiles[iService] = cPath;
+    }
+  }
+  if (cError) throw CFailure(p_sFolder + ": " + cError.message());
+  return cFiles;
+}
+
+}    // namespace
+
+CReplyStore::CReplyStore(const std::string& p_sFolder, bool p_bAsLibrary)
+    : m_sFolder(p_sFolder), m_bAsLibrary(p_bAsLibrary) {
+  std::error_code cError;
+  if (!fs::is_directory(p_sFolder, cError)) {
     throw CFailure(p_sFolder + ": " + (cError ? cError.message() : "not a folder"));
   }
+  if (!p_bAsLibrary) CheckAll();
+}
+
+void CReplyStore::CheckAll() const {
+  std::string sWrong;
+  for (const auto& [iService, cPath] : FilesIn(m_sFolder)) {
+    try {
+      CMsg cReply(0, 0, 0, MA_GetMsgDic());
+      ReadMsgFile(cReply, cPath.string(), ReadWholeFile(cPath.string()), NeedsNoRequest);
+    } catch (const CFailure& cError) {
+      sWrong += (sWrong.empty() ? "" : "\n") + std::string(cError.what());
+    }
+  }
+  if (!sWrong.empty()) throw CFailure(sWrong);
 }
 
 void CReplyStore::Load(int p_iSvcNum, CMsg& p_cRequest, CMsg& p_cReply) const {
   const std::string sName = std::to_string(p_iSvcNum) + ".xml";
   const std::string sPath = m_sFolder + "/" + sName;
-  if (!std::filesystem::exists(sPath)) throw CNoReply("no reply file " + sName);
+  if (!fs::exists(sPath)) throw CNoReply("no reply file " + sName);
+  const std::string sData = ReadWholeFile(sPath);
+  if (!m_bAsLibrary) {
+    const auto fnValue = [&](const std::string& p_sPath, const std::string&) {
+      return ToUtf8(GetByPath(p_cRequest, p_sPath));
+    };
+    return ReadMsgFile(p_cReply, sName, sData, [&](std::string& p_sText) {
+      p_sText = ReplacePlaceholders(p_sText, fnValue);
+      return true;
+    });
+  }
   try {
-    p_cReply.LoadXml(FillTemplate(ReadWholeFile(sPath), p_cRequest).data());
+    p_cReply.LoadXml(FillXml(sData, p_cRequest).data());
   } catch (const CException& cError) {
     throw CFailure(sName + ": " + cError.GetText());
   } catch (const CFailure& cError) {

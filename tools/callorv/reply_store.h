@@ -17,18 +17,19 @@ class CNoReply : public std::runtime_error {
 // one counts at once. {{tag:PATH}} in it stands for that value of the request, nothing when the request has none.
 class CReplyStore {
  public:
-  // Throws CFailure when the folder cannot be read.
-  explicit CReplyStore(const std::string& p_sFolder);
+  // p_bAsLibrary  the files are read by the library, as it reads messages; else as ReadMsgFile (msg_file.h) does, every
+  //               one here already, as far as it can be without a request
+  // Throws CFailure when the folder cannot be read, or with a line for each file that cannot be used.
+  CReplyStore(const std::string& p_sFolder, bool p_bAsLibrary);
 
   // Fills p_cReply. Throws CNoReply; CFailure when the file cannot be used, the text naming it. Any thread.
   void Load(int p_iSvcNum, CMsg& p_cRequest, CMsg& p_cReply) const;
 
  private:
-  std::string m_sFolder;
-};
+  const std::string m_sFolder;
+  const bool m_bAsLibrary;
 
-// The text with every {{tag:PATH}} filled in from p_cRequest, in the encoding that the text declares. A value that
-// markup would break stands in a CDATA section of its own. Throws CFailure.
-std::string FillTemplate(const std::string& p_sXml, CMsg& p_cRequest);
+  void CheckAll() const;
+};
 
 #endif

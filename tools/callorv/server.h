@@ -10,6 +10,7 @@ struct T_ServeOptions {
   std::string sHost = "127.0.0.1";
   int iPort = 0;           // 0: a free one
   std::string sReplies;    // folder; "" with bEcho
+  bool bAsLibrary = false;    // the library reads the reply files
   bool bEcho = false;
   int iDelay = 0;              // milliseconds before every answer
   int iCompressOver = 1024;    // bytes of XML; a longer reply is compressed

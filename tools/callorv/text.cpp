@@ -50,21 +50,37 @@ std::string ToUtf8(std::string_view p_sLatin1) {
   return sOut;
 }
 
-std::string ToLatin1(std::string_view p_sText) {
+namespace {
+
+// Sets p_bFits to false for a character that becomes "?".
+std::string Narrow(std::string_view p_sText, bool& p_bFits) {
   std::string sOut;
-  bool bFits = true;
   for (size_t i = 0; i < p_sText.size();) {
     const size_t iLen = Utf8Length(p_sText.substr(i));
     if (iLen == 0) return std::string(p_sText);
     if (iLen == 1) {
       sOut += p_sText[i];
+    } else if (const auto cLead = static_cast<unsigned char>(p_sText[i]); iLen > 2 || cLead >= 0xC4) {
+      p_bFits = false;
+      sOut += '?';
     } else {
-      const unsigned char cLead = static_cast<unsigned char>(p_sText[i]);
-      bFits = bFits && iLen == 2 && cLead < 0xC4;
       sOut += static_cast<char>((cLead << 6 & 0xC0) | (p_sText[i + 1] & 0x3F));
     }
     i += iLen;
   }
+  return sOut;
+}
+
+}    // namespace
+
+std::string NearestLatin1(std::string_view p_sText) {
+  bool bFits = true;
+  return Narrow(p_sText, bFits);
+}
+
+std::string ToLatin1(std::string_view p_sText) {
+  bool bFits = true;
+  std::string sOut = Narrow(p_sText, bFits);
   if (!bFits) throw CFailure("'" + std::string(p_sText) + "' has a character that ISO-8859-1 cannot write");
   return sOut;
 }

@@ -10,6 +10,8 @@ std::string ToUtf8(std::string_view p_sLatin1);
 // Text of the command line for the wire. Bytes that are no UTF-8 are taken as they are. Throws CFailure when a
 // character has no byte in ISO-8859-1.
 std::string ToLatin1(std::string_view p_sText);
+// The same with "?" for each such character.
+std::string NearestLatin1(std::string_view p_sText);
 
 // ISO-8859-1 text as UTF-8 for people: control characters become U+FFFD, so that what a peer sends cannot steer the
 // terminal. Line feeds and tabs stay with p_bLines.

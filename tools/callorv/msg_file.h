@@ -1,0 +1,23 @@
+// Messages in XML that people write: nothing in them is cut, converted or left out in silence.
+#ifndef CALLORV_TOOLS_MSG_FILE_H
+#define CALLORV_TOOLS_MSG_FILE_H
+
+#include <callorv/msg/msg.h>
+
+#include <functional>
+#include <string>
+
+// Changes a text before it is stored; false: it cannot be said yet, nothing is stored. May throw CFailure.
+using CTextFilter = std::function<bool(std::string& p_sText)>;
+
+// Fills p_cMsg from a document as CMsg::ToXml and DumpXml write it. A value is the element's whole text, to the letter,
+// checked as SetValue (msg_value.h) does; an empty one counts as none. Unknown elements and attributes, text between
+// tags, and a second value of what is no array are refused.
+//   p_sName     the file's name, for the texts
+//   p_sData     its bytes
+//   p_fnFilter  for each text that is stored and for the version; may be null
+// Throws CFailure "NAME:LINE: reason"; the message then keeps what it got.
+void ReadMsgFile(CMsg& p_cMsg, const std::string& p_sName, const std::string& p_sData,
+                 const CTextFilter& p_fnFilter = nullptr);
+
+#endif
