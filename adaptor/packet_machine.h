@@ -26,6 +26,7 @@ class CPacketMachine {
   CPacketMachine& operator=(const CPacketMachine&) = delete;
 
   E_Part Part() const { return m_ePart; }
+  int GetHave() const { return m_iHave; }    // bytes of this part that came
 
   // Where the next bytes go, until the machine is next used. Room for a body grows with what came, or by p_iFirst if that
   // is more; what is only announced is not allocated.

@@ -2,8 +2,6 @@
 #ifndef CALLORV_ADAPTOR_SOCKET_H
 #define CALLORV_ADAPTOR_SOCKET_H
 
-#include <netinet/in.h>
-
 #include <utility>
 
 #include "adaptor/fault.h"
@@ -31,9 +29,8 @@ class CSocket {
   int m_iSock = -1;
 };
 
-// The first IPv4 address of a host; false when it has none, and for null. A dotted address needs no resolver and never waits.
-bool Resolve(const char* p_szHost, in_addr* p_pAddr);
-int HostFault(const char* p_szHost, T_Fault& p_tFault);
+// The first IPv4 address of a host, dotted. 0 or the code of the fault.
+int LookUp(const char* p_szHost, CString& p_sDotted, T_Fault& p_tFault);
 int ConnectFault(T_Fault& p_tFault);
 
 // Opens a connection into p_cSocket, which is empty and stays so on failure. 0 or the code of the fault.

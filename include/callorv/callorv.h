@@ -57,6 +57,73 @@ CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile
  *            -4 rejected: code, text and service number are the server's; -11 no memory */
 CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Error* err);
 
+/* ---- Calls that hold no thread ----
+ * One call under way; made by CallOrv_Start, freed by CallOrv_Finish or CallOrv_Cancel. It asks its service over a connection
+ * of its own, which is closed at its end, and needs no thread to wait: whoever owns it steps it when its descriptor is ready.
+ *
+ *   pCall = CallOrv_Start(...);
+ *   while (CallOrv_Step(pCall)) wait for GetEvents() on GetFd(), GetTimeLeft() milliseconds at most;
+ *   CallOrv_Finish(pCall, pOut, &tErr);
+ *
+ * A call is used by one thread at a time, not always the same one; different calls are independent. After fork() the child
+ * may only cancel a call of its parent, who notices nothing. Start, Step and Cancel are no cancellation points
+ * (pthread_cancel); Finish, WaitAny and CallServiceWithin are while they wait: Finish and CallServiceWithin then free the
+ * call, with WaitAny the calls stay the caller's. Except in Finish, a null call is over: descriptor -1, events, time left and
+ * user null. No call raises SIGPIPE.
+ *
+ * Poll it level-triggered: a step reads or sends 64 KB at most, and what is left is to wake the caller again. With
+ * edge-triggered events (EPOLLET), arm the descriptor anew after every step (EPOLL_CTL_MOD), which tells at once of what is
+ * there still. A call that is over stays readable until it is finished: do not wait for it any more. */
+typedef struct CallOrv_Call CallOrv_Call;
+
+/* Looks up the server's host name and keeps the address for the calls that begin with CallOrv_Start and
+ * CallOrv_CallServiceWithin, until the next CallOrv_Resolve that succeeds or a set-up with another server. Without it, each
+ * of those calls looks the name up. Not while calls are begun. A cancellation point.
+ *   returns  0; -12 err is null; or, with err filled: -1 not initialised (-35); -3 not found (code -3); -11 no memory */
+CALLORV_API int CallOrv_Resolve(CallOrv_Error* err);
+
+/* Begins a call. `in` is sent as it is now and is the caller's again at the return. Does not wait for the network: a server
+ * with a dotted address is never waited for, one with a host name while the name is looked up, unless CallOrv_Resolve did.
+ *   deadlineMs  milliseconds for everything from here on, looking up, connecting, sending, waiting and receiving, by a clock
+ *               that nobody sets; 0 or less: the configured time-out, once for all. Past it the call is over, even if
+ *               the reply has come but was not stepped over.
+ *   returns     the call; or null, with err filled as by CallOrv_CallService: not initialised (code -35), null message (-12), request
+ *               not written (-2; -4 when it makes no packet), no memory (-11), and null when err is null. What fails when a socket is
+ *               made, looking up or connecting is told by Finish; when it fails here, Step gives 0 and GetFd -1. */
+CALLORV_API CallOrv_Call* CallOrv_Start(int svcNum, CMsg* in, int deadlineMs, CallOrv_Error* err);
+/* The descriptor to wait for, the same until the call is freed; -1: there is none, and the call is over. Not to be read, written
+ * or closed. It is closed in programs that are executed. */
+CALLORV_API int CallOrv_GetFd(const CallOrv_Call* call);
+/* What to wait for now: POLLIN, POLLOUT or, for a call that is over, 0. Look again after every step. */
+CALLORV_API int CallOrv_GetEvents(const CallOrv_Call* call);
+/* Milliseconds to the deadline, rounded up; 0 when it is past or the call is over. */
+CALLORV_API int CallOrv_GetTimeLeft(const CallOrv_Call* call);
+/* Does what can be done without waiting. 1: under way, 0: over, to be finished. Never fails and never blocks; may be called
+ * any time. Uncompressing and parsing are left to Finish. */
+CALLORV_API int CallOrv_Step(CallOrv_Call* call);
+/* Reads the reply into `out` and frees the call, whatever the result. A call that is not over is stepped and waited for before.
+ *   returns  as CallOrv_CallService: 0; -12 err is null; or, with err filled: -2 null call or out (-12); -3; -4; -11. Codes and
+ *            texts are CallOrv_CallService's but for the deadline's: the result is -3, and err has
+ *            -3 "Socket timeout(-8)((connect, %d ms))", -4 "Socket timeout(-8)((send, %d ms))", or -5 and the same
+ *            text with "header", "body" or "checksum", which is what was waited for last. A reply's body that is whole but
+ *            cannot be uncompressed is told before whatever came behind it. */
+CALLORV_API int CallOrv_Finish(CallOrv_Call* call, CMsg* out, CallOrv_Error* err);
+/* Closes the connection and frees the call, at any time. Null is ignored. */
+CALLORV_API void CallOrv_Cancel(CallOrv_Call* call);
+/* Waits until one of n calls is over, stepping all of them, for timeOutMs milliseconds at most; 0 just looks, below 0 there is
+ * no end but the calls' deadlines. Null calls are skipped. Each call that is over has its turn, whatever its place. Thousands of
+ * calls are well in one array; keep it in its order and set what was finished to null, or to a new call.
+ *   returns  the index of one that is over, to be finished; -1 none in time, or all null; -2 a signal handler ran, or there is no
+ *            memory to wait for so many */
+CALLORV_API int CallOrv_WaitAny(CallOrv_Call** calls, int n, int timeOutMs);
+/* Whatever the application wants to find again with the call; null at first. Not looked at. */
+CALLORV_API void CallOrv_SetUser(CallOrv_Call* call, void* user);
+CALLORV_API void* CallOrv_GetUser(const CallOrv_Call* call);
+
+/* CallOrv_CallService with a deadline for all of it, as CallOrv_Start has it: CallOrv_Start and CallOrv_Finish in one.
+ *   returns  as CallOrv_CallService; texts as CallOrv_Finish */
+CALLORV_API int CallOrv_CallServiceWithin(int svcNum, CMsg* in, CMsg* out, int deadlineMs, CallOrv_Error* err);
+
 /* ---- Messages ---- */
 
 /* A new message of a dictionary number; without a definition, to receive a reply, when msgnum is below 1. Null when the

@@ -14,6 +14,7 @@
 #include "callorv/client/callorv_client.h"
 #include "callorv/client/callorv_error.h"
 #include "callorv/client/msg_base.h"
+#include "callorv/client/pending_call.h"
 #include "callorv/client/typed_msg.h"
 #include "callorv/crypt/cfg_reader.h"
 #include "callorv/crypt/crypt.h"

@@ -86,6 +86,7 @@ TEST_CASE("fields stand in the order in which programs know them") {
   const CFieldsOfAdaptor cAdaptor;
   CheckOrder(cAdaptor.All());
   CHECK(sizeof(CLastError) == sizeof(void*));
+  CHECK(sizeof(CPendingCall) == sizeof(void*));
 }
 
 TEST_CASE("fields that are read without a call stand where programs look for them") {

@@ -1,5 +1,6 @@
 /* The whole C interface, from a C99 program. It is run by programs_test.cpp, which serves its calls.
  * Prints what is wrong; the exit status says whether anything was. */
+#include <poll.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -533,6 +534,64 @@ static void Calls(void) {
   MSG_Destroy(pOut);
 }
 
+/* As an application's own loop does it. */
+static void StepAll(CallOrv_Call* p_pCall) {
+  while (CallOrv_Step(p_pCall) == 1) {
+    struct pollfd tPoll;
+    tPoll.fd = CallOrv_GetFd(p_pCall);
+    tPoll.events = (short)CallOrv_GetEvents(p_pCall);
+    poll(&tPoll, 1, CallOrv_GetTimeLeft(p_pCall));
+  }
+}
+
+static void CallsInFlight(void) {
+  CallOrv_Error tErr = s_tOld;
+  CMsg* pIn = NewMsg(100);
+  CMsg* pOut = NewMsg(0);
+  CallOrv_Call* apCalls[2];
+  int iOut = 0;
+  CHECK(MSG_SetInt(pIn, 2, 5) == 0);
+  CHECK(CallOrv_Start(SVC_ECHO, pIn, 20000, NULL) == NULL);
+  CHECK(CallOrv_Resolve(&tErr) == 0);
+  apCalls[0] = CallOrv_Start(SVC_ECHO, pIn, 20000, &tErr);
+  CHECK(MSG_SetInt(pIn, 2, 6) == 0); /* the first call has gone */
+  apCalls[1] = CallOrv_Start(SVC_REJECT, pIn, 20000, &tErr);
+  CHECK(apCalls[0] != NULL && apCalls[1] != NULL);
+  CHECK(CallOrv_GetFd(apCalls[0]) >= 0);
+  CHECK(CallOrv_GetUser(apCalls[0]) == NULL);
+  CallOrv_SetUser(apCalls[0], &tErr);
+  CHECK(CallOrv_GetUser(apCalls[0]) == &tErr);
+  StepAll(apCalls[0]);
+  CHECK(CallOrv_GetEvents(apCalls[0]) == 0);
+  CHECK(CallOrv_Finish(apCalls[0], pOut, &tErr) == 0);
+  CheckOld(&tErr, __LINE__);
+  CHECK(MSG_GetInt(pOut, 2, &iOut) == 0);
+  CHECK(iOut == 5);
+
+  apCalls[0] = NULL;
+  CHECK(CallOrv_WaitAny(apCalls, 2, -1) == 1);
+  CHECK(CallOrv_Finish(apCalls[1], pOut, &tErr) == -4);
+  CHECK(tErr.iCode == 4017);
+  CHECK_TEXT(tErr.szText, "no funds");
+  CHECK(tErr.iRefSvcNum == 1234);
+  CHECK(CallOrv_Finish(CallOrv_Start(SVC_CLOSE, pIn, 20000, &tErr), pOut, &tErr) == -3);
+  CHECK(tErr.iCode == -5);
+  CHECK_TEXT(tErr.szText, "Socket closed(-9)(OK)");
+  CHECK(tErr.iRefSvcNum == -1);
+  CHECK(CallOrv_Start(SVC_ECHO, NULL, 20000, &tErr) == NULL);
+  CHECK(tErr.iCode == -12);
+  CallOrv_Cancel(CallOrv_Start(SVC_ECHO, pIn, 20000, &tErr));
+  CallOrv_Cancel(NULL);
+
+  CHECK(CallOrv_CallServiceWithin(SVC_ECHO, pIn, pOut, 20000, NULL) == -12);
+  CHECK(CallOrv_CallServiceWithin(SVC_ECHO, NULL, pOut, 20000, &tErr) == -2);
+  tErr = s_tOld;
+  CHECK(CallOrv_CallServiceWithin(SVC_ECHO, pIn, pOut, 20000, &tErr) == 0);
+  CheckOld(&tErr, __LINE__);
+  MSG_Destroy(pIn);
+  MSG_Destroy(pOut);
+}
+
 int main(int argc, char** argv) {
   if (argc != 3) {
     fprintf(stderr, "usage: %s CONFIGURATION DIRECTORY\n", argv[0]);
@@ -548,6 +607,7 @@ int main(int argc, char** argv) {
   SubMessages();
   Arrays();
   Calls();
+  CallsInFlight();
   Dumps(argv[2]); /* the last: it takes standard output away */
   return s_iFailed == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -48,6 +48,28 @@ TEST_CASE("calls before the set-up") {
   CHECK(CCallOrv::CallService(7, &cNothing, &cNothing, nullptr) == -12);
 }
 
+TEST_CASE("calls that hold no thread before the set-up") {
+  CMsg cMsg(0, 0, 0, MA_GetMsgDic());
+  CNothing cNothing;
+  CCallOrvError cErr = OldError();
+  CHECK_FALSE(static_cast<bool>(CCallOrv::Start(7, &cMsg, 1000, &cErr)));
+  CheckError(cErr, -35, "call CCallOrv::Initialize() first", 7);
+  cErr = OldError();
+  CHECK_FALSE(static_cast<bool>(CCallOrv::Start(7, static_cast<CMsg*>(nullptr), 1000, &cErr)));
+  CheckError(cErr, -35, "call CCallOrv::Initialize() first", 7);
+  CHECK_FALSE(static_cast<bool>(CCallOrv::Start(7, &cMsg, 1000, nullptr)));
+  cErr = OldError();
+  CHECK_FALSE(static_cast<bool>(CCallOrv::Start(7, &cNothing, 1000, &cErr)));
+  CheckError(cErr, -35, "call CCallOrv::Initialize() first", 7);
+  cErr = OldError();
+  CHECK(CCallOrv::CallServiceByMsgWithin(7, &cMsg, &cMsg, 1000, &cErr) == -1);
+  CheckError(cErr, -35, "call CCallOrv::Initialize() first", 7);
+  CHECK(CCallOrv::CallServiceByMsgWithin(7, &cMsg, &cMsg, 1000, nullptr) == -1);
+  cErr = OldError();
+  CHECK(CCallOrv::Resolve(&cErr) == -1);
+  CheckError(cErr, -35, "call CCallOrv::Initialize() first", 0);
+}
+
 TEST_CASE("the dictionary of a process that was not set up is empty") {
   CHECK_FALSE(CMsgDic::m_bLoaded);
   for (int i = 0; i <= 10000; ++i) REQUIRE(MA_GetMsgDic()->GetMsgInfo(i) == nullptr);

@@ -6,6 +6,7 @@
 #include "callorv/base/stream.h"
 #include "callorv/client/callorv_error.h"
 #include "callorv/client/msg_base.h"
+#include "callorv/client/pending_call.h"
 #include "callorv/msg/msg.h"
 
 // Set up once for the process, then called from any number of threads at once: each call has its own connection, and
@@ -41,6 +42,16 @@ class CALLORV_API CCallOrv {
   //            -12 p_pErr is null; -3 (-1 to -7, reason, -1): null, XML, connect, send, receive, -6 and -7 reply;
   //            -4 rejected: code, text and service number come from the server
   static int CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr);
+
+  // ---- calls that hold no thread, and calls with a deadline; callorv/callorv.h has what they promise
+  // CallOrv_Start. An empty one on failure, with p_pErr (if there is one) filled as by CallServiceByMsg or, for a typed
+  // message, CallService. Throws std::bad_alloc, and CException when CreateMsg does.
+  static CPendingCall Start(int p_iSvcNum, CMsg* p_pIn, int p_iDeadlineMs, CCallOrvError* p_pErr);
+  static CPendingCall Start(int p_iSvcNum, CMsgBase* p_pIn, int p_iDeadlineMs, CCallOrvError* p_pErr);
+  // CallOrv_CallServiceWithin. Throws std::bad_alloc.
+  static int CallServiceByMsgWithin(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iDeadlineMs, CCallOrvError* p_pErr);
+  // CallOrv_Resolve. Throws std::bad_alloc.
+  static int Resolve(CCallOrvError* p_pErr);
 
   // What one call sent and received, as far as it came.
   struct CALLORV_API T_Exchange {
@@ -78,6 +89,10 @@ class CALLORV_API CCallOrv {
   static CString s_sUserKey;
   static CMsgDic* s_pMsgDic;
   static bool s_bSetupOK;
+  static CString s_sResolvedHost;    // the server when Resolve looked it up
+  static CString s_sResolved;        // its address; "" before
+
+  static int StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallOrvError& p_cErr, CPendingCall& p_cCall);
 };
 
 #endif

@@ -171,6 +171,64 @@ TEST_CASE("a call that runs out of memory anywhere fails with a code, and the ne
   CHECK(iFailures >= 3);
 }
 
+TEST_CASE("a call that holds no thread may run out of memory anywhere") {
+  const long iBefore = OpenDescriptors();
+  {
+    const std::string sLong(200000, 'y');    // the reply's body outgrows its first room
+    CServicePeer cPeer([&](const T_Request& p_tRequest) {
+      return T_Answer{Packet(Body100(sLong), p_tRequest.SvcNum() == 8)};
+    });
+    SetUp(cPeer.Port());
+    for (const int iSvcNum : {7, 8}) {
+      const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+        const CMsgPtr pIn = NewRequest(LONG.c_str()), pOut = NewMsg(0);
+        CallOrv_Error tErr = {99, "old", 77};
+        CallOrv_Call* pCall = nullptr;
+        int iRet = 0;
+        CHECK_FALSE(p_cFail.Run([&] {
+          pCall = CallOrv_Start(iSvcNum, pIn.get(), 20000, &tErr);
+          while (pCall != nullptr && CallOrv_Step(pCall) == 1) CallOrv_WaitAny(&pCall, 1, -1);
+          if (pCall != nullptr) iRet = CallOrv_Finish(pCall, pOut.get(), &tErr);
+        }));
+        CAPTURE(iRet);
+        CAPTURE(tErr.iCode);
+        CAPTURE(tErr.szText);
+        if (!p_cFail.HasFailed()) CHECK(iRet == 0);
+        if (pCall == nullptr) CHECK((tErr.iCode == -11 || tErr.iCode == -2 || tErr.iCode == -4));
+        CHECK((iRet == 0 || iRet == -11 || iRet == -3));
+        CHECK((pCall != nullptr && iRet == 0) == (tErr.iCode == 99));
+      });
+      CHECK(iFailures >= 8);
+    }
+    // None at all once it is begun, not even for the text of what went wrong.
+    const CMsgPtr pIn = NewRequest("x"), pOut = NewMsg(0);
+    CallOrv_Error tErr = {99, "old", 77};
+    CallOrv_Call* pCall = CallOrv_Start(7, pIn.get(), 20000, &tErr);
+    REQUIRE(pCall != nullptr);
+    CFailAlloc cFail(1, INT_MAX);
+    int iRet = 0;
+    CHECK_FALSE(cFail.Run([&] { iRet = CallOrv_Finish(pCall, pOut.get(), &tErr); }));
+    CHECK(iRet == -11);
+    CHECK(tErr.iCode == -11);
+  }
+  CHECK(OpenDescriptors() == iBefore);
+}
+
+TEST_CASE("WaitAny without memory for many calls gives -2, and they go on") {
+  CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
+  SetUp(cPeer.Port());
+  const CMsgPtr pIn = NewRequest("x");
+  CallOrv_Error tErr = {};
+  CallOrv_Call* apCalls[65];
+  for (CallOrv_Call*& pCall : apCalls) pCall = CallOrv_Start(7, pIn.get(), 20000, &tErr);
+  CFailAlloc cFail(1, INT_MAX);
+  int iRet = 0;
+  CHECK_FALSE(cFail.Run([&] { iRet = CallOrv_WaitAny(apCalls, 65, -1); }));
+  CHECK(iRet == -2);
+  CHECK(CallOrv_WaitAny(apCalls, 65, -1) >= 0);
+  for (CallOrv_Call* pCall : apCalls) CallOrv_Cancel(pCall);
+}
+
 TEST_CASE("an initialisation that runs out of memory fails with a code, and can be repeated") {
   const CTempDir cDir;
   const std::string sKey = cDir.Write("user.key", KeyFile("USER"));

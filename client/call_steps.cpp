@@ -1,0 +1,127 @@
+// The steps that a call is made of, whether it waits or not.
+#include "client/call_steps.h"
+
+#include <new>
+
+#include "callorv/msg/error.h"
+
+namespace callorv::detail {
+
+namespace {
+
+constexpr char s_szNotSetUp[] = "call CCallOrv::Initialize() first";
+
+enum {
+  MAX_PLAIN_BODY = 1024,       // bytes; a longer request is compressed
+  ALWAYS_COMPRESSED_MSG = 1
+};
+
+// The message by which a server says no, with its tags.
+enum { REJECT_MSG = 10, REJECT_SYS_CODE = 6, REJECT_SYS_REASON_TEXT = 7, REJECT_REF_SVC_NUM = 8 };
+
+// Puts what the server says into the error. A value that the rejection lacks counts as 0 or "".
+void ReportReject(CMsg& p_cReply, int p_iSvcNum, CCallOrvError& p_cErr) {
+  int iCode = 0;
+  int iRefSvcNum = 0;
+  CString sText;
+  const auto fnFailed = [&](int p_iRet, const char* p_szText) {
+    if (p_iRet >= MSG_NO_DATA) return false;
+    p_cErr.SetError(p_iRet, p_szText, p_iSvcNum);
+    return true;
+  };
+  if (fnFailed(p_cReply.GetValue(REJECT_SYS_CODE, &iCode), "REJECT.SysCode failed : ")) return;
+  if (fnFailed(p_cReply.GetValue(REJECT_SYS_REASON_TEXT, &sText), "REJECT.SysReasonText failed : ")) return;
+  if (fnFailed(p_cReply.GetValue(REJECT_REF_SVC_NUM, &iRefSvcNum), "REJECT.RefSvcNum failed: ")) return;
+  p_cErr.SetError(iCode, sText.ToStr(), iRefSvcNum);
+}
+
+}    // namespace
+
+int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p_pErr) {
+  CCallOrvError cUnwanted;    // the first two failures go before the check of p_pErr
+  CCallOrvError& cErr = p_pErr != nullptr ? *p_pErr : cUnwanted;
+  if (!p_bSetupOK) {
+    cErr.SetError(MSG_NOT_INIT, s_szNotSetUp, p_iSvcNum);
+    return -1;
+  }
+  if (!p_bMessages) {
+    cErr.SetError(MSG_NULL, "Parameter is NULL", p_iSvcNum);
+    return -2;
+  }
+  if (p_pErr == nullptr) return MSG_NULL;
+  cErr.Clear();
+  return 0;
+}
+
+int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError& p_cErr) {
+  if (!p_bSetupOK) {
+    p_cErr.SetError(MSG_NOT_INIT, s_szNotSetUp, p_iSvcNum);
+  } else if (p_szNull != nullptr) {
+    p_cErr.SetError(MSG_NULL, p_szNull, 0);
+  } else {
+    return 0;
+  }
+  return -1;
+}
+
+int MakeRequest(CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey, CAdaptor::T_PacketInfo& p_tRequest,
+                CString& p_sErr) {
+  if (p_cIn.ToXml(&p_tRequest.stBody, false, false, 1) < 0) {
+    p_sErr = p_cIn.GetLastError();
+    return CORE_REQUEST;
+  }
+  p_tRequest.iSvcNum = p_iSvcNum;
+  p_tRequest.iMsgNum = p_cIn.GetRootNum();
+  p_tRequest.iExtra = p_iExtra;
+  p_tRequest.sUserKey = p_sUserKey;
+  p_tRequest.bCompressed = p_tRequest.stBody.GetSize() > MAX_PLAIN_BODY || p_tRequest.iMsgNum == ALWAYS_COMPRESSED_MSG;
+  return 0;
+}
+
+int ReadReply(const CStream& p_stBody, CMsg& p_cOut, CString& p_sErr) {
+  try {
+    if (p_cOut.LoadXml(p_stBody.GetData()) < 0) {
+      p_sErr = p_cOut.GetLastError();
+      return CORE_REPLY;
+    }
+  } catch (const CException& p_c) {
+    p_sErr.Format("%d, %s(%s)", p_c.GetCode(), MA_GetErrorStr(p_c.GetCode()), p_c.GetText());
+    return CORE_REPLY_THROWN;
+  }
+  return 0;
+}
+
+int JudgeReply(int p_iCoreResult, const CString& p_sReason, CMsg& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr) {
+  if (p_iCoreResult < 0) {
+    p_cErr.SetError(p_iCoreResult, p_sReason.ToStr(), -1);
+    return -3;
+  }
+  if (p_cOut.GetRootNum() == REJECT_MSG) {
+    ReportReject(p_cOut, p_iSvcNum, p_cErr);
+    return -4;
+  }
+  return 0;
+}
+
+std::unique_ptr<CMsg> MakeMsg(CMsgBase& p_cIn, int p_iSvcNum, CCallOrvError& p_cErr) {
+  std::unique_ptr<CMsg> pMsg(p_cIn.CreateMsg());
+  if (pMsg == nullptr) {
+    const CString sText = CFormat("Input Msg is corrupted(%s)", p_cIn.sLastError.ToStr());
+    p_cErr.SetError(MSG_NO_DATA, sText.ToStr(), p_iSvcNum);
+  }
+  return pMsg;
+}
+
+std::unique_ptr<CMsg> NewReply(CMsgDic* p_pDic, int p_iSvcNum, CCallOrvError& p_cErr) {
+  std::unique_ptr<CMsg> pReply(new (std::nothrow) CMsg(0, 0, 0, p_pDic));
+  if (pReply == nullptr) p_cErr.SetError(MSG_MEMORY, "Out of memory", p_iSvcNum);
+  return pReply;
+}
+
+int LoadReply(CMsg& p_cReply, CMsgBase& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr) {
+  if (p_cOut.LoadFromMsg(&p_cReply) >= 0) return 0;
+  p_cErr.SetError(MSG_NO_DATA, p_cOut.sLastError.ToStr(), p_iSvcNum);
+  return -5;
+}
+
+}    // namespace callorv::detail

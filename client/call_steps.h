@@ -1,0 +1,56 @@
+// The steps that a call is made of, whether it waits or not.
+#ifndef CALLORV_CLIENT_CALL_STEPS_H
+#define CALLORV_CLIENT_CALL_STEPS_H
+
+#include <memory>
+
+#include "callorv/adaptor/adaptor.h"
+#include "callorv/base/exception.h"
+#include "callorv/client/callorv_error.h"
+#include "callorv/client/msg_base.h"
+#include "callorv/msg/msg.h"
+
+namespace callorv::detail {
+
+// Results of CCallOrv::CallServiceCore.
+enum E_CoreResult {
+  CORE_NULL = -1, CORE_REQUEST = -2, CORE_CONNECT = -3, CORE_SEND = -4, CORE_RECEIVE = -5, CORE_REPLY = -6,
+  CORE_REPLY_THROWN = -7
+};
+
+constexpr char s_szInputNull[] = "Input Msg(p_pIn) is NULL";
+constexpr char s_szOutputNull[] = "Output Msg(p_pOut) is NULL";
+
+// Whether a call may begin: 0 with p_pErr cleared, or what the call returns, with p_pErr filled when there is one.
+int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p_pErr);
+// The same for a typed call: p_szNull names what is null, if anything is.
+int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError& p_cErr);
+
+// The packet for a message, with the user key. 0 or CORE_REQUEST with the reason.
+int MakeRequest(CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey, CAdaptor::T_PacketInfo& p_tRequest,
+                CString& p_sErr);
+// The message in a reply's body. 0, CORE_REPLY or CORE_REPLY_THROWN with the reason.
+int ReadReply(const CStream& p_stBody, CMsg& p_cOut, CString& p_sErr);
+// What a call returns whose exchange ended with p_iCoreResult; p_cErr, which is clear, is filled unless that is 0.
+int JudgeReply(int p_iCoreResult, const CString& p_sReason, CMsg& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr);
+
+// The message that a typed one makes; null with p_cErr filled.
+std::unique_ptr<CMsg> MakeMsg(CMsgBase& p_cIn, int p_iSvcNum, CCallOrvError& p_cErr);
+// A message for a typed call's reply; null with p_cErr filled.
+std::unique_ptr<CMsg> NewReply(CMsgDic* p_pDic, int p_iSvcNum, CCallOrvError& p_cErr);
+// Fills a typed message from the reply. 0 or -5 with p_cErr filled.
+int LoadReply(CMsg& p_cReply, CMsgBase& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr);
+
+// Runs what calls the application's typed messages. A CException comes out plain, whatever class was derived from it.
+template <class F>
+auto ThrowPlain(F p_fnRun) {
+  try {
+    return p_fnRun();
+  } catch (const CException& p_c) {
+    throw CException(p_c.GetText(), p_c.GetCode());
+  }
+}
+
+}    // namespace callorv::detail
+
+#endif

@@ -1,0 +1,106 @@
+// Waiting for one of many calls.
+#include <poll.h>
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <new>
+
+#include "callorv/client/pending_call.h"
+#include "client/pending_state.h"
+
+namespace {
+
+using callorv::detail::MillisecondsUntil;
+using callorv::detail::Now;
+
+enum { NONE = -1, INTERRUPTED = -2 };
+enum { FEW = 64 };    // so many are waited for without memory for that
+
+// An array of calls, some of them null. AT: CallOrv_Call*(int) gives the one at an index.
+template <class AT>
+class CCalls {
+ public:
+  CCalls(int p_iCount, AT p_fnAt) : m_iCount(p_iCount), m_fnAt(p_fnAt) {}
+
+  int WaitAny(int p_iTimeOutMs) {
+    long long iEnd = p_iTimeOutMs < 0 ? LLONG_MAX : Now() + p_iTimeOutMs * 1000000LL;
+    int iCalls = 0;
+    for (int i = Next(0); i < m_iCount; i = Next(i + 1)) ++iCalls;
+    if (iCalls == 0) return NONE;
+    int iOver = FindOver();
+    if (iOver >= 0) return iOver;
+
+    pollfd atFew[FEW];
+    const std::unique_ptr<pollfd[]> pMany(iCalls > FEW ? new (std::nothrow) pollfd[static_cast<size_t>(iCalls)] : nullptr);
+    pollfd* ptPoll = iCalls > FEW ? pMany.get() : atFew;
+    if (ptPoll == nullptr) return INTERRUPTED;
+    while (iOver < 0) {
+      if (!Poll(ptPoll, iEnd)) return INTERRUPTED;
+      iOver = FindOver();
+      if (Now() >= iEnd) break;
+    }
+    return iOver;
+  }
+
+ private:
+  const int m_iCount;
+  const AT m_fnAt;
+
+  int Next(int p_iFrom) const {    // where a call stands from p_iFrom on; m_iCount when there is none
+    while (p_iFrom < m_iCount && m_fnAt(p_iFrom) == nullptr) ++p_iFrom;
+    return p_iFrom;
+  }
+
+  // The next call that is over, behind the one that was found before, so that each has its turn and finding all takes one
+  // round. Where that was is noted in the first call that stays; the caller is going to free, or replace, the one found.
+  int FindOver() const {
+    const int iFirst = Next(0);
+    const int iSecond = Next(iFirst + 1);
+    int iStart = m_fnAt(iFirst)->iNext;
+    if (iStart < 0 && iSecond < m_iCount) iStart = m_fnAt(iSecond)->iNext;
+    if (iStart < 0 || iStart >= m_iCount) iStart = 0;
+    for (int i = 0, iAt = iStart; i < m_iCount; ++i, ++iAt) {
+      if (iAt == m_iCount) iAt = 0;
+      const CallOrv_Call* pCall = m_fnAt(iAt);
+      if (pCall == nullptr || !pCall->IsOver()) continue;
+      const int iStays = iAt != iFirst ? iFirst : iSecond;
+      if (iStays < m_iCount) m_fnAt(iStays)->iNext = iAt + 1;
+      return iAt;
+    }
+    return NONE;
+  }
+
+  // Waits once for all of them, none of which is over, until p_iEnd at most, and steps every one that can go on: to wait again
+  // for each that is returned would take a time that grows with the square of their number.
+  bool Poll(pollfd* p_ptPoll, long long p_iEnd) const {
+    nfds_t uCalls = 0;
+    for (int i = Next(0); i < m_iCount; i = Next(i + 1)) {
+      const CallOrv_Call& cCall = *m_fnAt(i);
+      p_ptPoll[uCalls++] = {cCall.GetFd(), static_cast<short>(cCall.GetEvents()), 0};
+      p_iEnd = std::min(p_iEnd, cCall.GetEnd());
+    }
+    if (poll(p_ptPoll, uCalls, MillisecondsUntil(p_iEnd)) < 0) return false;
+    const long long iNow = Now();
+    for (int i = Next(0); i < m_iCount; i = Next(i + 1)) {
+      CallOrv_Call& cCall = *m_fnAt(i);
+      if (p_ptPoll++->revents != 0 || cCall.GetEnd() <= iNow) cCall.Step();
+    }
+    return true;
+  }
+};
+
+template <class AT>
+int WaitAnyOf(int p_iCount, int p_iTimeOutMs, AT p_fnAt) {
+  return CCalls<AT>(p_iCount, p_fnAt).WaitAny(p_iTimeOutMs);
+}
+
+}    // namespace
+
+int CPendingCall::WaitAny(CallOrv_Call** p_apCalls, int p_iCount, int p_iTimeOutMs) {
+  return WaitAnyOf(p_apCalls != nullptr ? p_iCount : 0, p_iTimeOutMs, [=](int p_iAt) { return p_apCalls[p_iAt]; });
+}
+
+int CPendingCall::WaitAny(CPendingCall* p_pCalls, int p_iCount, int p_iTimeOutMs) {
+  return WaitAnyOf(p_pCalls != nullptr ? p_iCount : 0, p_iTimeOutMs, [=](int p_iAt) { return p_pCalls[p_iAt].m_pCall; });
+}
