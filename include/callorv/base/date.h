@@ -2,10 +2,12 @@
 #ifndef CALLORV_BASE_DATE_H
 #define CALLORV_BASE_DATE_H
 
+#include "callorv/base/compare.h"
 #include "callorv/export.h"
 
 // The text is kept as it comes, by convention YYYYMMDD, and is not validated: a shorter one stays short, of a
-// longer one the first eight characters are kept. Null and "" leave the date unset, an absent value.
+// longer one the first eight characters are kept. Null and "" leave the date unset, an absent value. Dates compare by their
+// texts, with each other, with a CString and with C texts; an unset one has the text "".
 class CALLORV_API CDate {
  public:
   char m_szDate[9];    // the text, zero-filled behind it
@@ -21,5 +23,16 @@ class CALLORV_API CDate {
   bool IsSet() const { return m_bSet; }
   const char* ToStr() const { return m_szDate; }    // never null
 };
+
+namespace callorv {
+namespace detail {
+template <>
+struct T_TextOf<CDate> {
+  enum { IS_OURS = true, IS_TEXT = true };
+  static const char* Begin(const CDate& p_c) { return p_c.m_szDate; }
+  static std::size_t Size(const CDate& p_c) { return std::strlen(p_c.m_szDate); }
+};
+}    // namespace detail
+}    // namespace callorv
 
 #endif

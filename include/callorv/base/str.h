@@ -2,6 +2,7 @@
 #ifndef CALLORV_BASE_STR_H
 #define CALLORV_BASE_STR_H
 
+#include "callorv/base/compare.h"
 #include "callorv/export.h"
 
 template <class T>
@@ -97,7 +98,18 @@ class CALLORV_API CString {
   void SetSize(int p_iSize);       // after writing into Reserve()'s room
 };
 
-// Exact comparison of the texts, up to p_s's first NUL if it holds one.
+namespace callorv {
+namespace detail {
+template <>
+struct T_TextOf<CString> {
+  enum { IS_OURS = true, IS_TEXT = true };
+  static const char* Begin(const CString& p_s) { return p_s.ToStr(); }
+  static std::size_t Size(const CString& p_s) { return static_cast<std::size_t>(p_s.GetSize()); }
+};
+}    // namespace detail
+}    // namespace callorv
+
+// All comparisons are exact, by bytes (base/compare.h). These two go up to p_s's first NUL if it holds one.
 CALLORV_API bool operator==(const CString& p_s, const char* p_sz);
 CALLORV_API bool operator!=(const CString& p_s, const char* p_sz);
 
