@@ -77,13 +77,12 @@ CMsgPtr NewRequest() {
 CMsgPtr NewReply(const std::vector<T_Row>& p_atRow) {
   CMsgPtr pMsg = NewMsg(REPLY_MSG);
   for (const T_Row& tRow : p_atRow) {
-    CMsgPtr pRow = NewMsg(ROW_MSG);
+    CMsg* pRow = pMsg->NewSub(ROWS_TAG);
+    Expect(pRow != nullptr ? 0 : -1, "row");
     Expect(pRow->SetValue(1, tRow.sText.c_str()), "text");
     Expect(pRow->SetValue(2, tRow.iNumber), "number");
     Expect(pRow->SetValue(3, tRow.dPrice), "price");
     Expect(pRow->SetValue(4, tRow.bFlag), "flag");
-    Expect(pMsg->SetValue(ROWS_TAG, pRow.get()), "row");
-    (void)pRow.release();
   }
   return pMsg;
 }

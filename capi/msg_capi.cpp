@@ -99,6 +99,10 @@ CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err) {
 
 void MSG_Destroy(CMsg* msg) { MA_FreeMsg(msg); }
 
+void MSG_Clear(CMsg* msg) {
+  if (msg != nullptr) msg->Clear();
+}
+
 int MSG_GetSelfNum(CMsg* msg) { return msg != nullptr ? msg->GetMsgNum() : MSG_NULL; }
 
 const char* MSG_GetLastError(CMsg* msg) { return msg != nullptr ? msg->GetLastError() : s_szNullMsg; }
@@ -151,6 +155,10 @@ int MSG_SetStr(CMsg* msg, int tag, const char* v) {
 
 int MSG_SetDate(CMsg* msg, int tag, const char* text) {
   return Guard(msg, [&] { return msg->SetValue(tag, CDate(text)); });
+}
+
+CMsg* MSG_NewSub(CMsg* msg, int tag, int* rc) {
+  return GetSub(msg, rc, [&](CMsg** p_ppSub) { return msg->NewSub(tag, p_ppSub); });
 }
 
 int MSG_SetSub(CMsg* msg, int tag, CMsg* sub) {

@@ -1,6 +1,7 @@
 // The C interface: programs of calls, of which each result, output and error text is what a model of the messages says.
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 #include "callorv/callorv.h"
 #include "model.h"
@@ -58,6 +59,7 @@ class CMachine {
       case 9:
       case 10: Set(cMsg); break;
       case 11: Size(cMsg); break;
+      case 12: m_cInput.Byte() % 4 == 0 ? Clear(cMsg) : NewSub(cMsg); break;
       default: Get(cMsg, iOperation % 2 == 0);
     }
     ExpectSame(MSG_GetLastError(cMsg.pMsg), cMsg.sError, "MSG_GetLastError");
@@ -90,7 +92,9 @@ class CMachine {
   static int FindValues(T_ModelMsg& p_cMsg, int p_iTag, const T_TagDef*& p_pTag, std::vector<T_Value>*& p_patValue) {
     if (const int iRet = CheckTag(p_cMsg, p_iTag, p_pTag)) return iRet;
     const auto it = p_cMsg.cValues.find(p_iTag);
-    if (it == p_cMsg.cValues.end()) return Fail(p_cMsg, -1, "tagnum=" + std::to_string(p_iTag));
+    if (it == p_cMsg.cValues.end()) {
+      return Fail(p_cMsg, -1, "tagnum=" + std::to_string(p_iTag) + (p_cMsg.aiUnset.count(p_iTag) != 0 ? ",Unset" : ""));
+    }
     p_patValue = &it->second;
     return 0;
   }
@@ -98,7 +102,8 @@ class CMachine {
   static int FindValue(T_ModelMsg& p_cMsg, int p_iTag, E_TagType p_eType, const int* p_pIndex, T_Value*& p_pValue) {
     const T_TagDef* pTag = nullptr;
     std::vector<T_Value>* patValue = nullptr;
-    if (const int iRet = FindValues(p_cMsg, p_iTag, pTag, patValue)) return iRet;
+    const bool bUnset = p_cMsg.aiUnset.count(p_iTag) != 0 && p_eType != TAG_SUBMSG;    // the type is compared before
+    if (const int iRet = bUnset ? CheckTag(p_cMsg, p_iTag, pTag) : FindValues(p_cMsg, p_iTag, pTag, patValue)) return iRet;
     const int iLine = p_pIndex != nullptr ? s_atLines[p_eType].iGetAt : s_atLines[p_eType].iGet;
     if (const int iRet = CheckType(p_cMsg, *pTag, p_eType, iLine)) return iRet;
     const int iIndex = pTag->bArray && p_pIndex != nullptr ? *p_pIndex : 0;
@@ -136,50 +141,106 @@ class CMachine {
     m_apKnown.push_back(m_apTop.back().get());
   }
 
-  // Whether the program may do with a message what it likes.
-  static bool IsFree(const T_ModelMsg& p_cMsg) { return p_cMsg.pOwner == nullptr || (p_cMsg.bReplaced && !p_cMsg.bRead); }
-  // Takes such a message out of the program.
+  // Takes a message out of the program, or out of the message in which it stands.
   std::unique_ptr<T_ModelMsg> Take(T_ModelMsg& p_cMsg) {
-    auto& apFrom = p_cMsg.pOwner != nullptr ? p_cMsg.pOwner->apOwned : m_apTop;
+    T_ModelMsg* pOwner = std::exchange(p_cMsg.pOwner, nullptr);
+    auto& apFrom = pOwner != nullptr ? pOwner->apOwned : m_apTop;
     const auto it = std::find_if(apFrom.begin(), apFrom.end(), [&](const auto& p_p) { return p_p.get() == &p_cMsg; });
     auto pTaken = std::move(*it);
     apFrom.erase(it);
+    if (T_Value* pValue = pOwner != nullptr ? pOwner->Find(p_cMsg) : nullptr) Empty(*pOwner, *pValue);
     return pTaken;
+  }
+  static void Empty(T_ModelMsg& p_cMsg, T_Value& p_tValue) {
+    p_tValue.pSub = nullptr;
+    for (auto it = p_cMsg.cValues.begin(); it != p_cMsg.cValues.end(); ++it) {
+      if (it->second.data() != &p_tValue || p_cMsg.pDef->Find(it->first)->bArray) continue;
+      p_cMsg.aiUnset.insert(it->first);
+      p_cMsg.cValues.erase(it);
+      return;
+    }
+  }
+  static bool IsWithin(const T_ModelMsg& p_cMsg, const T_ModelMsg& p_cTop) {
+    const T_ModelMsg* p = &p_cMsg;
+    while (p != nullptr && p != &p_cTop) p = p->pOwner;
+    return p != nullptr;
   }
   // Forgets the handles of a message and all that it owns.
   void Forget(const T_ModelMsg& p_cMsg) {
-    m_apKnown.erase(std::remove_if(m_apKnown.begin(), m_apKnown.end(), [&](const T_ModelMsg* p_p) {
-      while (p_p != nullptr && p_p != &p_cMsg) p_p = p_p->pOwner;
-      return p_p != nullptr;
-    }), m_apKnown.end());
+    m_apKnown.erase(std::remove_if(m_apKnown.begin(), m_apKnown.end(),
+                                   [&](const T_ModelMsg* p_p) { return IsWithin(*p_p, p_cMsg); }), m_apKnown.end());
   }
 
   void Destroy(T_ModelMsg& p_cMsg) {
     MSG_Destroy(p_cMsg.pMsg);
-    if (!IsFree(p_cMsg)) return;
+    if (p_cMsg.bMade) return;
     Forget(p_cMsg);
     Take(p_cMsg);
+  }
+
+  void Clear(T_ModelMsg& p_cMsg) {
+    MSG_Clear(p_cMsg.pMsg);
+    for (const auto& pSub : p_cMsg.apOwned) Forget(*pSub);
+    p_cMsg.apOwned.clear();
+    p_cMsg.cValues.clear();
+    p_cMsg.aiUnset.clear();
+    p_cMsg.sVer.clear();
+    p_cMsg.sError.clear();
+    p_cMsg.bEmpty = true;
+    p_cMsg.bVacant = p_cMsg.pOwner != nullptr;
+  }
+
+  void NewSub(T_ModelMsg& p_cMsg) {
+    const int iTag = TakeTag();
+    const T_TagDef* pTag = nullptr;
+    T_ModelMsg* pShould = nullptr;
+    int iShould = CheckTag(p_cMsg, iTag, pTag);
+    if (iShould == 0) iShould = CheckType(p_cMsg, *pTag, TAG_SUBMSG, s_atLines[TAG_SUBMSG].iSet);
+    if (iShould == 0) {
+      const auto it = p_cMsg.cValues.find(iTag);
+      if (!pTag->bArray && it != p_cMsg.cValues.end()) {
+        pShould = it->second.front().pSub;
+      } else if (GetMsgDef(pTag->iSub) == nullptr) {
+        iShould = Fail(p_cMsg, -19, "3.msgnum=" + std::to_string(pTag->iSub));
+      } else {
+        auto pSub = std::make_unique<T_ModelMsg>();
+        pSub->pDef = GetMsgDef(pTag->iSub);
+        pSub->bMade = pSub->bVacant = true;
+        pShould = p_cMsg.Offer(iTag, std::move(pSub));
+      }
+    }
+    int iRet = 1;
+    CMsg* pSub = MSG_NewSub(p_cMsg.pMsg, iTag, &iRet);
+    ExpectSame(iRet, iShould, "MSG_NewSub");
+    Expect((pSub != nullptr) == (pShould != nullptr), "new sub-message");
+    if (pSub != nullptr) Meet(*pShould, pSub);
   }
 
   void SetSub(T_ModelMsg& p_cMsg) {
     const int iTag = TakeTag();
     T_ModelMsg& cSub = *m_apKnown[m_cInput.Byte() % m_apKnown.size()];
-    const bool bFreed = cSub.bEmpty && cSub.pOwner == nullptr && &cSub != &p_cMsg;
+    const bool bFreed = cSub.bEmpty && cSub.pOwner == nullptr && !IsWithin(p_cMsg, cSub);
     const int iShould = bFreed ? 0 : CheckSub(p_cMsg, iTag, cSub);
     ExpectSame(MSG_SetSub(p_cMsg.pMsg, iTag, cSub.pMsg), iShould, "MSG_SetSub");
     if (iShould != 0 || Has(p_cMsg, iTag, cSub)) return;
     if (bFreed) Forget(cSub);
     auto pSub = Take(cSub);
-    if (!bFreed) p_cMsg.AddSub(iTag, std::move(pSub));
+    if (bFreed) return;
+    p_cMsg.AddSub(iTag, std::move(pSub));
+    const auto fnReplaced = [](const auto& p_p) { return p_p->bReplaced && !p_p->bMade; };
+    const auto it = std::find_if(p_cMsg.apOwned.begin(), p_cMsg.apOwned.end(), fnReplaced);
+    if (it == p_cMsg.apOwned.end()) return;
+    (*it)->bReplaced = false;    // it is the program's again
+    (*it)->pOwner = nullptr;
+    m_apTop.push_back(std::move(*it));
+    p_cMsg.apOwned.erase(it);
   }
   static int CheckSub(T_ModelMsg& p_cMsg, int p_iTag, const T_ModelMsg& p_cSub) {
     const T_TagDef* pTag = nullptr;
     if (const int iRet = CheckTag(p_cMsg, p_iTag, pTag)) return iRet;
     if (const int iRet = CheckType(p_cMsg, *pTag, TAG_SUBMSG, s_atLines[TAG_SUBMSG].iSet)) return iRet;
     if (Has(p_cMsg, p_iTag, p_cSub)) return 0;
-    bool bTwice = !IsFree(p_cSub);
-    for (const T_ModelMsg* p = &p_cMsg; p != nullptr; p = p->pOwner) bTwice = bTwice || p == &p_cSub;
-    if (!bTwice) return 0;
+    if (p_cSub.pOwner == nullptr && !IsWithin(p_cMsg, p_cSub)) return 0;
     return Fail(p_cMsg, -28, "tagnum=" + std::to_string(p_iTag) + ",msgnum=" + std::to_string(p_cMsg.Num()));
   }
 
@@ -237,8 +298,8 @@ class CMachine {
       }
       default:
         CMsg* pSub = p_bAt ? MSG_GetAtSubArr(pMsg, iTag, iIndex, &iRet) : MSG_GetSub(pMsg, iTag, &iRet);
-        Expect((pSub != nullptr) == (pValue != nullptr), "sub-message");
-        if (pValue != nullptr) Meet(*pValue->pSub, pSub);
+        Expect((pSub != nullptr) == (pValue != nullptr && pValue->pSub != nullptr), "sub-message");
+        if (pSub != nullptr) Meet(*pValue->pSub, pSub);
     }
     ExpectSame(iRet, iShould, "getter");
   }
@@ -284,7 +345,8 @@ class CMachine {
     ExpectSame(LoadXml(p_cMsg.pMsg, sXml), 0, "LoadXml");
     p_cMsg.pDef = pRead->pDef;
     p_cMsg.cValues = pRead->cValues;
-    p_cMsg.bEmpty = p_cMsg.bEmpty && pRead->bEmpty;
+    p_cMsg.aiUnset.clear();
+    if (!pRead->bEmpty) p_cMsg.Fill();
     for (auto& pSub : pRead->apOwned) {
       pSub->pOwner = &p_cMsg;
       p_cMsg.apOwned.push_back(std::move(pSub));
@@ -343,6 +405,8 @@ class CMachine {
     double dOut = 5;
     char szOut[9] = "?";
     MSG_Destroy(nullptr);
+    MSG_Clear(nullptr);
+    Expect(MSG_NewSub(nullptr, p_iTag, &iRet) == nullptr && iRet == -12, "MSG_NewSub of a null handle");
     for (const int i : {MSG_GetSelfNum(nullptr), MSG_SetInt(nullptr, p_iTag, 1), MSG_SetDbl(nullptr, p_iTag, 1),
                         MSG_SetBool(nullptr, p_iTag, 1), MSG_SetStr(nullptr, p_iTag, "a"),
                         MSG_SetDate(nullptr, p_iTag, "a"), MSG_SetSub(nullptr, p_iTag, nullptr),

@@ -76,14 +76,17 @@ std::string TextOf(const T_TagDef& p_tTag, const T_Value& p_tValue) {
   }
 }
 
-// p_fn(tag definition, row, value) for every value in the dictionary's order.
+// p_fn(tag definition, row, value) for every value in the dictionary's order, but not for sub-messages that are left out.
 template <class F>
 void ForEachValue(const T_ModelMsg& p_cMsg, F p_fn) {
   if (p_cMsg.pDef == nullptr) return;
   for (const T_TagDef& tTag : p_cMsg.pDef->atTag) {
     const auto it = p_cMsg.cValues.find(tTag.iTag);
     if (it == p_cMsg.cValues.end()) continue;
-    for (size_t i = 0; i < it->second.size(); ++i) p_fn(tTag, i, it->second[i]);
+    for (size_t i = 0; i < it->second.size(); ++i) {
+      const T_Value& tValue = it->second[i];
+      if (tTag.eType != TAG_SUBMSG || (tValue.pSub != nullptr && !tValue.pSub->bVacant)) p_fn(tTag, i, tValue);
+    }
   }
 }
 
@@ -221,20 +224,44 @@ void T_ModelMsg::Add(int p_iTag, const T_Value& p_tValue) {
   std::vector<T_Value>& atValue = cValues[p_iTag];
   if (!pDef->Find(p_iTag)->bArray) atValue.clear();
   atValue.push_back(p_tValue);
-  bEmpty = false;
+  aiUnset.erase(p_iTag);
+  Fill();
 }
 
 T_ModelMsg* T_ModelMsg::AddSub(int p_iTag, std::unique_ptr<T_ModelMsg> p_pSub) {
+  T_ModelMsg* pSub = Offer(p_iTag, std::move(p_pSub));
+  Fill();
+  return pSub;
+}
+
+T_ModelMsg* T_ModelMsg::Offer(int p_iTag, std::unique_ptr<T_ModelMsg> p_pSub) {
   T_Value tValue;
   tValue.pSub = p_pSub.get();
   tValue.pSub->pOwner = this;
-  tValue.pSub->bReplaced = false;
   apOwned.push_back(std::move(p_pSub));
+  std::vector<T_Value>& atValue = cValues[p_iTag];
   if (!pDef->Find(p_iTag)->bArray) {
-    for (const T_Value& tOld : cValues[p_iTag]) tOld.pSub->bReplaced = true;
+    for (const T_Value& tOld : atValue) tOld.pSub->bReplaced = true;
+    atValue.clear();
   }
-  Add(p_iTag, tValue);
+  atValue.push_back(tValue);
+  aiUnset.erase(p_iTag);
   return tValue.pSub;
+}
+
+void T_ModelMsg::Fill() {
+  bEmpty = false;
+  if (bVacant && pOwner->Find(*this) != nullptr) pOwner->Fill();
+  bVacant = false;
+}
+
+T_Value* T_ModelMsg::Find(const T_ModelMsg& p_cSub) {
+  for (auto& [iTag, atValue] : cValues) {
+    for (T_Value& tValue : atValue) {
+      if (pDef->Find(iTag)->eType == TAG_SUBMSG && tValue.pSub == &p_cSub) return &tValue;
+    }
+  }
+  return nullptr;
 }
 
 T_Value TakeValue(CInput& p_cInput, E_TagType p_eType) {
@@ -343,7 +370,7 @@ std::unique_ptr<T_ModelMsg> AsRead(const T_ModelMsg& p_cMsg) {
     if (p_tTag.eType == TAG_SUBMSG) {
       T_ModelMsg* pSub = pRead->AddSub(p_tTag.iTag, AsRead(*p_tValue.pSub));
       pSub->sVer.clear();    // only the root's is written
-      pSub->bRead = true;
+      pSub->bMade = true;
       return;
     }
     if (p_tTag.eType == TAG_STRING || p_tTag.eType == TAG_DATE) {

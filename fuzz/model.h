@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,16 +36,18 @@ struct T_Value {    // the field that the tag's type asks for
   int i = 0;
   double d = 0;
   bool b = false;
-  T_ModelMsg* pSub = nullptr;
+  T_ModelMsg* pSub = nullptr;    // also null for a row whose message was freed
 };
 struct T_ModelMsg {
   const T_MsgDef* pDef = nullptr;    // null: no definition yet
   std::string sVer;
   std::map<int, std::vector<T_Value>> cValues;             // by tag; none is empty
-  std::vector<std::unique_ptr<T_ModelMsg>> apOwned;        // every sub-message that was ever taken
+  std::set<int> aiUnset;                                   // single tags whose sub-message was freed
+  std::vector<std::unique_ptr<T_ModelMsg>> apOwned;        // what the message frees
   T_ModelMsg* pOwner = nullptr;
   bool bReplaced = false;    // its owner's single tag was set again
-  bool bRead = false;        // made by its owner, not by the program
+  bool bMade = false;        // made by its owner, not by the program
+  bool bVacant = false;      // and nothing was stored in it since
   bool bEmpty = true;       // no value was ever stored
   CMsg* pMsg = nullptr;     // the message that this is the model of, where one is known
   std::string sError;       // its GetLastError()
@@ -52,6 +55,9 @@ struct T_ModelMsg {
   int Num() const { return pDef != nullptr ? pDef->iMsg : 0; }
   void Add(int p_iTag, const T_Value& p_tValue);    // as a setter does
   T_ModelMsg* AddSub(int p_iTag, std::unique_ptr<T_ModelMsg> p_pSub);    // taken; as one more value
+  T_ModelMsg* Offer(int p_iTag, std::unique_ptr<T_ModelMsg> p_pSub);     // the same, but nothing was stored yet
+  void Fill();               // something was stored
+  T_Value* Find(const T_ModelMsg& p_cSub);    // where it stands; null when it cannot be reached
 };
 
 // A value for a tag of that type, made of the input's bytes; sub-messages aside. Texts hold no NUL.

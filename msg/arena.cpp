@@ -21,6 +21,8 @@ CKept<void, 64> s_cKept;
 
 }    // namespace
 
+constexpr size_t CArena::FIRST_RECORDS = sizeof(T_Block) + Rounded(sizeof(CArena));
+
 CArena::T_Block* CArena::NewBlock(size_t p_iSize, T_Block* p_pOlder) noexcept {
   void* p = p_iSize == BIG_BLOCK ? s_cKept.Take() : nullptr;
   if (p == nullptr) p = malloc(p_iSize);
@@ -28,14 +30,18 @@ CArena::T_Block* CArena::NewBlock(size_t p_iSize, T_Block* p_pOlder) noexcept {
 }
 
 CArena* CArena::Make(size_t p_iExpected) noexcept {
-  const size_t iRecords = sizeof(T_Block) + Rounded(sizeof(CArena));
-  T_Block* pFirst = NewBlock(iRecords + std::clamp(p_iExpected, FIRST_MIN, FIRST_MAX), nullptr);
+  T_Block* pFirst = NewBlock(FIRST_RECORDS + std::clamp(p_iExpected, FIRST_MIN, FIRST_MAX), nullptr);
   if (pFirst == nullptr) return nullptr;
-  pFirst->iUsed = iRecords;
+  pFirst->iUsed = FIRST_RECORDS;
   return new (pFirst + 1) CArena(pFirst);
 }
 
 bool CArena::Grow(size_t p_iSize) noexcept {
+  while (m_pSpare != nullptr) {
+    T_Block* pUsed = std::exchange(m_pSpare, m_pSpare->pOlder);
+    pUsed->pOlder = std::exchange(m_pNewest, pUsed);
+    if (pUsed->iSize - pUsed->iUsed >= p_iSize) return true;
+  }
   // a sub-message is to have room for its values behind it
   const size_t iUsual = std::min(2 * std::max(m_pNewest->iSize, p_iSize), BIG_BLOCK);
   T_Block* pNew = NewBlock(std::max(iUsual, p_iSize + sizeof(T_Block)), m_pNewest);
@@ -44,15 +50,39 @@ bool CArena::Grow(size_t p_iSize) noexcept {
   return true;
 }
 
+void CArena::FreeBlocks(T_Block* p_pNewest) noexcept {
+  while (p_pNewest != nullptr) {
+    T_Block* pFreed = std::exchange(p_pNewest, p_pNewest->pOlder);
+    if (pFreed->iSize != BIG_BLOCK || !s_cKept.Put(pFreed)) free(pFreed);
+  }
+}
+
 void CArena::FreeList(CArena* p_pFirst) noexcept {
   while (p_pFirst != nullptr) {
-    T_Block* pBlock = p_pFirst->m_pNewest;
-    p_pFirst = p_pFirst->pNext;    // the arena stands in its oldest block
-    while (pBlock != nullptr) {
-      T_Block* pFreed = std::exchange(pBlock, pBlock->pOlder);
-      if (pFreed->iSize != BIG_BLOCK || !s_cKept.Put(pFreed)) free(pFreed);
-    }
+    CArena* pFreed = std::exchange(p_pFirst, p_pFirst->pNext);
+    FreeBlocks(pFreed->m_pSpare);
+    FreeBlocks(pFreed->m_pNewest);    // the arena itself stands in the oldest
   }
+}
+
+void CArena::Reset(size_t p_iKept) noexcept {
+  T_Block* pOldestFirst = std::exchange(m_pSpare, nullptr);
+  // What was in use comes before what was not.
+  while (m_pNewest->pOlder != nullptr) {
+    T_Block* pBlock = std::exchange(m_pNewest, m_pNewest->pOlder);
+    pBlock->pOlder = std::exchange(pOldestFirst, pBlock);
+  }
+  m_pNewest->iUsed = FIRST_RECORDS;
+  size_t iAll = m_pNewest->iSize;
+  T_Block** ppEnd = &m_pSpare;
+  while (pOldestFirst != nullptr && iAll + pOldestFirst->iSize <= p_iKept) {
+    iAll += pOldestFirst->iSize;
+    *ppEnd = std::exchange(pOldestFirst, pOldestFirst->pOlder);
+    (*ppEnd)->iUsed = sizeof(T_Block);
+    ppEnd = &(*ppEnd)->pOlder;
+  }
+  *ppEnd = nullptr;
+  FreeBlocks(pOldestFirst);
 }
 
 void CArena::DropKept() noexcept {

@@ -22,6 +22,9 @@ class CArena {
     return reinterpret_cast<char*>(m_pNewest) + std::exchange(m_pNewest->iUsed, m_pNewest->iUsed + iSize);
   }
 
+  // Makes all of it free again. Keeps its first blocks, up to p_iKept bytes, and gives the others back.
+  void Reset(size_t p_iKept) noexcept;
+
   static constexpr size_t Rounded(size_t p_iSize) { return (p_iSize + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*); }
 
   // Gives the kept blocks back.
@@ -35,9 +38,14 @@ class CArena {
     size_t iUsed, iSize;    // with this record
   };
   T_Block* m_pNewest;
+  T_Block* m_pSpare = nullptr;    // kept by Reset and not in use yet, the oldest first
+
+  // What stands at the beginning of the first block: its own record and the arena.
+  static const size_t FIRST_RECORDS;
 
   explicit CArena(T_Block* p_pFirst) : m_pNewest(p_pFirst) {}
   static T_Block* NewBlock(size_t p_iSize, T_Block* p_pOlder) noexcept;
+  static void FreeBlocks(T_Block* p_pNewest) noexcept;
   bool Grow(size_t p_iSize) noexcept;
 };
 

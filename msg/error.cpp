@@ -65,6 +65,8 @@ CLastError::~CLastError() {
   delete std::exchange(const_cast<Error* volatile&>(m_pError), nullptr);    // a store that the compiler would leave out
 }
 
+void CLastError::DropLastError() noexcept { delete std::exchange(m_pError, nullptr); }
+
 const char* CLastError::GetLastError() { return m_pError != nullptr ? m_pError->text.ToStr() : ""; }
 
 void CLastError::SetLastError(int p_iCode, const char* p_szFmt, ...) {

@@ -1,4 +1,4 @@
-// One typed message.
+// The values of a message: set, read, and stored as they come out of XML.
 #include "callorv/msg/msg.h"
 
 #include <algorithm>
@@ -11,65 +11,6 @@
 #include "msg/msg_ops.h"
 
 using namespace callorv::detail;
-
-static_assert(CMsg::SLOTS == CHAINS);
-// ---- life
-
-CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
-    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
-      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pExtra(nullptr), m_pArena(nullptr),
-      m_pOwner(nullptr), m_iCells(0), m_bInArena(false), m_bHolds(false), m_bHasSubs(false) {
-  if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
-  if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
-}
-
-CMsg::~CMsg() {
-  if (m_pOwner != nullptr) CMsgOps::TakeBack(*this);    // freed by the application, which may free a replaced one
-  m_iRootNum = 0;
-  m_iMsgNum = 0;
-  m_pParent = nullptr;
-  CMsg* pList = nullptr;
-  CArena* pArenas = nullptr;    // freed last: messages of the list may stand in them
-  CMsgOps::Release(*this, pList, pArenas);
-  while (pList != nullptr) {    // not nested: the depth is the caller's choice, the stack is not
-    CMsg* pSub = std::exchange(pList, pList->m_pParent);
-    CMsgOps::Release(*pSub, pList, pArenas);
-    CMsgOps::Destroy(*pSub);
-  }
-  CArena::FreeList(pArenas);
-}
-
-void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
-  const int iRootNum = p_iRootNum > 0 ? p_iRootNum : p_iMsgNum;
-  if (p_iMsgNum < 1 || p_iMsgNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "1.msgnum=%d", p_iMsgNum);
-  if (iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", iRootNum);
-  CMsgInfo* pMsgInfo = m_pMsgDic->GetMsgInfo(p_iMsgNum);
-  if (pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "3.msgnum=%d", p_iMsgNum);
-  CMsgOps::Abandon(*this);
-  m_iRootNum = iRootNum;
-  m_iMsgNum = p_iMsgNum;
-  m_iParentTag = p_iParentTag;
-  m_pParent = nullptr;
-  m_pMsgInfo = pMsgInfo;
-  std::fill_n(m_apSlot, pMsgInfo->GetHashKey(), nullptr);    // no other slot is ever looked at
-}
-
-char* CMsg::SetVer(const CString& p_sVer) {
-  strncpy(m_szVer, p_sVer.ToStr(), VER_SIZE - 1);    // the last byte stays the terminator
-  return m_szVer;
-}
-
-CMsg* MA_NewMsg(int p_iMsgNum) {
-  try {
-    return new CMsg(p_iMsgNum > 0 ? p_iMsgNum : 0, 0, 0, MA_GetMsgDic());
-  } catch (const CException&) {
-    return nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-void MA_FreeMsg(CMsg* p_pMsg) { CMsgOps::Free(p_pMsg); }
 
 // ---- cells
 
@@ -113,87 +54,9 @@ CMsgValue* CMsgOps::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   return pCell;
 }
 
-// p_fn(cell) for every cell in the slots, which are empty afterwards.
-template <class F>
-void CMsgOps::TakeCells(CMsg& p_cMsg, F p_fn) {
-  for (CMsgValue** ppHead = p_cMsg.m_apSlot; p_cMsg.m_iCells > 0; ++ppHead) {
-    for (; *ppHead != nullptr; --p_cMsg.m_iCells) p_fn(std::exchange(*ppHead, (*ppHead)->m_pNext));
-  }
-}
-
-void CMsgOps::Abandon(CMsg& p_cMsg) {
-  if (p_cMsg.m_iCells > 0) {
-    T_MsgExtra& tExtra = Extra(p_cMsg);
-    TakeCells(p_cMsg, [&](CMsgValue* p_pCell) { p_pCell->m_pNext = std::exchange(tExtra.pAbandoned, p_pCell); });
-    delete std::exchange(tExtra.pIndex, nullptr);
-  }
-  delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
-}
-
-void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
-  const auto fnList = [&p_pList](CMsg* p_pSub) {
-    if (p_pSub == nullptr) return;
-    p_pSub->m_pOwner = nullptr;
-    if (!p_pSub->m_bHolds && p_pSub->m_pExtra == nullptr) {    // it has no sub-messages
-      Destroy(*p_pSub);
-    } else {
-      p_pSub->m_pParent = std::exchange(p_pList, p_pSub);
-    }
-  };
-  const auto fnFree = [&](CMsgValue* p_pCell) {
-    if (p_pCell->m_eType == TAG_SUBMSG) {
-      if (!p_pCell->m_bMulti) {
-        fnList(p_pCell->m_pMsg);
-      } else if (p_pCell->m_pMsgArr != nullptr) {
-        for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) {
-          PrefetchRow(*p_pCell->m_pMsgArr, i + 2 * ROWS_AHEAD);
-          fnList(p_pCell->m_pMsgArr->GetAt(i));
-        }
-        p_pCell->m_pMsgArr->SetAdoptFlag(false);
-      }
-    }
-    p_pCell->~CMsgValue();
-  };
-  delete std::exchange(p_cMsg.m_pChildren, nullptr);
-  if (p_cMsg.m_bHolds) TakeCells(p_cMsg, fnFree);
-  if (T_MsgExtra* pExtra = std::exchange(p_cMsg.m_pExtra, nullptr)) {
-    for (CMsgValue* p = pExtra->pAbandoned; p != nullptr;) fnFree(std::exchange(p, p->m_pNext));
-    for (CMsg* pSub : pExtra->apReplaced) fnList(pSub);
-    delete pExtra->pIndex;
-    delete pExtra;
-  }
-  CArena* pArena = std::exchange(p_cMsg.m_pArena, nullptr);
-  if (pArena != nullptr && !p_cMsg.m_bInArena) pArena->pNext = std::exchange(p_pArenas, pArena);
-}
-
 CArena* CMsgOps::Arena(CMsg& p_cMsg) {
   if (p_cMsg.m_pArena == nullptr) p_cMsg.m_pArena = CArena::Make(p_cMsg.m_pMsgInfo->m_iCellBytes);
   return p_cMsg.m_pArena;
-}
-
-void CMsgOps::Destroy(CMsg& p_cMsg) {
-  if (p_cMsg.m_bInArena) {
-    p_cMsg.~CMsg();
-  } else {
-    delete &p_cMsg;
-  }
-}
-
-void CMsgOps::Free(CMsg* p_pMsg) {
-  if (p_pMsg != nullptr && (p_pMsg->m_pOwner == nullptr || IsReplaced(*p_pMsg))) delete p_pMsg;
-}
-
-bool CMsgOps::IsReplaced(const CMsg& p_cMsg) {
-  const T_MsgExtra* pExtra = p_cMsg.m_pOwner != nullptr && !p_cMsg.m_bInArena ? p_cMsg.m_pOwner->m_pExtra : nullptr;
-  return pExtra != nullptr && std::count(pExtra->apReplaced.begin(), pExtra->apReplaced.end(), &p_cMsg) > 0;
-}
-
-void CMsgOps::TakeBack(CMsg& p_cMsg) {
-  if (T_MsgExtra* pExtra = p_cMsg.m_pOwner->m_pExtra) {
-    std::vector<CMsg*>& apReplaced = pExtra->apReplaced;
-    apReplaced.erase(std::remove(apReplaced.begin(), apReplaced.end(), &p_cMsg), apReplaced.end());
-  }
-  p_cMsg.m_pOwner = nullptr;
 }
 
 // ---- checks
@@ -231,13 +94,7 @@ const char* CMsgOps::Append(CMsgValue& p_cCell, VALUE p_Value) {
   using V = ValueTraits<T>;
   auto*& pArray = V::ArrayOf(p_cCell);
   try {
-    if (pArray == nullptr) {
-      if constexpr (V::eType == TAG_SUBMSG) {
-        pArray = new CMsgArray(true);
-      } else {
-        pArray = new typename V::Array;
-      }
-    }
+    if (pArray == nullptr) pArray = new typename V::Array;
     AddTo(*pArray, ToElement(p_Value));
     p_cCell.m_bSet = true;
     return nullptr;
@@ -277,7 +134,7 @@ int CMsgOps::SetSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   const char* szWhy = StoreSingle<T>(p_cMsg, p_cCell, p_Value);
   if (Seldom(szWhy != nullptr)) return FailMemory(p_cMsg, szWhy);
   p_cCell.m_bSet = true;
-  p_cMsg.m_bEmpty = false;
+  Fill(p_cMsg);
   return 0;
 }
 
@@ -285,7 +142,7 @@ template <class T, class VALUE>
 int CMsgOps::SetElement(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   const char* szWhy = Append<T>(p_cCell, p_Value);
   if (szWhy != nullptr) return FailMemory(p_cMsg, szWhy);
-  p_cMsg.m_bEmpty = false;
+  Fill(p_cMsg);
   return 0;
 }
 
@@ -370,61 +227,6 @@ int CMsgOps::ArrSize(CMsg& p_cMsg, int p_iTag) {
   }
 }
 
-int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
-  if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
-  const bool bReplaced = IsReplaced(*p_pSub);
-  bool bTwice = (p_pSub->m_pOwner != nullptr && !bReplaced) || p_pSub == &p_cMsg;
-  if (p_pSub->m_bHasSubs) {    // only then can it contain this message
-    for (const CMsg* p = p_cMsg.m_pOwner; p != nullptr && !bTwice; p = p->m_pOwner) bTwice = p == p_pSub;
-  }
-  if (p_pSub->m_bEmpty && !bTwice) {
-    delete p_pSub;
-    return 0;
-  }
-  const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
-  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
-  CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
-  const bool bThere = pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg == p_pSub;
-  if (bTwice && !bThere) return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
-
-  if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
-  if (pCell->m_bMulti) {
-    const char* szWhy = Append<CMsg*>(*pCell, p_pSub);
-    if (szWhy != nullptr) return FailMemory(p_cMsg, szWhy);
-  } else {
-    if (pCell->m_pMsg != nullptr && !bThere) {
-      try {
-        Extra(p_cMsg).apReplaced.push_back(pCell->m_pMsg);
-      } catch (const std::bad_alloc&) {
-        return FailMemory(p_cMsg, "new CMsgValue failed");
-      }
-    }
-    pCell->m_pMsg = p_pSub;
-    pCell->m_bSet = true;
-  }
-  if (bReplaced) TakeBack(*p_pSub);
-  p_pSub->m_pOwner = &p_cMsg;
-  p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
-  p_pSub->m_pParent = &p_cMsg;
-  if (const int iRet = p_cMsg.AddChild(p_pSub)) {
-    return p_cMsg.Fail(iRet, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
-  }
-  p_cMsg.m_bEmpty = false;
-  return 0;
-}
-
-int CMsg::AddChild(CMsg* p_pSub) {
-  try {
-    if (m_pChildren == nullptr) m_pChildren = new CMsgArray(false);
-    const int iRet = m_pChildren->Add(p_pSub);
-    return iRet < 0 ? iRet : 0;
-  } catch (const std::bad_alloc&) {
-    return MSG_MEMORY;
-  }
-}
-
 // ---- reading
 
 CMsgValue& CMsgOps::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
@@ -458,54 +260,12 @@ void CMsgOps::StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, 
     case TAG_DATE: StoreParsed<CDate>(p_cMsg, cCell, CDate(p_sz)); break;
     default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_cTag.m_iTagNum, static_cast<int>(cCell.m_eType));
   }
-  p_cMsg.m_bEmpty = false;
-}
-
-CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
-  if (p_cMsg.m_pMsgInfo == nullptr) {
-    throw CException(MSG_UNDEF_MSG, "tagnum=%d,submsgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
-  }
-  const CTagInfo* pTag = p_cMsg.m_pMsgInfo->GetTagInfo(p_iTag);
-  if (pTag == nullptr) throw CException(MSG_UNDEF_TAG, "tagnum=%d", p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) {
-    throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(pTag->m_eType));
-  }
-  CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
-  if (cCell.m_bMulti && cCell.m_pMsgArr == nullptr) {    // there before its first row, and also when that cannot be made
-    cCell.m_pMsgArr = new (std::nothrow) CMsgArray(true);
-    if (cCell.m_pMsgArr == nullptr) throw CException(ValueTraits<CMsg*>::szNewArray, MSG_MEMORY);
-    cCell.m_bSet = true;
-  }
-  CMsg* pSub = cCell.m_bMulti ? nullptr : cCell.m_pMsg;
-  if (pSub == nullptr) {
-    void* p = p_cMsg.m_pArena->Allocate(sizeof(CMsg));    // which the cell is in already
-    if (p == nullptr) throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
-    pSub = new (p) CMsg(pTag->m_iSubMsg, p_cMsg.m_iMsgNum, p_iTag, p_cMsg.m_pMsgDic);
-    pSub->m_pArena = p_cMsg.m_pArena;
-    pSub->m_pOwner = &p_cMsg;
-    pSub->m_bInArena = true;
-    if (pSub->m_pMsgInfo == nullptr && !cCell.m_bMulti) pSub->Init(pTag->m_iSubMsg, 0, 0);    // says what is wrong
-    if (cCell.m_bMulti) {
-      const int iRows = cCell.m_pMsgArr->GetSize();
-      if (iRows > 0) PrefetchBehind(cCell.m_pMsgArr->GetAt(iRows - 1), pSub);
-      if (const char* szWhy = Append<CMsg*>(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
-    } else {
-      cCell.m_pMsg = pSub;
-      cCell.m_bSet = true;
-    }
-  }
-  pSub->m_pParent = &p_cMsg;
-  if (const int iRet = p_cMsg.AddChild(pSub)) {
-    throw CException(iRet, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
-  }
-  p_cMsg.m_bEmpty = false;
-  return pSub;
+  Fill(p_cMsg);
 }
 
 void CMsg::SetParsedData(int p_iTag, CString p_sText) {
   CMsgOps::StoreText(*this, CMsgOps::ParsedTag(*this, p_iTag), p_sText.ToStr(), p_sText.GetSize());
 }
-CMsg* CMsg::MakeSubMsgEntry(int p_iTag) { return CMsgOps::MakeSub(*this, p_iTag); }
 
 int CMsg::LoadXml(char* p_szXml) {
   if (p_szXml == nullptr) return MSG_NULL;
@@ -534,6 +294,16 @@ int CMsg::SetValue(int p_iTag, CDbl p_cValue) {
 }
 int CMsg::SetValue(int p_iTag, CBool p_cValue) {
   return p_cValue.m_bSet ? CMsgOps::Set<CBool>(*this, p_iTag, p_cValue.m_Value) : 0;
+}
+int CMsg::SetValue(int p_iTag, long long p_iValue) {
+  const int iValue = static_cast<int>(p_iValue);
+  if (iValue == p_iValue) return SetValue(p_iTag, iValue);
+  const CTagInfo* pTag = CMsgOps::FindTag(*this, p_iTag);
+  if (pTag == nullptr) return CMsgOps::FailTag(*this, p_iTag);
+  if (pTag->m_eType != TAG_INTEGER) {
+    return CMsgOps::FailType(*this, p_iTag, pTag->m_eType, TAG_INTEGER, s_tLines<int>.iSet);
+  }
+  return Fail(MSG_INPUT, "tagnum=%d", p_iTag);
 }
 int CMsg::SetValue(int p_iTag, CMsg* p_pSub) { return CMsgOps::SetSub(*this, p_iTag, p_pSub); }
 
@@ -594,6 +364,7 @@ int GetAtByName(CMsg& p_cMsg, const char* p_szName, int p_iIndex, T* p_pOut) {
 }    // namespace
 
 int CMsg::SetValue(char* p_szName, int p_iValue) { return SetByName(*this, p_szName, p_iValue); }
+int CMsg::SetValue(char* p_szName, long long p_iValue) { return SetByName(*this, p_szName, p_iValue); }
 int CMsg::SetValue(char* p_szName, double p_dValue) { return SetByName(*this, p_szName, p_dValue); }
 int CMsg::SetValue(char* p_szName, bool p_bValue) { return SetByName(*this, p_szName, p_bValue); }
 int CMsg::SetValue(char* p_szName, const char* p_szValue) { return SetByName(*this, p_szName, p_szValue); }

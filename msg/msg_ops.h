@@ -3,8 +3,6 @@
 #define CALLORV_MSG_MSG_OPS_H
 
 #include <cstdint>
-#include <new>
-#include <vector>
 
 #include "callorv/base/exception.h"
 #include "msg/arena.h"
@@ -15,8 +13,8 @@ namespace callorv::detail {
 
 // What few messages need.
 struct T_MsgExtra {
-  CMsgValue* pAbandoned = nullptr;             // cells from before an Init, chained by m_pNext
-  std::vector<CMsg*> apReplaced;               // sub-messages whose single tag was set again
+  CMsgValue* pAbandoned = nullptr;             // cells in no slot any more, chained by m_pNext: those from before an Init, and
+                                               // one for each sub-message that this message made and that was replaced
   CChainIndex<CMsgValue>* pIndex = nullptr;    // made once a slot's chain grows long
 };
 
@@ -46,19 +44,29 @@ struct CMsgOps {
   static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
-  static void Free(CMsg* p_pMsg);    // unless null or owned by a parent
-  // Whether an application's message was replaced in its owner's single tag, and so is its owner's only to be freed.
-  static bool IsReplaced(const CMsg& p_cMsg);
-  static void TakeBack(CMsg& p_cMsg);    // a message from its owner, if it was replaced there
-  static void Destroy(CMsg& p_cMsg);    // wherever it stands
-  // Frees everything that the message owns, but puts sub-messages on p_pList, linked by their parent pointers, and its arena
-  // on p_pArenas.
-  static void Release(CMsg& p_cMsg, CMsg*& p_pList, callorv::detail::CArena*& p_pArenas);
   static callorv::detail::CArena* Arena(CMsg& p_cMsg);    // made on first use; null when there is no memory
-  template <class F>
-  static void TakeCells(CMsg& p_cMsg, F p_fn);
-  // Moves the cells to where nothing but the destructor finds them.
+  static bool IsVacant(const CMsg& p_cMsg) { return p_cMsg.m_bVacant; }
+  // To be called once something was stored: the message is not empty any more.
+  static void Fill(CMsg& p_cMsg) {
+    if (callorv::detail::Seldom(p_cMsg.m_bEmpty)) FillUp(p_cMsg);
+  }
+
+  // ---- life (msg_life.cpp)
+  static void Free(CMsg* p_pMsg);         // unless null or made by its owner
+  static void FreeContents(CMsg& p_cMsg); // all that it owns, however deep
+  static void Clear(CMsg& p_cMsg);
+  // Moves the cells to where only what frees them finds them.
   static void Abandon(CMsg& p_cMsg);
+  // The definition for Init; throws what that throws.
+  static CMsgInfo* Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum);
+
+  // ---- sub-messages (sub_msg.cpp)
+  // Stores, or makes in the message's own memory, as CMsg::SetValue, CMsg::NewSub and CMsg::MakeSubMsgEntry.
+  static int SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub);
+  static int NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub);
+  static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
+  // Out of the place where the message stands, which is left without it.
+  static void TakeOut(CMsg& p_cMsg);
 
   // ---- memory of rows, asked for ahead of its use. A row's message is long and few of its lines are touched, so no processor
   // foresees which ones come next, and 10,000 rows are more than its caches hold.
@@ -79,9 +87,12 @@ struct CMsgOps {
     const unsigned uSlot = callorv::detail::ChainOf(iFirstTag, pRow->m_pMsgInfo->GetHashKey());
     PrefetchLines(reinterpret_cast<uintptr_t>(pRow->m_apSlot[uSlot]), 4);
   }
-  // Where the row after p_pThis will be made: as far behind it as it is behind the last.
-  static void PrefetchBehind(const CMsg* p_pLast, const CMsg* p_pThis) {
-    const auto uThis = reinterpret_cast<uintptr_t>(p_pThis), uNext = 2 * uThis - reinterpret_cast<uintptr_t>(p_pLast);
+  // Where the row after p_pThis, which is to be appended, will be made: as far behind it as it is behind the last.
+  static void PrefetchNext(const CMsgValue& p_cCell, const CMsg* p_pThis) {
+    const int iRows = p_cCell.m_pMsgArr != nullptr ? p_cCell.m_pMsgArr->GetSize() : 0;
+    if (iRows == 0) return;
+    const auto uThis = reinterpret_cast<uintptr_t>(p_pThis);
+    const uintptr_t uNext = 2 * uThis - reinterpret_cast<uintptr_t>(p_cCell.m_pMsgArr->GetAt(iRows - 1));
     PrefetchLines(uNext, 3);
     PrefetchLines(uNext + sizeof(CMsg) - CACHE_LINE, 5);    // and its cells
   }
@@ -126,7 +137,6 @@ struct CMsgOps {
   static int GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut);
   template <class ARRAY>
   static int GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut);
-  static int SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub);
   static int ArrSize(CMsg& p_cMsg, int p_iTag);
   // p_fnByTag(tag) for the tag of that name.
   template <class F>
@@ -140,9 +150,31 @@ struct CMsgOps {
   static const CTagInfo& ParsedTag(CMsg& p_cMsg, int p_iTag);
   static void StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen);
   static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);
-  static CMsg* MakeSub(CMsg& p_cMsg, int p_iTag);
 
  private:
+  // ---- life
+  static void Destroy(CMsg& p_cMsg);    // wherever its memory is
+  // Frees what the message owns, but puts sub-messages that may own something themselves on p_pList, linked by m_pOwner,
+  // and its arena on p_pArenas.
+  static void Release(CMsg& p_cMsg, CMsg*& p_pList, callorv::detail::CArena*& p_pArenas);
+  template <class F>
+  static void TakeCells(CMsg& p_cMsg, F p_fn);
+
+  // ---- sub-messages
+  [[gnu::noinline]] static void FillUp(CMsg& p_cMsg);
+  // Whether the message is p_cTop or stands in it, however deep.
+  static bool IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop);
+  static const CMsg* NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg);
+  static const CMsg* NextSub(const CMsg& p_cMsg, const CMsgValue* p_pCell, int p_iRow);
+  static const CMsgValue* NextCell(const CMsg& p_cMsg, const CMsgValue* p_pCell);
+  // A new sub-message in the message's memory, which stands nowhere yet; null when there is none. Throws what Init throws.
+  static CMsg* Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag);
+  static void Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell);
+  static const char* AppendRow(CMsgValue& p_cCell, CMsg* p_pSub);    // null, or the text why not
+  static void DropLastRow(CMsgValue& p_cCell);
+  static CMsgValue* SetAside(CMsg& p_cMsg, const CTagInfo& p_cTag);
+
+  // ---- values
   // Set and Get where FirstCell gives nothing; Get also for arrays. They go all the way, so that the usual way stays short.
   template <class T, class VALUE>
   [[gnu::noinline]] static int SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value);

@@ -118,16 +118,17 @@ struct CMsgWalk {
   // The next sub-message of the tag, null after the last.
   static const CMsg* NextRow(T_Place& p_tPlace) {
     const CMsgValue& cCell = *p_tPlace.pCell;
-    if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 ? cCell.m_pMsg : nullptr;
+    if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 && IsWritten(cCell.m_pMsg) ? cCell.m_pMsg : nullptr;
     if (cCell.m_pMsgArr == nullptr) return nullptr;
     CMsgOps::PrefetchRow(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CMsgOps::ROWS_AHEAD);
     CMsgOps::PrefetchCells(*cCell.m_pMsgArr, p_tPlace.iRow + CMsgOps::ROWS_AHEAD);
-    const CMsg* pSub = nullptr;
-    while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize() && pSub == nullptr) {
-      pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
+    while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize()) {
+      const CMsg* pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
+      if (IsWritten(pSub)) return pSub;
     }
-    return pSub;
+    return nullptr;
   }
+  static bool IsWritten(const CMsg* p_pSub) { return p_pSub != nullptr && !CMsgOps::IsVacant(*p_pSub); }
 };
 
 namespace {

@@ -136,6 +136,7 @@ inline CString ToElement(const T_Text& p_t) {
 // Appends; throws std::bad_alloc.
 template <class T> void AddTo(CArray<T>& p_aOut, T p_Value) { p_aOut.Add(std::move(p_Value)); }
 inline void AddTo(CMsgArray& p_apOut, CMsg* p_pMsg) {
+  if (p_pMsg == nullptr) return p_apOut.SetSize(p_apOut.GetSize() + 1);    // a row whose message is gone keeps its index
   if (p_apOut.Add(p_pMsg) == MSG_MEMORY) throw std::bad_alloc();
 }
 template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }

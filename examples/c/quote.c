@@ -67,15 +67,15 @@ static int Quote(void) {
   return iRet;
 }
 
-/* Adds one row. The list takes it over, unless that fails. */
+/* Adds one row, which is the list's own. */
 static int AddOrder(CMsg* p_pList, const char* p_szSymbol, int p_iQuantity, double p_dLimit) {
-  CMsg* pOrder = NewMsg(1202);
-  if (pOrder != NULL && Check(pOrder, MSG_SetStr(pOrder, 1, p_szSymbol)) == 0 &&
+  int iRet;
+  CMsg* pOrder = MSG_NewSub(p_pList, 3, &iRet);
+  if (Check(p_pList, iRet) == 0 && Check(pOrder, MSG_SetStr(pOrder, 1, p_szSymbol)) == 0 &&
       Check(pOrder, MSG_SetBool(pOrder, 2, 1)) == 0 && Check(pOrder, MSG_SetInt(pOrder, 3, p_iQuantity)) == 0 &&
-      Check(pOrder, MSG_SetDbl(pOrder, 4, p_dLimit)) == 0 && Check(p_pList, MSG_SetSub(p_pList, 3, pOrder)) == 0) {
+      Check(pOrder, MSG_SetDbl(pOrder, 4, p_dLimit)) == 0) {
     return 0;
   }
-  MSG_Destroy(pOrder);
   return -1;
 }
 

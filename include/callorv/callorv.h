@@ -46,8 +46,8 @@ CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile
                                      int timeOut, CallOrv_Error* err);
 
 /* Sends `in` to a service and reads the reply into `out` (both borrowed; `out` may be made with number 0 and is
- * initialised again for the reply). Any number of threads may call at once, each with its own messages. Make a new `out`
- * for each call: what an earlier reply took is freed by MSG_Destroy only, so one that serves call after call grows.
+ * initialised again for the reply). Any number of threads may call at once, each with its own messages. An `out` that
+ * serves call after call keeps what earlier replies took, and so grows, unless MSG_Clear empties it before each.
  * The time-out bounds each wait for more of the reply, not the call; the system decides how long connecting and sending may
  * take. A signal handler that runs in the thread while it waits for the reply ends the call (-3). pthread_cancel ends the
  * thread at such a wait; the connection is closed.
@@ -129,8 +129,12 @@ CALLORV_API int CallOrv_CallServiceWithin(int svcNum, CMsg* in, CMsg* out, int d
 /* A new message of a dictionary number; without a definition, to receive a reply, when msgnum is below 1. Null when the
  * number is unknown or memory is short; err (may be null) is then as it was. */
 CALLORV_API CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err);
-/* Frees a message with its sub-messages. Null is ignored, and so is a message that stands in another one. */
+/* Frees a message with its sub-messages. One that stands in another message takes itself out of there: its single tag is
+ * then without a value, its row null. Null is ignored, and so is a message that the library made inside another one. */
 CALLORV_API void MSG_Destroy(CMsg* msg);
+/* Makes a message as new, with its number: frees its values and sub-messages, and ends every pointer that was borrowed from
+ * it. Its memory, up to 256 KB, is used again: one reply message can serve any number of calls. Null is ignored. */
+CALLORV_API void MSG_Clear(CMsg* msg);
 /* The message number, 0 without a definition. */
 CALLORV_API int MSG_GetSelfNum(CMsg* msg);
 /* Text of the latest failure on this handle, "" when none. Borrowed until the next failure or MSG_Destroy.
@@ -150,9 +154,14 @@ CALLORV_API int MSG_SetBool(CMsg* msg, int tag, int v); /* 0 is false, all else 
 CALLORV_API int MSG_SetStr(CMsg* msg, int tag, const char* v);
 /* text: up to 8 characters, by convention YYYYMMDD, kept as they are. Null and "" are ignored (0). */
 CALLORV_API int MSG_SetDate(CMsg* msg, int tag, const char* text);
-/* Takes sub on success, also when it is empty (it is then freed and nothing stored); on a negative code it stays the
- * caller's. After -11 it may be stored and taken all the same: MSG_Destroy(sub), while msg lives, is right either way.
- * A single tag is to be set once: a second sub-message hides the first, which is freed by MSG_Destroy or else with msg. */
+/* The message's own new sub-message: the next row of an array tag, or the one of a single tag, made if there is none. It
+ * is borrowed until msg is cleared or freed, and there is nothing to free. It has its place from now on, but counts as
+ * absent on the wire until something is stored in it. Null on failure. *rc (may be null) receives the result. */
+CALLORV_API CMsg* MSG_NewSub(CMsg* msg, int tag, int* rc);
+/* Hands over a message that the application made; MSG_NewSub is simpler and faster. Takes sub on success, also when it is
+ * empty (it is then freed and nothing stored): msg frees it, unless MSG_Destroy(sub) does before. On a negative code it stays
+ * the caller's, to be freed by MSG_Destroy; after -11 it may be stored all the same, and that is still right.
+ * What stood in a single tag before is replaced: it is the application's again, to free or to store elsewhere. */
 CALLORV_API int MSG_SetSub(CMsg* msg, int tag, CMsg* sub);
 
 /* ---- Getters. On an array tag they give the first element. ---- */

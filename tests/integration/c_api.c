@@ -323,8 +323,39 @@ static void SubMessages(void) {
   CHECK(MSG_GetStr(pSub, 1, szBuf) == 0);
   CHECK_TEXT(szBuf, "sub");
   CHECK(MSG_SetSub(pMsg, 16, pSub) == -28); /* it has a parent */
-  MSG_Destroy(pSub);                        /* ignored for the same reason */
-  CHECK(MSG_GetSub(pMsg, 6, NULL) == pSub);
+  MSG_Destroy(pSub);                        /* it takes itself out */
+  CHECK(MSG_GetSub(pMsg, 6, &iRet) == NULL);
+  CHECK(iRet == -1);
+  CHECK(MSG_SetSub(pMsg, 6, pRow = NewRow("replaced")) == 0);
+  CHECK(MSG_SetSub(pMsg, 6, pSub = NewRow("sub")) == 0);
+  CHECK(MSG_SetSub(pMsg, 16, pRow) == 0); /* a replaced one is ours again */
+  MSG_Destroy(pRow);
+  CHECK(MSG_GetAtSubArr(pMsg, 16, 0, &iRet) == NULL);
+  CHECK(iRet == 0);
+  CHECK(MSG_GetArrSize(pMsg, 16) == 1);
+  MSG_Clear(pMsg);
+  CHECK(MSG_GetArrSize(pMsg, 16) == -1);
+  CHECK(MSG_GetSelfNum(pMsg) == 100);
+  CHECK_TEXT(MSG_GetLastError(pMsg), "MSG_Error(-1) : No Data found {tagnum=16}");
+  MSG_Clear(pMsg);
+  CHECK_TEXT(MSG_GetLastError(pMsg), "");
+  CHECK(MSG_SetSub(pMsg, 6, pSub = NewRow("sub")) == 0);
+
+  pRow = MSG_NewSub(pMsg, 16, &iRet);
+  CHECK(pRow != NULL);
+  CHECK(iRet == 0);
+  CHECK(MSG_GetAtSubArr(pMsg, 16, 0, NULL) == pRow);
+  MSG_Destroy(pRow); /* ignored: it is the message's */
+  CHECK(MSG_SetStr(pRow, 1, "row") == 0);
+  CHECK(MSG_NewSub(pMsg, 6, NULL) == pSub);
+  CHECK(MSG_NewSub(pMsg, 2, &iRet) == NULL);
+  CHECK(iRet == -17);
+  CHECK_TEXT(MSG_GetLastError(pMsg), "MSG_Error(-17) : Invalid tag type {Line:1441, tagnum=2,type=(integer/submsg)}");
+  CHECK(MSG_NewSub(NULL, 6, &iRet) == NULL);
+  CHECK(iRet == -12);
+  MSG_Clear(NULL);
+  MSG_Clear(pMsg);
+  CHECK(MSG_SetSub(pMsg, 6, pSub = NewRow("sub")) == 0);
 
   CHECK(MSG_SetSub(pMsg, 16, NewRow("first")) == 0);
   CHECK(MSG_SetSub(pMsg, 16, NewRow("second")) == 0);

@@ -129,7 +129,8 @@ class CTagLoader : public CTagWalk {
     if (!Found(p_iTag, &aRow)) return;
     p_aMember.resize(static_cast<std::size_t>(aRow.GetSize()));
     for (int i = 0; i < aRow.GetSize(); ++i) {
-      if (!Load(*aRow.GetAt(i), p_aMember[static_cast<std::size_t>(i)])) return;
+      CMsg* pRow = aRow.GetAt(i);    // null for a row that was freed
+      if (pRow != nullptr && !Load(*pRow, p_aMember[static_cast<std::size_t>(i)])) return;
     }
   }
 };
@@ -164,12 +165,12 @@ class CTagStorer : public CTagWalk {
   template <class T>
   bool StoreSub(int p_iTag, const T& p_Value) {
     if (iCode != 0) return false;
-    std::unique_ptr<CMsg> pSub(new CMsg(T::MSG_NUM, m_cMsg.GetRootNum(), p_iTag, MA_GetMsgDic()));
+    CMsg* pSub = nullptr;
+    if (!Passed(m_cMsg.NewSub(p_iTag, &pSub), m_cMsg)) return false;
+    if (pSub->GetMsgNum() != T::MSG_NUM) pSub->Init(T::MSG_NUM, m_cMsg.GetRootNum(), p_iTag);    // the class is from elsewhere
     CTagStorer cStorer(*pSub);
     T::VisitTags(p_Value, cStorer);
-    if (!Passed(cStorer) || !Store(p_iTag, pSub.get())) return false;
-    pSub.release();
-    return true;
+    return Passed(cStorer);
   }
   template <class T>
   void StoreVector(int p_iTag, const std::vector<T>& p_aMember, std::false_type) {

@@ -45,6 +45,7 @@ class CALLORV_API CLastError {
   // Text of the latest failure, "" when there was none; a later success does not clear it.
   // Borrowed: valid until the next failure on this object or its destruction.
   const char* GetLastError();
+  const char* GetLastError() const { return const_cast<CLastError*>(this)->GetLastError(); }
 
   // Keeps "MSG_Error(<code>) : <MA_GetErrorStr(code)> {<detail>}", the detail cut at 1023 characters.
   // Throws CException (-11) when there is no memory for it; the text kept before then stays.
@@ -53,12 +54,14 @@ class CALLORV_API CLastError {
  protected:
   // SetLastError, and returns p_iCode.
   int Fail(int p_iCode, const char* p_szFmt, ...) CALLORV_PRINTF(3, 4);
-
  private:
   struct Error;
-  Error* m_pError;    // made by the first failure
+  mutable Error* m_pError;    // made by the first failure, which reading may be
 
+  void DropLastError() noexcept;    // as if nothing had failed yet
   void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) CALLORV_PRINTF(3, 0);
+
+  friend struct CMsgOps;
 };
 
 #endif

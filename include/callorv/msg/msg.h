@@ -2,6 +2,7 @@
 #ifndef CALLORV_MSG_MSG_H
 #define CALLORV_MSG_MSG_H
 
+#include <climits>
 #include <type_traits>
 
 #include "callorv/base/array.h"
@@ -19,6 +20,32 @@ namespace detail {
 class CArena;
 struct T_MsgExtra;
 }
+}    // namespace callorv
+
+namespace callorv {
+namespace detail {
+
+// What getters put their values into.
+template <class T, class... OTHERS>
+struct T_IsOneOf : std::false_type {};
+template <class T, class FIRST, class... OTHERS>
+struct T_IsOneOf<T, FIRST, OTHERS...>
+    : std::integral_constant<bool, std::is_same<T, FIRST>::value || T_IsOneOf<T, OTHERS...>::value> {};
+template <class T>
+using T_IsOutput = T_IsOneOf<T, CString, int, double, bool, CDate, CInt, CDbl, CBool, CMsg*, CStrArray, CIntArray, CDblArray,
+                             CBoolArray, CDateArray, CMsgArray>;
+
+// What a setter does not take for another type without a word: every pointer is a bool to the compiler.
+template <class T>
+struct T_IsOddPointer
+    : std::integral_constant<bool, !std::is_same<typename std::remove_const<T>::type, char>::value &&
+                                       !std::is_convertible<T*, CMsg*>::value> {};
+
+// Integers whose values need not fit into an int.
+template <class T>
+using T_IsWide = T_IsOneOf<T, unsigned, long, unsigned long, unsigned long long>;
+
+}    // namespace detail
 }    // namespace callorv
 
 // A message has a number; the dictionary says which tags a message of that number has, with each tag's number, name,
@@ -41,10 +68,16 @@ struct T_MsgExtra;
 // When there is not even memory for the error text, CException (-11) is thrown, or std::bad_alloc when there is none for that
 // either; getters of texts and arrays throw std::bad_alloc when their output cannot grow.
 //
-// Use a message, with its sub-messages, from one thread at a time; distinct messages are independent.
+// Use a message, with its sub-messages, from one thread at a time, reading through a const CMsg& included, as a failure
+// leaves its text; distinct messages are independent.
 class CALLORV_API CMsg : public CLastError {
+  template <bool CONDITION>
+  using IntIf = typename std::enable_if<CONDITION, int>::type;
   template <class CHAR>    // int for const char, nothing for char
-  using IntIfConst = typename std::enable_if<std::is_same<CHAR, const char>::value, int>::type;
+  using IntIfConst = IntIf<std::is_same<CHAR, const char>::value>;
+  template <class CHAR, class T>    // int for a name and an output
+  using IntIfRead = IntIf<std::is_same<typename std::remove_const<CHAR>::type, char>::value &&
+                          callorv::detail::T_IsOutput<T>::value>;
 
  public:
   enum { SLOTS = 128, VER_SIZE = 17 };
@@ -55,7 +88,9 @@ class CALLORV_API CMsg : public CLastError {
   // p_pDic        borrowed, must outlive the message
   // Throws CException: -12 "CMsg: Parameter is NULL" for a null dictionary; then as Init.
   CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic);
-  // Frees the values with every sub-message, however deep.
+  // Frees the values with every sub-message, however deep. A message that the application made takes itself out of the one
+  // in which it stands, in constant time: its single tag is then without a value, its row null, and the other rows keep
+  // their indexes.
   ~CMsg();
 
   // Gives the message its number and definition; it then has no values. Values that it had before cannot be reached
@@ -64,12 +99,17 @@ class CALLORV_API CMsg : public CLastError {
   // Throws CException: -15 "1.msgnum=%d" (p_iMsgNum outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it),
   // -19 "3.msgnum=%d" (not in the dictionary); std::bad_alloc. The message is then unchanged.
   void Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag);
+  // Frees every value and sub-message: the message is as new, with its number, root number and parent tag (and its place, if
+  // it stands in another one; the text forms leave it out there until something is stored in it). Version and last error are
+  // empty, and every pointer that was borrowed from it ends. Up to 256 KB of its memory stay with it, so that one message
+  // can receive any number of replies without growing.
+  void Clear();
 
   int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
   int GetRootNum() const { return m_iRootNum; }
   int GetParentTag() const { return m_iParentTag; }
   bool IsEmpty() const { return m_bEmpty; }            // no value was ever stored
-  CMsg* GetParent() const { return m_pParent; }        // borrowed; null for a top-level message
+  CMsg* GetParent() const { return m_pParent; }        // borrowed; null for one that stands in no other
   const CMsgInfo* GetMsgInfo() const { return m_pMsgInfo; }    // borrowed; null: no definition yet
   // Text of the root element's "ver" attribute.
   const char* GetVer() const { return m_szVer; }
@@ -87,6 +127,18 @@ class CALLORV_API CMsg : public CLastError {
   int SetValue(int p_iTag, CInt p_cValue);
   int SetValue(int p_iTag, CDbl p_cValue);
   int SetValue(int p_iTag, CBool p_cValue);
+  // As the C text, up to its first NUL.
+  int SetValue(int p_iTag, const CString& p_sValue) { return SetValue(p_iTag, p_sValue.ToStr()); }
+  // As an int, checked last: -28 "tagnum=%d" for a value that has no place in one. Other integers that are wider than an
+  // int come here, too.
+  int SetValue(int p_iTag, long long p_iValue);
+  template <class T>
+  IntIf<callorv::detail::T_IsWide<T>::value> SetValue(int p_iTag, T p_Value) {
+    return SetValue(p_iTag, Widened(p_Value));
+  }
+  // Would be a bool. A const CMsg cannot be taken.
+  template <class T>
+  IntIf<callorv::detail::T_IsOddPointer<T>::value> SetValue(int p_iTag, T* p_p) = delete;
 
   // The output is set to 0, false or unset before the checks, except a CString and a CDate, which a failure
   // leaves as they were.
@@ -121,13 +173,27 @@ class CALLORV_API CMsg : public CLastError {
   int GetArrSize(int p_iTag);
 
   // ---- sub-messages
-  // Stores p_pSub under a TAG_SUBMSG, appending when it is a multi tag. -12 for null. An empty p_pSub is freed, 0 is
-  // returned and nothing stored. On success p_pSub is taken; on a negative code it stays the caller's, except for -11 with
-  // the detail "tagnum=%d,msgnum=%d" (no memory for the list of AddChild): it is stored and taken then.
+  // The message's own new sub-message under a TAG_SUBMSG: the next row of a multi tag, or the one of a single tag, which is made
+  // when there is none (whoever stored it). It stands in this message's memory, is borrowed until this message is cleared
+  // or destroyed, and there is nothing to hand over or to free. It has its place from now on: GetArrSize counts it, and row
+  // i stays row i. While nothing is stored in it or below, the text forms leave it out and this message stays empty.
+  //   returns  0; -12 for a null output; -19, -18, -17 and -11 as setters; -15 "1.msgnum=%d" or -19 "3.msgnum=%d" when the
+  //            dictionary does not have the sub-message. A failure leaves no row and no value behind.
+  int NewSub(int p_iTag, CMsg** p_ppOut);
+  CMsg* NewSub(int p_iTag);    // null on any failure
+  CMsg* NewSub(const char* p_szName);
+
+  // Stores a message that the application made under a TAG_SUBMSG, appending when it is a multi tag; NewSub is simpler and
+  // faster. -12 for null. An empty p_pSub is freed, 0 is returned and nothing stored. On 0 p_pSub is taken: this message
+  // frees it, unless the application does so before (see ~CMsg). On a negative code or an exception it is the caller's,
+  // untouched, except for -11 with the detail "tagnum=%d,msgnum=%d" (no memory for the list of AddChild): it is stored
+  // then, and goes with this message if the caller does not free it.
   // A p_pSub that stands in another place already, or contains this message, is refused with -28 (detail
   // "tagnum=%d,msgnum=%d"), as it would be freed twice; one that stands in this single tag stays there, with 0.
-  // Another one that stood in this single tag cannot be reached by the tag any more. It is freed with this message, unless
-  // the application frees it before or stores it somewhere (one that was read or made by this message can be neither).
+  // Another one that stood in this single tag is replaced: it has no parent any more, and the application frees it or stores it
+  // elsewhere. (One that this message made stays in its memory and goes with it.)
+  // Takes constant time, or as long as the shorter of two ways when p_pSub has sub-messages: up from this message, or
+  // through all that stands in p_pSub.
   int SetValue(int p_iTag, CMsg* p_pSub);
   // The (first) sub-message, borrowed until this message is destroyed; null with 0 when an array has no rows.
   int GetValue(int p_iTag, CMsg** p_ppOut);
@@ -145,6 +211,14 @@ class CALLORV_API CMsg : public CLastError {
   int SetValue(char* p_szName, CInt p_cValue);
   int SetValue(char* p_szName, CDbl p_cValue);
   int SetValue(char* p_szName, CBool p_cValue);
+  int SetValue(char* p_szName, const CString& p_sValue) { return SetValue(p_szName, p_sValue.ToStr()); }
+  int SetValue(char* p_szName, long long p_iValue);
+  template <class T>
+  IntIf<callorv::detail::T_IsWide<T>::value> SetValue(char* p_szName, T p_Value) {
+    return SetValue(p_szName, Widened(p_Value));
+  }
+  template <class T>
+  IntIf<callorv::detail::T_IsOddPointer<T>::value> SetValue(char* p_szName, T* p_p) = delete;
   int SetValue(char* p_szName, CMsg* p_pSub);
   int GetValue(char* p_szName, CString* p_psOut);
   int GetValue(char* p_szName, int* p_piOut);
@@ -186,6 +260,28 @@ class CALLORV_API CMsg : public CLastError {
   }
   CMsg* GetValue(const char* p_szName) { return GetValue(const_cast<char*>(p_szName)); }
   int GetArrSize(const char* p_szName) { return GetArrSize(const_cast<char*>(p_szName)); }
+
+  // ---- the same getters for a message that may only be read. A sub-message that comes out as CMsg* is not const.
+  template <class T>
+  IntIf<callorv::detail::T_IsOutput<T>::value> GetValue(int p_iTag, T* p_pOut) const {
+    return Readable().GetValue(p_iTag, p_pOut);
+  }
+  template <class CHAR, class T>
+  IntIfRead<CHAR, T> GetValue(CHAR* p_szName, T* p_pOut) const {
+    return Readable().GetValue(p_szName, p_pOut);
+  }
+  template <class T>
+  IntIf<callorv::detail::T_IsOutput<T>::value> GetValueAt(int p_iTag, int p_iIndex, T* p_pOut) const {
+    return Readable().GetValueAt(p_iTag, p_iIndex, p_pOut);
+  }
+  template <class CHAR, class T>
+  IntIfRead<CHAR, T> GetValueAt(CHAR* p_szName, int p_iIndex, T* p_pOut) const {
+    return Readable().GetValueAt(p_szName, p_iIndex, p_pOut);
+  }
+  const CMsg* GetValue(int p_iTag) const { return Readable().GetValue(p_iTag); }
+  const CMsg* GetValue(const char* p_szName) const { return Readable().GetValue(p_szName); }
+  int GetArrSize(int p_iTag) const { return Readable().GetArrSize(p_iTag); }
+  int GetArrSize(const char* p_szName) const { return Readable().GetArrSize(p_szName); }
 
   // ---- text forms. Tags come in the dictionary's order, unset ones not at all. Numbers are written as in the "C"
   // locale, whatever locale the application has set. Callers pass p_iDepth 1, which writes a whole message; a greater
@@ -240,13 +336,29 @@ class CALLORV_API CMsg : public CLastError {
   CMsgArray* m_pChildren;        // every sub-message given to this message; owns none
   CMsgDic* m_pMsgDic;
   CMsgInfo* m_pMsgInfo;
-  callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need: cells of an earlier Init, replaced sub-messages
-  callorv::detail::CArena* m_pArena;        // where the cells are; its parent's, for a message in an arena
-  CMsg* m_pOwner;                           // the message that frees this one; Init clears m_pParent, but not this
-  int m_iCells;                             // in the slots
-  bool m_bInArena;                          // it was read into its parent
-  bool m_bHolds;                            // its cells may hold what is not in the arena
-  bool m_bHasSubs;                          // it has or had a cell for sub-messages
+  // Where it stands: m_pOwner frees it and holds it in m_pCell, at m_iRow when that is an array. Both are null for a message
+  // that stands nowhere. Init of the owner clears neither, though its cell cannot be reached any more, nor does Init of
+  // this message, which clears m_pParent.
+  CMsg* m_pOwner;
+  CMsgValue* m_pCell;
+  int m_iRow;
+  bool m_bMade;            // its owner made it, in its own memory, and alone may free it
+  bool m_bVacant;          // it has its place, but nothing was stored in it yet: m_bEmpty, and left out of the text forms
+  // What it holds: its cells and texts stand in m_pArena.
+  bool m_bSharesArena;     // which is the owner's, who frees it
+  bool m_bHolds;           // the cells may hold what does not stand there
+  bool m_bHasSubs;         // there is or was a cell for sub-messages; implies m_bHolds
+  int m_iCells;            // in the slots
+  callorv::detail::CArena* m_pArena;        // made for the first cell
+  callorv::detail::T_MsgExtra* m_pExtra;    // what few messages need
+
+  // Reading changes nothing but the last error, which is mutable.
+  CMsg& Readable() const { return const_cast<CMsg&>(*this); }
+  // What does not fit into an int does not fit into the result either.
+  template <class T>
+  static long long Widened(T p_Value) {
+    return p_Value > static_cast<T>(INT_MAX) ? INT_MAX + 1LL : static_cast<long long>(p_Value);
+  }
 
   friend struct CMsgOps;
 };
@@ -254,7 +366,8 @@ class CALLORV_API CMsg : public CLastError {
 // A new message with the process-wide dictionary; without a definition when p_iMsgNum is below 1. The caller's, until
 // it is given to a parent. Null when the number is unknown or memory is short. Never throws.
 CALLORV_API CMsg* MA_NewMsg(int p_iMsgNum);
-// Destroys and frees a message. Null is ignored, and so is a message that stands in another one.
+// Destroys and frees a message that the application made, wherever it stands. Null is ignored, and so is one that the library
+// made in another one.
 CALLORV_API void MA_FreeMsg(CMsg* p_pMsg);
 
 #endif

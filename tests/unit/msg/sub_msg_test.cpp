@@ -137,22 +137,6 @@ TEST_CASE("a refused sub-message stays the caller's") {
   CHECK(cMsg->IsEmpty());
 }
 
-TEST_CASE("a replaced sub-message lives as long as its parent") {
-  CTestMsg cMsg(120);
-  std::vector<CMsg*> apAll;
-  for (const char* szText : {"first", "second", "third"}) {
-    apAll.push_back(NewRow(cMsg.Dic(), szText));
-    CHECK(cMsg->SetValue(6, apAll.back()) == 0);
-    CHECK(cMsg->GetValue(6) == apAll.back());
-    CHECK(cMsg->GetArrSize(6) == 1);
-  }
-  CHECK(TextOf(apAll[0]) == "first");
-  CHECK(TextOf(apAll[1]) == "second");
-  CHECK(apAll[0]->GetParent() == &*cMsg);
-  CHECK(apAll[0]->SetValue(2, 7) == 0);
-  CHECK(ToXml(*cMsg).find("first") == std::string::npos);
-}
-
 TEST_CASE("a sub-message may be stored again in the single tag that has it") {
   CTestMsg cMsg(120);
   CMsg* pRow = NewRow(cMsg.Dic(), "row");
@@ -164,67 +148,6 @@ TEST_CASE("a sub-message may be stored again in the single tag that has it") {
   CMsg* pEmpty = pRow->MakeSubMsgEntry(3);
   CHECK(pRow->SetValue(3, pEmpty) == 0);    // and is not freed, as it is in use
   CHECK(pRow->GetValue(3) == pEmpty);
-}
-
-TEST_CASE("a replaced sub-message may be stored again, there and elsewhere") {
-  CTestMsg cMsg(120);
-  CMsg* pOld = NewRow(cMsg.Dic(), "old");
-  CMsg* pNew = NewRow(cMsg.Dic(), "new");
-  CHECK(cMsg->SetValue(6, pOld) == 0);
-  CHECK(cMsg->SetValue(6, pNew) == 0);
-
-  SUBCASE("in its place") {
-    for (int i = 0; i < 3; ++i) {
-      CHECK(cMsg->SetValue(6, pOld) == 0);
-      CHECK(TextOf(cMsg->GetValue(6)) == "old");
-      CHECK(cMsg->SetValue(6, pNew) == 0);
-      CHECK(TextOf(cMsg->GetValue(6)) == "new");
-    }
-  }
-  SUBCASE("in an array") {
-    CHECK(cMsg->SetValue(16, pOld) == 0);
-    CHECK(cMsg->SetValue(16, pOld) == -28);
-    CHECK(cMsg->GetValue(16) == pOld);
-  }
-  SUBCASE("in what replaced it") {
-    CHECK(pNew->SetValue(3, pOld) == 0);
-    CHECK(pOld->GetParent() == pNew);
-    CHECK(pOld->SetValue(3, pNew) == -28);
-  }
-  SUBCASE("in a message that is gone earlier") {
-    CMsg cOther(120, 0, 0, &cMsg.Dic());
-    CHECK(cOther.SetValue(6, pOld) == 0);
-    CHECK(pOld->GetParent() == &cOther);
-  }
-  SUBCASE("but not what it contains in it") {
-    CMsg* pInner = NewRow(cMsg.Dic(), "inner");
-    CHECK(pOld->SetValue(3, pInner) == 0);
-    CHECK(pInner->SetValue(3, pOld) == -28);
-    CHECK(pOld->SetValue(4, &*cMsg) == -28);    // which is still to free it
-  }
-  CHECK(ToXml(*cMsg).find("new") != std::string::npos);
-}
-
-TEST_CASE("a replaced sub-message may be freed before its parent") {    // the leak checker counts
-  CTestMsg cMsg(120);
-  CMsg* apAll[4];
-  for (CMsg*& pRow : apAll) CHECK(cMsg->SetValue(6, pRow = NewRow(cMsg.Dic(), "row")) == 0);
-  delete apAll[1];
-  MA_FreeMsg(apAll[0]);
-  MA_FreeMsg(apAll[3]);    // in use: ignored
-  CHECK(cMsg->GetValue(6) == apAll[3]);
-  CHECK(TextOf(apAll[2]) == "row");
-}
-
-TEST_CASE("a replaced sub-message that its parent made stays the parent's") {
-  CTestMsg cMsg(120), cOther(120);
-  CMsg* pMade = cMsg->MakeSubMsgEntry(6);
-  CHECK(pMade->SetValue(1, "made") == 0);
-  CHECK(cMsg->SetValue(6, NewRow(cMsg.Dic(), "new")) == 0);
-  CHECK(cOther->SetValue(6, pMade) == -28);
-  CHECK(cMsg->SetValue(6, pMade) == -28);
-  MA_FreeMsg(pMade);
-  CHECK(TextOf(pMade) == "made");
 }
 
 TEST_CASE("a message cannot be stored twice or inside itself") {

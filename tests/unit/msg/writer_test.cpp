@@ -5,6 +5,7 @@
 #include <fstream>
 #include <limits>
 #include <thread>
+#include <vector>
 
 #include "msg/msg_ops.h"
 #include "support/comma_locale.h"

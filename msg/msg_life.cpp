@@ -1,0 +1,168 @@
+// How a message begins and ends, and who frees what.
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "callorv/msg/msg.h"
+#include "msg/msg_ops.h"
+
+using namespace callorv::detail;
+
+static_assert(CMsg::SLOTS == CHAINS);
+
+namespace {
+
+// What a message that was cleared keeps for its next values, in bytes.
+constexpr size_t KEPT_MEMORY = 256 * 1024;
+
+}    // namespace
+
+CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
+    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
+      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pOwner(nullptr), m_pCell(nullptr), m_iRow(0),
+      m_bMade(false), m_bVacant(false), m_bSharesArena(false), m_bHolds(false), m_bHasSubs(false), m_iCells(0),
+      m_pArena(nullptr), m_pExtra(nullptr) {
+  if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
+  if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);
+}
+
+CMsg::~CMsg() {
+  if (m_pOwner != nullptr) CMsgOps::TakeOut(*this);    // freed by the application
+  m_iRootNum = 0;
+  m_iMsgNum = 0;
+  m_pParent = nullptr;
+  CMsgOps::FreeContents(*this);
+}
+
+CMsgInfo* CMsgOps::Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum) {
+  if (p_iMsgNum < 1 || p_iMsgNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "1.msgnum=%d", p_iMsgNum);
+  if (p_iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", p_iRootNum);
+  CMsgInfo* pMsgInfo = p_cDic.GetMsgInfo(p_iMsgNum);
+  if (pMsgInfo == nullptr) throw CException(MSG_UNDEF_MSG, "3.msgnum=%d", p_iMsgNum);
+  return pMsgInfo;
+}
+
+void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
+  const int iRootNum = p_iRootNum > 0 ? p_iRootNum : p_iMsgNum;
+  CMsgInfo* pMsgInfo = CMsgOps::Definition(*m_pMsgDic, p_iMsgNum, iRootNum);
+  CMsgOps::Abandon(*this);
+  m_iRootNum = iRootNum;
+  m_iMsgNum = p_iMsgNum;
+  m_iParentTag = p_iParentTag;
+  m_pParent = nullptr;
+  m_pMsgInfo = pMsgInfo;
+  std::fill_n(m_apSlot, pMsgInfo->GetHashKey(), nullptr);    // no other slot is ever looked at
+}
+
+void CMsg::Clear() { CMsgOps::Clear(*this); }
+
+char* CMsg::SetVer(const CString& p_sVer) {
+  strncpy(m_szVer, p_sVer.ToStr(), VER_SIZE - 1);    // the last byte stays the terminator
+  return m_szVer;
+}
+
+CMsg* MA_NewMsg(int p_iMsgNum) {
+  try {
+    return new CMsg(p_iMsgNum > 0 ? p_iMsgNum : 0, 0, 0, MA_GetMsgDic());
+  } catch (const CException&) {
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void MA_FreeMsg(CMsg* p_pMsg) { CMsgOps::Free(p_pMsg); }
+
+void CMsgOps::Free(CMsg* p_pMsg) {
+  if (p_pMsg != nullptr && !p_pMsg->m_bMade) delete p_pMsg;
+}
+
+void CMsgOps::Destroy(CMsg& p_cMsg) {
+  if (p_cMsg.m_bMade) {
+    p_cMsg.~CMsg();
+  } else {
+    delete &p_cMsg;
+  }
+}
+
+// p_fn(cell) for every cell in the slots, which are empty afterwards.
+template <class F>
+void CMsgOps::TakeCells(CMsg& p_cMsg, F p_fn) {
+  for (CMsgValue** ppHead = p_cMsg.m_apSlot; p_cMsg.m_iCells > 0; ++ppHead) {
+    for (; *ppHead != nullptr; --p_cMsg.m_iCells) p_fn(std::exchange(*ppHead, (*ppHead)->m_pNext));
+  }
+}
+
+void CMsgOps::Abandon(CMsg& p_cMsg) {
+  if (p_cMsg.m_iCells > 0) {
+    T_MsgExtra& tExtra = Extra(p_cMsg);
+    TakeCells(p_cMsg, [&](CMsgValue* p_pCell) { p_pCell->m_pNext = std::exchange(tExtra.pAbandoned, p_pCell); });
+    delete std::exchange(tExtra.pIndex, nullptr);
+  }
+  delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
+}
+
+void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
+  const auto fnList = [&p_pList](CMsg* p_pSub) {
+    if (p_pSub == nullptr) return;
+    p_pSub->m_pOwner = nullptr;    // so that it does not take itself out
+    if (!p_pSub->m_bHolds && p_pSub->m_pExtra == nullptr) {    // it has no sub-messages
+      Destroy(*p_pSub);
+    } else {
+      p_pSub->m_pOwner = std::exchange(p_pList, p_pSub);
+    }
+  };
+  const auto fnFree = [&](CMsgValue* p_pCell) {
+    if (p_pCell->m_eType == TAG_SUBMSG) {
+      if (!p_pCell->m_bMulti) {
+        fnList(p_pCell->m_pMsg);
+      } else if (p_pCell->m_pMsgArr != nullptr) {
+        for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) {
+          PrefetchRow(*p_pCell->m_pMsgArr, i + 2 * ROWS_AHEAD);
+          fnList(p_pCell->m_pMsgArr->GetAt(i));
+        }
+        p_pCell->m_pMsgArr->SetAdoptFlag(false);
+      }
+    }
+    p_pCell->~CMsgValue();
+  };
+  delete std::exchange(p_cMsg.m_pChildren, nullptr);
+  if (p_cMsg.m_bHolds) TakeCells(p_cMsg, fnFree);
+  if (T_MsgExtra* pExtra = std::exchange(p_cMsg.m_pExtra, nullptr)) {
+    for (CMsgValue* p = pExtra->pAbandoned; p != nullptr;) fnFree(std::exchange(p, p->m_pNext));
+    delete pExtra->pIndex;
+    delete pExtra;
+  }
+  CArena* pArena = std::exchange(p_cMsg.m_pArena, nullptr);
+  if (pArena != nullptr && !p_cMsg.m_bSharesArena) pArena->pNext = std::exchange(p_pArenas, pArena);
+}
+
+void CMsgOps::FreeContents(CMsg& p_cMsg) {
+  CMsg* pList = nullptr;
+  CArena* pArenas = nullptr;    // freed last: messages of the list may stand in them
+  Release(p_cMsg, pList, pArenas);
+  while (pList != nullptr) {    // not nested: the depth is the caller's choice, the stack is not
+    CMsg* pSub = std::exchange(pList, pList->m_pOwner);
+    pSub->m_pOwner = nullptr;
+    Release(*pSub, pList, pArenas);
+    Destroy(*pSub);
+  }
+  CArena::FreeList(pArenas);
+}
+
+void CMsgOps::Clear(CMsg& p_cMsg) {
+  // Memory that is the owner's cannot be given back alone, so that the message gets an arena of its own from here on.
+  CArena* pKept = std::exchange(p_cMsg.m_bSharesArena, false) ? nullptr : p_cMsg.m_pArena;
+  p_cMsg.m_pArena = nullptr;
+  FreeContents(p_cMsg);
+  if (pKept != nullptr) pKept->Reset(KEPT_MEMORY);
+  p_cMsg.m_pArena = pKept;
+  if (p_cMsg.m_pMsgInfo != nullptr) std::fill_n(p_cMsg.m_apSlot, p_cMsg.m_pMsgInfo->GetHashKey(), nullptr);
+  p_cMsg.m_iCells = 0;
+  p_cMsg.m_bHolds = false;
+  p_cMsg.m_bHasSubs = false;
+  p_cMsg.m_bEmpty = true;
+  p_cMsg.m_bVacant = p_cMsg.m_pOwner != nullptr;
+  memset(p_cMsg.m_szVer, 0, sizeof(p_cMsg.m_szVer));
+  p_cMsg.DropLastError();
+}
