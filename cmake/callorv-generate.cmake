@@ -12,8 +12,9 @@
 #   OUTPUT     directory of the headers, which is added to the target's include path; <target>_messages in the binary
 #              directory when not given
 #
-# Call it in the directory that makes the target. The command is found beside the package, else by PATH; set
-# CALLORV_COMMAND to use another one.
+# Call it in the directory that makes the target. The command is, in this order: what CALLORV_COMMAND is set to; where CallOrv
+# is part of the build, the one there, which is built for it even when CALLORV_TOOLS is off; the one that is installed
+# beside the package; one on the PATH. Cross-compiling takes one that runs on the building machine.
 function(callorv_generate TARGET DICTIONARY)
   cmake_parse_arguments(PARSE_ARGV 2 A "" "NAMESPACE;OUTPUT" "MESSAGES")
   if(A_UNPARSED_ARGUMENTS OR A_KEYWORDS_MISSING_VALUES)
@@ -23,11 +24,21 @@ function(callorv_generate TARGET DICTIONARY)
   if(NOT SOURCE_DIR STREQUAL CMAKE_CURRENT_SOURCE_DIR)
     message(FATAL_ERROR "callorv_generate: target ${TARGET} is not made in this directory")
   endif()
-  if(TARGET callorv_command)    # in the library's own tree
+  if(NOT CALLORV_COMMAND AND TARGET callorv_command AND (NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR))
     set(COMMAND callorv_command)
   else()
-    find_program(CALLORV_COMMAND callorv HINTS ${callorv_BINDIR} REQUIRED DOC "The callorv command")
+    find_program(CALLORV_COMMAND callorv HINTS ${callorv_BINDIR} DOC "The callorv command")
     set(COMMAND ${CALLORV_COMMAND})
+  endif()
+  if(NOT COMMAND)
+    get_property(LACKS GLOBAL PROPERTY CALLORV_COMMAND_LACKS)
+    if(LACKS)
+      set(LACKS ", and cannot be built without ${LACKS}")
+    elseif(TARGET callorv_command)
+      set(LACKS ", and the one that is built here is for another machine")
+    endif()
+    message(FATAL_ERROR "callorv_generate: the callorv command is not found beside the library nor on the PATH${LACKS}. "
+      "Set CALLORV_COMMAND to one that runs on this machine: -DCALLORV_COMMAND=<path of callorv>")
   endif()
 
   get_filename_component(DICTIONARY "${DICTIONARY}" ABSOLUTE)
