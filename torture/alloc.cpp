@@ -44,13 +44,16 @@ enum E_Start { EMPTY, FULL };
 
 struct T_World {
   CMsgPtr pMsg{MA_NewMsg(100)};
-  CMsgPtr pSpare = Row(OTHER_TEXT);    // an operation may take it
+  CMsgPtr pSpare = Row(OTHER_TEXT);    // an operation may hand it over
+  CMsgPtr pRow = Row(LONG_TEXT);       // the application's, in a full message under tag 6
   CMsgPtr pReply{MA_NewMsg(0)};
   CStream stText{0, 512};
   T_Out tOut;
 
   explicit T_World(E_Start p_eStart) {
-    if (p_eStart == FULL) Fill(*pMsg);
+    if (p_eStart != FULL) return;
+    Fill(*pMsg);
+    pMsg->SetValue(6, pRow.get());
   }
 };
 
@@ -248,8 +251,84 @@ std::vector<T_Op> Setters() {
   return aOps;
 }
 
+// What `callorv generate` would write for messages 100 and 101.
+class CGeneratedRow : public CMsgBase {
+ public:
+  enum { MSG_NUM = 101 };
+  CStr text;
+  int LoadFromMsg(CMsg* p_pMsg) override { return callorv::detail::LoadTypedMsg(*this, p_pMsg); }
+  CMsg* CreateMsg() override { return callorv::detail::CreateTypedMsg(*this); }
+  template <class SELF, class VISITOR>
+  static void VisitTags(SELF& p_Self, VISITOR& p_Visitor) {
+    p_Visitor(1, p_Self.text);
+  }
+};
+class CGenerated : public CMsgBase {
+ public:
+  enum { MSG_NUM = 100 };
+  CStr text;
+  T_SubMsg<CGeneratedRow> row;
+  std::vector<CString> texts;
+  std::vector<CGeneratedRow> rows;
+  CGenerated() {
+    text.Set(LONG_TEXT);
+    row.Make().text.Set(LONG_TEXT);
+    texts = {"one", LONG_TEXT};
+    rows.resize(6);
+    for (CGeneratedRow& cRow : rows) cRow.text.Set(LONG_TEXT);
+  }
+  int LoadFromMsg(CMsg* p_pMsg) override { return callorv::detail::LoadTypedMsg(*this, p_pMsg); }
+  CMsg* CreateMsg() override { return callorv::detail::CreateTypedMsg(*this); }
+  template <class SELF, class VISITOR>
+  static void VisitTags(SELF& p_Self, VISITOR& p_Visitor) {
+    p_Visitor(1, p_Self.text);
+    p_Visitor(6, p_Self.row);
+    p_Visitor(11, p_Self.texts);
+    p_Visitor(16, p_Self.rows);
+  }
+};
+
 std::vector<T_Op> Builders() {
+  const auto pGenerated = std::make_shared<CGenerated>();
+  const CTexts asNewSub = {BAD_ALLOC, NO_CELL, Memory("new CMsg failed"), Memory("new CMsgArray failed"),
+                           Memory("tagnum=6,msgnum=100"), Memory("tagnum=16,msgnum=100")};
+  CTexts asTyped = {BAD_ALLOC};
+  for (const std::string& s : With(asNewSub, {Memory("new CString failed"), Memory("new CStrArray failed")})) {
+    asTyped.push_back("-11 buffer=" + s.substr(s.find("MSG_Error") % s.size()));
+  }
+  const auto fnNewSub = [](int p_iTag) {
+    return [p_iTag](T_World& w) {
+      CMsg* pSub = nullptr;
+      const int iRet = w.pMsg->NewSub(p_iTag, &pSub);
+      return iRet != 0 ? iRet : pSub->SetValue(2, 5);
+    };
+  };
   return {
+      {"NewSub", EMPTY, fnNewSub(6), "0", asNewSub},
+      {"NewSub of a row", EMPTY, fnNewSub(16), "0", asNewSub},
+      {"NewSub of one more row", FULL, fnNewSub(16), "0", asNewSub},
+      {"typed message with sub-messages and rows", EMPTY,
+       [pGenerated](T_World& w) {
+         w.pReply = nullptr;
+         w.pReply.reset(pGenerated->CreateMsg());
+         if (w.pReply != nullptr) return 0;
+         snprintf(w.tOut.szText, sizeof(w.tOut.szText), "%s", pGenerated->sLastError.ToStr());
+         pGenerated->sLastError = CString();
+         return -11;
+       },
+       "0 reply " + XML_HEAD + "<msg no=\"100\" ver=\"\"><t1>", asTyped},
+      {"typed message from a message", FULL,
+       [pGenerated](T_World& w) {
+         CGenerated cGenerated = *pGenerated;
+         return cGenerated.LoadFromMsg(w.pMsg.get());
+       },
+       "0", {BAD_ALLOC}},
+      {"Clear", FULL,
+       [](T_World& w) {
+         w.pSpare->Clear();
+         return w.pSpare->IsEmpty() ? w.pSpare->SetValue(1, 5) : -1;
+       },
+       "-17", NO_TEXT},
       {"new message", EMPTY,
        [](T_World& w) {
          w.pReply = nullptr;
@@ -505,6 +584,24 @@ std::vector<T_Op> CFunctions() {
        "0",
        {"-11", NO_CELL, Memory("new CMsgArray failed"), Memory("tagnum=16,msgnum=100")},
        true},
+      {"MSG_NewSub",
+       FULL,
+       [](T_World& w) {
+         int iRet = 0;
+         CMsg* pSub = MSG_NewSub(w.pMsg.get(), 16, &iRet);
+         return pSub != nullptr ? MSG_SetInt(pSub, 2, 5) : iRet;
+       },
+       "0",
+       {"-11", NO_CELL, Memory("new CMsg failed"), Memory("new CMsgArray failed"), Memory("tagnum=16,msgnum=100")}},
+      {"MSG_Clear",
+       FULL,
+       [](T_World& w) {
+         (void)w.pRow.release();    // goes with the others
+         MSG_Clear(w.pMsg.get());
+         return MSG_GetSelfNum(w.pMsg.get());
+       },
+       "100",
+       {}},
       {"MSG_GetInt", FULL, [](T_World& w) { return MSG_GetInt(w.pMsg.get(), 2, &w.tOut.i); }, "0 i=5", {}},
       {"MSG_GetInt of nothing",
        EMPTY,

@@ -41,7 +41,7 @@ inline void Fill(CMsg& p_cMsg) {
   p_cMsg.SetValue(3, 1.5);
   p_cMsg.SetValue(4, true);
   p_cMsg.SetValue(5, CDate("20240131"));
-  p_cMsg.SetValue(6, Row(LongText()).release());
+  p_cMsg.NewSub(6)->SetValue(1, LongText());
   for (int i = 0; i < 4; ++i) {
     p_cMsg.SetValue(11, LongText());
     p_cMsg.SetValue(12, i);
