@@ -1,4 +1,5 @@
 """callorv call: real calls of a real server, from the shell."""
+import errno
 import json
 import os
 import pty
@@ -6,6 +7,7 @@ import re
 import select
 import socket
 import subprocess
+import threading
 import unittest
 
 from support import COMMAND, CallTest, Reply, Server, message, packet, run
@@ -217,43 +219,132 @@ class FailureTest(CallTest):
                             "callorv: rejected by the server: Code=17, Text=not today, \u00fcser, RefSvcNum=1201\n")
             result = self.call(server, 1201, "Quote", "--json")
             self.assertEqual(result.returncode, 1)
-            self.assertEqual(json.loads(result.stdout),
-                             {"error": {"rejected": True, "code": 17, "text": "not today, \u00fcser", "service": 1201}})
+            self.assert_object(result, code=17, text="not today, \u00fcser", rejected=True, stage="reply",
+                               address=f"127.0.0.1:{server.port}")
 
-    def test_what_fails_on_the_way(self):
-        deaf = socket.socket()    # nobody listens
-        self.addCleanup(deaf.close)
-        deaf.bind(("127.0.0.1", 0))
-        port = deaf.getsockname()[1]
-        refused = "Failed in connect()(-5)((connect))"
-        self.assert_run(self.call(port, 1201, "Quote"), 1, "", f"callorv: {refused}\n")
-        result = self.call(port, 1201, "Quote", "--json")
-        self.assertEqual(json.loads(result.stdout),
-                         {"error": {"rejected": False, "code": -3, "text": refused, "service": -1}})
-        for fault, text in (("close", "Socket closed(-9)(OK)"),
-                            ("reset", "Socket closed(-9)((Connection reset by peer))"),
-                            ("truncate:10", "Socket closed(-9)(OK)"),
-                            ("truncate:200", "Socket closed(-9)(OK)"),
-                            ("checksum", r"Checksum is incorrect\(-13\)\(\(M:\d+,C:\d+\)\)"),
-                            ("zlib", "Compression failed(-16)(ReceiveFrom(-3)(0))")):
+    def assert_object(self, result, **expected):
+        """The one object on standard output."""
+        values = {"code": 0, "text": "", "service": 1201, "rejected": False, "stage": "", "address": None,
+                  "errno": None, **expected}
+        self.assertEqual(json.loads(result.stdout), {"error": values})
+        self.assertEqual(list(json.loads(result.stdout)["error"]), list(values))
+
+    def assert_fails(self, args, text, **expected):
+        """Both forms of an error, with the same text, which is a pattern."""
+        args = ("call", *args, 1201, "Quote", "code=ABC")
+        result = run(*args)
+        self.assert_run(result, 1, "")
+        self.assertRegex(result.stderr.decode(), rf"\Acallorv: {text}\n\Z")
+        result = run(*args, "--json")
+        self.assertEqual(result.returncode, 1)
+        said = result.stderr.decode()
+        self.assertRegex(said, rf"\Acallorv: {text}\n\Z")
+        self.assert_object(result, text=said[len("callorv: "):-1], **expected)
+
+    def direct(self, server, *args):
+        return ("--dictionary", self.dictionary, "--key-file", self.key, "--server", server, *args)
+
+    def deaf(self):
+        """A port at which nobody listens."""
+        sock = socket.socket()
+        self.addCleanup(sock.close)
+        sock.bind(("127.0.0.1", 0))
+        return sock.getsockname()[1]
+
+    def test_a_server_that_is_not_there(self):
+        port = self.deaf()
+        refused = re.escape("Connection refused; nobody listens there "
+                            "(the library says: Failed in connect()(-5)((connect)))")
+        self.assert_fails(("--config", self.config(port)), f"127.0.0.1:{port}: {refused}", code=-3, stage="connect",
+                          address=f"127.0.0.1:{port}", errno=errno.ECONNREFUSED)
+        self.assert_fails(self.direct(f"localhost:{port}"), rf"localhost:{port} \(127\.0\.0\.1\): {refused}", code=-3,
+                          stage="connect", address=f"127.0.0.1:{port}", errno=errno.ECONNREFUSED)
+        self.assert_fails(self.direct("224.0.0.1:7"), re.escape(    # many hosts, which no connection reaches
+            "224.0.0.1:7: Network is unreachable (the library says: Failed in connect()(-5)((connect)))"),
+                          code=-3, stage="connect", address="224.0.0.1:7", errno=errno.ENETUNREACH)
+
+    def test_a_host_that_has_no_address(self):
+        for host, why in (("no.such.host.invalid",
+                           r"(no such host|Host not found \(non-authoritative\), try again later)"),
+                          ("::1", r"only an IPv6 address \(::1\), and calls go over IPv4 only")):
+            text = re.escape(f"(the library says: Failed in gethostbyname()(-4)((hostname={host})))")
+            self.assert_fails(self.direct(f"{host}:1"), rf"{host}:1: {why} {text}", code=-3, stage="connect",
+                              address=f"{host}:1")
+
+    def test_a_reply_that_breaks_off(self):
+        closed = "the connection was closed before the reply was complete (the library says: Socket closed(-9)(OK))"
+        for fault, text, number in (
+                ("close", re.escape(closed), None), ("truncate:10", re.escape(closed), None),
+                ("truncate:200", re.escape(closed), None),
+                ("reset", re.escape("Connection reset by peer (the library says: Socket closed(-9)((Connection reset "
+                                    "by peer)))"), errno.ECONNRESET),
+                ("checksum", r"the reply is damaged \(the library says: Checksum is incorrect\(-13\)"
+                             r"\(\(M:\d+,C:\d+\)\)\)", None),
+                ("zlib", re.escape("the reply is damaged (the library says: Compression failed(-16)(ReceiveFrom(-3)"
+                                   "(0)))"), None)):
             with self.subTest(fault=fault), self.echo("--fault", fault) as server:
-                result = self.call(server, 1201, "Quote", "code=ABC")
-                self.assertEqual((result.returncode, result.stdout), (1, b""))
-                pattern = text if "\\" in text else re.escape(text)
-                self.assertRegex(result.stderr.decode(), rf"\Acallorv: {pattern}\n\Z")
+                self.assert_fails(("--config", self.config(server.port)), rf"127\.0\.0\.1:{server.port}: {text}",
+                                  code=-5, stage="receive", address=f"127.0.0.1:{server.port}", errno=number)
+
+    def test_a_server_of_something_else(self):
+        port, _ = self.peer(b"HTTP/1.1 400 Bad Request\r\n" + b"x" * 128)
+        self.assert_run(self.call(port, 1201, "Quote"), 1, "",
+                        f"callorv: 127.0.0.1:{port}: what answers does not speak the protocol (the library says: "
+                        "Header format is incorrect(-15)(Unknown BeginString[HTTP/1.1 400]))\n")
 
     def test_a_reply_that_does_not_come_in_time(self):
-        for fault, text in (("stall:0", "Socket timeout(-8)((recv to=0))"),
-                            ("stall", "Packet is corrupted(-17)(uncompleted packet timeout(body))")):
+        for fault, text in (("stall:0", "no reply within 3 s (the library says: Socket timeout(-8)((recv to=0)))"),
+                            ("stall", "the reply stopped in the middle for 3 s (the library says: Packet is "
+                                      "corrupted(-17)(uncompleted packet timeout(body)))")):
             with self.echo("--fault", fault) as server:
-                result = run("call", "--dictionary", self.dictionary, "--key-file", self.key, "--server",
-                             f"127.0.0.1:{server.port}", "--timeout", 3, 1201, "Quote", "code=ABC")
-                self.assert_run(result, 1, "", f"callorv: {text}\n")
+                where = f"127.0.0.1:{server.port}"
+                self.assert_fails(self.direct(where, "--timeout", 3), re.escape(f"{where}: {text}"), code=-5,
+                                  stage="receive", address=where)
 
     def test_a_reply_that_cannot_be_read(self):
         port, _ = self.peer(packet(b"<msg no='99'/>"))
-        self.assert_run(self.call(port, 1201, "Quote"), 1, "",
-                        "callorv: -21, XML parsing failed(Handler error : Unknown msgno(99))\n")
+        result = self.call(port, 1201, "Quote", "--json")
+        text = (f"127.0.0.1:{port}: the reply is no message of this dictionary (the library says: -21, XML parsing "
+                "failed(Handler error : Unknown msgno(99)))")
+        self.assertEqual((result.returncode, result.stderr.decode()), (1, f"callorv: {text}\n"))
+        self.assert_object(result, code=-7, text=text, stage="reply", address=f"127.0.0.1:{port}")
+
+    def test_what_fails_before_anything_is_sent_is_an_object_too(self):
+        missing = self.path("missing")
+        good = ("--config", self.config(1))
+        for args, stage, text in (
+                (("--config", missing, 1201, "Quote"), "config", f"{missing}: No such file or directory (the library "
+                 f"says: File open failed [{missing}](2,No such file or directory))"),
+                (self.direct("x:1")[:3] + (missing,) + self.direct("x:1")[4:] + (1201, "Quote"), "key",
+                 f"{missing}: No such file or directory (the library says: File not found({missing}))"),
+                (("--dictionary", self.write("d.xml", "<x/>"), *self.direct("x:1")[2:], 1201, "Quote"), "dictionary",
+                 f"{self.path('d.xml')}: the library says: InitDictionary(Handler error : Unknown root element - x); "
+                 "callorv dict check says everything"),
+                ((*good, 1201, "nosuch"), "request", "no message 'nosuch' in the dictionary"),
+                ((*good, 1201, "Quote", "code=\ud55c\x1b"), "request",
+                 "'\ud55c\ufffd' has a character that ISO-8859-1 cannot write"),
+                ((*good, 1201, "Quote", "count=x", "--repeat", 3), "request", "count: 'x' is no integer of 32 bits"),
+                ((*good, 1201, "--xml", missing), "request", f"{missing}: No such file or directory"),
+                ((*good, 1201, "--xml", self.write("r.xml", "<msg no='3'>\n<t3>Y</t3></msg>")), "request",
+                 f"{self.path('r.xml')}:2: t3: 'Y' is no bool (true or false)"),
+                ((*good, 1201, "--xml", "-", "--as-library"), "request", "standard input: Handler error : [F]MemData "
+                 "(L:1, C:1) invalid document structure")):
+            for form in (("--json",), ("--format", "json")):
+                with self.subTest(args=args):
+                    result = run("call", *args, *form)
+                    self.assertEqual((result.returncode, result.stderr.decode()), (1, f"callorv: {text}\n"))
+                    self.assert_object(result, text=text, stage=stage)
+
+    def test_wrong_usage_is_no_object(self):
+        for args in ((), ("--config", self.config(1), 1201, "Quote", "code"),
+                     (*self.direct("127.0.0.1:70000"), 1201, "Quote")):
+            result = run("call", *args, "--json")
+            self.assertEqual((result.returncode, result.stdout), (2, b""))
+
+    def test_calls_that_fail_are_one_object(self):
+        result = self.call(self.deaf(), 1201, "Quote", "--repeat", 3, "--json")
+        self.assertEqual((result.returncode, result.stderr), (1, b"callorv: 3 of 3 calls failed\n"))
+        self.assertEqual(json.loads(result.stdout)["failed"], 3)
 
     def test_a_configuration_that_cannot_be_used(self):
         missing, config = self.path("missing"), self.path("bad.cfg")
@@ -270,15 +361,48 @@ class FailureTest(CallTest):
                            "or cut off; copy it again, or make one: callorv key make (the library says: Corrupted "
                            "UserKey data)"),
                           (f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=x",
-                           f"{config}: the library says: 'server' key syntax is [server=ip_address port]")):
+                           f"{config}: 'server' is no host, blank and port, as in server = 192.0.2.10 7000")):
             with self.subTest(text=text):
                 self.write("bad.cfg", text)
                 self.assert_run(run("call", "--config", config, 1, 3), 1, "", f"callorv: {why}\n")
 
-    def test_a_host_that_has_no_address(self):
-        result = run("call", "--dictionary", self.dictionary, "--key-file", self.key,
-                     "--server", "no.such.host.invalid:1", 1, 3)
-        self.assert_run(result, 1, "", "callorv: Failed in gethostbyname()(-4)((hostname=no.such.host.invalid))\n")
+    def test_a_port_that_is_none(self):
+        config = self.path("bad.cfg")
+        for port in ("abc", "70000", "0", "-1", "7000x", "99999999999", "7000,"):
+            with self.subTest(port=port):
+                self.write("bad.cfg", f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=127.0.0.1 {port}\n")
+                self.assert_fails(("--config", config), re.escape(
+                    f"{config}: 'server' has '{port}' where a port from 1 to 65535 belongs"), stage="config")
+
+    def test_a_tab_between_host_and_port(self):
+        config = self.path("bad.cfg")
+        for server in ("127.0.0.1\t1", "127.0.0.1\t1 1"):
+            self.write("bad.cfg", f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver={server}\n")
+            self.assert_fails(("--config", config), re.escape(
+                f"{config}: 'server' has a tab behind the host, where the library wants a blank"), stage="config")
+        self.write("bad.cfg", f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=\t127.0.0.1 \t1\t\n")
+        self.assertIn(b"127.0.0.1:1: Connection refused", run("call", "--config", config, 1, 3).stderr)
+
+    def test_a_byte_order_mark(self):
+        config = self.path("bad.cfg")
+        lines = f"msg_dic={self.dictionary}\nkey_file={self.key}\nserver=127.0.0.1 1\n"
+        for text in (lines, "timeout=120\n" + lines):
+            self.write("bad.cfg", "\ufeff" + text)
+            self.assert_fails(("--config", config), re.escape(
+                f"{config}:1: a byte order mark stands before the first key, which the library takes for a part of it: "
+                "save the file without one"), stage="config")
+        for text in ("\ufeff# first a comment\n", "\ufeff \t\r\n"):    # which takes nothing with it
+            self.write("bad.cfg", text + lines)
+            self.assertIn(b"127.0.0.1:1: Connection refused", run("call", "--config", config, 1, 3).stderr)
+
+    def test_a_configuration_from_a_pipe(self):
+        os.mkfifo(self.path("pipe"))
+        with self.echo() as server, open(self.config(server.port), "rb") as file:
+            text = file.read()
+            writer = threading.Thread(target=lambda: self.write("pipe", text))
+            writer.start()
+            self.assert_run(run("call", "--config", self.path("pipe"), 1201, "Quote"), 0, err="")
+            writer.join()
 
 
 class DirectTest(CallTest):
@@ -338,7 +462,8 @@ reply
             result = self.call(server, 1201, "Quote", "--trace")
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stderr.decode(),
-                         r"(?s)\Arequest\n.*\n  body: <\?xml.*</msg>\ncallorv: Socket closed\(-9\)\(OK\)\n\Z")
+                         r"(?s)\Arequest\n.*\n  body: <\?xml.*</msg>\ncallorv: [^\n]* \(the library says: "
+                         r"Socket closed\(-9\)\(OK\)\)\n\Z")
 
 
 class MeasureTest(CallTest):
@@ -370,14 +495,16 @@ class MeasureTest(CallTest):
 
     def test_counts_failures_by_code(self):
         with self.echo("--quiet", "--fault", "reject:17@25", "--fault", "close@50") as server:
+            closed = (f"127.0.0.1:{server.port}: the connection was closed before the reply was complete (the library "
+                      "says: Socket closed(-9)(OK))")
             result = self.call(server, 1201, "Quote", "--repeat", 16)
             self.assertEqual(result.returncode, 1)
             self.assertEqual(result.stderr.decode(), "callorv: 10 of 16 calls failed\n")
             self.assertEqual(result.stdout.decode().splitlines()[2:],
-                             ["6 x -5  Socket closed(-9)(OK)", "4 x 17  rejected on request of --fault"])
+                             [f"6 x -5  {closed}", "4 x 17  rejected on request of --fault"])
             seen = json.loads(self.call(server, 1201, "Quote", "--repeat", 16, "--json").stdout)
             self.assertEqual(seen["failed"], 10)
-            self.assertEqual(seen["errors"], [{"code": -5, "text": "Socket closed(-9)(OK)", "count": 6},
+            self.assertEqual(seen["errors"], [{"code": -5, "text": closed, "count": 6},
                                               {"code": 17, "text": "rejected on request of --fault", "count": 4}])
 
     def test_a_wrong_request_is_said_once(self):
@@ -451,6 +578,7 @@ class ArgumentTest(CallTest):
                 ((*direct[:4], "1", "3"), "--dictionary requires --server"),
                 ((*direct[2:], "1", "3"), "--key-file requires --dictionary"),
                 ((*direct[:5], "127.0.0.1", "1", "3"), "--server: '127.0.0.1' is not HOST:PORT"),
+                ((*direct[:5], ":7000", "1", "3"), "--server: ':7000' is not HOST:PORT"),
                 ((*direct[:5], "127.0.0.1:x", "1", "3"), "--server: '127.0.0.1:x' is not HOST:PORT"),
                 ((*direct[:5], "127.0.0.1:0", "1", "3"), "--server: '127.0.0.1:0' is not HOST:PORT"),
                 ((*direct[:5], "127.0.0.1:65536", "1", "3"), "--server: '127.0.0.1:65536' is not HOST:PORT"),

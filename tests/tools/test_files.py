@@ -145,8 +145,8 @@ class FileTest(ToolTest):
                 (good[0], key, good[2], key, FOREIGN_KEY_TEXT),
                 (missing, good[1], good[2], missing, "No such file or directory"),
                 (good[0], missing, good[2], missing, "No such file or directory"),
-                (good[0], good[1], "127.0.0.1", config, "the library says: 'server' key syntax is "
-                 "[server=ip_address port]")):
+                (good[0], good[1], "127.0.0.1", config, "'server' is no host, blank and port, as in server = "
+                 "192.0.2.10 7000")):
             self.write("client.cfg", f"msg_dic={dictionary}\nkey_file={key_path}\nserver={server}\n")
             result = run("call", "--config", config, 1, "Quote")
             self.assert_run(result, 1, "")

@@ -1,4 +1,4 @@
-"""The messages that people write for callorv call --xml and serve --replies: read whole, checked, refused with a line."""
+"""The messages that people write for callorv call --xml and serve --replies: read whole, or refused with a line."""
 import os
 import re
 import unittest

@@ -130,6 +130,16 @@ class LifeTest(ServeTest):
             self.assertEqual(process.wait(30), 0)
         os.close(master)
 
+    def test_ends_when_it_cannot_say_where_it_listens(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open("/dev/full", "wb") as full, os.fdopen(writer, "wb") as unread:
+            for out in (full, unread):
+                result = subprocess.run([COMMAND, "serve", "--dictionary", self.dictionary, "--echo"], stdout=out,
+                                        stderr=subprocess.PIPE, timeout=60, check=False)
+                self.assertEqual((result.returncode, result.stderr),
+                                 (1, b"callorv: standard output cannot be written\n"))
+
     def test_goes_on_when_nobody_reads_its_log(self):
         with subprocess.Popen([COMMAND, "serve", "--dictionary", self.dictionary, "--echo"], stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE) as process:

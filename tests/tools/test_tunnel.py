@@ -150,7 +150,8 @@ class TunnelTest(ToolTest):
         result = self.call(**changes)
         self.assert_run(result, 1, "")
         # the tunnel may have closed before the request is sent, or after
-        self.assertRegex(result.stderr.decode(), r"\Acallorv: (Socket closed\(-9\)|Failed in send\(\)\(-6\))")
+        self.assertRegex(result.stderr.decode(), r"\Acallorv: .* \(the library says: (Socket closed\(-9\)|Failed in "
+                                                 r"send\(\)\(-6\))")
         self.assertIn("served 0 calls, 0 errors", self.server.log)
         self.assertRegex(who().log, why)
 

@@ -1,12 +1,16 @@
 // callorv call: a service from the shell.
 #include <callorv/callorv.hpp>
 
+#include <chrono>
 #include <climits>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "call_error.h"
+#include "client_setup.h"
 #include "command.h"
+#include "connection_words.h"
 #include "input.h"
 #include "measure.h"
 #include "msg_file.h"
@@ -14,7 +18,6 @@
 #include "msg_path.h"
 #include "options.h"
 #include "packet_view.h"
-#include "refusal.h"
 #include "text.h"
 
 namespace {
@@ -51,47 +54,6 @@ struct T_Options {
   int iThreads = 1;
 };
 
-// The library takes whatever a key file decrypts to; a key that is noise would go to the server with every request.
-void RequireKey(const std::string& p_sPath) {
-  if (const std::string sReason = KeyReason(p_sPath); !sReason.empty()) throw CFailure(p_sPath + ": " + sReason);
-}
-
-// Sets the client up from a configuration file. The library's error names no file: what each says is compared.
-void Initialize(const std::string& p_sConfig) {
-  CCallOrvError cError;
-  const int iRet = CCallOrv::Initialize(p_sConfig.c_str(), &cError);
-  CCfgReader cConfig;
-  CString sDictionary, sKeyFile, sKey, sKeyError;
-  cConfig.Load(p_sConfig.c_str());
-  cConfig.GetStrVal("msg_dic", &sDictionary);
-  cConfig.GetStrVal("key_file", &sKeyFile);
-  const CString sText = cError.GetText();
-  if (iRet == -2) throw CFailure(DictionaryRefusal(sDictionary.ToStr(), sText.ToStr()));
-  if (iRet == 0) return RequireKey(sKeyFile.ToStr());
-  CCallOrv::GetUserKey(sKeyFile.ToStr(), sKey, sKeyError);
-  if (sText == sKeyError.ToStr() || sText == "Invalid UserKey") {
-    throw CFailure(KeyRefusal(sKeyFile.ToStr(), sText.ToStr()));
-  }
-  throw CFailure(Refusal(p_sConfig, WhyUnreadable(p_sConfig), sText.ToStr()));
-}
-
-void Initialize(const T_Options& p_tOptions) {
-  if (!p_tOptions.sConfig.empty()) return Initialize(p_tOptions.sConfig);
-  const size_t iColon = p_tOptions.sServer.rfind(':');
-  int iPort = 0;
-  if (iColon == std::string::npos || !ParseNumber(p_tOptions.sServer.substr(iColon + 1), 1, 65535, iPort)) {
-    throw CUsage("--server: '" + p_tOptions.sServer + "' is not HOST:PORT");
-  }
-  CCallOrvError cError;
-  const int iRet =
-      CCallOrv::Initialize(p_tOptions.sKeyFile.c_str(), p_tOptions.sDictionary.c_str(),
-                           p_tOptions.sServer.substr(0, iColon).c_str(), iPort, p_tOptions.iTimeOut, &cError);
-  const std::string sText = cError.GetText().ToStr();
-  if (iRet == -2) throw CFailure(DictionaryRefusal(p_tOptions.sDictionary, sText));
-  if (iRet < 0) throw CFailure(KeyRefusal(p_tOptions.sKeyFile, sText));
-  RequireKey(p_tOptions.sKeyFile);
-}
-
 int FindMessage(const std::string& p_sMessage) {
   int iFound = 0;
   if (!ParseNumber(p_sMessage, 0, INT_MAX, iFound)) {
@@ -124,11 +86,20 @@ std::shared_ptr<CMsg> MakeRequest(const T_Options& p_tOptions, const std::string
   return pRequest;
 }
 
-bool IsRejection(int p_iRet) { return p_iRet == -4; }
-
 // What a failed call says: a rejection is the server's word, everything else the library's.
-std::string ErrorText(int p_iRet, const CCallOrvError& p_cError) {
-  if (!IsRejection(p_iRet)) return p_cError.GetText().ToStr();
+void ExplainFailure(int p_iRet, const CCallOrvError& p_cError, const T_Server& p_tServer, double p_dSeconds,
+                    T_CallError& p_tError) {
+  p_tError.iCode = p_cError.GetCode();
+  p_tError.sText = p_cError.GetText().ToStr();
+  if (p_iRet == -3) return ExplainConnection(p_tServer, p_dSeconds, p_tError);
+  p_tError.eStage = CALL_REPLY;
+  p_tError.sAddress = AddressOf(p_tServer);
+  p_tError.bRejected = p_iRet == -4;
+  p_tError.iService = p_cError.GetRefSvcNum();
+  p_tError.sText = ToUtf8(p_tError.sText);
+}
+
+std::string RejectionText(const CCallOrvError& p_cError) {
   return "rejected by the server: Code=" + std::to_string(p_cError.GetCode()) +
          ", Text=" + Printable(p_cError.GetText().ToStr(), false) +
          ", RefSvcNum=" + std::to_string(p_cError.GetRefSvcNum());
@@ -161,25 +132,24 @@ void PrintReply(CMsg& p_cReply, const std::string& p_sFormat) {
   }
 }
 
-void CallOnce(const T_Options& p_tOptions, const std::string& p_sXml) {
+double SecondsSince(std::chrono::steady_clock::time_point p_tStart) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - p_tStart).count();
+}
+
+void CallOnce(const T_Options& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer,
+              T_CallError& p_tError) {
   const auto pRequest = MakeRequest(p_tOptions, p_sXml);
   CMsg cReply(0, 0, 0, MA_GetMsgDic());
   CCallOrvError cError;
   CCallOrv::T_Exchange tExchange;
+  const auto tStart = std::chrono::steady_clock::now();
   const int iRet = CCallOrv::CallServiceByMsg(p_tOptions.iService, pRequest.get(), &cReply, &cError,
                                               p_tOptions.bTrace ? &tExchange : nullptr);
+  const double dSeconds = SecondsSince(tStart);
   if (p_tOptions.bTrace) PrintTrace(tExchange, p_tOptions.bShowKey);
   if (iRet == 0) return PrintReply(cReply, p_tOptions.sFormat);
-  if (p_tOptions.sFormat == "json") {
-    const Json cFailure{{"error",
-                         {{"rejected", IsRejection(iRet)},
-                          {"code", cError.GetCode()},
-                          {"text", ToUtf8(cError.GetText().ToStr())},
-                          {"service", cError.GetRefSvcNum()}}}};
-    std::cout << cFailure.dump(2) << '\n';
-    std::cout.flush();
-  }
-  throw CFailure(ErrorText(iRet, cError));
+  ExplainFailure(iRet, cError, p_tServer, dSeconds, p_tError);
+  throw CFailure(p_tError.bRejected ? RejectionText(cError) : p_tError.sText);
 }
 
 void PrintMeasurement(const T_Measurement& p_t, bool p_bJson) {
@@ -214,9 +184,22 @@ void PrintMeasurement(const T_Measurement& p_t, bool p_bJson) {
   }
 }
 
-void CallMany(const T_Options& p_tOptions, const std::string& p_sXml) {
+// The texts of failures in the words of one call. What a server said by a rejection stays.
+void ExplainMeasurement(const T_Server& p_tServer, T_Measurement& p_t) {
+  for (auto& [iCode, tFailure] : p_t.cFailures) {
+    if (iCode < -7 || iCode > -3 || !IsConnectionText(tFailure.sText)) continue;
+    T_CallError tError;
+    tError.iCode = iCode;
+    tError.sText = tFailure.sText;
+    ExplainConnection(p_tServer, 0, tError);
+    tFailure.sText = tError.sText;
+  }
+}
+
+// Returns what is to be said of calls that failed, "" when none did.
+std::string CallMany(const T_Options& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer) {
   MakeRequest(p_tOptions, p_sXml);    // what is wrong with the request is said once
-  const T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, [&]() -> CCall {
+  T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, [&]() -> CCall {
     const auto pRequest = MakeRequest(p_tOptions, p_sXml);    // a message belongs to one thread
     return [pRequest, iService = p_tOptions.iService](std::string& p_sText) {
       CMsg cReply(0, 0, 0, MA_GetMsgDic());    // a new one each time: a message keeps what it held before
@@ -227,11 +210,32 @@ void CallMany(const T_Options& p_tOptions, const std::string& p_sXml) {
       return cError.GetCode() != 0 ? cError.GetCode() : iRet;
     };
   });
+  ExplainMeasurement(p_tServer, tResult);
   PrintMeasurement(tResult, p_tOptions.sFormat == "json");
   std::cout.flush();
-  if (tResult.iFailed > 0) {
-    throw CFailure(std::to_string(tResult.iFailed) + " of " + std::to_string(tResult.iCalls) + " calls failed");
+  if (tResult.iFailed == 0) return "";
+  return std::to_string(tResult.iFailed) + " of " + std::to_string(tResult.iCalls) + " calls failed";
+}
+
+// Does everything but the check of the arguments. What fails is also in p_tError. Returns as CallMany does.
+std::string SetUpAndCall(const T_Options& p_tOptions, T_Server p_tServer, T_CallError& p_tError) {
+  if (!p_tOptions.sConfig.empty()) {
+    p_tServer = SetUpClient(p_tOptions.sConfig, p_tError.eStage);
+  } else {
+    SetUpClient({p_tOptions.sDictionary, p_tOptions.sKeyFile}, p_tServer, p_tError.eStage);
   }
+  p_tError.eStage = CALL_REQUEST;
+  const std::string sXml = p_tOptions.sXml.empty() ? "" : ReadWholeFile(p_tOptions.sXml);
+  if (p_tOptions.iRepeat > 0) return CallMany(p_tOptions, sXml, p_tServer);
+  CallOnce(p_tOptions, sXml, p_tServer, p_tError);
+  return "";
+}
+
+// An error as the object that --json promises, and as any other.
+[[noreturn]] void Fail(const T_Options& p_tOptions, T_CallError p_tError, const std::string& p_sText) {
+  if (!p_tError.bRejected) p_tError.sText = PrintableFailure(p_sText);
+  if (p_tOptions.sFormat == "json") std::cout << ToJson(p_tError) << std::flush;
+  throw CFailure(p_sText);
 }
 
 void Call(T_Options& p_tOptions) {
@@ -248,9 +252,24 @@ void Call(T_Options& p_tOptions) {
   } else if (p_tOptions.sXml.empty() && p_tOptions.sMessage.empty()) {
     throw CUsage("MESSAGE or --xml FILE is needed");
   }
-  Initialize(p_tOptions);
-  const std::string sXml = p_tOptions.sXml.empty() ? "" : ReadWholeFile(p_tOptions.sXml);
-  p_tOptions.iRepeat > 0 ? CallMany(p_tOptions, sXml) : CallOnce(p_tOptions, sXml);
+  T_Server tServer;
+  if (bDirect) {
+    tServer = ParseServer(p_tOptions.sServer);
+    tServer.iTimeOut = p_tOptions.iTimeOut;
+  }
+  T_CallError tError;
+  tError.iService = p_tOptions.iService;
+  std::string sFailed;
+  try {
+    sFailed = SetUpAndCall(p_tOptions, tServer, tError);
+  } catch (const CUsage&) {    // of a TAG=VALUE
+    throw;
+  } catch (const CException& cError) {
+    Fail(p_tOptions, tError, cError.GetText());
+  } catch (const std::exception& cError) {
+    Fail(p_tOptions, tError, cError.what());
+  }
+  if (!sFailed.empty()) throw CFailure(sFailed);
 }
 
 }    // namespace

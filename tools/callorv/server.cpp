@@ -289,6 +289,7 @@ void CServer::Listen() {
   if (cError) throw CFailure("listen on " + sPlace + ": " + cError.message());
   const tcp::endpoint cBound = m_cAcceptor.local_endpoint();
   std::cout << "listening on " << cBound.address().to_string() << ' ' << cBound.port() << std::endl;
+  if (!std::cout) throw CFailure("standard output cannot be written");    // whoever started it waits for this line
 }
 
 void CServer::Accept() {

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -71,9 +72,9 @@ std::string Decode(const std::string& p_sName, const std::string& p_sData) {
   struct T_Close {
     void operator()(void* p_p) const { iconv_close(static_cast<iconv_t>(p_p)); }
   };
-  const iconv_t pRaw = tFrom.sName.find('/') == std::string::npos ? iconv_open("UTF-8", tFrom.sName.c_str())
-                                                                  : reinterpret_cast<iconv_t>(-1);
-  if (pRaw == reinterpret_cast<iconv_t>(-1)) {
+  const bool bName = tFrom.sName.find('/') == std::string::npos;    // behind one, iconv looks for other wishes
+  const iconv_t pRaw = bName ? iconv_open("UTF-8", tFrom.sName.c_str()) : nullptr;
+  if (pRaw == nullptr || reinterpret_cast<intptr_t>(pRaw) == -1) {
     FailAtLine(p_sName, 1, "the encoding '" + tFrom.sName + "' is unknown here: save the file as UTF-8");
   }
   const std::unique_ptr<void, T_Close> pCoder(pRaw);
@@ -150,7 +151,9 @@ CXmlFile::CXmlFile(const std::string& p_sName, const std::string& p_sData)
   const size_t iNul = m_sText.find('\0');
   if (iNul != std::string::npos) FailAtLine(m_sName, LineAt(iNul), "here is a NUL character");
   const auto tResult = m_cDocument.load_buffer(m_sText.data(), m_sText.size(), PARSE, pugi::encoding_utf8);
-  if (!tResult) FailAtLine(m_sName, LineAt(tResult.offset), std::string("no XML: ") + tResult.description());
+  if (!tResult) {
+    FailAtLine(m_sName, LineAt(static_cast<size_t>(tResult.offset)), std::string("no XML: ") + tResult.description());
+  }
   for (const pugi::xml_node& cNode : m_cDocument.children()) {
     if (cNode.type() == pugi::node_doctype) Fail(cNode, "DOCTYPE is not allowed");
     if (IsText(cNode) && IsBlank(cNode.value())) continue;
@@ -165,12 +168,14 @@ bool CXmlFile::IsBlank(std::string_view p_sText) {
   return p_sText.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-size_t CXmlFile::LineAt(ptrdiff_t p_iAt) const {
-  return 1 + LinesIn(std::string_view(m_sText).substr(0, static_cast<size_t>(std::max<ptrdiff_t>(p_iAt, 0))));
+size_t CXmlFile::LineAt(size_t p_iAt) const { return 1 + LinesIn(std::string_view(m_sText).substr(0, p_iAt)); }
+
+size_t CXmlFile::LineOf(const pugi::xml_node& p_cNode) const {
+  return LineAt(static_cast<size_t>(std::max<ptrdiff_t>(p_cNode.offset_debug(), 0)));
 }
 
 void CXmlFile::Fail(const pugi::xml_node& p_cNode, const std::string& p_sWhy) const {
-  FailAtLine(m_sName, LineAt(p_cNode.offset_debug()), p_sWhy);
+  FailAtLine(m_sName, LineOf(p_cNode), p_sWhy);
 }
 
 std::string CXmlFile::Resolve(const pugi::xml_node& p_cNode, std::string_view p_sRaw) const {
@@ -182,7 +187,7 @@ std::string CXmlFile::Resolve(const pugi::xml_node& p_cNode, std::string_view p_
     const size_t iEnd = std::min(p_sRaw.find_first_of("; \t\n&", iText + 1), p_sRaw.size());
     const std::string_view sReference = p_sRaw.substr(iText, iEnd - iText);
     if (iEnd == p_sRaw.size() || p_sRaw[iEnd] != ';' || !AppendReference(sOut, sReference.substr(1))) {
-      FailAtLine(m_sName, LineAt(p_cNode.offset_debug()) + LinesIn(p_sRaw.substr(0, iText)),
+      FailAtLine(m_sName, LineOf(p_cNode) + LinesIn(p_sRaw.substr(0, iText)),
                  "'" + std::string(sReference) + "' is no reference that is known here: write &amp; for &");
     }
     iDone = iEnd + 1;

@@ -31,7 +31,8 @@ class CXmlFile {
   pugi::xml_document m_cDocument;
   pugi::xml_node m_cRoot;
 
-  size_t LineAt(ptrdiff_t p_iAt) const;    // the line of a byte of m_sText
+  size_t LineAt(size_t p_iAt) const;    // the line of a byte of m_sText
+  size_t LineOf(const pugi::xml_node& p_cNode) const;
   std::string Resolve(const pugi::xml_node& p_cNode, std::string_view p_sRaw) const;
 };
 
