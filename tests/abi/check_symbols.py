@@ -33,13 +33,15 @@ def declared():
             scope, is_open = scopes[-1]
             exported_class = re.search(r"(class|struct) CALLORV_API (\w+)", code)
             if is_open:
-                names.update(scope + re.sub(r"\s", "", name) for name in re.findall(r"operator\s*[^\s\w(]+|~?\w+", code))
+                words = re.findall(r"operator\s*[^\s\w(]+|~?\w+", code)
+                names.update(scope + re.sub(r"\s", "", word) for word in words)
             elif not scope:
                 names.update(re.findall(r"CALLORV_API [^;]*?(operator[^\s\w(]+|\w+)\(", code))
             if mark[0] == "{":
                 if exported_class:
-                    names.update(f"{what} for {scope}{exported_class[2]}" for what in ("vtable", "typeinfo", "typeinfo name"))
-                    scopes.append([scope + exported_class[2] + "::", exported_class[1] == "struct"])
+                    name = scope + exported_class[2]
+                    names.update(f"{what} for {name}" for what in ("vtable", "typeinfo", "typeinfo name"))
+                    scopes.append([name + "::", exported_class[1] == "struct"])
                 else:
                     scopes.append([scope, False])
             elif mark[0] == "}":
@@ -55,7 +57,8 @@ def is_declared(symbol, names):
 
 def symbols(*files):
     """The defined symbols of a table and the undefined ones."""
-    table = subprocess.run(["readelf", "--demangle", "--wide", *files], check=True, capture_output=True, text=True).stdout
+    table = subprocess.run(["readelf", "--demangle", "--wide", *files], check=True, capture_output=True,
+                           text=True).stdout
     entry = re.compile(r"^ *\d+: \w+ +(\w+) \w+ +(\w+) +(\w+) +(\w+) (.+)$", re.MULTILINE)
     found = [Symbol(*line) for line in entry.findall(table)]
     return [s for s in found if s.section not in ("UND", "ABS")], [s for s in found if s.section == "UND"]
@@ -100,7 +103,8 @@ def main():
     if narrow and word == 4:
         print("imports what ends in 2038:", *narrow, sep="\n  ")
         return 1
-    difference = [*difflib.unified_diff(known, sorted(exported), str(options.list), str(options.library), lineterm="", n=0),
+    difference = [*difflib.unified_diff(known, sorted(exported), str(options.list), str(options.library),
+                                        lineterm="", n=0),
                   *(f"declared for callers, not exported: {name}" for name in sorted(promised.difference(known)))]
     print(*difference, sep="\n", end="\n" if difference else "")
     if difference:
