@@ -22,7 +22,7 @@ namespace {
 enum { STEP_BYTES = 64 * 1024 };
 // The first bytes are received here, which spares a short packet's header and trailer a call of the system each, and needs
 // no memory for a body that is only announced.
-enum { FIRST_BYTES = 16 * 1024 };
+enum { FIRST_BYTES = 4 * 1024 };
 
 }    // namespace
 

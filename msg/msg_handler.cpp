@@ -1,6 +1,7 @@
 // Turns the elements of a message document into stored values.
 #include "msg/msg_handler.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -85,7 +86,13 @@ void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
   if (pMsgInfo == nullptr) throw CException(MSG_XML, "Unknown msgno(%d)", m_iMsgNum);
   m_pRootMsg->Init(m_iMsgNum, 0, 0);
   m_pRootMsg->SetVer(sVer);
-  m_atOpen[1] = {nullptr, nullptr, pMsgInfo};
+  m_pOpen[1] = {nullptr, nullptr, pMsgInfo};
+}
+
+void MsgHandler::MakeRoom() {
+  m_pFar.reset(new T_Open[MAX_DEPTH + 1]);
+  std::copy(m_atNear + 1, m_atNear + NEAR, m_pFar.get() + 1);    // depths begin with 1
+  m_pOpen = m_pFar.get();
 }
 
 // The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
@@ -129,8 +136,9 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
     StartRoot(CNarrow(p_szLocalName).Text(), p_cAttrs);
     return;
   }
+  if (iDepth == NEAR && m_pFar == nullptr) MakeRoom();
   const CTagInfo* pTag = Lookup(p_szLocalName, iDepth);
-  m_atOpen[iDepth] = {p_szLocalName, pTag, nullptr};
+  m_pOpen[iDepth] = {p_szLocalName, pTag, nullptr};
   m_iCurrentTag = pTag->m_iTagNum;
   m_pCurrentTag = pTag;
   if (pTag->m_eType != TAG_SUBMSG) return;
@@ -140,7 +148,7 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
   const int iSubMsg = m_pCurrentMsg->GetMsgNum();
   const CMsgInfo* pSubInfo = m_pDic->GetMsgInfo(iSubMsg);
   if (pSubInfo == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
-  m_atOpen[iDepth].pInside = pSubInfo;
+  m_pOpen[iDepth].pInside = pSubInfo;
 }
 
 void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen) {
@@ -159,7 +167,7 @@ void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName
   const int iDepth = Leave();
   if (iDepth == 1) return;
   // The parser hands out one and the same name at both ends of an element.
-  const T_Open& tOpen = m_atOpen[iDepth];
+  const T_Open& tOpen = m_pOpen[iDepth];
   const CTagInfo* pTag =
       tOpen.szName == p_szLocalName ? tOpen.pTag : Resolve(p_szLocalName, iDepth, s_tEnd);
   if (pTag->m_eType != TAG_SUBMSG) return;

@@ -2,6 +2,7 @@
 #ifndef CALLORV_MSG_MSG_HANDLER_H
 #define CALLORV_MSG_MSG_HANDLER_H
 
+#include <memory>
 #include <string_view>
 
 #include "callorv/msg/msg.h"
@@ -33,7 +34,7 @@ class MsgHandler : public callorv::detail::CXmlHandler {
     const CMsgInfo* pMsgInfo;
     const CTagInfo* pTag;
   };
-  enum { KNOWN = 32 };
+  enum { KNOWN = 32, NEAR = 16 };
 
   CMsgDic* m_pDic;
   int m_iMsgNum;              // the root's "no"
@@ -43,11 +44,14 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   CMsg* m_pRootMsg;
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
   T_Known m_atKnown[KNOWN] = {};     // by address of the name
-  T_Open m_atOpen[MAX_DEPTH + 1];    // by depth
+  T_Open m_atNear[NEAR];
+  std::unique_ptr<T_Open[]> m_pFar;    // MAX_DEPTH + 1; made for a document too deep for m_atNear, as threads have small stacks
+  T_Open* m_pOpen = m_atNear;          // by depth: the one of the two that is in use
 
   void Read(std::string_view p_svXml, callorv::detail::E_Reader p_eReader);
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
-  const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_atOpen[p_iDepth - 1].pInside : nullptr; }
+  void MakeRoom();
+  const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_pOpen[p_iDepth - 1].pInside : nullptr; }
   const CTagInfo* Lookup(const XMLCh* p_szWide, int p_iDepth);
   const CTagInfo* Resolve(const XMLCh* p_szWide, int p_iDepth, const T_TagTexts& p_tTexts) const;
 

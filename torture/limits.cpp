@@ -32,6 +32,7 @@
 
 #include "client.h"
 #include "memory.h"
+#include "support/small_stack.h"
 #include "tally.h"
 
 namespace {
@@ -39,7 +40,7 @@ namespace {
 using xercesc::XMLPlatformUtils;
 
 enum {
-  STACK = 256 * 1024,    // bytes
+  LOOKUP_STACK = 256 * 1024,    // bytes, for the system's looking up of a host name
   NEST = 200,            // message with tag 1, a number, and tag 2, itself
   LEVELS = 1000,         // of a document that readers accept
   DEEP = 100000          // levels of a message in memory
@@ -225,13 +226,13 @@ class CTaken {
 };
 
 std::string LoadText(const std::string& p_sDictionary) {    // "" when it was loaded
-  CMsgDic cDic;
+  const auto pDic = std::make_unique<CMsgDic>();    // too large for a small stack
   try {
-    cDic.InitDictionary(p_sDictionary.c_str());
+    pDic->InitDictionary(p_sDictionary.c_str());
   } catch (const CException& cError) {
     return std::to_string(cError.GetCode()) + ' ' + cError.GetText();
   }
-  return cDic.GetMsgInfo(NEST) != nullptr ? "" : "incomplete";
+  return pDic->GetMsgInfo(NEST) != nullptr ? "" : "incomplete";
 }
 
 void NoDescriptors(CCases& p_cCases, CClient& p_cClient) {
@@ -301,23 +302,6 @@ void HighDescriptors(CCases& p_cCases, CClient& p_cClient) {
 
 // ---- stack
 
-// Runs p_fn in a thread with a small stack.
-void OnSmallStack(const std::function<void()>& p_fn) {
-  pthread_attr_t tAttr;
-  pthread_attr_init(&tAttr);
-  pthread_attr_setstacksize(&tAttr, STACK);
-  pthread_t tThread;
-  const auto fnRun = [](void* p_p) -> void* {
-    (*static_cast<const std::function<void()>*>(p_p))();
-    return nullptr;
-  };
-  if (pthread_create(&tThread, &tAttr, fnRun, const_cast<std::function<void()>*>(&p_fn)) != 0) {
-    throw std::runtime_error("no thread");
-  }
-  pthread_join(tThread, nullptr);
-  pthread_attr_destroy(&tAttr);
-}
-
 std::unique_ptr<CMsg> Nested(int p_iLevels) {
   std::unique_ptr<CMsg> pRoot(MA_NewMsg(NEST));
   CMsg* pMsg = pRoot.get();
@@ -353,21 +337,25 @@ std::string HostName() {
 }
 
 void SmallStack(CGroups& p_cGroups, CClient& p_cClient) {
-  const std::string sHost = HostName();
-  const auto fnRun = [&](const std::string& p_sName, const std::function<void(CCases&)>& p_fn) {
+  const auto fnRunFor = [&](const std::string& p_sName, const std::string& p_sHost, size_t p_uStack,
+                            const std::function<void(CCases&)>& p_fn) {
     p_cGroups.Run("stack, " + p_sName, [&](CCases& p_cCases) {
       const CServer cServer(p_cClient.Dictionary(), {});
       const std::string sCfg = p_cClient.Dir().Write(
           "stack.cfg", "msg_dic = " + p_cClient.Dictionary() + "\nkey_file = " + p_cClient.Key() +
-                           "\nserver = " + sHost + ' ' + std::to_string(cServer.Port()) + "\n");
+                           "\nserver = " + p_sHost + ' ' + std::to_string(cServer.Port()) + "\n");
       OnSmallStack([&] {
         CallOrv_Error tErr = {};
         const int iRet = CallOrv_Initialize(sCfg.c_str(), &tErr);
         p_cCases.Check(iRet == 0, "set-up: " + ErrorText(iRet, tErr));
         if (iRet == 0) p_fn(p_cCases);
-      });
+      }, p_uStack);
     });
   };
+  const auto fnRun = [&](const std::string& p_sName, const std::function<void(CCases&)>& p_fn) {
+    fnRunFor(p_sName, "127.0.0.1", SMALL_STACK, p_fn);
+  };
+  fnRunFor("host name", HostName(), LOOKUP_STACK, [](CCases& p_cCases) { CheckReply(p_cCases, "call"); });
   fnRun("short call", [](CCases& p_cCases) { CheckReply(p_cCases, "call"); });
   fnRun("long call", [](CCases& p_cCases) { CheckReply(p_cCases, "call", std::string(20000000, 'x')); });
   fnRun("array", [](CCases& p_cCases) {

@@ -13,10 +13,10 @@
 
 // Calls go to 127.0.0.1 and this port from now on, as user TEST-USER-1. Only the first time reads the dictionary, since
 // a process can load its messages once; later ones read an empty one.
-inline void SetUp(int p_iPort, int p_iTimeOut = 30) {
+inline void SetUp(int p_iPort, int p_iTimeOut = 30, const std::string& p_sDictionary = ClientDictionary()) {
   static const CTempDir s_cDir;
   static const std::string s_sKey = s_cDir.Write("user.key", KeyFile("TEST-USER-1"));
-  static std::string s_sDictionary = s_cDir.Write("full.xml", ClientDictionary());
+  static std::string s_sDictionary = s_cDir.Write("full.xml", p_sDictionary);
   CCallOrvError cErr;
   const int iRet = CCallOrv::Initialize(s_sKey.c_str(), s_sDictionary.c_str(), "127.0.0.1", p_iPort, p_iTimeOut, &cErr);
   REQUIRE_MESSAGE(iRet == 0, cErr.sText.ToStr());
