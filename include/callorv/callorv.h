@@ -29,7 +29,13 @@ typedef struct CMsg CMsg;
  * Stack: 40 KB in all are enough for each of these functions, whatever a server or a file says. That is 40960 bytes as
  * pthread_attr_setstacksize takes them, with what the C library puts there itself (the thread's descriptor and the
  * thread-local variables of all libraries) and without the guard. To be added: what the application itself has on the
- * stack, signal handlers that run there, and the system's looking up of a host name (none for an IPv4 address). */
+ * stack, signal handlers that run there, and the system's looking up of a host name (none for an IPv4 address).
+ *
+ * fork: the parent goes on as before. A child may do everything when no other thread was in one of these functions while
+ * it was forked; messages that it has are its own copies. When another thread was, the child may do what the system
+ * allows to the children of programs with threads - exec, or _exit - and no more: a lock that the other thread held, of
+ * the XML parser or the C library, is held for ever there, and a call may wait for it. Do not fork during initialisation.
+ * Connections that are open are copied into the child; that of CallOrv_CallService ends with the call all the same. */
 
 /* An error record; the caller's, 1032 bytes. Written on failure only. */
 typedef struct CallOrv_Error {

@@ -1,0 +1,116 @@
+// Processes that fork while their threads are inside the library.
+#include <callorv/callorv.h>
+#include <callorv/callorv.hpp>
+#include <doctest/doctest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/service_peer.h"
+#include "support/set_up.h"
+
+namespace {
+
+// Whether documents of every fate are read as they should be: with a kept reader, with a new one, and not at all.
+bool ReadsAll() {
+  const auto fnRead = [](std::string p_sXml) {
+    CMsg cMsg(0, 0, 0, MA_GetMsgDic());
+    try {
+      return cMsg.LoadXml(&p_sXml[0]);
+    } catch (const CException& cError) {
+      return cError.GetCode();
+    }
+  };
+  return fnRead(Body100("text")) == 0 && fnRead("hello") == -21 && fnRead("<msg no='100'><t1>x</t2></msg>") == -21 &&
+         fnRead("<msg no='100'><x:t1 xmlns:x='u'>x</x:t1></msg>") == 0;
+}
+
+bool Calls() {
+  const CMsgPtr pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
+  CallOrv_Error tErr = {};
+  int iBack = 0;
+  return MSG_SetInt(pIn.get(), 2, 5) == 0 && CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr) == 0 &&
+         MSG_GetInt(pOut.get(), 2, &iBack) == 0 && iBack == 5;
+}
+
+// Forks; the child runs p_fn, which does not return. What waitpid says of it.
+template <class F>
+int ForkStatus(F p_fn) {
+  const pid_t iPid = fork();
+  if (iPid == 0) {
+    alarm(60);
+    p_fn();
+    _exit(99);
+  }
+  int iStatus = -1;
+  return waitpid(iPid, &iStatus, 0) == iPid ? iStatus : -1;
+}
+
+}    // namespace
+
+TEST_CASE("a process whose threads are parsing may fork, and its children may execute a program") {
+  CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
+  SetUp(cPeer.Port());
+  REQUIRE(ReadsAll());
+  std::atomic<bool> bEnd{false};
+  std::atomic<int> iRight{0}, iWrong{0};
+  std::vector<std::thread> cThreads;
+  for (int i = 0; i < 4; ++i) {
+    cThreads.emplace_back([&, i] {
+      while (!bEnd) ++((i % 2 == 0 ? ReadsAll() : Calls()) ? iRight : iWrong);
+    });
+  }
+  int iGood = 0;
+  for (int i = 0; i < 200; ++i) {
+    if (ForkStatus([i] { i % 2 == 0 ? _exit(0) : (void)execlp("true", "true", nullptr); }) == 0) ++iGood;
+  }
+  bEnd = true;
+  for (std::thread& cThread : cThreads) cThread.join();
+  CHECK(iGood == 200);
+  CHECK(iRight > 0);
+  CHECK(iWrong == 0);
+}
+
+TEST_CASE("a child that is forked while no other thread is in the library reads, calls and ends as any process") {
+  CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
+  SetUp(cPeer.Port());
+  REQUIRE((ReadsAll() && Calls()));
+  for (int i = 0; i < 20; ++i) {
+    CHECK(ForkStatus([] { _exit(ReadsAll() && Calls() && ReadsAll() ? 0 : 1); }) == 0);
+  }
+  CHECK((ReadsAll() && Calls()));
+}
+
+TEST_CASE("a child that has a copy of a call's connection does not keep it open") {
+  std::promise<void> cArrived, cForked;
+  std::promise<ssize_t> cEnd;
+  CPeer cPeer([&](int p_iSock) {
+    T_Request tRequest;
+    if (!ReadRequest(p_iSock, tRequest)) return;
+    cArrived.set_value();
+    cForked.get_future().wait();
+    WriteAll(p_iSock, Packet(tRequest.sBody));
+    char cByte;
+    cEnd.set_value(recv(p_iSock, &cByte, 1, 0));
+  });
+  SetUp(cPeer.Port());
+  std::future<bool> cCall = std::async(std::launch::async, Calls);
+  cArrived.get_future().wait();
+  const pid_t iPid = fork();
+  if (iPid == 0) {
+    alarm(60);
+    for (;;) pause();
+  }
+  cForked.set_value();
+  CHECK(cCall.get());
+  CHECK(cEnd.get_future().get() == 0);    // an orderly end, while the child lives
+  CHECK(kill(iPid, SIGKILL) == 0);
+  CHECK(waitpid(iPid, nullptr, 0) == iPid);
+}
