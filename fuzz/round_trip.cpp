@@ -22,8 +22,11 @@ std::unique_ptr<T_ModelMsg> Fill(CInput& p_cInput, CMsg* p_pMsg, int p_iNesting)
     } else if (GetMsgDef(tTag.iSub) != nullptr && p_iNesting < MAX_NESTING) {
       CMsgPtr pSub(MA_NewMsg(tTag.iSub));
       auto pSubModel = Fill(p_cInput, pSub.get(), p_iNesting + 1);
+      CMsg* pReplaced = tTag.bArray ? nullptr : MSG_GetSub(p_pMsg, tTag.iTag, nullptr);
       ExpectSame(MSG_SetSub(p_pMsg, tTag.iTag, pSub.release()), 0, "MSG_SetSub");
-      if (!pSubModel->bEmpty) pModel->AddSub(tTag.iTag, std::move(pSubModel));
+      if (pSubModel->bEmpty) continue;
+      MSG_Destroy(pReplaced);
+      pModel->AddSub(tTag.iTag, std::move(pSubModel));
     }
   }
   return pModel;
