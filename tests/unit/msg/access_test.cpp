@@ -35,7 +35,11 @@ void Fill(CTestMsg& p_cMsg, int p_iTag, bool p_bFirst = true) {
   if (sType == "double") iRet = p_cMsg->SetValue(p_iTag, p_bFirst ? 1.5 : 2.5);
   if (sType == "bool") iRet = p_cMsg->SetValue(p_iTag, p_bFirst);
   if (sType == "date") iRet = p_cMsg->SetValue(p_iTag, CDate(p_bFirst ? "20240131" : "20240229"));
-  if (sType == "submsg") iRet = p_cMsg->SetValue(p_iTag, NewRow(p_cMsg.Dic(), p_bFirst ? "one" : "two"));
+  if (sType == "submsg") {
+    CMsg* pOld = Tag(p_iTag).bMulti || p_cMsg->IsEmpty() ? nullptr : p_cMsg->GetValue(p_iTag);
+    iRet = p_cMsg->SetValue(p_iTag, NewRow(p_cMsg.Dic(), p_bFirst ? "one" : "two"));
+    delete pOld;    // it is replaced
+  }
   REQUIRE(iRet == 0);
 }
 

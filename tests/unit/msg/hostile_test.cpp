@@ -131,7 +131,7 @@ TEST_CASE("an Init drops messages of any depth on a small stack") {
   auto pMsg = std::make_unique<CMsg>(121, 0, 0, &cDic);
   for (int i = 0; i < 3; ++i) {
     REQUIRE(pMsg->SetValue(3, Nested(cDic, 20000, 3).release()) == 0);
-    REQUIRE(pMsg->SetValue(3, Nested(cDic, 20000, 4).release()) == 0);    // replaces
+    REQUIRE(pMsg->SetValue(4, Nested(cDic, 20000, 4).release()) == 0);
     pMsg->Init(121, 0, 0);
   }
   OnSmallStack([&] { pMsg.reset(); });

@@ -259,19 +259,17 @@ TEST_CASE("a text that no value can hold is refused as a lack of memory") {
 TEST_CASE("replacing a sub-message without memory leaves the old one") {
   ForEachFailure([](CFailAlloc& p_cFail) {
     CTestMsg cMsg(120);
-    cMsg->SetValue(6, NewRow(cMsg.Dic(), "old"));
-    CMsg* pOld = cMsg->GetValue(6);
-    std::unique_ptr<CMsg> pNew(NewRow(cMsg.Dic(), "new"));
+    const std::unique_ptr<CMsg> pOld(NewRow(cMsg.Dic(), "old")), pNew(NewRow(cMsg.Dic(), "new"));
+    cMsg->SetValue(6, pOld.get());
     int iRet = 99;
     CHECK(CaughtFailing(p_cFail, [&] { iRet = cMsg->SetValue(6, pNew.get()); }).iCode == 0);
     CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
     const bool bTaken = pNew->GetParent() != nullptr;
-    CHECK(cMsg->GetValue(6) == (bTaken ? pNew.get() : pOld));
+    CHECK(cMsg->GetValue(6) == (bTaken ? pNew.get() : pOld.get()));
     CString sText;
     CHECK(pOld->GetValue(1, &sText) == 0);
     CHECK(sText == "old");
     if (!bTaken) CHECK(cMsg->SetValue(6, pNew.get()) == 0);
-    (void)pNew.release();
   });
 }
 
