@@ -118,6 +118,8 @@ class PageTest(unittest.TestCase):
             "1|code|string|", "2|price|double|", "3|open|bool|", "4|rows|QuoteRow 4|several", "5|it is|date|",
             "6|price|integer|several", "7|lost|message 99, not defined|", "8|self|Quote 3|"])
         self.assertEqual(self.text(".facts"), "version 1.0, 8 tags, hash 16")
+        self.open("small.html#5")
+        self.assertEqual(self.text(".facts"), "1 tag, hash 128")
         self.shot("message.png")
 
     def test_the_keyboard_is_enough(self):
@@ -153,8 +155,49 @@ class PageTest(unittest.TestCase):
     def test_a_link_to_a_tag_opens_it(self):
         self.open("small.html#3.4")
         self.assertEqual((self.text("h2"), self.text("tr.found")), ("Quote 3", "4rowsQuoteRow 4several"))
-        self.open("small.html#77")
-        self.assertIsNone(self.text("h2"))
+        self.assertIsNone(self.text(".missing"))
+        self.open("small.html#3.77")
+        self.assertEqual((self.text("h2"), self.text(".missing")), ("Quote 3", "Message 3 has no tag 77."))
+
+    def test_an_address_without_a_message_says_so(self):
+        for address, number in (("9999", "9999"), ("77.1", "77"), ("Quote", "Quote"), ("0x3", "0x3"),
+                                ("%3Cb%3E", "<b>"), ("%", "%")):
+            with self.subTest(address=address):
+                self.open("small.html#" + address)
+                self.assertEqual(self.text("#message"), f"There is no message {number} in this dictionary.")
+                self.assertEqual((self.text("h2"), self.picked(), self.count()), (None, [], "4 messages"))
+        self.open("small.html")
+        self.assertTrue(self.text("#message").startswith("Type a part of a name"))
+
+    def test_the_list_follows_the_address(self):
+        self.open("small.html#30")
+        self.assertEqual(self.picked(), ["30Unquoted"])
+        self.browser.click("td a[href='#4']")
+        self.browser.wait_for("document.querySelector('h2').textContent === 'QuoteRow 4'")
+        self.assertEqual(self.picked(), ["4QuoteRow"])
+        self.browser.script("location.hash = '#9999'")
+        self.browser.wait_for("document.querySelector('h2') === null")
+        self.assertEqual(self.picked(), [])
+        self.browser.back()
+        self.browser.wait_for("document.querySelector('h2') !== null")
+        self.assertEqual(self.picked(), ["4QuoteRow"])
+        self.browser.back()
+        self.browser.wait_for("document.querySelector('h2').textContent === 'Unquoted 30'")
+        self.assertEqual(self.picked(), ["30Unquoted"])
+        # a list that has the message, or its tag, stays; another gives way
+        self.search("quote")
+        self.browser.script("location.hash = '#30.1'")
+        self.browser.wait_for("document.querySelector('tr.found') !== null")
+        self.assertEqual((self.picked(), self.count()), (["Quote tag 1 of Unquoted 30"], "4 found"))
+        self.browser.script("location.hash = '#5'")
+        self.browser.wait_for("document.querySelector('h2').textContent.endsWith(' 5')")
+        self.assertEqual((self.picked(), self.count()), (["5<b><script>alert(1)</script>"], "4 messages"))
+        self.browser.keys(KEYS["down"])
+        self.assertEqual(self.picked(), ["30Unquoted"])
+        # beyond what the list shows
+        self.open("big.html#4711.3")
+        self.assertEqual(self.picked(), ["field3Of4711 tag 3 of Message4711 4711"])
+        self.assertEqual(self.text("tr.found"), "3field3Of4711string")
 
     def test_the_call_line_is_copied(self):
         self.open("small.html#3")
