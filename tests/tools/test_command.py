@@ -1,4 +1,5 @@
 """What the subcommands have in common, their man pages and the completion for bash."""
+import json
 import os
 import re
 import subprocess
@@ -38,13 +39,62 @@ class CommandTest(ToolTest):
         for args, command, text in (
                 ((), "callorv", "a command is needed: " + commands),
                 (("nosuch",), "callorv", "there is no command 'nosuch': " + commands),
-                (("--nosuch",), "callorv", "The following argument was not expected: --nosuch"),
+                (("--nosuch",), "callorv", "unknown option --nosuch"),
                 (("nos\x1buch",), "callorv", "there is no command 'nos\ufffduch': " + commands),
                 (("key",), "callorv key", "a command is needed: make, check"),
                 (("key", "nosuch"), "callorv key", "there is no command 'nosuch': make, check"),
-                (("serve", "--dictonary"), "callorv serve", "The following argument was not expected: --dictonary")):
+                (("serve", "--dictonary"), "callorv serve",
+                 "unknown option --dictonary; did you mean '--dictionary'?")):
             with self.subTest(args=args):
                 self.assert_run(run(*args), 2, "", f"callorv: {text}\nTry '{command} --help'.\n")
+
+    def test_an_unknown_option_is_called_one(self):
+        for command in COMMANDS:
+            for args in ((), ("a", "b", "c"), ("--help-me",)):
+                with self.subTest(command=command, args=args):
+                    self.assert_run(run(*command.split(), "--nothing-like-it=5", *args), 2, "",
+                                    f"callorv: unknown option --nothing-like-it\nTry 'callorv {command} --help'.\n")
+        for args, command, text in (
+                (("call", "--timeot", "x", "1201"), "call", "unknown option --timeot; did you mean '--timeout'?"),
+                (("decode", "-j"), "decode", "unknown option -j"),
+                (("dict", "check", "--JSON", "x"), "dict check", "unknown option --JSON; did you mean '--json'?"),
+                (("generate", "d.xml", "--out", "x"), "generate", "unknown option --out; did you mean '--output'?"),
+                (("generate", "d.xml", "--output"), "generate", "--output needs DIR behind it"),
+                (("dict", "chek"), "dict",
+                 "there is no command 'chek': check, dump, encrypt, decrypt, html; did you mean 'check'?"),
+                (("decode", "a", "b"), "decode", "unexpected argument 'b'")):
+            with self.subTest(args=args):
+                self.assert_usage(command, run(*args), text)
+
+    def test_json_is_one_object_also_of_a_failure(self):
+        missing = self.path("missing")
+        empty = self.write("empty", "")
+        for args, members, text in (
+                (("decode", missing), {"packets": []}, f"{missing}: No such file or directory"),
+                (("decode", empty), {"packets": []}, f"{empty}: no bytes"),
+                (("decode", "--hex", self.dictionary), {"packets": []},
+                 f"{self.dictionary}: line 1 has something else than hexadecimal digits"),
+                (("dict", "check", self.dir), {"file": self.dir},
+                 f"{self.dir}: a folder, not a file (the library says: Handler error : [F] (L:0, C:0) : unable to read data "
+                 "from file)"),
+                (("dict", "dump", empty), {},
+                 f"{empty}: an empty file (the library says: InitDictionary(Handler error : "
+                 f"[F]{empty} (L:1, C:1) : invalid document structure))"),
+                (("generate", self.dictionary, "-o", empty), {"classes": []}, f"{empty}: Not a directory"),
+                (("generate", self.dictionary, "-o", self.path("o"), "--message", "7"), {"classes": []},
+                 "message 7 is not in the dictionary")):
+            with self.subTest(args=args):
+                result = run(*args, "--json")
+                self.assert_run(result, 1, err=f"callorv: {text}\n")
+                self.assertEqual(json.loads(result.stdout), {**members, "error": {"text": text}})
+        result = run("key", "check", missing, "--json")
+        self.assert_run(result, 1, err="")
+        self.assertEqual(json.loads(result.stdout), {"file": missing, "sound": False, "error": {
+            "text": f"{missing}: No such file or directory (the library says: File not found({missing}))"}})
+        # wrong usage prints none
+        for args in (("decode", "a", "b"), ("dict", "check"), ("dict", "dump"), ("key", "check"),
+                     ("generate", self.dictionary, "-o", "x", "--namespace", "1")):
+            self.assert_run(run(*args, "--json"), 2, "")
 
     def test_help_that_cannot_be_written_is_a_failure(self):
         for args in (["--help"], ["--version"], ["dict", "check", "--help"]):

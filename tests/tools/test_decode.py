@@ -1,6 +1,7 @@
 """callorv decode: captured packets, as bytes and as hexadecimal digits."""
 import json
 import os
+import re
 import subprocess
 import unittest
 import zlib
@@ -124,9 +125,19 @@ class HexTest(DecodeTest):
         return ("\n".join(lines) + "\n").encode()
 
     def test_what_is_no_digits(self):
-        for text in (b"4", b"zz", b"51 4d 5", b"51,4d", b"  "):
-            result = self.decode(text, "--hex")
-            self.assert_run(result, 1, "", "callorv: standard input: not a text of hexadecimal digits\n")
+        other = "line 1 has something else than hexadecimal digits"
+        for text, why in ((b"4", "half a byte at its end: is it cut off?"), (b"zz", other), (b"51,4d", other),
+                          (b"51 4d 5", "half a byte at its end: is it cut off?"),
+                          (b"  ", "no hexadecimal digits in it"),
+                          (b"51\n4d\n  %\n", "line 3 has something else than hexadecimal digits")):
+            self.assert_run(self.decode(text, "--hex"), 1, "", f"callorv: standard input: {why}\n")
+
+    def test_digits_of_a_packet_with_something_between(self):
+        path = self.write("dump", packet(BODY).hex(" ", 16).replace(" ", "\n") + "\n# end\n")
+        self.assert_run(run("decode", path), 1, "", f"callorv: {path}: line 15 has something else than hexadecimal "
+                        "digits; --binary takes all as it is\n")
+        # a packet may well have such digits in its body
+        self.assert_run(self.decode(packet(packet(BODY).hex().encode())), 0, err="")
 
     def test_bytes_that_happen_to_be_digits_can_be_forced(self):
         self.assert_run(self.decode(b"3132", "--binary"), 1,
@@ -212,12 +223,91 @@ class BrokenTest(DecodeTest):
         self.assert_run(self.decode(b""), 1, "", "callorv: standard input: no bytes\n")
 
 
+class KeyTest(DecodeTest):
+    """The user key of a header that is cut off, at either end, wherever it is shown."""
+
+    KEY = b"SeCrEt-KEY+OF/A_USER"
+
+    def outputs(self, data, digits):
+        """Everything that is printed of some bytes, given as they are and perhaps as digits."""
+        for args in ([], ["--json"]):
+            result = self.decode(data, *args)
+            yield result.stdout + b"\n" + result.stderr
+        if not digits:
+            return
+        table = subprocess.run(["od", "-A", "x", "-t", "x1z"], input=data, stdout=subprocess.PIPE, check=True).stdout
+        for form, *args in ((data, "--xml"), (data.hex().encode(), "--json"),
+                            (data.hex(" ").upper().encode(), "--binary"), (table, "--hex")):
+            result = self.decode(form, *args)
+            yield result.stdout + b"\n" + result.stderr
+
+    def assert_hidden(self, data, digits=False):
+        for out in self.outputs(data, digits):
+            seen = out.decode()
+            digits = re.sub(r"(?m)^ +\d+ |[^0-9a-fA-F]", "", seen).lower()
+            for i in range(len(self.KEY) - 1):
+                pair = self.KEY[i:i + 2]
+                self.assertNotIn(pair.decode(), seen)
+                self.assertNotIn(f" {pair.hex(' ')} ", seen)
+            self.assertNotIn(self.KEY[2:6].hex(), digits)
+
+    def test_cut_at_any_byte(self):
+        data = packet(BODY, key=self.KEY)
+        for size in range(1, 128):
+            with self.subTest(behind=size):
+                self.assert_hidden(data[:size], digits=56 <= size <= 80)
+            with self.subTest(before=size):
+                self.assert_hidden(data[size:], digits=50 <= size <= 74)
+
+    def test_cut_within_other_packets(self):
+        data, good = packet(BODY, key=self.KEY), packet(BODY, key=b" " * 20)
+        for size in (55, 56, 65, 74, 75, 100, 127):
+            self.assert_hidden(good + data[:size] + good)
+            self.assert_hidden(good + data[size:] + good)
+
+    def test_digits_cut_at_any_character(self):
+        data = packet(b"", key=self.KEY)
+        for text in (data.hex(), HexTest.dump(data, "{:08x}: {}  {}", lambda b: b.hex(" ", -2)).decode()):
+            for size in range(100, len(text), 17):
+                for more in ("", "\n%"):
+                    for args in ([], ["--json"]):
+                        seen = self.decode((text[:size] + more).encode(), *args).stdout.decode()
+                        self.assertNotIn("CrEt", seen)
+                        self.assertNotIn(self.KEY[2:6].hex(), re.sub("[^0-9a-f]", "", seen))
+
+    def test_how_it_looks(self):
+        data = packet(BODY, key=self.KEY)
+        rows = [(0, "51 4d 58 2d 53 53 50 2d 56 31 2e 30 30 30 30 30", "QMX-SSP-V1.00000"),
+                (16, "30 30 30 32 32 31 31 32 30 31 30 30 30 33 30 30", "0002211201000300"),
+                (32, "30 30 30 30 30 30 30 30 32 30 32 36 30 31 33 31", "0000000020260131"),
+                (48, "2d 32 33 35 39 35 39 ** ** ** ** ** ** ** ** **", "-235959*********"),
+                (64, "** ** ** ** ** ** ** ** ** ** ** 20 20", "***********  ")]
+        self.assert_run(self.decode(data[:77]), 1, "packet 1: bytes 0 to 76\n" + "".join(
+            f"{at:8}  {digits:47}  {text}\n" for at, digits, text in rows) +
+            "  WRONG: the header ends after 77 of 128 bytes\n", "callorv: standard input: 1 broken among 1 packet\n")
+        piece = json.loads(self.decode(data[50:], "--json").stdout)["packets"][0]
+        self.assertEqual(piece["text"][:40], "35959" + "*" * 20 + " " * 13 + "N0")
+        self.assertEqual(piece["wrong"], ["these bytes do not begin a packet"])
+        digits = self.decode(data.hex().encode(), "--binary")
+        self.assertIn(" ** ** **  ****************\n  WRONG: these bytes do not begin a packet, but have hexadecimal "
+                      "digits of one\n", digits.stdout.decode().replace("          and 192 bytes more\n", ""))
+
+    def test_it_is_shown_when_asked(self):
+        data = packet(BODY, key=self.KEY)
+        for piece in (data[:100], data[20:], data.hex().encode()):
+            self.assertNotIn("*", self.decode(piece, "--show-key", "--binary").stdout.decode())
+        shown = json.loads(self.decode(data[:100], "--show-key", "--json").stdout)["packets"][0]["text"]
+        self.assertIn(self.KEY.decode(), shown)
+
+
 class JsonTest(DecodeTest):
     def test_has_everything(self):
         data = packet(BODY, compress=True)
         result = self.decode(b"x" + data + packet(BODY)[:130], "--json")
         self.assertEqual(result.returncode, 1)
-        self.assertEqual(json.loads(result.stdout), [
+        report = json.loads(result.stdout)
+        self.assertEqual(report["error"], {"text": "standard input: 2 broken among 2 packets"})
+        self.assertEqual(report["packets"], [
             {"offset": 0, "size": 1, "packet": False, "text": "x", "wrong": ["these bytes do not begin a packet"]},
             {"offset": 1, "size": len(data), "packet": True,
              "header": {"begin_string": "QMX-SSP-V1.0", "packet_length": "%010d" % (len(data) - 3), "service": "1201",
@@ -235,15 +325,15 @@ class JsonTest(DecodeTest):
     def test_any_byte_gives_utf_8(self):
         body = bytes(range(256))
         result = self.decode(packet(body, key=bytes(range(236, 256))), "--json", "--show-key")
-        self.assertEqual(json.loads(result.stdout)[0]["body"], body.decode("latin-1"))
+        self.assertEqual(json.loads(result.stdout)["packets"][0]["body"], body.decode("latin-1"))
 
 
 class ArgumentTest(DecodeTest):
     def test_usage(self):
         for args, text in ((("--hex", "--binary"), "--hex excludes --binary"),
                            (("--json", "--xml"), "--json excludes --xml"),
-                           (("a", "b"), "The following argument was not expected: b"),
-                           (("--nosuch",), "The following argument was not expected: --nosuch")):
+                           (("a", "b"), "unexpected argument 'b'"),
+                           (("--nosuch",), "unknown option --nosuch")):
             with self.subTest(args=args):
                 self.assert_usage("decode", run("decode", *args), text)
 

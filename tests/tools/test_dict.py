@@ -5,7 +5,7 @@ import re
 import stat
 import unittest
 
-from support import DICTIONARY, ToolTest, run
+from support import DICTIONARY, FOREIGN_DICTIONARY, ToolTest, run
 
 REJECT = ("<msg no='10' name='REJECT'><tag no='6' name='SysCode' type='integer'/>"
           "<tag no='7' name='SysReasonText' type='string'/><tag no='8' name='RefSvcNum' type='integer'/></msg>")
@@ -60,15 +60,16 @@ class CheckTest(ToolTest):
             "<msg no='0' name='Z'><tog/><tag no='1' name='c' type='M4'/></msg>"))
         self.assert_run(result, 1,
                         f"{path}:3: error: message 3, tag 1: type 'strin' is none of string, integer, double, bool, "
-                        "date, and m with a number\n"
+                        "date, and m with a number; did you mean 'string'?\n"
                         f"{path}:3: error: message 3, tag -2: the number is negative\n"
                         f"{path}:3: error: message 3, tag -2: type 'm0' names a message outside 1 to 9999\n"
                         f"{path}:4: error: message 3 is defined again; first in line 3\n"
                         f"{path}:5: error: element 'message' stands where only 'msg' may\n"
                         f"{path}:6: error: message 0: the number is outside 1 to 9999\n"
-                        f"{path}:6: error: element 'tog' stands where only 'tag' and 'constraint' may\n"
+                        f"{path}:6: error: element 'tog' stands where only 'tag' and 'constraint' may; did you "
+                        "mean 'tag'?\n"
                         f"{path}:6: error: message 0, tag 1: type 'M4' is none of string, integer, double, bool, "
-                        "date, and m with a number\n"
+                        "date, and m with a number; did you mean 'm4'?\n"
                         f"{path}: 4 messages, 6 tags, 8 errors, 0 warnings\n",
                         f"callorv: {path}: the library says: InitDictionary(Handler error : tagtype=strin)\n")
 
@@ -130,7 +131,8 @@ class CheckTest(ToolTest):
              ["message 7, tag 1: array 'y' is neither 'Y' nor 'N' and counts as 'N'"]),
             (message(7, (1, "a", "string", "multi='Y'")),
              ["message 7, tag 1: attribute 'multi' is not known and is ignored"]),
-            (message(7, more="version='1'"), ["message 7: attribute 'version' is not known and is ignored"]),
+            (message(7, more="version='1'"),
+             ["message 7: attribute 'version' is not known and is ignored; did you mean 'ver'?"]),
             (message("7x"), ["message number '7x' is read as 7"]),
             (message(7, ("1x", "a", "string")), ["message 7, tag 'a': number '1x' is read as 1"]),
             (message(7, (1, "a", "m7x")), ["message 7, tag 1: type 'm7x' is read as m7",
@@ -226,9 +228,57 @@ class CheckTest(ToolTest):
                         f"callorv: {path}: 3 bytes, which is no multiple of 16; not encrypted, or cut off: copy it "
                         "again (the library says: Handler error : File may be corrupted)\n")
 
+    def test_standard_input(self):
+        data = dictionary(message(3, (1, "a", "strin"))).encode()
+        run("dict", "encrypt", self.write("d.xml", data), self.path("d.exml"))
+        for stdin in (data, self.read("d.exml")):
+            self.assert_run(run("dict", "check", "-", stdin=stdin), 1,
+                            "standard input:3: error: message 3, tag 1: type 'strin' is none of string, integer, "
+                            "double, bool, date, and m with a number; did you mean 'string'?\n"
+                            "standard input: 2 messages, 4 tags, 1 error, 0 warnings\n",
+                            "callorv: standard input: the library says: InitDictionary(Handler error : "
+                            "tagtype=strin)\n")
+        self.assertEqual(json.loads(run("dict", "check", "-", "--json", stdin=data).stdout)["file"], "standard input")
+        result = run("dict", "check", "-", stdin=b"<msg_dictionary>\n<")
+        self.assert_run(result, 1, err="callorv: standard input: the library says: InitDictionary(Handler error : "
+                                       "[F]standard input (L:2, C:2) : element name expected)\n")
+        self.assertIn("standard input:2: error: Handler error : [F]standard input (L:2, C:2)", result.stdout.decode())
+        self.assert_run(run("dict", "check", "-", stdin=b"hello"), 1, "",
+                        "callorv: standard input: no XML; if it is encrypted, its name must end in .exml (the library "
+                        "says: InitDictionary(Handler error : [F]standard input (L:1, C:1) : invalid document "
+                        "structure))\n")
+        for command, *more in (("dump",), ("html", "-o", "-")):
+            for stdin in (DICTIONARY.encode(), self.read("d.exml")):
+                piped = run("dict", command, "-", *more, stdin=stdin)
+                named = run("dict", command, self.dictionary, *more)
+                self.assertEqual((piped.returncode, piped.stdout.replace(b"standard input", b"dictionary.xml")),
+                                 (0, named.stdout) if stdin == DICTIONARY.encode() else (1, b""))
+
+    def test_near_names(self):
+        known = "is none of string, integer, double, bool, date, and m with a number"
+        for kind, meant in (("Double", "double"), ("STRING", "string"), ("strnig", "string"), ("int", "integer"),
+                            ("boolean", "bool"), ("M4", "m4"), ("datetime", "date"), ("char", None), ("x", None)):
+            text = f"message 7, tag 1: type '{kind}' {known}" + (f"; did you mean '{meant}'?" if meant else "")
+            self.assertIn((3, "error", text), self.findings(dictionary(message(7, (1, "a", kind))))[0])
+        for line, text in (
+                ("<msg no='7' nmae='A' name='A'/>",
+                 "message 7: attribute 'nmae' is not known and is ignored; did you mean 'name'?"),
+                ("<msg no='7' Hash='9' name='A'/>",
+                 "message 7: attribute 'Hash' is not known and is ignored; did you mean 'hash'?"),
+                ("<msg no='7' name='A'><tag no='1' name='a' type='bool' arry='Y'/></msg>",
+                 "message 7, tag 1: attribute 'arry' is not known and is ignored; did you mean 'array'?"),
+                ("<mgs no='7' name='A'/>", "element 'mgs' stands where only 'msg' may; did you mean 'msg'?"),
+                ("<msg no='7' name='A'><Tag/></msg>",
+                 "element 'Tag' stands where only 'tag' and 'constraint' may; did you mean 'tag'?"),
+                ("<msg no='7' name='A'><constrain/></msg>",
+                 "element 'constrain' stands where only 'tag' and 'constraint' may; did you mean 'constraint'?"),
+                ("<msg no='7' name='A'><price/></msg>",
+                 "element 'price' stands where only 'tag' and 'constraint' may")):
+            self.assertIn(text, [found[2] for found in self.findings(dictionary(line))[0]])
+
     def test_wrong_usage(self):
         self.assert_usage("dict check", run("dict", "check"), "FILE is required")
-        self.assert_usage("dict check", run("dict", "check", "a", "b"), "The following argument was not expected: b")
+        self.assert_usage("dict check", run("dict", "check", "a", "b"), "unexpected argument 'b'")
         self.assert_usage("dict", run("dict"), "a command is needed: check, dump, encrypt, decrypt, html")
 
 
@@ -245,7 +295,7 @@ class DumpTest(ToolTest):
     def test_json(self):
         result = run("dict", "dump", "--json", self.dictionary)
         self.assert_run(result, 0, err="")
-        messages = json.loads(result.stdout)
+        messages = json.loads(result.stdout)["messages"]
         self.assertEqual([m["number"] for m in messages], [3, 4, 10])
         self.assertEqual(messages[1], {
             "number": 4, "name": "QuoteRow", "version": "", "hash": 128, "tags": [
@@ -266,8 +316,9 @@ class DumpTest(ToolTest):
 
 class EncryptTest(ToolTest):
     def encrypt(self, data):
+        """What is encrypted need not be a dictionary, though it is said when it is none."""
         self.write("plain", data)
-        self.assert_run(run("dict", "encrypt", self.path("plain"), self.path("secret.exml")), 0, "", "")
+        self.assert_run(run("dict", "encrypt", self.path("plain"), self.path("secret.exml")), 0, "")
         return self.read("secret.exml")
 
     def test_decrypt_gives_back_what_was_encrypted(self):
@@ -297,7 +348,7 @@ class EncryptTest(ToolTest):
         self.assert_run(run("dict", "decrypt", self.path("secret.exml"), self.path("link.xml")), 0, "", "")
         self.assertEqual(self.read("out.xml"), b"short")
         self.assertTrue(os.path.islink(self.path("link.xml")))
-        self.assert_run(run("dict", "encrypt", self.path("secret.exml"), self.path("secret.exml")), 0, "", "")
+        self.assert_run(run("dict", "encrypt", self.path("secret.exml"), self.path("secret.exml")), 0, "")
         self.assertEqual(sorted(os.listdir(self.dir)),
                          ["dictionary.xml", "link.xml", "out.xml", "plain", "secret.exml"])
 
@@ -308,6 +359,27 @@ class EncryptTest(ToolTest):
         finally:
             os.umask(old)
         self.assertEqual(stat.S_IMODE(os.stat(self.path("secret.exml")).st_mode), 0o640)
+
+    def test_what_is_no_dictionary_is_told(self):
+        secret = self.encrypt(DICTIONARY)
+        plain = self.path("plain")
+        for data, text in (
+                (DICTIONARY, None),
+                (secret, f"{plain}: encrypted already; now it is so twice, and no library reads it"),
+                (FOREIGN_DICTIONARY, f"{plain}: no dictionary; encrypted already, under another SEED key?"),
+                ("price=1", f"{plain}: no dictionary; it is encrypted all the same"),
+                ("", f"{plain}: no dictionary; it is encrypted all the same"),
+                ("<msg_dictionary><x/></msg_dictionary>", f"{plain}: the library says: InitDictionary(Handler error : "
+                 "Unknown element - x); callorv dict check says everything"),
+                ("<msg_dictionary>\n<", f"{plain}: the library says: InitDictionary(Handler error : [F]{plain} "
+                 "(L:2, C:2) : element name expected); callorv dict check says everything")):
+            with self.subTest(data=data):
+                self.write("plain", data)
+                err = f"callorv: warning: {text}\n" if text else ""
+                self.assert_run(run("dict", "encrypt", plain, self.path("s.exml")), 0, "", err)
+                err = err.replace(plain, "standard input")
+                stdin = data if isinstance(data, bytes) else data.encode()
+                self.assert_run(run("dict", "encrypt", "-", self.path("s.exml"), stdin=stdin), 0, "", err)
 
     def test_a_device_is_written_as_it_is(self):
         self.encrypt("text")

@@ -65,7 +65,7 @@ class GenerateTest(ToolTest):
     def test_json(self):
         result = self.generate("--json", "--message", 5)
         self.assert_run(result, 0, err=LEFT_OUT)
-        self.assertEqual(json.loads(result.stdout), [
+        self.assertEqual(json.loads(result.stdout)["classes"], [
             {"message": 1, "class": "msgs::CNode", "file": self.path("out/node_msg.h"), "written": True,
              "left_out": []},
             {"message": 5, "class": "msgs::COdd_names", "file": self.path("out/odd_names_msg.h"), "written": True,
@@ -128,7 +128,7 @@ class GenerateTest(ToolTest):
         self.assert_usage("generate", run("generate", DICTIONARY), "--output is required")
         self.assert_usage("generate", self.generate("--message", "x"), "--message: Value x not in range 1 to 9999")
         self.assert_usage("generate", self.generate("--message", "1", "2"),
-                          "The following argument was not expected: 2")
+                          "unexpected argument '2'")
 
     def test_help_teaches_by_example(self):
         result = run("generate", "--help")

@@ -114,7 +114,7 @@ class MakeTest(ToolTest):
         self.assert_usage("key make", self.make("-", stdin=b"A\0B\n"), "--user-key: the key has control characters")
         self.assert_usage("key make", run("key", "make", "--user-key", "K"), "--output is required")
         self.assert_usage("key make", run("key", "make", "-o", self.path("k")), "--user-key is required")
-        self.assert_usage("key make", self.make("K", "k", "more"), "The following argument was not expected: more")
+        self.assert_usage("key make", self.make("K", "k", "more"), "unexpected argument 'more'")
         self.assert_usage("key", run("key"), "a command is needed: make, check")
         self.assertEqual(os.listdir(self.dir), ["dictionary.xml"])
 
@@ -144,7 +144,7 @@ class CheckTest(ToolTest):
         self.assert_run(run("key", "check", self.file), 1, "", f"callorv: {text}\n")
         result = run("key", "check", self.file, "--json", "--show")
         self.assert_run(result, 1, err="")
-        self.assertEqual(json.loads(result.stdout), {"file": self.file, "sound": False, "error": text})
+        self.assertEqual(json.loads(result.stdout), {"file": self.file, "sound": False, "error": {"text": text}})
 
     def test_files_that_the_library_refuses(self):
         data = self.read("user.key")
@@ -186,7 +186,8 @@ class CheckTest(ToolTest):
                 self.assert_run(run("key", "check", self.file), 1, "", f"callorv: {text}\n")
                 result = run("key", "check", self.file, "--json")
                 self.assert_run(result, 1, err="")
-                self.assertEqual(json.loads(result.stdout), {"file": self.file, "sound": False, "error": text})
+                self.assertEqual(json.loads(result.stdout),
+                                 {"file": self.file, "sound": False, "error": {"text": text}})
 
     def test_keys_that_other_makers_padded(self):
         for plain, length in ((b"KEY".ljust(16, b"\x0d"), 3), (b"KEY".ljust(15, b"\0") + b"\x0d", 3),
@@ -215,8 +216,8 @@ class CheckTest(ToolTest):
     def test_what_is_suspicious(self):
         os.chmod(self.file, 0o640)
         with open(self.file, "ab") as file:
-            file.write(b"tail")
-        warnings = ["others than the owner may access the file: chmod 600", "4 bytes behind the key are ignored"]
+            file.write(b"?")
+        warnings = ["others than the owner may access the file: chmod 600", "1 byte behind the key is ignored"]
         self.assert_run(run("key", "check", self.file), 0,
                         f"{self.file}: sound, a key of 11 characters in the 16-byte form\n",
                         "".join(f"callorv: warning: {w}\n" for w in warnings))
@@ -225,7 +226,8 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("key check", run("key", "check"), "FILE is required")
-        self.assert_usage("key", run("key", "unmake"), "there is no command 'unmake': make, check")
+        self.assert_usage("key", run("key", "unmake"), "there is no command 'unmake': make, check; "
+                          "did you mean 'make'?")
 
     def test_help_teaches_by_example(self):
         for command in (["key"], ["key", "make"], ["key", "check"]):

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -27,16 +28,26 @@ std::string WithoutFrame(const std::string& p_sLine, size_t p_iOffset) {
 
 }    // namespace
 
-std::optional<std::string> FromHex(const std::string& p_sText) {
+std::optional<std::string> FromHex(const std::string& p_sText, bool p_bCut, std::string& p_sWhy) {
   std::istringstream cLines(p_sText);
   std::string sDigits;
+  size_t iLine = 0;
   for (std::string sLine; std::getline(cLines, sLine);) {
+    ++iLine;
     for (const char c : WithoutFrame(sLine, sDigits.size() / 2)) {
-      if (std::string(" \t\r:").find(c) == std::string::npos) sDigits += c;
+      if (std::string_view(" \t\r:").find(c) != std::string_view::npos) continue;
+      if (std::string_view(s_szHex).find(c) == std::string_view::npos) {
+        p_sWhy = "line " + std::to_string(iLine) + " has something else than hexadecimal digits";
+        return std::nullopt;
+      }
+      sDigits += c;
     }
   }
-  if (sDigits.empty() || sDigits.size() % 2 != 0) return std::nullopt;
-  if (sDigits.find_first_not_of(s_szHex) != std::string::npos) return std::nullopt;
+  if (p_bCut) sDigits.resize(sDigits.size() / 2 * 2);
+  if (sDigits.empty() || sDigits.size() % 2 != 0) {
+    p_sWhy = sDigits.empty() ? "no hexadecimal digits in it" : "half a byte at its end: is it cut off?";
+    return std::nullopt;
+  }
   std::string sBytes;
   for (size_t i = 0; i < sDigits.size(); i += 2) {
     sBytes += static_cast<char>(DigitValue(sDigits[i]) * 16 + DigitValue(sDigits[i + 1]));

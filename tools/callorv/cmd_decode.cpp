@@ -8,6 +8,8 @@
 #include "capture.h"
 #include "command.h"
 #include "input.h"
+#include "json_out.h"
+#include "key_guard.h"
 #include "options.h"
 #include "packet_view.h"
 #include "text.h"
@@ -54,8 +56,14 @@ struct T_Piece {
 std::string ReadBytes(const T_Options& p_tOptions) {
   std::string sInput = ReadWholeFile(p_tOptions.sFile);
   if (p_tOptions.bBinary) return sInput;
-  const std::optional<std::string> sBytes = FromHex(sInput);
-  if (!sBytes && p_tOptions.bHex) throw CFailure(InputName(p_tOptions.sFile) + ": not a text of hexadecimal digits");
+  std::string sWhy;
+  const std::optional<std::string> sBytes = FromHex(sInput, !p_tOptions.bHex, sWhy);
+  // Digits that are taken for the packet itself would show its fields, the user key among them, unhidden.
+  const bool bDigits = HoldsHexKey(sInput) && sInput.rfind(CTcpAdaptor::GetBeginString(), 0) != 0;
+  if (!sBytes && (p_tOptions.bHex || bDigits)) {
+    const char* szTry = p_tOptions.bHex ? "" : "; --binary takes all as it is";
+    throw CFailure(InputName(p_tOptions.sFile) + ": " + sWhy + szTry);
+  }
   return sBytes.value_or(sInput);
 }
 
@@ -63,7 +71,8 @@ std::string ReadBytes(const T_Options& p_tOptions) {
 void Check(T_Piece& p_tPiece) {
   const std::string sSize = std::to_string(p_tPiece.sBytes.size());
   if (!p_tPiece.bPacket) {
-    p_tPiece.asWrong.push_back("these bytes do not begin a packet");
+    const char* szDigits = HoldsHexKey(p_tPiece.sBytes) ? ", but have hexadecimal digits of one" : "";
+    p_tPiece.asWrong.push_back(std::string("these bytes do not begin a packet") + szDigits);
   } else if (!p_tPiece.HasHeader()) {
     p_tPiece.asWrong.push_back("the header ends after " + sSize + " of 128 bytes");
   } else if (!p_tPiece.IsWhole()) {
@@ -98,19 +107,34 @@ T_Piece FirstPiece(std::string_view p_sRest) {
   return tPiece;
 }
 
+// The bytes of a piece without a whole header, with stars for those that may be a user key.
+struct T_Shown {
+  std::string sBytes;
+  std::vector<bool> abStar;
+
+  T_Shown(std::string_view p_sBytes, bool p_bShowKey) : sBytes(p_sBytes), abStar(p_sBytes.size()) {
+    if (!p_bShowKey) abStar = MayBeKey(p_sBytes);
+    for (size_t i = 0; i < sBytes.size(); ++i) {
+      if (abStar[i]) sBytes[i] = '*';
+    }
+  }
+};
+
 // Sixteen bytes a line: offset, digits, characters. Of many bytes the first only.
-void PrintBytes(std::string_view p_sBytes) {
+void PrintBytes(const T_Shown& p_tShown) {
   constexpr size_t LINE = 16;
   constexpr size_t MOST = 16 * LINE;
-  const std::string_view sShown = p_sBytes.substr(0, MOST);
-  for (size_t iAt = 0; iAt < sShown.size(); iAt += LINE) {
-    const std::string_view sLine = sShown.substr(iAt, LINE);
+  const size_t iSize = p_tShown.sBytes.size();
+  for (size_t iAt = 0; iAt < std::min(iSize, MOST); iAt += LINE) {
+    const std::string sLine = p_tShown.sBytes.substr(iAt, std::min(LINE, MOST - iAt));
     std::string sDigits;
-    for (const char c : sLine) sDigits += CFormat(" %02x", static_cast<unsigned char>(c)).ToStr();
+    for (size_t i = 0; i < sLine.size(); ++i) {
+      sDigits += p_tShown.abStar[iAt + i] ? " **" : CFormat(" %02x", static_cast<unsigned char>(sLine[i])).ToStr();
+    }
     std::cout << std::setw(8) << iAt << ' ' << std::left << std::setw(3 * LINE) << sDigits << std::right << "  "
               << Printable(sLine, false) << '\n';
   }
-  if (p_sBytes.size() > MOST) std::cout << "          and " << Counted(p_sBytes.size() - MOST, "byte") << " more\n";
+  if (iSize > MOST) std::cout << "          and " << Counted(iSize - MOST, "byte") << " more\n";
 }
 
 void PrintText(const T_Piece& p_tPiece, size_t p_iNumber, bool p_bShowKey) {
@@ -119,7 +143,7 @@ void PrintText(const T_Piece& p_tPiece, size_t p_iNumber, bool p_bShowKey) {
   if (p_tPiece.HasHeader()) {
     PrintHeader(std::cout, p_tPiece.Header(), p_tPiece.Trailer(), p_bShowKey);
   } else {
-    PrintBytes(p_tPiece.sBytes);
+    PrintBytes({p_tPiece.sBytes, p_bShowKey});
   }
   if (!p_tPiece.sBody.empty()) std::cout << "  body: " << Printable(p_tPiece.sBody, true) << '\n';
   for (const std::string& s : p_tPiece.asWrong) std::cout << "  WRONG: " << s << '\n';
@@ -131,7 +155,7 @@ nlohmann::ordered_json ToJson(const T_Piece& p_tPiece, bool p_bShowKey) {
   if (p_tPiece.HasHeader()) {
     cPiece["header"] = HeaderToJson(p_tPiece.Header(), p_bShowKey);
   } else {
-    cPiece["text"] = Printable(p_tPiece.sBytes, false);
+    cPiece["text"] = Printable(T_Shown(p_tPiece.sBytes, p_bShowKey).sBytes, false);
   }
   if (p_tPiece.IsWhole()) {
     cPiece["body"] = ToUtf8(p_tPiece.sBody);
@@ -141,13 +165,13 @@ nlohmann::ordered_json ToJson(const T_Piece& p_tPiece, bool p_bShowKey) {
   return cPiece;
 }
 
-void Decode(const T_Options& p_tOptions) {
+// p_cPackets: where they go with --json.
+void Decode(const T_Options& p_tOptions, nlohmann::ordered_json& p_cPackets) {
   const std::string sBytes = ReadBytes(p_tOptions);
   const std::string sInput = InputName(p_tOptions.sFile);
   if (sBytes.empty()) throw CFailure(sInput + ": no bytes");
-  nlohmann::ordered_json cAll = nlohmann::ordered_json::array();
   size_t iPackets = 0;
-  int iBroken = 0;
+  size_t iBroken = 0;
   for (size_t iAt = 0; iAt < sBytes.size();) {
     T_Piece tPiece = FirstPiece(std::string_view(sBytes).substr(iAt));
     tPiece.iAt = iAt;
@@ -155,19 +179,26 @@ void Decode(const T_Options& p_tOptions) {
     iPackets += tPiece.bPacket;
     iBroken += !tPiece.asWrong.empty();
     if (p_tOptions.bJson) {
-      cAll.push_back(ToJson(tPiece, p_tOptions.bShowKey));
+      p_cPackets.push_back(ToJson(tPiece, p_tOptions.bShowKey));
     } else if (p_tOptions.bXml) {
       if (tPiece.IsWhole()) std::cout << tPiece.sBody << '\n';
     } else {
       PrintText(tPiece, iPackets, p_tOptions.bShowKey);
     }
   }
-  if (p_tOptions.bJson) std::cout << cAll.dump(2) << '\n';
   std::cout.flush();
   if (iPackets == 0) throw CFailure(sInput + ": no packet in it");
   if (iBroken > 0) {
     throw CFailure(sInput + ": " + std::to_string(iBroken) + " broken among " + Counted(iPackets, "packet"));
   }
+}
+
+void Decode(const T_Options& p_tOptions) {
+  nlohmann::ordered_json cUnused;
+  if (!p_tOptions.bJson) return Decode(p_tOptions, cUnused);
+  PrintObject([&](nlohmann::ordered_json& p_cObject) {
+    Decode(p_tOptions, p_cObject["packets"] = nlohmann::ordered_json::array());
+  });
 }
 
 }    // namespace

@@ -8,13 +8,13 @@
 #include <climits>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "command.h"
 #include "dict_check.h"
 #include "dict_html.h"
 #include "files.h"
 #include "input.h"
+#include "json_out.h"
 #include "refusal.h"
 #include "seal.h"
 #include "text.h"
@@ -33,60 +33,72 @@ struct T_Options {
 
 std::string_view View(const CStream& p_st) { return {p_st.GetData(), static_cast<size_t>(p_st.GetSize())}; }
 
-std::string Dump(const Json& p_cJson) {
-  return p_cJson.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
-}
-
 std::unique_ptr<CMsgDic> Load(const std::string& p_sPath) {
+  const CInputFile cFile(p_sPath);
   auto pDic = std::make_unique<CMsgDic>();
-  LoadDictionary(*pDic, p_sPath);
+  try {
+    LoadDictionary(*pDic, cFile.Path());
+  } catch (const CFailure& cError) {
+    throw CFailure(cFile.Named(cError.what()));
+  }
   return pDic;
 }
 
-void PrintReport(const T_Options& p_tOptions, const T_DictReport& p_tReport) {
+void PrintReport(const std::string& p_sName, const T_DictReport& p_tReport) {
   for (const T_Finding& tFinding : p_tReport.atFinding) {
-    std::cout << p_tOptions.sIn << ':' << tFinding.iLine << (tFinding.bError ? ": error: " : ": warning: ")
-              << tFinding.sText << '\n';
+    std::cout << p_sName << ':' << tFinding.iLine << (tFinding.bError ? ": error: " : ": warning: ") << tFinding.sText
+              << '\n';
   }
-  std::cout << p_tOptions.sIn << ": " << Counted(p_tReport.iMessages, "message") << ", "
-            << Counted(p_tReport.iTags, "tag") << ", " << Counted(p_tReport.Count(true), "error") << ", "
-            << Counted(p_tReport.Count(false), "warning") << '\n';
+  std::cout << p_sName << ": " << Counted(p_tReport.iMessages, "message") << ", " << Counted(p_tReport.iTags, "tag")
+            << ", " << Counted(p_tReport.Count(true), "error") << ", " << Counted(p_tReport.Count(false), "warning")
+            << '\n';
 }
 
-void PrintReportAsJson(const T_Options& p_tOptions, const T_DictReport& p_tReport) {
+void ReportAsJson(const T_DictReport& p_tReport, Json& p_cReport) {
   Json cFindings = Json::array();
   for (const T_Finding& tFinding : p_tReport.atFinding) {
     cFindings.push_back({{"line", tFinding.iLine},
                          {"severity", tFinding.bError ? "error" : "warning"},
                          {"text", tFinding.sText}});
   }
-  Json cReport = {{"file", p_tOptions.sIn},         {"messages", p_tReport.iMessages},
-                            {"tags", p_tReport.iTags},        {"errors", p_tReport.Count(true)},
-                            {"warnings", p_tReport.Count(false)}, {"findings", cFindings}};
-  if (!p_tReport.sLoader.empty()) cReport["library"] = PrintableFailure(p_tReport.sLoader);
-  std::cout << Dump(cReport);
+  p_cReport["messages"] = p_tReport.iMessages;
+  p_cReport["tags"] = p_tReport.iTags;
+  p_cReport["errors"] = p_tReport.Count(true);
+  p_cReport["warnings"] = p_tReport.Count(false);
+  p_cReport["findings"] = cFindings;
+  if (!p_tReport.sLoader.empty()) p_cReport["library"] = PrintableFailure(p_tReport.sLoader);
 }
 
 // What stands in the file. Throws CFailure when the file as a whole is the matter.
-T_DictReport Report(const std::string& p_sPath) {
+T_DictReport Report(const CInputFile& p_cFile) {
   T_DictReport tReport;
   std::string sLibrary;
   try {
-    tReport = CheckDictionary(p_sPath);
+    tReport = CheckDictionary(p_cFile.Path());
     sLibrary = tReport.sLoader;
   } catch (const CException& cError) {
     sLibrary = cError.GetText();
   }
-  const std::string sReason = sLibrary.empty() ? "" : DictionaryReason(p_sPath);
-  if (!sReason.empty() || sLibrary != tReport.sLoader) throw CFailure(Refusal(p_sPath, sReason, sLibrary));
+  const std::string sReason = sLibrary.empty() ? "" : DictionaryReason(p_cFile.Path());
+  if (!sReason.empty() || sLibrary != tReport.sLoader) {
+    throw CFailure(p_cFile.Named(Refusal(p_cFile.Name(), sReason, sLibrary)));
+  }
+  tReport.sLoader = p_cFile.Named(sLibrary);
+  for (T_Finding& tFinding : tReport.atFinding) tFinding.sText = p_cFile.Named(tFinding.sText);
   return tReport;
 }
 
 void Check(const T_Options& p_tOptions) {
-  const T_DictReport tReport = Report(p_tOptions.sIn);
-  p_tOptions.bJson ? PrintReportAsJson(p_tOptions, tReport) : PrintReport(p_tOptions, tReport);
-  if (!tReport.sLoader.empty()) throw CFailure(p_tOptions.bJson ? "" : Refusal(p_tOptions.sIn, "", tReport.sLoader));
-  if (p_tOptions.bStrict && !tReport.atFinding.empty()) throw CFailure("");
+  const auto fnCheck = [&](Json& p_cReport) {
+    p_cReport["file"] = InputName(p_tOptions.sIn);
+    const T_DictReport tReport = Report(CInputFile(p_tOptions.sIn));
+    p_tOptions.bJson ? ReportAsJson(tReport, p_cReport) : PrintReport(InputName(p_tOptions.sIn), tReport);
+    const bool bRefused = !tReport.sLoader.empty();
+    if (bRefused && !p_tOptions.bJson) throw CFailure(Refusal(InputName(p_tOptions.sIn), "", tReport.sLoader));
+    if (bRefused || (p_tOptions.bStrict && !tReport.atFinding.empty())) throw CFailure("");    // the report says all
+  };
+  Json cUnused;
+  p_tOptions.bJson ? PrintObject(fnCheck) : fnCheck(cUnused);
 }
 
 Json MessageAsJson(const CMsgInfo& p_cInfo) {
@@ -108,18 +120,35 @@ Json MessageAsJson(const CMsgInfo& p_cInfo) {
 }
 
 void Show(const T_Options& p_tOptions) {
-  const auto pDic = Load(p_tOptions.sIn);
-  Json cMessages = Json::array();
   if (p_tOptions.bJson) {
-    for (int iMsg = 1; iMsg < CMsgDic::SLOTS; ++iMsg) {
-      if (const CMsgInfo* pInfo = pDic->GetMsgInfo(iMsg)) cMessages.push_back(MessageAsJson(*pInfo));
-    }
-    std::cout << Dump(cMessages);
-    return;
+    return PrintObject([&](Json& p_cObject) {
+      const auto pDic = Load(p_tOptions.sIn);
+      Json& cMessages = p_cObject["messages"] = Json::array();
+      for (int iMsg = 1; iMsg < CMsgDic::SLOTS; ++iMsg) {
+        if (const CMsgInfo* pInfo = pDic->GetMsgInfo(iMsg)) cMessages.push_back(MessageAsJson(*pInfo));
+      }
+    });
   }
   CStream stOut(0, 512);
-  pDic->Dump(&stOut);
+  Load(p_tOptions.sIn)->Dump(&stOut);
   std::cout << Printable(View(stOut), true);
+}
+
+// What somebody who encrypts a dictionary would not have meant; "" when it is one.
+std::string WhyNoDictionary(const std::string& p_sName, const std::string& p_sBytes) {
+  if (IsSealedXml(p_sBytes)) return p_sName + ": encrypted already; now it is so twice, and no library reads it";
+  if (!BeginsLikeXml(p_sBytes)) {
+    const bool bSealed = !p_sBytes.empty() && p_sBytes.size() % CCrypt::CIPHER_BLOCK == 0 && HasNoise(p_sBytes);
+    const char* szWhat = bSealed ? "encrypted already, under another SEED key?" : "it is encrypted all the same";
+    return p_sName + ": no dictionary; " + szWhat;
+  }
+  try {
+    const T_DictReport tReport = Report(CInputFile(p_sName, p_sBytes));
+    if (tReport.sLoader.empty()) return "";
+    return Refusal(p_sName, "", tReport.sLoader) + "; callorv dict check says everything";
+  } catch (const CFailure& cError) {
+    return cError.what();
+  }
 }
 
 void Encrypt(const T_Options& p_tOptions) {
@@ -127,13 +156,10 @@ void Encrypt(const T_Options& p_tOptions) {
     throw CUsage(p_tOptions.sOut + ": the name must end in .exml, or the library takes the file for plain XML");
   }
   const std::string sPlain = ReadWholeFile(p_tOptions.sIn);
-  CStream stPlain(0, 512), stSecret(0, 512);
-  CString sError;
-  if (sPlain.size() > INT_MAX || stPlain.AppendData(sPlain.data(), static_cast<int>(sPlain.size())) < 0) {
-    throw CFailure(InputName(p_tOptions.sIn) + ": too long");
-  }
-  if (CCrypt::EncryptStream(stPlain, stSecret, sError) < 0) throw CFailure(sError.ToStr());
-  WriteFile(p_tOptions.sOut, View(stSecret));
+  if (sPlain.size() > INT_MAX) throw CFailure(InputName(p_tOptions.sIn) + ": longer than 2147483615 bytes");
+  WriteFile(p_tOptions.sOut, Seal(sPlain));
+  const std::string sWhy = WhyNoDictionary(InputName(p_tOptions.sIn), sPlain);
+  if (!sWhy.empty()) Warn(sWhy);
 }
 
 void Decrypt(const T_Options& p_tOptions) {
@@ -151,7 +177,7 @@ void Decrypt(const T_Options& p_tOptions) {
 }
 
 void Html(const T_Options& p_tOptions) {
-  const std::string sName = p_tOptions.sIn.substr(p_tOptions.sIn.rfind('/') + 1);
+  const std::string sName = InputName(p_tOptions.sIn.substr(p_tOptions.sIn.rfind('/') + 1));
   const std::string& sTitle = p_tOptions.sTitle.empty() ? sName : p_tOptions.sTitle;
   WriteFile(p_tOptions.sOut, DictionaryPage(*Load(p_tOptions.sIn), sTitle));
 }
@@ -168,7 +194,7 @@ CLI::App* AddCommand(CLI::App& p_cDict, const char* p_szName, const char* p_szWh
 void AddCheck(CLI::App& p_cDict) {
   const auto pOptions = std::make_shared<T_Options>();
   CLI::App* pCommand = AddCommand(p_cDict, "check", "Say everything that is wrong or suspicious", Check, pOptions);
-  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml")->required();
+  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml; - is standard input")->required();
   pCommand->add_flag("--strict", pOptions->bStrict, "Fail for warnings, too");
   pCommand->add_flag("--json", pOptions->bJson, "Report as JSON");
   pCommand->footer(
@@ -183,12 +209,12 @@ void AddCheck(CLI::App& p_cDict) {
 void AddDump(CLI::App& p_cDict) {
   const auto pOptions = std::make_shared<T_Options>();
   CLI::App* pCommand = AddCommand(p_cDict, "dump", "Show what the library makes of a dictionary", Show, pOptions);
-  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml")->required();
+  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml; - is standard input")->required();
   pCommand->add_flag("--json", pOptions->bJson, "As JSON");
   pCommand->footer(
       "Examples:\n"
       "  callorv dict dump msg_dic.exml\n"
-      "  callorv dict dump --json msg_dic.xml | jq '.[] | select(.number == 120)'");
+      "  callorv dict dump --json msg_dic.xml | jq '.messages[] | select(.number == 120)'");
 }
 
 void AddEncrypt(CLI::App& p_cDict) {
@@ -217,7 +243,7 @@ void AddDecrypt(CLI::App& p_cDict) {
 void AddHtml(CLI::App& p_cDict) {
   const auto pOptions = std::make_shared<T_Options>();
   CLI::App* pCommand = AddCommand(p_cDict, "html", "Write a page on which to find messages and tags", Html, pOptions);
-  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml")->required();
+  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml; - is standard input")->required();
   pCommand->add_option("-o,--output", pOptions->sOut, "The page; - is standard output")->type_name("OUT")->required();
   pCommand->add_option("--title", pOptions->sTitle, "Title of the page; without it, the dictionary's file name")
       ->type_name("TEXT");

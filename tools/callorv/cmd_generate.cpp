@@ -12,6 +12,7 @@
 #include "command.h"
 #include "files.h"
 #include "input.h"
+#include "json_out.h"
 #include "options.h"
 #include "refusal.h"
 #include "text.h"
@@ -32,7 +33,8 @@ bool IsUpToDate(const std::string& p_sPath, const std::string& p_sText) {
   return std::filesystem::is_regular_file(p_sPath, cIgnored) && ReadWholeFile(p_sPath) == p_sText;
 }
 
-void Generate(const T_Options& p_tOptions) {
+// p_cList: a line for each class, for --json.
+void Generate(const T_Options& p_tOptions, nlohmann::ordered_json& p_cList) {
   if (!IsNamespace(p_tOptions.sNamespace)) {
     throw CUsage("--namespace: '" + p_tOptions.sNamespace + "' is no name for a name space");
   }
@@ -43,7 +45,6 @@ void Generate(const T_Options& p_tOptions) {
   std::error_code cError;
   std::filesystem::create_directories(p_tOptions.sDir, cError);
   if (cError) throw CFailure(p_tOptions.sDir + ": " + cError.message());
-  nlohmann::ordered_json cList = nlohmann::ordered_json::array();
   size_t iWritten = 0;
   for (int iMsg : cMsgs) {
     const T_ClassName& tName = cWriter.Name(iMsg);
@@ -54,18 +55,23 @@ void Generate(const T_Options& p_tOptions) {
     if (bWrite) WriteFile(sPath, sText);
     iWritten += bWrite;
     for (const std::string& s : aLeftOut) Warn("message " + std::to_string(iMsg) + ": " + s);
-    cList.push_back({{"message", iMsg},
-                     {"class", p_tOptions.sNamespace + "::" + tName.sClass},
-                     {"file", sPath},
-                     {"written", bWrite},
-                     {"left_out", aLeftOut}});
+    p_cList.push_back({{"message", iMsg},
+                       {"class", p_tOptions.sNamespace + "::" + tName.sClass},
+                       {"file", sPath},
+                       {"written", bWrite},
+                       {"left_out", aLeftOut}});
   }
-  if (p_tOptions.bJson) {
-    std::cout << cList.dump(2) << '\n';
-  } else {
-    std::cout << Counted(cMsgs.size(), "class") << " in " << p_tOptions.sDir << ", " << Counted(iWritten, "header")
-              << " changed\n";
-  }
+  if (p_tOptions.bJson) return;
+  std::cout << Counted(cMsgs.size(), "class") << " in " << p_tOptions.sDir << ", " << Counted(iWritten, "header")
+            << " changed\n";
+}
+
+void Generate(const T_Options& p_tOptions) {
+  nlohmann::ordered_json cUnused;
+  if (!p_tOptions.bJson) return Generate(p_tOptions, cUnused);
+  PrintObject([&](nlohmann::ordered_json& p_cObject) {
+    Generate(p_tOptions, p_cObject["classes"] = nlohmann::ordered_json::array());
+  });
 }
 
 }    // namespace

@@ -10,6 +10,7 @@
 
 #include "command.h"
 #include "files.h"
+#include "json_out.h"
 #include "key_maker.h"
 #include "refusal.h"
 #include "text.h"
@@ -69,7 +70,8 @@ std::vector<std::string> Warnings(const std::string& p_sPath, int p_iFileSize, c
     asWarning.push_back("others than the owner may access the file: chmod 600");
   }
   if (p_iFileSize > CCrypt::KEY_FILE_SIZE) {
-    asWarning.push_back(std::to_string(p_iFileSize - CCrypt::KEY_FILE_SIZE) + " bytes behind the key are ignored");
+    const auto iMore = static_cast<size_t>(p_iFileSize - CCrypt::KEY_FILE_SIZE);
+    asWarning.push_back(Counted(iMore, "byte") + " behind the key " + (iMore == 1 ? "is" : "are") + " ignored");
   }
   if (p_sKey.size() > KEY_PACKET_MAX) asWarning.push_back(TooLongForPacket(p_sKey.size()));
   if (HasControls(p_sKey)) {
@@ -106,10 +108,10 @@ void Check(const T_CheckOptions& p_tOptions) {
     cResult["warnings"] = asWarning;
     if (p_tOptions.bShow) cResult["key"] = ToUtf8(sKey);
   } else {
-    cResult["error"] = sError;
+    cResult["error"] = JsonError(sError);
   }
   if (p_tOptions.bJson) {
-    std::cout << cResult.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    PrintJson(cResult);
     if (!sError.empty()) throw CFailure("");
     return;
   }

@@ -12,6 +12,7 @@
 #include <set>
 #include <string_view>
 
+#include "near.h"
 #include "text.h"
 
 namespace {
@@ -120,7 +121,7 @@ class CDicChecker : public CDicReader {
   void OnTag(const T_Attribute* p_atAttr, int p_iAttrs);
   const CString* Find(const T_Attribute* p_atAttr, int p_iAttrs, std::string_view p_sName) const;
   void CheckAttributes(const std::string& p_sWhat, const T_Attribute* p_atAttr, int p_iAttrs,
-                       const std::vector<std::string_view>& p_asKnown);
+                       const std::vector<std::string>& p_asKnown);
   int Number(const std::string& p_sWhat, const CString& p_sText);
   void CheckType(T_Tag& p_tTag);
 
@@ -140,10 +141,11 @@ void CDicChecker::OnElement(int p_iDepth, const char* p_szName, const T_Attribut
   } else if (p_iDepth == 2) {
     m_bInMsg = sName == "msg";
     if (m_bInMsg) return OnMsg(p_atAttr, p_iAttrs);
-    Error("element '" + std::string(sName) + "' stands where only 'msg' may");
+    Error("element '" + std::string(sName) + "' stands where only 'msg' may" + DidYouMean(sName, {"msg"}));
   } else if (p_iDepth == 3 && m_bInMsg && sName != "constraint") {
     if (sName == "tag") return OnTag(p_atAttr, p_iAttrs);
-    Error("element '" + std::string(sName) + "' stands where only 'tag' and 'constraint' may");
+    Error("element '" + std::string(sName) + "' stands where only 'tag' and 'constraint' may" +
+          DidYouMean(sName, {"tag", "constraint"}));
   }
 }
 
@@ -156,11 +158,11 @@ const CString* CDicChecker::Find(const T_Attribute* p_atAttr, int p_iAttrs, std:
 }
 
 void CDicChecker::CheckAttributes(const std::string& p_sWhat, const T_Attribute* p_atAttr, int p_iAttrs,
-                                  const std::vector<std::string_view>& p_asKnown) {
+                                  const std::vector<std::string>& p_asKnown) {
   for (int i = 0; i < p_iAttrs; ++i) {
     const std::string sName = p_atAttr[i].sName.ToStr();
     if (std::find(p_asKnown.begin(), p_asKnown.end(), sName) == p_asKnown.end()) {
-      Warn(p_sWhat + ": attribute " + Quoted(sName) + " is not known and is ignored");
+      Warn(p_sWhat + ": attribute " + Quoted(sName) + " is not known and is ignored" + DidYouMean(sName, p_asKnown));
     } else if (p_atAttr[i].bCut) {
       Warn(p_sWhat + ": attribute " + Quoted(sName) +
            " has characters beyond ISO-8859-1, of which only the low byte is kept");
@@ -246,12 +248,15 @@ void CDicChecker::OnTag(const T_Attribute* p_atAttr, int p_iAttrs) {
 
 void CDicChecker::CheckType(T_Tag& p_tTag) {
   const std::string sTag = "message " + Str(m_atMsg.back().iNum) + ", tag " + Str(p_tTag.iNum);
+  std::vector<std::string> asKnown;
   for (int i = TAG_STRING; i < TAG_SUBMSG; ++i) {
-    if (CTagInfo::ReprType(static_cast<E_TagType>(i)) == p_tTag.sType.c_str()) return;
+    asKnown.push_back(CTagInfo::ReprType(static_cast<E_TagType>(i)).ToStr());
+    if (asKnown.back() == p_tTag.sType) return;
   }
+  if (p_tTag.sType[0] == 'M') asKnown.push_back('m' + p_tTag.sType.substr(1));
   if (p_tTag.sType.empty() || p_tTag.sType[0] != 'm') {
     Error(sTag + ": type " + Quoted(p_tTag.sType) +
-          " is none of string, integer, double, bool, date, and m with a number");
+          " is none of string, integer, double, bool, date, and m with a number" + DidYouMean(p_tTag.sType, asKnown));
     return;
   }
   const CString sNum(p_tTag.sType.c_str() + 1);

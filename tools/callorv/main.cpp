@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "command.h"
+#include "near.h"
 #include "text.h"
 
 namespace {
@@ -28,22 +29,53 @@ std::string GivenCommand(const CLI::App& p_cApp) {
   return sName;
 }
 
-// What is wrong when something required is missing. A misspelt command or option is missed under its right name; the
-// wrong one says more.
-std::string MissingText(const CLI::App& p_cApp, const CLI::RequiredError& p_cError) {
+const CLI::App& Innermost(const CLI::App& p_cApp) {
   const CLI::App* pInner = &p_cApp;
   while (!pInner->get_subcommands().empty()) pInner = pInner->get_subcommands().front();
-  const std::vector<std::string> asLeft = p_cApp.remaining(true);
-  if (!asLeft.empty() && (asLeft[0].rfind('-', 0) == 0 || pInner->get_require_subcommand_min() == 0)) {
-    return CLI::ExtrasError(asLeft).what();
+  return *pInner;
+}
+
+// An option that the command does not have, "" when there is none. It says more than what follows from it, as when its
+// value is taken for an argument.
+std::string UnknownOption(const CLI::App& p_cApp) {
+  for (const std::string& s : p_cApp.remaining(true)) {
+    if (s.size() < 2 || s[0] != '-') continue;
+    std::vector<std::string> asKnown{"--help"};
+    for (const CLI::Option* pOption : Innermost(p_cApp).get_options()) {
+      for (const std::string& sName : pOption->get_lnames()) asKnown.push_back("--" + sName);
+    }
+    const std::string sOption = s.substr(0, s.find('='));
+    return "unknown option " + sOption + DidYouMean(sOption, asKnown);
   }
-  if (pInner->get_require_subcommand_min() == 0) return p_cError.what();
+  return "";
+}
+
+// What is wrong when something required is missing, or too much is there. A misspelt command is missed under its right
+// name; the wrong one says more.
+std::string MissingText(const CLI::App& p_cApp, const CLI::ParseError& p_cError) {
+  const CLI::App& cInner = Innermost(p_cApp);
+  const std::vector<std::string> asLeft = p_cApp.remaining(true);
+  if (cInner.get_require_subcommand_min() == 0) {
+    return asLeft.empty() ? p_cError.what() : "unexpected argument '" + asLeft[0] + "'";
+  }
+  std::vector<std::string> asCommands;
   std::string sCommands;
-  for (const CLI::App* pSub : pInner->get_subcommands([](const CLI::App*) { return true; })) {
+  for (const CLI::App* pSub : cInner.get_subcommands([](const CLI::App*) { return true; })) {
+    asCommands.push_back(pSub->get_name());
     sCommands += (sCommands.empty() ? "" : ", ") + pSub->get_name();
   }
-  const std::string sWhat = asLeft.empty() ? "a command is needed" : "there is no command '" + asLeft[0] + "'";
-  return sWhat + ": " + sCommands;
+  if (asLeft.empty()) return "a command is needed: " + sCommands;
+  return "there is no command '" + asLeft[0] + "': " + sCommands + DidYouMean(asLeft[0], asCommands);
+}
+
+// "--output: 1 required DIR missing" in other words.
+std::string NeedsText(std::string p_sText) {
+  constexpr std::string_view s_sOne = ": 1 required ", s_sMissing = " missing";
+  const size_t iOne = p_sText.find(s_sOne);
+  if (iOne == std::string::npos || p_sText.find(s_sMissing, iOne) == std::string::npos) return p_sText;
+  const size_t iName = iOne + s_sOne.size();
+  const std::string sName = p_sText.substr(iName, p_sText.find(s_sMissing, iName) - iName);
+  return p_sText.substr(0, iOne) + " needs " + sName + " behind it";
 }
 
 int Usage(const CLI::App& p_cApp, const std::string& p_sText) {
@@ -83,10 +115,12 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
   } catch (const CLI::Success& cDone) {    // --help, --version
     p_cApp.exit(cDone);
     return Done();
-  } catch (const CLI::RequiredError& cError) {
-    return Usage(p_cApp, MissingText(p_cApp, cError));
   } catch (const CLI::ParseError& cError) {
-    return Usage(p_cApp, cError.what());
+    const std::string sUnknown = UnknownOption(p_cApp);
+    if (!sUnknown.empty()) return Usage(p_cApp, sUnknown);
+    const bool bArguments = dynamic_cast<const CLI::RequiredError*>(&cError) != nullptr ||
+                            dynamic_cast<const CLI::ExtrasError*>(&cError) != nullptr;
+    return Usage(p_cApp, bArguments ? MissingText(p_cApp, cError) : NeedsText(cError.what()));
   } catch (const CUsage& cError) {
     return Usage(p_cApp, cError.what());
   } catch (const CException& cError) {

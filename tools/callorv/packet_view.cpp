@@ -80,7 +80,7 @@ std::vector<std::string> CheckHeader(std::string_view p_sHeader) {
   const std::optional<int> iBody = fnNumber(CTcpAdaptor::BODY_LENGTH);
   if (sFlag == "N" && iBody && bRoom && *iBody != *iPacket - HEADER_SIZE) {
     asWrong.push_back("body length " + std::to_string(*iBody) + " is not the packet's " +
-                      std::to_string(*iPacket - HEADER_SIZE) + " bytes");
+                      Counted(static_cast<size_t>(*iPacket - HEADER_SIZE), "byte"));
   }
   return asWrong;
 }
@@ -110,7 +110,8 @@ std::vector<std::string> CheckPacket(std::string_view p_sPacket, CAdaptor::T_Pac
     if (bNews) asWrong.push_back(cParser.GetLastError());
   } else if (p_tInfo.bCompressed && iBody && *iBody != p_tInfo.stBody.GetSize()) {
     asWrong.push_back("body length " + std::to_string(*iBody) + " is not the " +
-                      std::to_string(p_tInfo.stBody.GetSize()) + " bytes that the body decompresses to");
+                      Counted(static_cast<size_t>(p_tInfo.stBody.GetSize()), "byte") +
+                      " that the body decompresses to");
   }
   return asWrong;
 }

@@ -21,7 +21,7 @@ constexpr char s_szForeign[] =
     "encrypted under another SEED key, or damaged; try the callorv that was built with its SEED key, or ";
 
 std::string WhyNoFile(const std::string& p_sPath) {
-  if (const std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
+  if (std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
   if (!IsOrdinaryFile(p_sPath)) return "a pipe or device, of which the library reads nothing; make it a file";
   std::error_code cError;
   const bool bLong = std::filesystem::file_size(p_sPath, cError) > INT_MAX - 1 && !cError;
@@ -44,7 +44,7 @@ bool IsNoKey(const T_Unsealed& p_t) {
 }    // namespace
 
 std::string SealedReason(const std::string& p_sPath) {
-  if (const std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
+  if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
   const std::string sSecret = ReadWholeFile(p_sPath);
   if (sSecret.empty()) return "an empty file";
   if (BeginsLikeXml(sSecret)) return "plain XML, not encrypted; encrypt it: callorv dict encrypt";
@@ -60,15 +60,16 @@ std::string SealedReason(const std::string& p_sPath) {
 
 std::string DictionaryReason(const std::string& p_sPath) {
   if (CString(p_sPath.c_str()).EndsWith(".exml")) return SealedReason(p_sPath);
-  if (const std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
+  if (std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
   if (!IsOrdinaryFile(p_sPath)) return "";    // what came through a pipe has been read
   const std::string sFile = ReadWholeFile(p_sPath);
   if (sFile.empty()) return "an empty file";
-  return IsSealedXml(sFile) ? "encrypted, but its name does not end in .exml; rename it" : "";
+  if (IsSealedXml(sFile)) return "encrypted, but its name does not end in .exml; rename it";
+  return BeginsLikeXml(sFile) ? "" : "no XML; if it is encrypted, its name must end in .exml";
 }
 
 std::string KeyReason(const std::string& p_sPath) {
-  if (const std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
+  if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
   const std::string sFile = ReadWholeFile(p_sPath);
   if (sFile.size() < CCrypt::KEY_FILE_SIZE) {
     return Counted(sFile.size(), "byte") + " instead of 4144: no key file, or cut off; copy it again, or make one: "
