@@ -13,8 +13,8 @@ typedef struct CMsg CMsg;
 #endif
 
 /* A message handle is made by MSG_GetNewMsg and released by MSG_Destroy, unless MSG_SetSub gave it to a parent.
- * Handles of sub-messages that were read from a message are borrowed: they live as long as that message and are
- * never destroyed by the caller.
+ * Handles of sub-messages that the library made, by MSG_NewSub or from a reply, are borrowed: they live until the message
+ * around them is cleared or destroyed, and are not destroyed alone.
  *
  * int results are 0 (or a length or count), or a negative code:
  *   -1 no value (or, where it says so, a failed file)   -11 no memory          -12 null handle or null output
