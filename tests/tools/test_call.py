@@ -572,6 +572,7 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--repeat", "1", "--trace"), "--repeat excludes --trace"),
                 ((*config, "1", "3", "--show-key"), "--show-key requires --trace"),
                 ((*config, "1", "3", "--xml", "x.xml"), "--xml brings the message: '3' must be TAG=VALUE or go"),
+                ((*config, "1", "3", "--as-library"), "--as-library requires --xml"),
                 ((*config, "1", "3", "--nosuch"), "unknown option --nosuch"),
                 ((*config, *direct[4:6], "1", "3"), "--config excludes --server"),
                 ((*config, "--timeout", "1", "1", "3"), "--config excludes --timeout"),

@@ -635,6 +635,7 @@ class ArgumentTest(ServeTest):
                 ((*needed, "--compress-over", "-1"), "--compress-over: Value -1 not in range 0 to 2147483647"),
                 ((*needed, "--timeout", "0"), "--timeout: Value 0 not in range 1 to 86400"),
                 ((*needed, "--threads", "257"), "--threads: Value 257 not in range 0 to 256"),
+                ((*needed, "--as-library"), "--as-library requires --replies"),
                 ((*needed, "--nosuch"), "unknown option --nosuch"),
                 ((*needed, "extra"), "unexpected argument 'extra'"),
                 ((*needed, "--fault", "fire"),

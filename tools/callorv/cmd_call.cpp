@@ -86,7 +86,7 @@ std::shared_ptr<CMsg> MakeRequest(const T_Options& p_tOptions, const std::string
   return pRequest;
 }
 
-// What a failed call says: a rejection is the server's word, everything else the library's.
+// Puts into p_tError what a failed call says: a rejection is the server's word, everything else the library's.
 void ExplainFailure(int p_iRet, const CCallOrvError& p_cError, const T_Server& p_tServer, double p_dSeconds,
                     T_CallError& p_tError) {
   p_tError.iCode = p_cError.GetCode();

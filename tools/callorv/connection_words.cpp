@@ -6,6 +6,7 @@
 #include <asio.hpp>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <system_error>
 
 #include "refusal.h"
@@ -15,7 +16,8 @@ namespace {
 using asio::ip::tcp;
 
 enum { SEND_TIME_OUT = 90 };      // seconds, of the library
-constexpr double PATIENCE = 20;    // seconds; a connection that took longer to fail is not tried again
+constexpr double PATIENCE = 20;    // seconds; a connection that took longer to fail is not tried again ...
+constexpr auto PROBE = std::chrono::seconds(5);    // ... and another attempt takes no longer
 
 std::string Words(int p_iErrno) { return std::generic_category().message(p_iErrno); }
 
@@ -54,13 +56,18 @@ T_Reason WhyNoAddress(const std::string& p_sHost, const asio::error_code& p_cErr
 }
 
 T_Reason WhyNotConnected(const std::string& p_sAddress, int p_iPort, double p_dSeconds) {
-  if (p_dSeconds > PATIENCE) {
-    return {Words(ETIMEDOUT) + " after " + std::to_string(static_cast<int>(p_dSeconds)) + " s", ETIMEDOUT};
-  }
   asio::io_context cContext;
   tcp::socket cSocket(cContext);
-  asio::error_code cError;
-  cSocket.connect({asio::ip::make_address(p_sAddress), static_cast<unsigned short>(p_iPort)}, cError);
+  asio::error_code cError = asio::error::timed_out;
+  if (p_dSeconds <= PATIENCE) {
+    cSocket.async_connect({asio::ip::make_address(p_sAddress), static_cast<unsigned short>(p_iPort)},
+                          [&](const asio::error_code& p_cError) { cError = p_cError; });
+    cContext.run_for(PROBE);
+  }
+  if (cError == asio::error::timed_out) {
+    const std::string sAfter = p_dSeconds > 0 ? " after " + std::to_string(static_cast<int>(p_dSeconds)) + " s" : "";
+    return {Words(ETIMEDOUT) + sAfter, ETIMEDOUT};
+  }
   if (!cError) return {"no connection at first, but now there is one: try again", 0};
   if (cError == asio::error::connection_refused) return {cError.message() + "; nobody listens there", cError.value()};
   return {cError.message(), cError.value()};

@@ -16,7 +16,7 @@ std::string AddressOf(const T_Server& p_tServer);
 // Says in p_tError, of which iCode and sText are as the library gave them (CCallOrv::CallServiceCore's result and
 // reason), at what the call failed: the stage, address, error number, and a text with the server's place before the
 // library's words. What connect() said the library does not tell: it is asked again.
-//   p_dSeconds  that the call took
+//   p_dSeconds  that the call took, 0: nobody knows
 void ExplainConnection(const T_Server& p_tServer, double p_dSeconds, T_CallError& p_tError);
 
 #endif
