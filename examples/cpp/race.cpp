@@ -1,10 +1,13 @@
 // Asks a service twice on Asio. The first answer counts, the other call is cancelled; after three seconds nobody waits any
 // longer.
+#include <poll.h>
+
 #include <asio.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 
 #include "callorv/callorv.hpp"
 
@@ -54,23 +57,17 @@ class CLoopCall : public std::enable_shared_from_this<CLoopCall> {
   }
 };
 
-}    // namespace
-
-int main(int argc, char** argv) {
-  CCallOrvError cErr;
-  if (argc != 2) return std::fprintf(stderr, "usage: %s CONFIGURATION\n", argv[0]), EXIT_FAILURE;
-  if (CCallOrv::Initialize(argv[1], &cErr) < 0) {
-    return std::fprintf(stderr, "initialisation: %s\n", cErr.GetText().ToStr()), EXIT_FAILURE;
-  }
+// Whether there was an answer.
+bool Race() {
   CMsg cIn(1101, 0, 0, MA_GetMsgDic());
   cIn.SetValue("Symbol", "ACME");
-
   asio::io_context cLoop;
   std::shared_ptr<CLoopCall> apCall[2];
+  CCallOrvError cErr;
   bool bAnswered = false;
   for (auto& pCall : apCall) {
     CPendingCall cStarted = CCallOrv::Start(SVC_QUOTE, &cIn, DEADLINE_MS, &cErr);
-    if (!cStarted) return std::fprintf(stderr, "%s\n", cErr.GetText().ToStr()), EXIT_FAILURE;
+    if (!cStarted) throw std::runtime_error(cErr.Repr().ToStr());
     pCall = std::make_shared<CLoopCall>(cLoop, std::move(cStarted), [&](CPendingCall p_cCall) {
       CMsg cOut(0, 0, 0, MA_GetMsgDic());
       double dLast = 0;
@@ -84,7 +81,23 @@ int main(int argc, char** argv) {
       for (auto& pOther : apCall) pOther->Cancel();
     });
   }
-  for (auto& pCall : apCall) asio::post(cLoop, [pCall] { pCall->Step(); });
+  for (const auto& pCall : apCall) pCall->Step();
   cLoop.run();
-  return bAnswered ? EXIT_SUCCESS : EXIT_FAILURE;
+  return bAnswered;
+}
+
+}    // namespace
+
+int main(int argc, char** argv) {
+  CCallOrvError cErr;
+  if (argc != 2) return std::fprintf(stderr, "usage: %s CONFIGURATION\n", argv[0]), EXIT_FAILURE;
+  try {
+    if (CCallOrv::Initialize(argv[1], &cErr) == 0) return Race() ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::fprintf(stderr, "initialisation: %s\n", cErr.GetText().ToStr());
+  } catch (const CException& p_c) {
+    std::fprintf(stderr, "%s\n", p_c.GetText());
+  } catch (const std::exception& p_c) {
+    std::fprintf(stderr, "%s\n", p_c.what());
+  }
+  return EXIT_FAILURE;
 }
