@@ -1,6 +1,7 @@
 // Memory that runs out: every allocation of every operation made to fail, alone and with all that follow it.
 #include <callorv/crypt/cfg_reader.h>
 #include <callorv/msg/dic_reader.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <climits>
@@ -9,6 +10,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "children.h"
@@ -830,6 +832,61 @@ std::vector<T_Op> Calls() {
                   "started tags were ended; last tag started is 'msg') -1", asUnnoticed});
   aOps.push_back({"CallOrv_CallService, no reply", EMPTY, fnCall(CLOSES), "-3 error -5 Socket closed(-9)(OK) -1",
                   asCall});
+  // Calls that hold no thread; what Start gives null for is told as by the blocking call.
+  const auto fnStart = [](E_Service p_eService, T_World& w) {
+    return CallOrv_Start(p_eService, w.pMsg.get(), 20000, &w.tOut.tErr);
+  };
+  const auto fnNotStarted = [](const T_World& w) { return w.tOut.tErr.iCode == -11 ? -11 : -3; };
+  const auto fnStepped = [=](E_Service p_eService) {
+    return [=](T_World& w) {
+      CallOrv_Call* pCall = fnStart(p_eService, w);
+      if (pCall == nullptr) return fnNotStarted(w);
+      while (CallOrv_Step(pCall) == 1) {
+        pollfd tPoll = {CallOrv_GetFd(pCall), static_cast<short>(CallOrv_GetEvents(pCall)), 0};
+        poll(&tPoll, 1, CallOrv_GetTimeLeft(pCall));
+      }
+      return CallOrv_Finish(pCall, w.pReply.get(), &w.tOut.tErr);
+    };
+  };
+  const auto fnWaited = [=](T_World& w) {
+    CallOrv_Call* apCall[65];    // more than are waited for without memory
+    int iStarted = 0;
+    for (CallOrv_Call*& pCall : apCall) iStarted += (pCall = fnStart(ECHO_PLAIN, w)) != nullptr;
+    int iOver = iStarted == 65 ? 0 : fnNotStarted(w);
+    for (int iLeft = 65; iOver >= 0 && iLeft > 0; --iLeft) {
+      iOver = CallOrv_WaitAny(apCall, 65, -1);
+      if (iOver >= 0) CallOrv_Cancel(std::exchange(apCall[iOver], nullptr));
+    }
+    for (CallOrv_Call* pCall : apCall) CallOrv_Cancel(pCall);
+    return std::min(iOver, 0);
+  };
+  const auto fnCancelled = [=](T_World& w) {
+    CallOrv_Call* pCall = fnStart(ECHO_PLAIN, w);
+    CallOrv_SetUser(pCall, &w);
+    const bool bOwn = CallOrv_GetUser(pCall) == (pCall != nullptr ? &w : nullptr);
+    CallOrv_Cancel(pCall);
+    if (!bOwn) return -1;
+    return pCall != nullptr ? 0 : fnNotStarted(w);
+  };
+  const auto fnWithin = [](T_World& w) {
+    return CallOrv_CallServiceWithin(ECHO_PLAIN, w.pMsg.get(), w.pReply.get(), 20000, &w.tOut.tErr);
+  };
+  const auto fnResolve = [](T_World& w) { return CallOrv_Resolve(&w.tOut.tErr); };
+  for (const E_Start eStart : {EMPTY, FULL}) {
+    const std::string sHow = eStart == FULL ? ", long body" : ", short body";
+    aOps.push_back({"CallOrv_Start, stepped" + sHow, eStart, fnStepped(ECHO_PLAIN), "0 reply ", asCall});
+    aOps.push_back({"CallOrv_Start, stepped, compressed" + sHow, eStart, fnStepped(ECHO_COMPRESSED), "0 reply ", asCall});
+    aOps.push_back({"CallOrv_CallServiceWithin" + sHow, eStart, fnWithin, "0 reply ", asCall});
+    for (const char* szWhat : {"CallOrv_SetUser", "CallOrv_GetUser", "CallOrv_Cancel"}) {
+      aOps.push_back({szWhat + sHow, eStart, fnCancelled, "0", asCall});
+    }
+  }
+  for (const char* szWhat : {"CallOrv_Step", "CallOrv_Finish", "CallOrv_GetFd", "CallOrv_GetEvents", "CallOrv_GetTimeLeft"}) {
+    aOps.push_back({szWhat + std::string(", no reply"), EMPTY, fnStepped(CLOSES), "-3 error -5 Socket closed(-9)(OK) -1",
+                    asCall});
+  }
+  aOps.push_back({"CallOrv_WaitAny", EMPTY, fnWaited, "0", With(asCall, {"-2", UNNOTICED})});    // one may fail and be over
+  aOps.push_back({"CallOrv_Resolve", EMPTY, fnResolve, "0", asCall});
   const CTexts asThrown = {BAD_ALLOC, "CException -11 at adaptor(71 lines), (new Error) failed(std::bad_alloc)",
                            "CException -11 at adaptor(79 lines), (new char[iLen]) failed(std::bad_alloc)"};
   aOps.push_back({"CCallOrv::CallService", EMPTY, fnTyped, "0",
