@@ -476,6 +476,42 @@ class MeasureTest(CallTest):
                          r"latency  50 % \d+\.\d{3} ms  90 % \d+\.\d{3} ms  99 % \d+\.\d{3} ms  max \d+\.\d{3} ms\n\Z")
         self.assertIn("served 200 calls, 0 errors", server.log)
 
+    def test_calls_in_flight(self):
+        with self.echo("--quiet", "--delay", 300) as server:
+            result = self.call(server, 1201, "Quote", "code=ABC", "--repeat", 120, "--threads", 2, "--in-flight", 30)
+            self.assert_run(result, 0, err="")
+            self.assertRegex(result.stdout.decode(),
+                             r"\A120 calls from 2 threads, 30 in flight each, in \d+\.\d{3} s: \d+ calls/s\n"
+                             r"latency  50 % \d+\.\d{3} ms  ")
+            seen = json.loads(self.call(server, 1201, "Quote", "--repeat", 50, "--in-flight", 100, "--json").stdout)
+        self.assertEqual((seen["calls"], seen["threads"], seen["in_flight"], seen["failed"]), (50, 1, 100, 0))
+        self.assertLess(seen["seconds"], 7.5)    # half of one after the other
+        self.assertGreaterEqual(seen["latency_us"]["p50"], 300000)
+        self.assertIn("served 170 calls, 0 errors", server.log)
+
+    def test_calls_in_flight_count_failures_by_code(self):
+        with self.echo("--quiet", "--fault", "reject:17@25", "--fault", "close@50") as server:
+            result = self.call(server, 1201, "Quote", "--repeat", 16, "--in-flight", 4)
+            self.assertEqual(result.stderr.decode(), "callorv: 10 of 16 calls failed\n")
+            self.assertEqual(result.stdout.decode().splitlines()[2:],
+                             [f"6 x -5  127.0.0.1:{server.port}: the connection was closed before the reply was complete "
+                              "(the library says: Socket closed(-9)(OK))", "4 x 17  rejected on request of --fault"])
+        result = self.call(1, 1201, "Quote", "--repeat", 7, "--in-flight", 4)
+        self.assertRegex(result.stdout.decode().splitlines()[2],
+                         r"\A7 x -3  127.0.0.1:1: .*Failed in connect\(\)\(-5\)\(\(connect\)\)")
+
+    def test_a_deadline_bounds_each_call(self):
+        with self.echo("--quiet", "--fault", "stall:128") as server:
+            text = (f"127.0.0.1:{server.port}: the 400 ms were over while reading the reply "
+                    "(the library says: Socket timeout(-8)((body, 400 ms)))")
+            self.assert_run(self.call(server, 1201, "Quote", "--deadline", 400), 1, "", f"callorv: {text}\n")
+            for more in (), ("--in-flight", 2):
+                result = self.call(server, 1201, "Quote", "--deadline", 400, "--repeat", 2, *more)
+                self.assertEqual(result.stdout.decode().splitlines()[2:], [f"2 x -5  {text}"])
+        with self.echo("--quiet") as server:
+            self.assert_run(self.call(server, 1201, "Quote", "--deadline", 20000, "--repeat", 3), 0, err="")
+            self.assertIn(b"MsgNum : 3", self.call(server, 1201, "Quote", "--deadline", 20000).stdout)
+
     def test_as_json(self):
         with self.echo("--quiet", "--delay", 20) as server:
             result = self.call(server, 1201, "Quote", "--repeat", 10, "--json")
@@ -570,6 +606,11 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--repeat", "1", "--threads", "1025"),
                  "--threads: Value 1025 not in range 1 to 1024"),
                 ((*config, "1", "3", "--repeat", "1", "--trace"), "--repeat excludes --trace"),
+                ((*config, "1", "3", "--in-flight", "2"), "--in-flight requires --repeat"),
+                ((*config, "1", "3", "--repeat", "1", "--in-flight", "0"),
+                 "--in-flight: Value 0 not in range 1 to 100000"),
+                ((*config, "1", "3", "--deadline", "0"), "--deadline: Value 0 not in range 1 to 86400000"),
+                ((*config, "1", "3", "--deadline", "1", "--trace"), "--deadline excludes --trace"),
                 ((*config, "1", "3", "--show-key"), "--show-key requires --trace"),
                 ((*config, "1", "3", "--xml", "x.xml"), "--xml brings the message: '3' must be TAG=VALUE or go"),
                 ((*config, "1", "3", "--as-library"), "--as-library requires --xml"),

@@ -34,6 +34,7 @@ Examples:
   callorv call --config client.cfg 1201 3 1=ABC 'rows[0].price=1.5' 'rows[1].price=2'
   callorv call --config client.cfg --json 1201 --xml request.xml
   callorv call --config client.cfg --repeat 10000 --threads 8 1201 Quote code=ABC
+  callorv call --config client.cfg --repeat 10000 --in-flight 64 1201 Quote code=ABC
   callorv call --config client.cfg --trace 1201 Quote code=ABC
   callorv call --dictionary d.xml --key-file user.key --server localhost:7000 1201 Quote)";
 
@@ -52,6 +53,8 @@ struct T_Options {
   bool bShowKey = false;
   int iRepeat = 0;
   int iThreads = 1;
+  int iInFlight = 0;    // 0: each call holds its thread
+  int iDeadline = 0;    // milliseconds; 0: none but the time-out
 };
 
 int FindMessage(const std::string& p_sMessage) {
@@ -143,8 +146,11 @@ void CallOnce(const T_Options& p_tOptions, const std::string& p_sXml, const T_Se
   CCallOrvError cError;
   CCallOrv::T_Exchange tExchange;
   const auto tStart = std::chrono::steady_clock::now();
-  const int iRet = CCallOrv::CallServiceByMsg(p_tOptions.iService, pRequest.get(), &cReply, &cError,
-                                              p_tOptions.bTrace ? &tExchange : nullptr);
+  const int iRet = p_tOptions.iDeadline > 0
+                       ? CCallOrv::CallServiceByMsgWithin(p_tOptions.iService, pRequest.get(), &cReply,
+                                                          p_tOptions.iDeadline, &cError)
+                       : CCallOrv::CallServiceByMsg(p_tOptions.iService, pRequest.get(), &cReply, &cError,
+                                                    p_tOptions.bTrace ? &tExchange : nullptr);
   const double dSeconds = SecondsSince(tStart);
   if (p_tOptions.bTrace) PrintTrace(tExchange, p_tOptions.bShowKey);
   if (iRet == 0) return PrintReply(cReply, p_tOptions.sFormat);
@@ -159,23 +165,25 @@ void PrintMeasurement(const T_Measurement& p_t, bool p_bJson) {
     for (const auto& [iCode, tFailure] : p_t.cFailures) {
       cFailures.push_back({{"code", iCode}, {"text", ToUtf8(tFailure.sText)}, {"count", tFailure.iCount}});
     }
-    const Json cAll{{"calls", p_t.iCalls},
-                    {"threads", p_t.iThreads},
-                    {"seconds", p_t.dSeconds},
-                    {"calls_per_second", dRate},
-                    {"latency_us",
-                     {{"p50", p_t.Percentile(50)},
-                      {"p90", p_t.Percentile(90)},
-                      {"p99", p_t.Percentile(99)},
-                      {"max", p_t.Percentile(100)}}},
-                    {"failed", p_t.iFailed},
-                    {"errors", cFailures}};
+    Json cAll{{"calls", p_t.iCalls},
+              {"threads", p_t.iThreads},
+              {"seconds", p_t.dSeconds},
+              {"calls_per_second", dRate},
+              {"latency_us",
+               {{"p50", p_t.Percentile(50)},
+                {"p90", p_t.Percentile(90)},
+                {"p99", p_t.Percentile(99)},
+                {"max", p_t.Percentile(100)}}},
+              {"failed", p_t.iFailed},
+              {"errors", cFailures}};
+    if (p_t.iInFlight > 0) cAll["in_flight"] = p_t.iInFlight;
     std::cout << cAll.dump(2) << '\n';
     return;
   }
   const auto fnMillis = [&](double p_dPercent) { return CFormat("%.3f ms", p_t.Percentile(p_dPercent) / 1000.0); };
-  std::cout << CFormat("%d calls from %d threads in %.3f s: %.0f calls/s\n", p_t.iCalls, p_t.iThreads, p_t.dSeconds,
-                       dRate)
+  const CString sInFlight = p_t.iInFlight > 0 ? CFormat(", %d in flight each,", p_t.iInFlight) : CString();
+  std::cout << CFormat("%d calls from %d threads%s in %.3f s: %.0f calls/s\n", p_t.iCalls, p_t.iThreads,
+                       sInFlight.ToStr(), p_t.dSeconds, dRate)
                    .ToStr()
             << "latency  50 % " << fnMillis(50).ToStr() << "  90 % " << fnMillis(90).ToStr() << "  99 % "
             << fnMillis(99).ToStr() << "  max " << fnMillis(100).ToStr() << '\n';
@@ -196,19 +204,43 @@ void ExplainMeasurement(const T_Server& p_tServer, T_Measurement& p_t) {
   }
 }
 
+// What a failed call counts as.
+int CodeOf(int p_iRet, const CCallOrvError& p_cError, std::string& p_sText) {
+  if (p_iRet == 0) return 0;
+  p_sText = p_cError.GetText().ToStr();
+  return p_cError.GetCode() != 0 ? p_cError.GetCode() : p_iRet;
+}
+
+// Calls that one thread makes with one request. Each has a reply of its own, as a message keeps what it held before.
+T_Caller MakeCaller(const T_Options& p_tOptions, const std::shared_ptr<CMsg>& p_pRequest) {
+  const int iService = p_tOptions.iService, iDeadline = p_tOptions.iDeadline;
+  T_Caller tCaller;
+  tCaller.fnCall = [=](std::string& p_sText) {
+    CMsg cReply(0, 0, 0, MA_GetMsgDic());
+    CCallOrvError cError;
+    const int iRet =
+        iDeadline > 0 ? CCallOrv::CallServiceByMsgWithin(iService, p_pRequest.get(), &cReply, iDeadline, &cError)
+                      : CCallOrv::CallServiceByMsg(iService, p_pRequest.get(), &cReply, &cError);
+    return CodeOf(iRet, cError, p_sText);
+  };
+  tCaller.fnStart = [=](CPendingCall& p_cCall, std::string& p_sText) {
+    CCallOrvError cError;
+    p_cCall = CCallOrv::Start(iService, p_pRequest.get(), iDeadline, &cError);
+    return CodeOf(p_cCall ? 0 : -3, cError, p_sText);
+  };
+  tCaller.fnFinish = [](CPendingCall& p_cCall, std::string& p_sText) {
+    CMsg cReply(0, 0, 0, MA_GetMsgDic());
+    CCallOrvError cError;
+    return CodeOf(p_cCall.Finish(&cReply, &cError), cError, p_sText);
+  };
+  return tCaller;
+}
+
 // Returns what is to be said of calls that failed, "" when none did.
 std::string CallMany(const T_Options& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer) {
   MakeRequest(p_tOptions, p_sXml);    // what is wrong with the request is said once
-  T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, [&]() -> CCall {
-    const auto pRequest = MakeRequest(p_tOptions, p_sXml);    // a message belongs to one thread
-    return [pRequest, iService = p_tOptions.iService](std::string& p_sText) {
-      CMsg cReply(0, 0, 0, MA_GetMsgDic());    // a new one each time: a message keeps what it held before
-      CCallOrvError cError;
-      const int iRet = CCallOrv::CallServiceByMsg(iService, pRequest.get(), &cReply, &cError);
-      if (iRet == 0) return 0;
-      p_sText = cError.GetText().ToStr();
-      return cError.GetCode() != 0 ? cError.GetCode() : iRet;
-    };
+  T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, p_tOptions.iInFlight, [&] {
+    return MakeCaller(p_tOptions, MakeRequest(p_tOptions, p_sXml));    // a message belongs to one thread
   });
   ExplainMeasurement(p_tServer, tResult);
   PrintMeasurement(tResult, p_tOptions.sFormat == "json");
@@ -317,8 +349,17 @@ void AddCall(CLI::App& p_cApp) {
       ->check(Between(1, 1024))
       ->needs(pRepeat)
       ->capture_default_str();
-  CLI::Option* pTrace =
-      pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")->excludes(pRepeat);
+  pCommand->add_option("--in-flight", t.iInFlight, "Calls that each thread of --repeat has under way at once")
+      ->type_name("K")
+      ->check(Between(1, 100000))
+      ->needs(pRepeat);
+  CLI::Option* pDeadline =
+      pCommand->add_option("--deadline", t.iDeadline, "Milliseconds for all of a call, connecting and sending included")
+          ->type_name("MS")
+          ->check(Between(1, 86400000));
+  CLI::Option* pTrace = pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")
+                            ->excludes(pRepeat)
+                            ->excludes(pDeadline);
   pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace")->needs(pTrace);
   pCommand->footer(s_szFooter);
   pCommand->callback([pOptions] { Call(*pOptions); });

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <chrono>
 #include <system_error>
+#include <utility>
 
 #include "refusal.h"
 
@@ -92,6 +93,23 @@ T_Reason WhyNoReply(const std::string& p_sText, int p_iTimeOut) {
   return {};
 }
 
+// Of a call with a deadline, whose text is "Socket timeout(-8)((body, 400 ms))": what it was doing, and the milliseconds.
+T_Reason WhyTooLate(const std::string& p_sText) {
+  static constexpr std::pair<const char*, const char*> s_aszDoing[] = {{"((connect, ", "connecting"},
+                                                                       {"((send, ", "sending the request"},
+                                                                       {"((header, ", "waiting for the reply"},
+                                                                       {"((body, ", "reading the reply"},
+                                                                       {"((checksum, ", "reading the reply"}};
+  if (!IsText(p_sText, ADAPT_TIMEOUT)) return {};
+  for (const auto& [szAt, szDoing] : s_aszDoing) {
+    const size_t iAt = p_sText.find(szAt);
+    if (iAt == std::string::npos) continue;
+    const size_t iTime = p_sText.find(' ', iAt) + 1;
+    return {"the " + p_sText.substr(iTime, p_sText.find(')', iTime) - iTime) + " were over while " + szDoing, 0};
+  }
+  return {};
+}
+
 }    // namespace
 
 bool IsConnectionText(const std::string& p_sText) {
@@ -115,8 +133,10 @@ void ExplainConnection(const T_Server& p_tServer, double p_dSeconds, T_CallError
   const std::string sAddress = Resolve(p_tServer.sHost, tcp::v4(), cError);
   p_tError.eStage = s_aStage[-p_tError.iCode];
   p_tError.sAddress = (sAddress.empty() ? p_tServer.sHost : sAddress) + sPort;
-  T_Reason tReason;
-  if (p_tError.eStage == CALL_CONNECT && sAddress.empty()) {
+  T_Reason tReason = WhyTooLate(p_tError.sText);
+  if (!tReason.sWords.empty()) {
+    // the deadline says it all
+  } else if (p_tError.eStage == CALL_CONNECT && sAddress.empty()) {
     tReason = WhyNoAddress(p_tServer.sHost, cError);
   } else if (p_tError.eStage == CALL_CONNECT && IsText(p_tError.sText, ADAPT_CONNECT)) {
     tReason = WhyNotConnected(sAddress, p_tServer.iPort, p_dSeconds);

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
@@ -33,12 +34,13 @@ void ShowProgress(int p_iDone, int p_iAll, int p_iFailed, double p_dSeconds) {
 // What the threads share.
 class CRun {
  public:
-  CRun(int p_iCalls, int p_iThreads) : m_iCalls(p_iCalls), m_iWaiting(p_iThreads), m_iRunning(p_iThreads) {}
+  CRun(int p_iCalls, int p_iThreads, int p_iInFlight)
+      : m_iCalls(p_iCalls), m_iInFlight(p_iInFlight), m_iWaiting(p_iThreads), m_iRunning(p_iThreads) {}
 
   // One thread's part. Nothing leaves it by an exception.
-  void Work(const std::function<CCall()>& p_fnMake) {
-    CCall fnCall;
-    Guarded([&] { fnCall = p_fnMake(); });
+  void Work(const std::function<T_Caller()>& p_fnMake) {
+    T_Caller tCaller;
+    Guarded([&] { tCaller = p_fnMake(); });
     {
       std::unique_lock<std::mutex> cLock(m_cMutex);
       if (--m_iWaiting == 0) m_tStart = Clock::now();
@@ -47,7 +49,7 @@ class CRun {
     }
     std::vector<uint32_t> aMicros;
     Guarded([&] {
-      while (!m_bStop && m_iTaken++ < m_iCalls) OneCall(fnCall, aMicros);
+      m_iInFlight > 0 ? CallInFlight(tCaller, aMicros) : CallOneByOne(tCaller, aMicros);
     });
     Guarded([&] {
       const std::lock_guard<std::mutex> cLock(m_cMutex);
@@ -88,6 +90,7 @@ class CRun {
 
  private:
   const int m_iCalls;
+  const int m_iInFlight;
   std::atomic<int> m_iTaken{0};
   std::atomic<int> m_iDone{0};
   std::atomic<bool> m_bStop{false};
@@ -110,17 +113,50 @@ class CRun {
     }
   }
 
-  void OneCall(const CCall& p_fnCall, std::vector<uint32_t>& p_aMicros) {
-    std::string sText;
-    const Clock::time_point tStart = Clock::now();
-    const int iCode = p_fnCall(sText);
-    const auto iMicros = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - tStart).count();
+  bool Take() { return !m_bStop && m_iTaken++ < m_iCalls; }    // one more call
+
+  void CallOneByOne(const T_Caller& p_tCaller, std::vector<uint32_t>& p_aMicros) {
+    while (Take()) {
+      std::string sText;
+      const Clock::time_point tStart = Clock::now();
+      const int iCode = p_tCaller.fnCall(sText);
+      Count(tStart, iCode, sText, p_aMicros);
+    }
+  }
+
+  void CallInFlight(const T_Caller& p_tCaller, std::vector<uint32_t>& p_aMicros) {
+    const size_t iSlots = static_cast<size_t>(std::min(m_iInFlight, m_iCalls));
+    std::vector<CPendingCall> acCall(iSlots);
+    std::vector<Clock::time_point> atStart(iSlots);
+    const auto fnFill = [&](size_t p_iSlot) {
+      while (!acCall[p_iSlot] && Take()) {
+        std::string sText;
+        atStart[p_iSlot] = Clock::now();
+        const int iCode = p_tCaller.fnStart(acCall[p_iSlot], sText);
+        if (!acCall[p_iSlot]) Count(atStart[p_iSlot], iCode, sText, p_aMicros);
+      }
+    };
+    for (size_t i = 0; i < iSlots; ++i) fnFill(i);
+    for (;;) {
+      const int iOver = CPendingCall::WaitAny(acCall.data(), static_cast<int>(iSlots), -1);
+      if (iOver == -1) return;
+      if (iOver < 0) throw std::runtime_error("waiting for the calls was interrupted, or there is no memory for it");
+      std::string sText;
+      const size_t iSlot = static_cast<size_t>(iOver);
+      const int iCode = p_tCaller.fnFinish(acCall[iSlot], sText);
+      Count(atStart[iSlot], iCode, sText, p_aMicros);
+      fnFill(iSlot);
+    }
+  }
+
+  void Count(Clock::time_point p_tStart, int p_iCode, const std::string& p_sText, std::vector<uint32_t>& p_aMicros) {
+    const auto iMicros = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - p_tStart).count();
     p_aMicros.push_back(static_cast<uint32_t>(std::min<long long>(iMicros, UINT32_MAX)));
     ++m_iDone;
-    if (iCode == 0) return;
+    if (p_iCode == 0) return;
     const std::lock_guard<std::mutex> cLock(m_cMutex);
-    T_Failure& tFailure = m_tResult.cFailures[iCode];
-    if (tFailure.iCount++ == 0) tFailure.sText = sText;
+    T_Failure& tFailure = m_tResult.cFailures[p_iCode];
+    if (tFailure.iCount++ == 0) tFailure.sText = p_sText;
     ++m_tResult.iFailed;
   }
 };
@@ -133,8 +169,8 @@ uint32_t T_Measurement::Percentile(double p_dPercent) const {
   return aMicros[std::max<size_t>(iRank, 1) - 1];
 }
 
-T_Measurement Measure(int p_iCalls, int p_iThreads, const std::function<CCall()>& p_fnMake) {
-  CRun cRun(p_iCalls, p_iThreads);
+T_Measurement Measure(int p_iCalls, int p_iThreads, int p_iInFlight, const std::function<T_Caller()>& p_fnMake) {
+  CRun cRun(p_iCalls, p_iThreads, p_iInFlight);
   std::vector<std::thread> aThreads;
   aThreads.reserve(static_cast<size_t>(p_iThreads));
   try {
@@ -146,5 +182,6 @@ T_Measurement Measure(int p_iCalls, int p_iThreads, const std::function<CCall()>
   for (std::thread& cThread : aThreads) cThread.join();
   T_Measurement tResult = cRun.TakeResult();
   tResult.iThreads = p_iThreads;
+  tResult.iInFlight = p_iInFlight;
   return tResult;
 }

@@ -2,6 +2,8 @@
 #ifndef CALLORV_TOOLS_MEASURE_H
 #define CALLORV_TOOLS_MEASURE_H
 
+#include <callorv/client/pending_call.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,6 +18,7 @@ struct T_Failure {
 struct T_Measurement {
   int iCalls = 0;
   int iThreads = 0;
+  int iInFlight = 0;    // in each thread
   double dSeconds = 0;
   std::vector<uint32_t> aMicros;         // of every call, sorted
   std::map<int, T_Failure> cFailures;    // by code
@@ -25,12 +28,17 @@ struct T_Measurement {
   uint32_t Percentile(double p_dPercent) const;
 };
 
-// One call: 0, or a code with its text in p_sText.
-using CCall = std::function<int(std::string& p_sText)>;
+// What a thread calls. Both results are 0, or a code with its text in p_sText.
+struct T_Caller {
+  std::function<int(std::string& p_sText)> fnCall;    // one call at a time
+  // Or several in flight: begins one, which is none on failure, and ends one that is over.
+  std::function<int(CPendingCall& p_cCall, std::string& p_sText)> fnStart, fnFinish;
+};
 
 // Makes p_iCalls calls from p_iThreads threads and shows a progress bar on a terminal's standard error.
-//   p_fnMake  makes the call of one thread; run once in each thread before the clock starts
+//   p_iInFlight  calls that each thread has under way; 0: each call holds its thread
+//   p_fnMake     makes what one thread calls; run once in each thread before the clock starts
 // What p_fnMake or a call throws in a thread ends the measurement and is thrown again.
-T_Measurement Measure(int p_iCalls, int p_iThreads, const std::function<CCall()>& p_fnMake);
+T_Measurement Measure(int p_iCalls, int p_iThreads, int p_iInFlight, const std::function<T_Caller()>& p_fnMake);
 
 #endif
