@@ -259,3 +259,49 @@ TEST_CASE("SendData: a thread may be cancelled while it sends") {
   CHECK(IsCancelled([&] { cAdaptor.SendData(aData.data(), static_cast<int>(aData.size()), 60); }, cSending));
   CHECK(cAdaptor.Disconnect() == 0);    // it is as it was otherwise
 }
+
+// SIGPIPE reaches the thread while it is inside send(), as when the connection ends in the moment of the cancellation.
+TEST_CASE("a thread that is cancelled while it sends leaves SIGPIPE as it was") {
+  struct T_AtEnd {
+    std::string& sState;
+    ~T_AtEnd() { sState = PipeState(); }
+  };
+  const auto fnCancelSend = [] {
+    signal(SIGPIPE, [](int) { s_iPipeSignals = s_iPipeSignals + 1; });
+    std::promise<void> cSending;
+    std::promise<pthread_t> cThread;
+    CPeer cPeer([&](int p_iSock) {
+      ReadBytes(p_iSock, 1);    // and no more: send() never returns
+      pthread_kill(cThread.get_future().get(), SIGPIPE);
+      cSending.set_value();
+      WaitForEnd(p_iSock);
+    });
+    COpenAdaptor cAdaptor;
+    cAdaptor.Connect("127.0.0.1", cPeer.Port());
+    const std::vector<char> aData(50000000);
+    std::string sState;
+    const bool bCancelled = IsCancelled(
+        [&] {
+          const T_AtEnd cEnd{sState};
+          cThread.set_value(pthread_self());
+          cAdaptor.SendData(aData.data(), static_cast<int>(aData.size()), 60);
+        },
+        cSending);
+    cAdaptor.Disconnect();
+    return (bCancelled ? "" : "not cancelled, ") + sState;
+  };
+  SUBCASE("none is delivered") { CHECK(InChild(fnCancelSend) == "open, none pending, handled 0"); }
+  SUBCASE("none stays behind where the application blocks it") {
+    CHECK(InChild([&] {
+            BlockSigPipe();
+            return fnCancelSend();
+          }) == "blocked, none pending, handled 0");
+  }
+  SUBCASE("one that the application has pending stays") {
+    CHECK(InChild([&] {
+            BlockSigPipe();
+            kill(getpid(), SIGPIPE);    // pending for the whole process
+            return fnCancelSend();
+          }) == "blocked, pending, handled 0");
+  }
+}
