@@ -8,6 +8,10 @@
 #include <fstream>
 #include <regex>
 #include <thread>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax2/DefaultHandler.hpp>
+#include <xercesc/sax2/SAX2XMLReader.hpp>
+#include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "msg/msg_dic_handler.h"
@@ -666,6 +670,60 @@ TEST_CASE("a dictionary gives back as many initialisations of the parser as it t
     CMsgDic cDic;
     Caught([&] { cDic.InitDictionary(nullptr); });
     CLoad cLoad(s_szQuote);
+  }
+  CHECK(XMLPlatformUtils::fgMemoryManager != nullptr);
+  XMLPlatformUtils::Terminate();
+  CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
+}
+
+// The parser counts: it is ready until it was terminated as often as it was initialised.
+TEST_CASE("every load of a dictionary takes an initialisation of the parser, whatever comes of it") {
+  using xercesc::XMLPlatformUtils;
+  REQUIRE(XMLPlatformUtils::fgMemoryManager == nullptr);
+  const CTempDir cDir;
+  {
+    CMsgDic cDic;
+    cDic.InitDictionary(cDir.Write("one.xml", "<msg_dictionary><msg no='1' name='one'/></msg_dictionary>").c_str());
+    cDic.InitDictionary(cDir.Write("two.xml", "<msg_dictionary><msg no='2' name='two'/></msg_dictionary>").c_str());
+    CHECK(Caught([&] { cDic.InitDictionary(cDir.Path("two.xml").c_str()); }).iCode == -22);
+    CHECK(Caught([&] { cDic.InitDictionary(cDir.Path("missing.xml").c_str()); }).iCode == -21);
+    CHECK(Caught([&] { cDic.InitDictionary(nullptr); }).iCode == -12);    // takes none
+    for (int i = 1; i <= 4; ++i) {
+      CAPTURE(i);
+      CHECK(XMLPlatformUtils::fgMemoryManager != nullptr);
+      XMLPlatformUtils::Terminate();
+    }
+    CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
+    for (int i = 1; i <= 4; ++i) XMLPlatformUtils::Initialize();
+  }
+  CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
+}
+
+TEST_CASE("an application's own parser outlives every dictionary") {
+  using namespace xercesc;
+  XMLPlatformUtils::Initialize();
+  {
+    const std::unique_ptr<SAX2XMLReader> pReader(XMLReaderFactory::createXMLReader());
+    class CCount : public DefaultHandler {
+     public:
+      int m_iElements = 0;
+      void startElement(const XMLCh* const, const XMLCh* const, const XMLCh* const, const Attributes&) override {
+        ++m_iElements;
+      }
+    } cCount;
+    pReader->setContentHandler(&cCount);
+    const auto fnParse = [&] {
+      static const XMLByte s_abXml[] = {'<', 'a', '>', '<', 'b', '/', '>', '<', '/', 'a', '>'};
+      pReader->parse(MemBufInputSource(s_abXml, sizeof(s_abXml), "own", false));
+    };
+    fnParse();
+    {
+      CLoad cLoad("<msg_dictionary/>");
+      Caught([&] { cLoad->InitDictionary(cLoad.Path("missing.xml").c_str()); });
+      fnParse();
+    }
+    fnParse();
+    CHECK(cCount.m_iElements == 6);
   }
   CHECK(XMLPlatformUtils::fgMemoryManager != nullptr);
   XMLPlatformUtils::Terminate();
