@@ -666,6 +666,30 @@ TEST_CASE("a document that begins as a written one is read as any other") {
   }
 }
 
+// U+0085 ends a line in XML 1.1 and is a character like others in 1.0, which also knows no U+0001.
+TEST_CASE("a document without a declaration is read as XML 1.0, whatever was read before") {
+  CReaderDic cDic;
+  CMsg cMsg(0, 0, 0, &cDic);
+  const char* const szComment = "<!-- not plain --><msg no='120'><t1>a\xc2\x85</t1></msg>";
+  const char* const aszBefore[] = {
+      "<?xml version='1.1'?><msg no='120'><t1>b\xc2\x85</t1></msg>",
+      "<?xml version='1.1' encoding='UTF-8'?><!-- c --><msg no='120'><t1>b</t1></msg>",
+      "<?xml version='1.1'?><msg no='120'><t1>b</t1><t99/></msg>",    // fails
+      "<?xml version='1.1'?><msg no='120'><t1>b</t1>",
+  };
+  for (const char* szBefore : aszBefore) {
+    CAPTURE(szBefore);
+    CHECK(Load(cMsg, szComment) == 0);    // its reader is kept
+    Caught([&] { Load(cMsg, szBefore); });
+    CHECK(Xml(cMsg) == "<msg no=\"120\" ver=\"\"><t1><![CDATA[b]]></t1></msg>");
+    CHECK(Load(cMsg, szComment) == 0);
+    CHECK(Xml(cMsg) == "<msg no=\"120\" ver=\"\"><t1><![CDATA[a\x85]]></t1></msg>");
+    Caught([&] { Load(cMsg, szBefore); });
+    CheckThrows(-21, "Handler error : [F]MemData (L:1, C:42) invalid character reference",
+                [&] { Load(cMsg, "<!-- not plain --><msg no='120'><t1>a&#1;</t1></msg>"); });
+  }
+}
+
 TEST_CASE("a reading leaves its parser for the next one, unless that would cost memory") {
   CReaderDic cDic;
   const auto fnAllocations = [&cDic](std::string p_sXml) {
