@@ -1,8 +1,33 @@
 // A message's life: construction, definition, version, the cell table, the end.
 #include <climits>
+#include <cstring>
+#include <new>
 #include <type_traits>
 
 #include "unit/msg/test_dic.h"
+
+namespace {
+
+// Where fields of a message are, for when it is none any more. What is instantiated explicitly may name private members.
+struct T_Places {
+  const void *pRootNum, *pMsgNum, *pParent;
+};
+T_Places PlacesIn(CMsg& p_cMsg);
+template <int CMsg::*ROOT_NUM, int CMsg::*MSG_NUM, CMsg* CMsg::*PARENT>
+struct T_OpenPlaces {
+  friend T_Places PlacesIn(CMsg& p_cMsg) { return {&(p_cMsg.*ROOT_NUM), &(p_cMsg.*MSG_NUM), &(p_cMsg.*PARENT)}; }
+};
+template struct T_OpenPlaces<&CMsg::m_iRootNum, &CMsg::m_iMsgNum, &CMsg::m_pParent>;
+
+// The bytes of an object that is gone, in memory that is still there.
+template <class T>
+T Left(const void* p_pAt) {
+  T Value;
+  memcpy(&Value, p_pAt, sizeof(Value));
+  return Value;
+}
+
+}    // namespace
 
 TEST_CASE("a message without a dictionary cannot be made") {
   CheckThrows(-12, "CMsg: Parameter is NULL", [] { CMsg cMsg(120, 0, 0, nullptr); });
@@ -254,6 +279,31 @@ TEST_CASE("MA_NewMsg gives null when memory is short") {
   CMsg* pMsg = nullptr;
   CHECK_FALSE(cNone.Run([&] { pMsg = MA_NewMsg(122); }));
   CHECK(pMsg == nullptr);
+}
+
+TEST_CASE("a message that is gone has no numbers and no parent") {
+  CTestDic cDic;
+  CMsg cParent(120, 0, 0, &cDic);
+  alignas(CMsg) unsigned char aMemory[sizeof(CMsg)];
+  auto* pOwn = new (aMemory) CMsg(121, 0, 0, &cDic);
+  pOwn->SetValue(2, 7);
+  REQUIRE(cParent.SetValue(6, pOwn) == 0);
+  CMsg* pMade = cParent.NewSub(16);
+  REQUIRE(pMade != nullptr);
+  pMade->SetValue(2, 7);
+  T_Places atPlaces[] = {PlacesIn(*pOwn), PlacesIn(*pMade)};
+  for (const T_Places& tPlaces : atPlaces) {
+    CHECK(Left<int>(tPlaces.pRootNum) == 120);
+    CHECK(Left<int>(tPlaces.pMsgNum) == 121);
+    CHECK(Left<CMsg*>(tPlaces.pParent) == &cParent);
+  }
+  pOwn->~CMsg();
+  cParent.Clear();    // ends the other one, and keeps the memory that it stood in
+  for (const T_Places& tPlaces : atPlaces) {
+    CHECK(Left<int>(tPlaces.pRootNum) == 0);
+    CHECK(Left<int>(tPlaces.pMsgNum) == 0);
+    CHECK(Left<CMsg*>(tPlaces.pParent) == nullptr);
+  }
 }
 
 TEST_CASE("MA_FreeMsg ignores null") { MA_FreeMsg(nullptr); }
