@@ -74,10 +74,19 @@ bool CFailAlloc::OnAlloc(size_t p_uBytes) {
   return true;
 }
 
+void CFailAlloc::OnFreeArray() {
+  if (s_pArmed != nullptr) ++s_pArmed->m_iFreedArrays;
+}
+
 void* operator new(size_t p_uBytes) { return New(NextNew(), p_uBytes); }
 void* operator new[](size_t p_uBytes) { return New(NextNewArray(), p_uBytes); }
 void* operator new(size_t p_uBytes, const std::nothrow_t&) noexcept { return NewNoThrow(NextNew(), p_uBytes); }
 void* operator new[](size_t p_uBytes, const std::nothrow_t&) noexcept { return NewNoThrow(NextNewArray(), p_uBytes); }
+void operator delete[](void* p_p) noexcept {
+  static const auto s_fnNext = reinterpret_cast<void (*)(void*)>(dlsym(RTLD_NEXT, "_ZdaPv"));
+  if (p_p != nullptr) CFailAlloc::OnFreeArray();
+  s_fnNext(p_p);
+}
 
 // The linker's --wrap option sends our code's calls of malloc here, and calls of __real_malloc to malloc. Visible, as it
 // resolves what the shared libraries of a sanitizer build refer to in the same way.

@@ -54,12 +54,15 @@ class CFailAlloc {
   bool HasFailed() const { return m_bFailed; }
   int GetCount() const { return m_iCount; }         // allocations asked for while armed, failed ones too
   size_t GetBytes() const { return m_uBytes; }      // their sizes together
+  int GetFreedArrays() const { return m_iFreedArrays; }    // what delete[] gave back while armed
 
   static bool OnAlloc(size_t p_uBytes);    // for the allocation functions: whether this one has to fail
+  static void OnFreeArray();
 
  private:
   int m_iNth, m_iFail;
   int m_iCount;
+  int m_iFreedArrays = 0;
   size_t m_uBytes;
   bool m_bFailed;
 };

@@ -177,6 +177,25 @@ TEST_CASE("CString: texts of up to 15 bytes need no allocation") {
   CHECK(cCount.GetCount() == 1);
 }
 
+TEST_CASE("CString: a text gives back what it had allocated, and nothing else") {
+  for (const int iLen : {0, 1, 14, 15, 16, 17, 40}) {
+    CAPTURE(iLen);
+    const std::string sText(static_cast<size_t>(iLen), 'x');
+    const auto fnFreed = [&](auto p_fn) {
+      CFailAlloc cCount;
+      cCount.Run([&] { p_fn(CString(sText.c_str())); });
+      return cCount.GetFreedArrays();
+    };
+    const int iOne = iLen > 15 ? 1 : 0;
+    CHECK(fnFreed([](CString&&) {}) == iOne);
+    CHECK(fnFreed([](CString&& p_s) { CString sMoved(std::move(p_s)); }) == iOne);
+    CHECK(fnFreed([](CString&& p_s) { CString sCopy(p_s); }) == 2 * iOne);
+    CHECK(fnFreed([](CString&& p_s) { p_s = CString(LONG); }) == iOne + 1);
+    CHECK(fnFreed([](CString&& p_s) { p_s.Set(LONG); }) == iOne + 1);
+    CHECK(fnFreed([](CString&& p_s) { p_s = CString(SHORT_MAX); }) == iOne);
+  }
+}
+
 TEST_CASE("CString: a text that gets shorter keeps its room, one of the same length needs none") {
   CString s(LONG);
   CFailAlloc cCount;

@@ -1,6 +1,8 @@
 // A message's life: construction, definition, version, the cell table, the end.
 #include <climits>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <new>
 #include <type_traits>
 
@@ -8,7 +10,7 @@
 
 namespace {
 
-// Where fields of a message are, for when it is none any more. What is instantiated explicitly may name private members.
+// Where fields of a message are, for when it is none any more. An explicit instantiation may name private members.
 struct T_Places {
   const void *pRootNum, *pMsgNum, *pParent;
 };
@@ -303,6 +305,52 @@ TEST_CASE("a message that is gone has no numbers and no parent") {
     CHECK(Left<int>(tPlaces.pRootNum) == 0);
     CHECK(Left<int>(tPlaces.pMsgNum) == 0);
     CHECK(Left<CMsg*>(tPlaces.pParent) == nullptr);
+  }
+}
+
+// A text of up to 15 bytes stands in its object, a longer one in memory of its own.
+TEST_CASE("a message gives back the memory of every text, of whatever length") {
+  using Fn = std::function<void(CMsg&, const char*)>;
+  struct T_Row {
+    std::string sWhat;
+    Fn fnFill;
+  };
+  const T_Row s_atRow[] = {
+      {"set", [](CMsg& p_cMsg, const char* p_sz) { p_cMsg.SetValue(1, p_sz); }},
+      {"set by name", [](CMsg& p_cMsg, const char* p_sz) { p_cMsg.SetValue("text", p_sz); }},
+      {"set instead of a shorter one",
+       [](CMsg& p_cMsg, const char* p_sz) {
+         p_cMsg.SetValue(1, "1");
+         p_cMsg.SetValue(1, p_sz);
+       }},
+      {"replaced by a shorter one",
+       [](CMsg& p_cMsg, const char* p_sz) {
+         p_cMsg.SetValue(1, p_sz);
+         p_cMsg.SetValue(1, "1");
+       }},
+      {"parsed", [](CMsg& p_cMsg, const char* p_sz) { p_cMsg.SetParsedData(1, p_sz); }},
+      {"read",
+       [](CMsg& p_cMsg, const char* p_sz) { Load(p_cMsg, std::string("<msg no='120'><t1>") + p_sz + "</t1></msg>"); }},
+      {"in a sub-message", [](CMsg& p_cMsg, const char* p_sz) { p_cMsg.NewSub(6)->SetValue(1, p_sz); }},
+      {"in a row of the application",
+       [](CMsg& p_cMsg, const char* p_sz) { p_cMsg.SetValue(16, NewRow(GlobalDic(), p_sz)); }},
+      {"behind an Init",
+       [](CMsg& p_cMsg, const char* p_sz) {
+         p_cMsg.SetValue(1, p_sz);
+         p_cMsg.Init(121, 0, 0);
+       }},
+  };
+  CLoadedDic cDic;
+  for (const T_Row& tRow : s_atRow) {
+    CAPTURE(tRow.sWhat);
+    for (const int iLen : {1, 14, 15, 16, 17, 100}) {
+      CAPTURE(iLen);
+      auto pMsg = std::make_unique<CMsg>(120, 0, 0, &cDic);
+      tRow.fnFill(*pMsg, std::string(static_cast<size_t>(iLen), 'x').c_str());
+      CFailAlloc cCount;
+      cCount.Run([&] { pMsg.reset(); });
+      CHECK(cCount.GetFreedArrays() == (iLen > 15 ? 1 : 0));
+    }
   }
 }
 
