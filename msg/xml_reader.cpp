@@ -281,8 +281,9 @@ bool BeginsWithRoot(std::string_view p_svXml) {
 }    // namespace
 
 bool TakeDeclaration(std::string_view& p_svXml) {
+  constexpr size_t MOST = 1000000;    // where the parser divides longer texts depends on what stands before them
   const size_t uLen = strlen(XML_DECLARATION);
-  if (p_svXml.substr(0, uLen) != XML_DECLARATION || !BeginsWithRoot(p_svXml.substr(uLen))) return false;
+  if (p_svXml.size() > MOST || p_svXml.substr(0, uLen) != XML_DECLARATION || !BeginsWithRoot(p_svXml.substr(uLen))) return false;
   p_svXml.remove_prefix(uLen);
   return true;
 }

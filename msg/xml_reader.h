@@ -84,7 +84,7 @@ bool BeginsPlainly(std::string_view p_svXml);
 
 // Takes XML_DECLARATION off a document whose root element follows; whether it did. For the plain reader, whose source is to give
 // the encoding (ISO-8859-1) instead: reading the declaration takes a tenth of the time of a short reply. Columns in the first
-// line are told too low then.
+// line are told too low then. Nor off a very long one, whose texts the parser would then divide elsewhere.
 bool TakeDeclaration(std::string_view& p_svXml);
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
