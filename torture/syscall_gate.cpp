@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -82,7 +83,7 @@ int Select(REAL p_fnReal, int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_se
 }    // namespace
 
 const char* CallName(E_Call p_eCall) {
-  static const char* const s_aszName[CALLS] = {"socket", "getaddrinfo", "setsockopt", "connect", "send",  "select",
+  static const char* const s_aszName[CALLS] = {"socket", "getaddrinfo", "setsockopt", "connect", "send",  "select", "poll",
                                                "recv",   "shutdown",    "close",      "stat",    "fopen", "fgets",
                                                "fread",  "fwrite",      "fflush",     "fclose"};
   return s_aszName[p_eCall];
@@ -131,7 +132,8 @@ int connect(int p_iSock, const sockaddr* p_pAddr, socklen_t p_uLen) {
 
 ssize_t send(int p_iSock, const void* p_pData, size_t p_uLen, int p_iFlags) {
   const T_Fault* pFault = Meet(CALL_SEND);
-  if (pFault != nullptr && pFault->eFault == FAULT_ERRNO && pFault->iErrno == EPIPE) {
+  if (pFault != nullptr && pFault->eFault == FAULT_ERRNO && pFault->iErrno == EPIPE &&
+      (p_iFlags & MSG_NOSIGNAL) == 0) {
     pthread_kill(pthread_self(), SIGPIPE);    // as the kernel does
   }
   const auto fnSend = [&](size_t p_uCount) { return REAL(send)(p_iSock, p_pData, p_uCount, p_iFlags); };
@@ -145,6 +147,10 @@ ssize_t recv(int p_iSock, void* p_pBuf, size_t p_uLen, int p_iFlags) {
 
 int select(int p_iCount, fd_set* p_pRead, fd_set* p_pWrite, fd_set* p_pExcept, timeval* p_pTime) {
   return Select(REAL(select), p_iCount, p_pRead, p_pWrite, p_pExcept, p_pTime, &timeval::tv_sec);
+}
+
+int poll(pollfd* p_ptPoll, nfds_t p_uCount, int p_iTimeOut) {
+  return Fails(CALL_POLL) ? -1 : REAL(poll)(p_ptPoll, p_uCount, p_iTimeOut);
 }
 
 int shutdown(int p_iSock, int p_iHow) noexcept {

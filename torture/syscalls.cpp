@@ -307,6 +307,74 @@ std::vector<T_Target> CallTargets(const T_Files& p_tFiles, int p_iPort) {
   return aTargets;
 }
 
+// ---- calls that hold no thread
+
+std::string CallWithin(E_Service p_eService) {
+  CMsgPtr pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
+  const std::string sBefore = Xml(*pIn);
+  CallOrv_Error tErr = {};
+  const int iRet = CallOrv_CallServiceWithin(p_eService, pIn.get(), pOut.get(), 30000, &tErr);
+  CSyscallGate::Disarm();
+  const std::string sSaid = ResultText(iRet, tErr);
+  return sSaid == "0" && Xml(*pOut) != sBefore ? "the reply is " + Xml(*pOut) : sSaid;
+}
+
+// Sending is how such a call learns whether it is connected; the thread may be cancelled only where it waits.
+std::vector<T_Row> InFlight(int p_iSends) {
+  return {
+      CONNECTING[0], CONNECTING[2],
+      {CALL_CONNECT, 1, 1, FAULT_ERRNO, EINPROGRESS, "-3 error -4 Failed in send()(-6)((send errno=32,Broken pipe)) -1"},
+      {CALL_CONNECT, 1, 1, FAULT_ERRNO, 0, "-3 error -3 Failed in connect()(-5)((connect)) -1"},
+      {CALL_SEND, 1, LAST, FAULT_ERRNO, EAGAIN, GOOD},
+      {CALL_SEND, 1, 1, FAULT_ERRNO, ECONNRESET, "-3 error -4 Failed in send()(-6)((send errno={n},{t})) -1"},
+      {CALL_SEND, 1, 1, FAULT_ERRNO, EPIPE, "-3 error -4 Failed in send()(-6)((send errno={n},{t})) -1"},
+      {CALL_SEND, 1, 1, FAULT_ERRNO, 0, "-3 error -3 Failed in connect()(-5)((connect)) -1"},
+      {CALL_SEND, 1, 1, FAULT_NONE, 0, "-3 error -3 Failed in connect()(-5)((connect)) -1"},
+      {CALL_SEND, 2, LAST, FAULT_ERRNO, 0, "-3 error -4 Failed in send()(-6)((send errno={n},{t})) -1"},
+      {CALL_SEND, 2, LAST, FAULT_NONE, 0, "-3 error -4 Failed in send()(-6)((send errno=0,Success)) -1"},
+      {CALL_SEND, 1, LAST, FAULT_SHORT, 0, GOOD},
+      {CALL_POLL, 1, p_iSends - 1, FAULT_ERRNO, 0, "-3 error -4 Failed in select()(-10)((send errno={n},{t})) -1"},
+      {CALL_POLL, p_iSends, LAST, FAULT_ERRNO, 0, "-3 error -5 Failed in select()(-10)((recv errno={n},{t})) -1"},
+      {CALL_RECV, 1, LAST, FAULT_ERRNO, EAGAIN, GOOD},
+      {CALL_RECV, 1, LAST, FAULT_ERRNO, ECONNRESET, "-3 error -5 Socket closed(-9)((Connection reset by peer)) -1"},
+      {CALL_RECV, 1, LAST, FAULT_ERRNO, 0, "-3 error -5 Failed in recv()(-7)((recv errno={n},{t})) -1"},
+      {CALL_RECV, 1, LAST, FAULT_NONE, 0, "-3 error -5 Socket closed(-9)(OK) -1"},
+      {CALL_RECV, 1, LAST, FAULT_SHORT, 0, GOOD},
+      {CALL_RECV, 1, LAST, FAULT_CANCEL, 0, GOOD},    // all the rest comes at once: it does not wait again
+      {CALL_SHUTDOWN, 1, 1, FAULT_ERRNO, 0, GOOD},
+      {CALL_CLOSE, 1, 1, FAULT_ERRNO, 0, GOOD},
+      {CALL_SHUTDOWN, 1, 1, FAULT_CANCEL, 0, GOOD},
+      {CALL_CLOSE, 1, 1, FAULT_CANCEL, 0, GOOD},
+      {CALL_SOCKET, 1, 1, FAULT_CANCEL, 0, CANCELLED},    // where it waits
+      {CALL_SETSOCKOPT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_CONNECT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_SEND, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
+      {CALL_POLL, 1, LAST, FAULT_CANCEL, 0, CANCELLED},
+  };
+}
+
+T_Target InFlightTarget(const std::string& p_sName, const std::vector<T_Fault>& p_atAlways, int p_iSends,
+                        int p_iReceives, E_Service p_eService) {
+  T_Target tTarget;
+  tTarget.sName = p_sName;
+  tTarget.atAlways = p_atAlways;
+  tTarget.aiCount = {{CALL_SOCKET, 1}, {CALL_SETSOCKOPT, 1}, {CALL_CONNECT, 1},
+                     {CALL_SEND, p_iSends}, {CALL_POLL, p_iSends - 1 + p_iReceives}, {CALL_RECV, p_iReceives},
+                     {CALL_SHUTDOWN, 1}, {CALL_CLOSE, 1}};
+  tTarget.sGood = "0";
+  tTarget.atRow = InFlight(p_iSends);
+  tTarget.fnRun = tTarget.fnNext = [=] { return CallWithin(p_eService); };
+  return tTarget;
+}
+
+std::vector<T_Target> InFlightTargets() {
+  return {InFlightTarget("call in flight", {}, 1, 1, ECHO_PLAIN),
+          InFlightTarget("call in flight, compressed reply", {}, 1, 1, ECHO_COMPRESSED),
+          InFlightTarget("call in flight, one byte sent at a time", {{CALL_SEND, 0, FAULT_SHORT, 0}}, 202, 1, ECHO_PLAIN),
+          InFlightTarget("call in flight, one byte received at a time", {{CALL_RECV, 0, FAULT_SHORT, 0}}, 1, 202,
+                         ECHO_PLAIN)};
+}
+
 // ---- dumps
 
 std::string Dump(const char* p_szPath) {
@@ -459,6 +527,10 @@ int main(int argc, char** argv) {
   CallOrv_Error tErr;
   if (CallOrv_Initialize(tFiles.asConfig.at(tFiles.sPlain).c_str(), &tErr) != 0) return 1;
   for (const T_Target& tTarget : CallTargets(tFiles, cPeer.Port())) RunTarget(cChildren, tTarget);
+  if (CallOrv_InitializeEx(tFiles.sKey.c_str(), tFiles.sEmpty.c_str(), "127.0.0.1", cPeer.Port(), TIME_OUT, &tErr) != 0) {
+    return 1;
+  }
+  for (const T_Target& tTarget : InFlightTargets()) RunTarget(cChildren, tTarget);
   for (const T_Target& tTarget : DumpTargets(tFiles)) RunTarget(cChildren, tTarget);
   return cChildren.End();
 }

@@ -574,6 +574,8 @@ TEST_CASE("10,000 random exchanges end as those of a blocking call") {
     cMutex.unlock();
     const T_End tStepped = Stepped(7, pIn.get());
     const T_End tBlocking = Blocking(7, pIn.get());
+    const char* szReset = "Socket closed(-9)((Connection reset by peer))";    // which may overtake what was sent before it
+    if (tCurrent.bReset && (tStepped.sText == szReset) != (tBlocking.sText == szReset)) continue;
     CAPTURE(i);
     CAPTURE(tStepped.sText);
     CAPTURE(tBlocking.sText);
