@@ -17,6 +17,8 @@ enum E_Standing {
   STANDS_AROUND      // the receiver is the message or stands in it
 };
 
+enum { NEAR_LEVELS = 64 };    // so many steps up take less time than one through a message with many freed rows
+
 }    // namespace
 
 // ---- places
@@ -43,6 +45,7 @@ void CMsgOps::TakeOut(CMsg& p_cMsg) {
   }
   p_cMsg.m_pOwner = p_cMsg.m_pParent = nullptr;
   p_cMsg.m_pCell = nullptr;
+  p_cMsg.m_bLent = p_cMsg.m_bVacant = false;
 }
 
 const char* CMsgOps::AppendRow(CMsgValue& p_cCell, CMsg* p_pSub) {
@@ -112,15 +115,16 @@ const CMsg* CMsgOps::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
   return pNext;
 }
 
-// Goes up from the message and through what stands in p_cTop at the same pace, as the shorter way decides: so a tree is built
-// in about linear time whether it grows inwards or outwards.
+// Goes up from the message, as a rule to the end; where it is far, also through what stands in p_cTop at the same pace, as
+// the shorter way decides: so a tree is built in about linear time whether it grows inwards or outwards.
 bool CMsgOps::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
+  if (!p_cTop.m_bHasSubs) return &p_cMsg == &p_cTop;
   const CMsg* pUp = &p_cMsg;
   const CMsg* pBelow = &p_cTop;
-  while (pUp != nullptr && pBelow != nullptr) {
+  for (int i = 0; pUp != nullptr && pBelow != nullptr; ++i) {
     if (pUp == &p_cTop || pBelow == &p_cMsg) return true;
     pUp = pUp->m_pOwner;
-    pBelow = NextBelow(p_cTop, pBelow);
+    if (i >= NEAR_LEVELS) pBelow = NextBelow(p_cTop, pBelow);
   }
   return false;
 }
@@ -157,7 +161,7 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     if (pAside == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
   }
   const int iListed = p_cMsg.AddChild(p_pSub);
-  if (iListed != 0) {    // which hinders nothing but is reported
+  if (iListed != 0) {    // it is stored all the same, but the caller is told that it was not taken
     try {
       p_cMsg.Fail(iListed, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
     } catch (...) {
@@ -174,6 +178,7 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   }
   Put(*p_pSub, p_cMsg, *pCell);
   p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
+  p_pSub->m_bLent = iListed != 0;
   if (iListed != 0) return iListed;
   if (!p_pSub->m_bVacant) Fill(p_cMsg);    // one that stood here may be
   return 0;

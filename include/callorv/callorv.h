@@ -12,7 +12,8 @@ extern "C" {
 typedef struct CMsg CMsg;
 #endif
 
-/* A message handle is made by MSG_GetNewMsg and released by MSG_Destroy, unless MSG_SetSub gave it to a parent.
+/* A message handle is made by MSG_GetNewMsg and released by MSG_Destroy; one that MSG_SetSub gave to a parent goes with
+ * that, unless MSG_Destroy releases it before.
  * Handles of sub-messages that the library made, by MSG_NewSub or from a reply, are borrowed: they live until the message
  * around them is cleared or destroyed, and are not destroyed alone.
  *
@@ -148,7 +149,7 @@ CALLORV_API void MSG_Destroy(CMsg* msg);
 CALLORV_API void MSG_Clear(CMsg* msg);
 /* The message number, 0 without a definition. */
 CALLORV_API int MSG_GetSelfNum(CMsg* msg);
-/* Text of the latest failure on this handle, "" when none. Borrowed until the next failure or MSG_Destroy.
+/* Text of the latest failure on this handle, "" when none. Borrowed until the next failure, MSG_Clear or MSG_Destroy.
  * "p_pMsg Parameter is NULL" for a null handle. */
 CALLORV_API const char* MSG_GetLastError(CMsg* msg);
 /* Appends a listing of the message to the file `path`, or writes it to standard output when path is null.
@@ -171,7 +172,7 @@ CALLORV_API int MSG_SetDate(CMsg* msg, int tag, const char* text);
 CALLORV_API CMsg* MSG_NewSub(CMsg* msg, int tag, int* rc);
 /* Hands over a message that the application made; MSG_NewSub is simpler and faster. Takes sub on success, also when it is
  * empty (it is then freed and nothing stored): msg frees it, unless MSG_Destroy(sub) does before. On a negative code it stays
- * the caller's, to be freed by MSG_Destroy; after -11 it may be stored all the same, and that is still right.
+ * the caller's, to be freed by MSG_Destroy, before or after msg; after -11 it may stand in msg all the same until then.
  * What stood in a single tag before is replaced: it is the application's again, to free or to store elsewhere. */
 CALLORV_API int MSG_SetSub(CMsg* msg, int tag, CMsg* sub);
 

@@ -109,7 +109,7 @@ struct T_TextOf<CString> {
 }    // namespace detail
 }    // namespace callorv
 
-// All comparisons are exact, by bytes (base/compare.h). These two go up to p_s's first NUL if it holds one.
+// All comparisons are exact, by bytes (base/compare.h), and with a C text up to p_s's first NUL if it holds one.
 CALLORV_API bool operator==(const CString& p_s, const char* p_sz);
 CALLORV_API bool operator!=(const CString& p_s, const char* p_sz);
 

@@ -41,10 +41,6 @@ struct T_IsOddPointer
     : std::integral_constant<bool, !std::is_same<typename std::remove_const<T>::type, char>::value &&
                                        !std::is_convertible<T*, CMsg*>::value> {};
 
-// Integers whose values need not fit into an int.
-template <class T>
-using T_IsWide = T_IsOneOf<T, unsigned, long, unsigned long, unsigned long long>;
-
 }    // namespace detail
 }    // namespace callorv
 
@@ -99,17 +95,18 @@ class CALLORV_API CMsg : public CLastError {
   // Throws CException: -15 "1.msgnum=%d" (p_iMsgNum outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it),
   // -19 "3.msgnum=%d" (not in the dictionary); std::bad_alloc. The message is then unchanged.
   void Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag);
-  // Frees every value and sub-message: the message is as new, with its number, root number and parent tag (and its place, if
-  // it stands in another one; the text forms leave it out there until something is stored in it). Version and last error are
-  // empty, and every pointer that was borrowed from it ends. Up to 256 KB of its memory stay with it, so that one message
-  // can receive any number of replies without growing.
+  // Frees every value and sub-message: the message is as new, with its number, root number and parent tag. Version and last
+  // error are empty, and every pointer that was borrowed from it ends. One that stands in another message keeps its place
+  // there and is counted as before, but the text forms leave it out until something is stored in it. Up to 256 KB of its
+  // memory stay with the message, so that it can receive any number of replies without growing.
   void Clear();
 
   int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
   int GetRootNum() const { return m_iRootNum; }
   int GetParentTag() const { return m_iParentTag; }
   bool IsEmpty() const { return m_bEmpty; }            // no value was ever stored
-  CMsg* GetParent() const { return m_pParent; }        // borrowed; null for one that stands in no other
+  // Borrowed; null for one that stands in no other, and after an Init (or LoadXml) of its own, which leaves it in its place.
+  CMsg* GetParent() const { return m_pParent; }
   const CMsgInfo* GetMsgInfo() const { return m_pMsgInfo; }    // borrowed; null: no definition yet
   // Text of the root element's "ver" attribute.
   const char* GetVer() const { return m_szVer; }
@@ -132,10 +129,10 @@ class CALLORV_API CMsg : public CLastError {
   // As an int, checked last: -28 "tagnum=%d" for a value that has no place in one. Other integers that are wider than an
   // int come here, too.
   int SetValue(int p_iTag, long long p_iValue);
-  template <class T>
-  IntIf<callorv::detail::T_IsWide<T>::value> SetValue(int p_iTag, T p_Value) {
-    return SetValue(p_iTag, Widened(p_Value));
-  }
+  int SetValue(int p_iTag, unsigned p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
+  int SetValue(int p_iTag, long p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
+  int SetValue(int p_iTag, unsigned long p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
+  int SetValue(int p_iTag, unsigned long long p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
   // Would be a bool. A const CMsg cannot be taken.
   template <class T>
   IntIf<callorv::detail::T_IsOddPointer<T>::value> SetValue(int p_iTag, T* p_p) = delete;
@@ -157,7 +154,8 @@ class CALLORV_API CMsg : public CLastError {
   int GetValue(int p_iTag, CDblArray* p_pOut);
   int GetValue(int p_iTag, CBoolArray* p_pOut);
   int GetValue(int p_iTag, CDateArray* p_pOut);
-  // The rows are borrowed until this message is destroyed; p_pOut no longer adopts.
+  // The rows are borrowed until this message is cleared or destroyed, a row that the application freed is null; p_pOut
+  // no longer adopts.
   int GetValue(int p_iTag, CMsgArray* p_pOut);
 
   // ---- one element. A single tag gives its value for any index. An index outside the array returns -27, while
@@ -167,7 +165,7 @@ class CALLORV_API CMsg : public CLastError {
   int GetValueAt(int p_iTag, int p_iIndex, double* p_pdOut);
   int GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut);
   int GetValueAt(int p_iTag, int p_iIndex, CDate* p_pcOut);
-  int GetValueAt(int p_iTag, int p_iIndex, CMsg** p_ppOut);    // borrowed until this message is destroyed
+  int GetValueAt(int p_iTag, int p_iIndex, CMsg** p_ppOut);    // borrowed, null for a freed row, as in whole arrays
 
   // Number of values of a tag (1 for a set single tag), or -19, -18, -1, -17.
   int GetArrSize(int p_iTag);
@@ -185,21 +183,22 @@ class CALLORV_API CMsg : public CLastError {
 
   // Stores a message that the application made under a TAG_SUBMSG, appending when it is a multi tag; NewSub is simpler and
   // faster. -12 for null. An empty p_pSub is freed, 0 is returned and nothing stored. On 0 p_pSub is taken: this message
-  // frees it, unless the application does so before (see ~CMsg). On a negative code or an exception it is the caller's,
-  // untouched, except for -11 with the detail "tagnum=%d,msgnum=%d" (no memory for the list of AddChild): it is stored
-  // then, and goes with this message if the caller does not free it.
+  // frees it, unless the application does so before (see ~CMsg). On a negative code or an exception it is the caller's to
+  // free, before or after this message, and untouched; but after -11 with the detail "tagnum=%d,msgnum=%d" (no memory for
+  // the list of AddChild) it stands here all the same, and leaves when it or this message is freed.
   // A p_pSub that stands in another place already, or contains this message, is refused with -28 (detail
   // "tagnum=%d,msgnum=%d"), as it would be freed twice; one that stands in this single tag stays there, with 0.
   // Another one that stood in this single tag is replaced: it has no parent any more, and the application frees it or stores it
   // elsewhere. (One that this message made stays in its memory and goes with it.)
-  // Takes constant time, or as long as the shorter of two ways when p_pSub has sub-messages: up from this message, or
+  // Takes constant time; when p_pSub has sub-messages, about as long as the shorter of two ways: up from this message, or
   // through all that stands in p_pSub.
   int SetValue(int p_iTag, CMsg* p_pSub);
-  // The (first) sub-message, borrowed until this message is destroyed; null with 0 when an array has no rows.
+  // The (first) sub-message, borrowed until this message is cleared or destroyed; null with 0 when an array has no rows, or
+  // when its first was freed.
   int GetValue(int p_iTag, CMsg** p_ppOut);
   CMsg* GetValue(int p_iTag);    // null on any failure
-  // Adds p_pSub to the list of sub-messages that this message was given, which owns none of them. 0, -11 or -12,
-  // without a text.
+  // Adds p_pSub to the list of sub-messages that this message was given, which owns none of them and has all of them until
+  // Init or Clear, replaced and freed ones, too. 0, -11 or -12, without a text.
   int AddChild(CMsg* p_pSub);
 
   // ---- the same by tag name
@@ -213,10 +212,10 @@ class CALLORV_API CMsg : public CLastError {
   int SetValue(char* p_szName, CBool p_cValue);
   int SetValue(char* p_szName, const CString& p_sValue) { return SetValue(p_szName, p_sValue.ToStr()); }
   int SetValue(char* p_szName, long long p_iValue);
-  template <class T>
-  IntIf<callorv::detail::T_IsWide<T>::value> SetValue(char* p_szName, T p_Value) {
-    return SetValue(p_szName, Widened(p_Value));
-  }
+  int SetValue(char* p_szName, unsigned p_Value) { return SetValue(p_szName, Widened(p_Value)); }
+  int SetValue(char* p_szName, long p_Value) { return SetValue(p_szName, Widened(p_Value)); }
+  int SetValue(char* p_szName, unsigned long p_Value) { return SetValue(p_szName, Widened(p_Value)); }
+  int SetValue(char* p_szName, unsigned long long p_Value) { return SetValue(p_szName, Widened(p_Value)); }
   template <class T>
   IntIf<callorv::detail::T_IsOddPointer<T>::value> SetValue(char* p_szName, T* p_p) = delete;
   int SetValue(char* p_szName, CMsg* p_pSub);
@@ -343,6 +342,7 @@ class CALLORV_API CMsg : public CLastError {
   CMsgValue* m_pCell;
   int m_iRow;
   bool m_bMade;            // its owner made it, in its own memory, and alone may free it
+  bool m_bLent;            // it stands there, but the application frees it
   bool m_bVacant;          // it has its place, but nothing was stored in it yet: m_bEmpty, and left out of the text forms
   // What it holds: its cells and texts stand in m_pArena.
   bool m_bSharesArena;     // which is the owner's, who frees it

@@ -30,6 +30,10 @@ struct T_Compares : std::false_type {};
 template <class A, class B>
 struct T_Compares<A, B, decltype(void(std::declval<A>() == std::declval<B>()))> : std::true_type {};
 static_assert(T_Compares<CString, CDate>::value && T_Compares<const char*, CDate>::value);
+struct CConverts {    // a type of somebody else, which has its own ways
+  operator const char*() const { return "abc"; }
+};
+static_assert(!T_Compares<CConverts, CDate>::value);
 static_assert(!T_Compares<CString, int>::value && !T_Compares<CDate, double>::value && !T_Compares<CString, std::string>::value);
 
 }    // namespace
@@ -64,7 +68,12 @@ TEST_CASE("texts that hold NULs are equal only as a whole") {
   sOther.Set("a\0c", 3);
   CheckBothWays(sOne, sOther, -1);
   CheckBothWays(sOne, CString("a"), 1);
-  CHECK(sOne == "a");    // up to the first NUL
+  char szText[] = "a";
+  char* pText = szText;
+  const char* pConst = szText;
+  CheckBothWays(sOne, "a", 0);    // up to the first NUL
+  CheckBothWays(sOne, pText, 0);
+  CheckBothWays(sOne, pConst, 0);
 }
 
 TEST_CASE("null counts as an empty text") {

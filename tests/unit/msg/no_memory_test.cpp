@@ -224,18 +224,19 @@ TEST_CASE("a sub-message without memory stays the caller's, unless it is stored 
 
 TEST_CASE("a message whose own sub-message is not listed for want of memory cannot become part of that") {
   CTestMsg cMsg(120);    // which counts as empty all the time
-  std::unique_ptr<CMsg> pRow(NewRow(cMsg.Dic(), "row"));
-  for (int i = 1; pRow != nullptr; ++i) {
+  const std::unique_ptr<CMsg> pRow(NewRow(cMsg.Dic(), "row"));
+  for (int i = 1; pRow->GetParent() == nullptr; ++i) {
     CFailAlloc cFail(i, 1);
     int iRet = 99;
     REQUIRE(CaughtFailing(cFail, [&] { iRet = cMsg->SetValue(6, pRow.get()); }).iCode == 0);
     REQUIRE(iRet == -11);
-    if (pRow->GetParent() != nullptr) (void)pRow.release();
   }
   CHECK(cMsg->IsEmpty());
   CHECK(cMsg->GetValue(6)->SetValue(4, &*cMsg) == -28);
   CHECK(ToXml(*cMsg->GetValue(6)) ==
         "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><msg no=\"121\" ver=\"\"><t1><![CDATA[row]]></t1></msg>");
+  CHECK(cMsg->SetValue(6, pRow.get()) == 0);    // now it is taken
+  CHECK_FALSE(cMsg->IsEmpty());
 }
 
 #ifdef HAVE_HUGE_TEXT

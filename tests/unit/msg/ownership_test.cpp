@@ -256,6 +256,28 @@ TEST_CASE("a sub-message that is not taken is the caller's, whatever failed, and
   }
 }
 
+TEST_CASE("what was not taken is freed by the caller after the message, too") {    // the leak checker counts
+  for (const int iTag : {6, 16}) {
+    const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
+      CTestDic cDic;
+      std::unique_ptr<CMsg> pSub(NewRow(cDic, s_szLong));
+      auto pMsg = std::make_unique<CMsg>(120, 0, 0, &cDic);
+      int iRet = 99;
+      p_cFail.Run([&] { iRet = pMsg->SetValue(iTag, pSub.get()); });
+      CHECK(iRet == (p_cFail.HasFailed() ? -11 : 0));
+      if (iRet == 0) {
+        (void)pSub.release();
+        return;
+      }
+      CMsg cOuter(120, 0, 0, &cDic);    // frees it as an empty one, as nothing was taken by it
+      CHECK(cOuter.SetValue(6, pMsg.release()) == 0);
+      CHECK(pSub->GetParent() == nullptr);
+      CHECK(TextOf(pSub.get()) == s_szLong);
+    });
+    CHECK(iFailures > 1);
+  }
+}
+
 // ---- trees
 
 TEST_CASE("trees of many levels are built in either direction and freed") {    // in quadratic time it would take minutes
@@ -535,6 +557,18 @@ TEST_CASE("a sub-message that is cleared keeps its place and is left out until s
   CHECK(cMsg->GetArrSize(16) == 3);
   for (CMsg* pSub : apSub) pSub->NewSub(4)->SetValue(2, 1);
   CHECK(Values(*cMsg) == "<t16><t4><t2>1</t2></t4></t16><t16><t4><t2>1</t2></t4></t16><t16><t4><t2>1</t2></t4></t16></msg>");
+}
+
+TEST_CASE("a message that was cleared where it stood is filled when it stands there no more") {
+  CTestMsg cMsg(120);
+  std::unique_ptr<CMsg> pGiven(NewRow(cMsg.Dic(), "given"));
+  CHECK(cMsg->SetValue(6, pGiven.get()) == 0);
+  pGiven->Clear();
+  CHECK(cMsg->SetValue(6, NewRow(cMsg.Dic(), "new")) == 0);
+  CHECK(pGiven->SetValue(1, "again") == 0);
+  CHECK_FALSE(pGiven->IsEmpty());
+  CHECK(cMsg->SetValue(16, pGiven.get()) == 0);
+  CHECK(Values(*cMsg) == "<t6><t1><![CDATA[new]]></t1></t6><t16><t1><![CDATA[again]]></t1></t16></msg>");
 }
 
 TEST_CASE("a message that is cleared and filled again does not grow") {
