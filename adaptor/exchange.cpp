@@ -148,6 +148,12 @@ int CExchange::Receive(T_Fault& p_tFault) {
 }
 
 void CExchange::Await() {
+  struct T_CloseUnlessOver {    // when the thread is cancelled; AddressSanitizer, too, learns of it only by a destructor here
+    CExchange& cExchange;
+    ~T_CloseUnlessOver() {
+      if (!cExchange.m_bOver) cExchange.Close();
+    }
+  } const cCloseUnlessOver{*this};
   while (!m_bOver) {
     pollfd tPoll = {m_iSock, static_cast<short>(GetEvents()), 0};
     const int iReady = poll(&tPoll, 1, GetTimeLeft());
