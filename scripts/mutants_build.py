@@ -14,6 +14,7 @@ import threading
 import mutations
 
 LAYERS = ("base", "crypt", "adaptor", "msg", "client", "capi")
+LIBRARY = r"CMakeFiles/callorv_\w+\.dir/"       # its objects
 BUILT = {*LAYERS, "include", "tests", "fuzz", "tools", "examples", "cmake", "CMakeLists.txt"}
 
 
@@ -50,14 +51,16 @@ class Processes:
                                          start_new_session=True, **options)
                 self.running.add(child)
             try:
-                return child.wait(limit)
+                status = child.wait(limit)
             except subprocess.TimeoutExpired:
-                return None
-            finally:
-                self.end(child)
-                child.wait()
-                with self.lock:
-                    self.running.discard(child)
+                status = None
+            self.end(child)
+            child.wait()
+            with self.lock:
+                self.running.discard(child)
+                if self.stopped:            # by stop(), perhaps
+                    raise Failed("stopped")
+            return status
 
     @staticmethod
     def end(child):
@@ -148,25 +151,25 @@ class Build:
         return Check(f"unit_{layer}", [], f"tests/unit_{layer}", doctest=True)
 
     def other_checks(self, layer):
-        """The integration tests, and everything else but the unit tests of a folder."""
+        """Everything but the unit tests of a folder: integration tests, other programs, the quick ones first, tools."""
         with self.lock:
             if self.all_checks is None:
                 self.make(["all"])
                 self.all_checks = self.read_checks()
-        first = [check for check in self.all_checks if check.name.startswith("integration")]
-        return first, [check for check in self.all_checks if check not in first and check.name != f"unit_{layer}"]
+        order = lambda check: (not check.program, not check.name.startswith("integration"), check.seconds)
+        return sorted((check for check in self.all_checks if check.name != f"unit_{layer}"), key=order)
 
     def read_checks(self):
         said = subprocess.run(["ctest", "--show-only=json-v1"], cwd=self.dir, check=True, capture_output=True,
                               text=True)
         checks = {}
         for test in json.loads(said.stdout)["tests"]:
-            if re.match("consumer|layers|abi: callorv", test["name"]):      # the package, not what the library does
-                continue
             command = test["command"]
             has = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
             path = os.path.relpath(command[0], self.dir)
             program = "" if path.startswith("..") else path
+            if not program and not test["name"].startswith("tools: "):      # the package, not what the library does
+                continue
             name = os.path.basename(program) or test["name"]
             checks[name] = Check(name, command[1:] if program else command, program,
                                  has.get("WORKING_DIRECTORY", str(self.dir)),
@@ -192,13 +195,14 @@ class Build:
 class Bench:
     """A copy of the tree in which one change is made, and what was built with it."""
 
-    def __init__(self, build, root, number):
+    def __init__(self, build, number):
         self.build, self.folder = build, build.folder / str(number)
         self.tree, self.log = self.folder / "tree", self.folder / "log"
-        copy_tree(root, build.files, self.tree)
+        copy_tree(build.tree, build.files, self.tree)
 
     def set(self, change):
         self.change = change
+        self.whole = False
         self.objects, self.linked = {}, {}
         for name in ("made", "tmp"):
             shutil.rmtree(self.folder / name, ignore_errors=True)
@@ -210,7 +214,19 @@ class Bench:
         shutil.copyfile(self.build.tree / self.change.path, self.tree / self.change.path)
 
     def is_affected(self, output):
+        """Whether an object is compiled anew. At first, what a header changes in the tests themselves is left alone:
+        without optimisation the library's copies of its functions are those that are linked."""
+        if not (self.whole or re.match(LIBRARY, output)):
+            return False
         return str(self.build.tree / self.change.path) in self.build.deps.get(output, ())
+
+    def needs_whole(self, check):
+        """Whether the tests themselves have to be compiled anew, before they are believed to notice nothing."""
+        self.whole = True
+        needed = bool(check.program) and any(
+            self.is_affected(word) and not re.match(LIBRARY, word) for word in self.build.link(check.program))
+        self.whole = False
+        return needed
 
     def compile(self, output, *flags):
         """The object of a source file with the change in it."""
@@ -226,8 +242,7 @@ class Bench:
         return self.objects[key]
 
     def library_objects(self):
-        return [output for output in self.build.compile if re.match(r"CMakeFiles/callorv_\w+\.dir/", output)
-                and self.is_affected(output)]
+        return [output for output in self.build.compile if re.match(LIBRARY, output) and self.is_affected(output)]
 
     def is_same(self, optimised):
         """Whether the library's objects do not show the change. What a public header has may end in programs, too."""
@@ -237,7 +252,7 @@ class Bench:
 
     def made(self, target):
         """A program or library of the build, linked anew when the change is in its objects."""
-        if target not in self.linked:
+        if (target, self.whole) not in self.linked:
             command, changed = list(self.build.link(target)), False
             for i, word in enumerate(command):
                 if self.is_affected(word):
@@ -251,8 +266,8 @@ class Bench:
                 path.parent.mkdir(parents=True, exist_ok=True)
                 if self.build.processes.run(command, self.log, 600, cwd=self.build.dir) != 0:
                     raise SyntaxError(target)
-            self.linked[target] = str(path) if changed else str(self.build.dir / target)
-        return self.linked[target]
+            self.linked[target, self.whole] = str(path) if changed else str(self.build.dir / target)
+        return self.linked[target, self.whole]
 
     def prepare(self, check):
         """What begins the command of a program of tests, made with the change."""
@@ -264,6 +279,14 @@ class Bench:
 
     def fails(self, check):
         """What in a program of tests fails first, or None."""
+        by = self.fails_as(check)
+        if not by and self.needs_whole(check):
+            self.whole = True
+            by = self.fails_as(check)
+            self.whole = False
+        return by
+
+    def fails_as(self, check):
         command = self.prepare(check)
         if not check.doctest:
             return self.run(check, command + check.command)

@@ -448,6 +448,7 @@ TEST_CASE("CString::ToDbl") {
       {"", 0.0},       {"abc", 0.0},     {"1.5", 1.5},  {"1.5abc", 1.5},   {" \n-2.5e3x", -2500.0},
       {"+.5", 0.5},    {"1e400", HUGE_VAL}, {"0x1p4", 16.0}, {"-inf", -HUGE_VAL}, {"1,5", 1.0},
       {"1.234567891250000e+08", 123456789.125},
+      {".1.234567890123456e+05", 0.1},    // what is written like a printed number begins behind a "-" only
   };
   for (const T_Row& tRow : s_atRow) {
     CAPTURE(tRow.sText);
