@@ -572,7 +572,7 @@ class MeasureTest(CallTest):
                         except OSError:    # the terminal's other end is closed
                             break
                 self.assertEqual(process.wait(30), 0)
-                self.assertIn(b"200 calls from 1 threads", process.stdout.read())
+                self.assertIn(b"200 calls from 1 thread in ", process.stdout.read())
         os.close(master)
         self.assertRegex(seen, rb"\A(\r\x1b\[K\[#*\.*\] +\d+ %  \d+/200  \d+/s  0 failed)+\r\x1b\[K\Z")
 

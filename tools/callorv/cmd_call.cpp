@@ -182,10 +182,9 @@ void PrintMeasurement(const T_Measurement& p_t, bool p_bJson) {
   }
   const auto fnMillis = [&](double p_dPercent) { return CFormat("%.3f ms", p_t.Percentile(p_dPercent) / 1000.0); };
   const CString sInFlight = p_t.iInFlight > 0 ? CFormat(", %d in flight each,", p_t.iInFlight) : CString();
-  std::cout << CFormat("%d calls from %d threads%s in %.3f s: %.0f calls/s\n", p_t.iCalls, p_t.iThreads,
-                       sInFlight.ToStr(), p_t.dSeconds, dRate)
-                   .ToStr()
-            << "latency  50 % " << fnMillis(50).ToStr() << "  90 % " << fnMillis(90).ToStr() << "  99 % "
+  std::cout << Counted(static_cast<size_t>(p_t.iCalls), "call") << " from "
+            << Counted(static_cast<size_t>(p_t.iThreads), "thread")
+            << CFormat("%s in %.3f s: %.0f calls/s\n", sInFlight.ToStr(), p_t.dSeconds, dRate).ToStr() << "latency  50 % " << fnMillis(50).ToStr() << "  90 % " << fnMillis(90).ToStr() << "  99 % "
             << fnMillis(99).ToStr() << "  max " << fnMillis(100).ToStr() << '\n';
   for (const auto& [iCode, tFailure] : p_t.cFailures) {
     std::cout << tFailure.iCount << " x " << iCode << "  " << Printable(tFailure.sText, false) << '\n';
