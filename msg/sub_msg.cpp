@@ -115,18 +115,18 @@ const CMsg* CMsgOps::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
   return pNext;
 }
 
-// Goes up from the message, as a rule to the end; where it is far, also through what stands in p_cTop at the same pace, as
-// the shorter way decides: so a tree is built in about linear time whether it grows inwards or outwards.
+// Goes up from the message. Where that is far, it also goes through all that stands in p_cTop, at the same pace: when nothing is
+// left there, the message is further down than p_cTop goes, and so elsewhere. The shorter way decides: so a tree is built in
+// about linear time whether it grows inwards or outwards.
 bool CMsgOps::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
   if (!p_cTop.m_bHasSubs) return &p_cMsg == &p_cTop;
   const CMsg* pUp = &p_cMsg;
   const CMsg* pBelow = &p_cTop;
-  for (int i = 0; pUp != nullptr && pBelow != nullptr; ++i) {
-    if (pUp == &p_cTop || pBelow == &p_cMsg) return true;
+  for (int i = 0; pUp != nullptr && pUp != &p_cTop && pBelow != nullptr; ++i) {
     pUp = pUp->m_pOwner;
     if (i >= NEAR_LEVELS) pBelow = NextBelow(p_cTop, pBelow);
   }
-  return false;
+  return pUp == &p_cTop;
 }
 
 // ---- storing

@@ -254,6 +254,42 @@ TEST_CASE("a class that does not fit the dictionary says why") {
   CHECK(cNoRow.sLastError == "MSG_Error(-19) : Not defined msg in dictionary {3.msgnum=999}");
 }
 
+// What another dictionary's tag 6 of message 4 would be: a message 4 again.
+class CForeign : public CMsgBase {
+ public:
+  enum { MSG_NUM = 4 };
+  CStr text;
+  T_SubMsg<CForeign> inner;
+  int LoadFromMsg(CMsg* p_pMsg) override { return callorv::detail::LoadTypedMsg(*this, p_pMsg); }
+  CMsg* CreateMsg() override { return callorv::detail::CreateTypedMsg(*this); }
+  template <class SELF, class VISITOR>
+  static void VisitTags(SELF& p_Self, VISITOR& p_Visitor) {
+    p_Visitor(1, p_Self.text);
+    p_Visitor(6, p_Self.inner);
+  }
+};
+
+TEST_CASE("a sub-message is of the number that its class says") {
+  LoadDictionary();
+  CForeign cOuter;
+  cOuter.inner.Make().text.Set("inner");
+  CHECK(Xml(cOuter) == "<msg no=\"4\" ver=\"\"><t6><t1><![CDATA[inner]]></t1></t6></msg>");
+}
+
+TEST_CASE("a row whose message was freed is read as an empty one") {
+  LoadDictionary();
+  const auto pMsg = Message("<msg no=\"4\"><t16><t0>x</t0></t16></msg>");
+  std::unique_ptr<CMsg> pRow(new CMsg(msgs::CNode::MSG_NUM, 0, 0, MA_GetMsgDic()));
+  pRow->SetValue(0, "y");
+  REQUIRE(pMsg->SetValue(16, pRow.get()) == 0);
+  pRow.reset();
+  msgs::CEvery cEvery;
+  REQUIRE(cEvery.LoadFromMsg(pMsg.get()) == 0);
+  REQUIRE(cEvery.nodes.size() == 2);
+  CHECK(cEvery.nodes[0].label.Get() == "x");
+  CHECK_FALSE(cEvery.nodes[1].label.IsSet());
+}
+
 TEST_CASE("odd names are members, too") {
   LoadDictionary();
   msgs::COdd_names cOdd;

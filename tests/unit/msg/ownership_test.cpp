@@ -317,6 +317,53 @@ TEST_CASE("trees of many levels are built in either direction and freed") {    /
   }
 }
 
+TEST_CASE("far down in a tree a message is taken whatever it holds, but for what it stands in") {
+  CMsgDic cDic;
+  cDic.SetMsgInfo(5, "node", "", "1");    // all cells in one chain
+  cDic.SetMsgDetail(5, 1, "number", "integer", "N");
+  for (const int iTag : {2, 4}) cDic.SetMsgDetail(5, iTag, "node", "m5", "N");
+  for (const int iTag : {3, 6}) cDic.SetMsgDetail(5, iTag, "nodes", "m5", "Y");
+  const auto fnNew = [&] {
+    auto pMsg = std::make_unique<CMsg>(5, 0, 0, &cDic);
+    pMsg->SetValue(1, 1);
+    return pMsg;
+  };
+  CMsg cTop(5, 0, 0, &cDic);
+  CMsg* pDeep = &cTop;
+  for (int i = 0; i < 300; ++i) {
+    pDeep = pDeep->NewSub(2);
+    pDeep->SetValue(1, i);
+  }
+  auto pGiven = fnNew();
+  CMsg* pPlain = pGiven->NewSub(2);
+  pPlain->SetValue(1, 2);
+  auto pFreed = fnNew();
+  CHECK(pGiven->SetValue(4, pFreed.get()) == 0);
+  std::unique_ptr<CMsg> apRow[3] = {fnNew(), fnNew(), fnNew()};
+  for (auto& pRow : apRow) CHECK(pGiven->SetValue(3, pRow.get()) == 0);
+  pFreed.reset();
+  apRow[0].reset();
+  apRow[2].reset();
+  CMsg* pInner = apRow[1].release();
+  for (int i = 1; std::string(pGiven->GetLastError()).find("new CMsgArray failed") == std::string::npos; ++i) {
+    CFailAlloc cFail(i);    // a row too many: its tag has a cell and no array
+    const auto pNone = fnNew();
+    cFail.Run([&] { pGiven->SetValue(6, pNone.get()); });
+    REQUIRE(cFail.HasFailed());
+  }
+  for (int i = 0; i < 3; ++i) {    // what an Init left behind, alone and behind new values
+    CMsg* pInit = pInner->NewSub(3);
+    pInit->SetValue(1, i);
+    CHECK(pInit->SetValue(2, fnNew().release()) == 0);
+    CHECK(pInit->SetValue(3, fnNew().release()) == 0);
+    pInit->Init(5, 0, 0);
+    if (i > 0) CHECK(pInit->SetValue(4, fnNew().release()) == 0);
+  }
+  CHECK(pDeep->SetValue(3, pGiven.get()) == 0);
+  (void)pGiven.release();
+  for (CMsg* pSub : {pPlain, pInner, pDeep}) CHECK(pSub->SetValue(6, &cTop) == -28);
+}
+
 TEST_CASE("no circle is possible, however the message is held") {
   CTestMsg cMsg(121);
   cMsg->SetValue(1, "top");
@@ -557,6 +604,22 @@ TEST_CASE("a sub-message that is cleared keeps its place and is left out until s
   CHECK(cMsg->GetArrSize(16) == 3);
   for (CMsg* pSub : apSub) pSub->NewSub(4)->SetValue(2, 1);
   CHECK(Values(*cMsg) == "<t16><t4><t2>1</t2></t4></t16><t16><t4><t2>1</t2></t4></t16><t16><t4><t2>1</t2></t4></t16></msg>");
+}
+
+TEST_CASE("a cleared message takes its memory again where that is large enough") {
+  CTestDic cDic;
+  CMsg cMsg(121, 0, 0, &cDic);
+  cMsg.SetValue(2, 1);
+  for (int i = 10; i < 30; ++i) {    // more than the definition had when the first memory was asked for
+    cDic.SetMsgDetail(121, i, "more", "integer", "N");
+    CHECK(cMsg.SetValue(i, i) == 0);
+  }
+  cMsg.Clear();
+  CHECK(cMsg.NewSub(3)->SetValue(1, s_szLong) == 0);    // larger than any block of before
+  for (int i = 10; i < 30; ++i) CHECK(cMsg.SetValue(i, -i) == 0);
+  int iOut = 0;
+  for (int i = 10; i < 30; ++i) CHECK((cMsg.GetValue(i, &iOut) == 0 && iOut == -i));
+  CHECK(TextOf(cMsg.GetValue(3)) == s_szLong);
 }
 
 TEST_CASE("a message that was cleared where it stood is filled when it stands there no more") {
