@@ -129,8 +129,9 @@ class CTagLoader : public CTagWalk {
     if (!Found(p_iTag, &aRow)) return;
     p_aMember.resize(static_cast<std::size_t>(aRow.GetSize()));
     for (int i = 0; i < aRow.GetSize(); ++i) {
-      CMsg* pRow = aRow.GetAt(i);    // null for a row that was freed
-      if (pRow != nullptr && !Load(*pRow, p_aMember[static_cast<std::size_t>(i)])) return;
+      CMsg* pRow = aRow.GetAt(i);
+      if (pRow == nullptr) continue;    // it was freed
+      if (!Load(*pRow, p_aMember[static_cast<std::size_t>(i)])) return;
     }
   }
 };

@@ -290,6 +290,39 @@ TEST_CASE("a row whose message was freed is read as an empty one") {
   CHECK_FALSE(cEvery.nodes[1].label.IsSet());
 }
 
+// Only the first of the rows.
+class CFirst : public CMsgBase {
+ public:
+  enum { MSG_NUM = 4 };
+  T_SubMsg<CStranger<1, 0, CStr>> first;
+  int LoadFromMsg(CMsg* p_pMsg) override { return callorv::detail::LoadTypedMsg(*this, p_pMsg); }
+  CMsg* CreateMsg() override { return callorv::detail::CreateTypedMsg(*this); }
+  template <class SELF, class VISITOR>
+  static void VisitTags(SELF& p_Self, VISITOR& p_Visitor) {
+    p_Visitor(16, p_Self.first);
+  }
+};
+
+TEST_CASE("a first row whose message was freed is absent") {
+  LoadDictionary();
+  CMsg cMsg(4, 0, 0, MA_GetMsgDic());
+  std::unique_ptr<CMsg> pRow(new CMsg(msgs::CNode::MSG_NUM, 0, 0, MA_GetMsgDic()));
+  pRow->SetValue(0, "y");
+  REQUIRE(cMsg.SetValue(16, pRow.get()) == 0);
+  pRow.reset();
+  CFirst cFirst;
+  cFirst.first.Make();
+  REQUIRE(cFirst.LoadFromMsg(&cMsg) == 0);
+  CHECK_FALSE(cFirst.first.IsSet());
+}
+
+TEST_CASE("a row that does not fit its class stops the reading") {
+  LoadDictionary();
+  CStranger<4, 16, std::vector<CStranger<1, 0, CInt>>> cOtherRow;
+  CHECK(cOtherRow.LoadFromMsg(Message("<msg no=\"4\"><t16><t0>x</t0></t16><t16><t0>y</t0></t16></msg>").get()) == -17);
+  CHECK(cOtherRow.sLastError == "MSG_Error(-17) : Invalid tag type {Line:740, tagnum=0,type=(string/integer)}");
+}
+
 TEST_CASE("odd names are members, too") {
   LoadDictionary();
   msgs::COdd_names cOdd;
