@@ -168,7 +168,7 @@ class Build:
             has = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
             path = os.path.relpath(command[0], self.dir)
             program = "" if path.startswith("..") else path
-            if not program and not test["name"].startswith("tools: "):      # the package, not what the library does
+            if not program and (not test["name"].startswith("tools: ") or "FIXTURES_REQUIRED" in has):    # the package
                 continue
             name = os.path.basename(program) or test["name"]
             checks[name] = Check(name, command[1:] if program else command, program,

@@ -225,6 +225,45 @@ TEST_CASE("ParseDouble reads the leading number") {
   }
 }
 
+TEST_CASE("ParsePlainDouble reads what FormatDouble prints as long as one operation on its digits is exact") {
+  struct T_Row {
+    const char* szText;
+    bool bRead;
+  };
+  static const T_Row s_atRow[] = {
+      {"1.234567890123456e+05", true},  {"9.876543210987654e-05", false}, {"0.000000000000000e+00", true},
+      {"7.000000000000000e-07", true},  {"7.000000000000000e-08", false}, {"1.000000000000000e+37", true},
+      {"1.000000000000000e+38", false}, {"9.007199254740992e+15", true},  {"9.007199254740993e+15", false},
+      {"8.999999999999999e+00", true},
+  };
+  for (const T_Row& tRow : s_atRow) {
+    CAPTURE(tRow.szText);
+    double dValue = -1;
+    REQUIRE(ParsePlainDouble(tRow.szText, strlen(tRow.szText), dValue) == tRow.bRead);
+    if (!tRow.bRead) {
+      CHECK(dValue == -1);
+    } else if (sizeof(void*) > 4) {
+      CHECK(dValue == strtod(tRow.szText, nullptr));
+    }
+  }
+}
+
+TEST_CASE("ParsePlainDouble leaves every other form alone") {
+  const std::string sPlain = "1.234567890123456e+05";
+  double dValue = -1;
+  for (size_t i = 0; i < sPlain.size(); ++i) {
+    for (const char c : {'/', ':', '.', 'e', '+', '-', 'E', ',', ' ', '\0', '\xB1'}) {
+      std::string sOther = sPlain;
+      sOther[i] = c;
+      CAPTURE(sOther);
+      const bool bPlain = sOther == sPlain || (i == 18 && (c == '+' || c == '-'));
+      CHECK(ParsePlainDouble(sOther.c_str(), sOther.size(), dValue) == bPlain);
+    }
+  }
+  CHECK_FALSE(ParsePlainDouble(sPlain.c_str(), sPlain.size() - 1, dValue));
+  CHECK_FALSE(ParsePlainDouble((sPlain + "0").c_str(), sPlain.size() + 1, dValue));
+}
+
 TEST_CASE("ParseDouble agrees with strtod on random texts") {
   std::mt19937_64 cRandom(2);
   std::string sFirst;
