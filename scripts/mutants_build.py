@@ -15,6 +15,7 @@ import mutations
 
 LAYERS = ("base", "crypt", "adaptor", "msg", "client", "capi")
 LIBRARY = r"CMakeFiles/callorv_\w+\.dir/"       # its objects
+LEAKS = "-fsanitize=leak"                        # at the link: looks for lost memory when the program ends
 BUILT = {*LAYERS, "include", "tests", "fuzz", "tools", "examples", "cmake", "CMakeLists.txt"}
 
 
@@ -76,6 +77,10 @@ class Processes:
                 self.end(child)
 
 
+def is_leaking(log):
+    return b"LeakSanitizer: detected memory leaks" in log.read_bytes()
+
+
 def copy_tree(root, files, target):
     """Brings a copy up to date; what is the same keeps its time."""
     wanted = set(files)
@@ -107,7 +112,7 @@ class Build:
                 state.update(name.encode() + b"\0" + (self.tree / name).read_bytes())
         self.fingerprint = state.hexdigest()
         self.all_checks = None
-        self.links, self.originals = {}, {}
+        self.links, self.originals, self.leaking = {}, {}, {}
         flags = ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"]
         flags += [f"-DCMAKE_{language}_FLAGS_DEBUG=-O0" for language in ("C", "CXX")]
         flags += [f"-DCMAKE_{kind}_LINKER_FLAGS=-fuse-ld=lld" for kind in ("EXE", "SHARED")]
@@ -176,6 +181,18 @@ class Build:
                                  dict(x.split("=", 1) for x in has.get("ENVIRONMENT", [])),
                                  any(word.startswith("--test-case=") for word in command))
         return list(checks.values())
+
+    def leaks(self, layer):
+        """Whether a folder's unit tests lose memory by themselves."""
+        with self.lock:
+            if layer not in self.leaking:
+                program, log = str(self.folder / f"unit_{layer}.leaks"), self.folder / "leaks.log"
+                command = [*self.link(f"tests/unit_{layer}"), LEAKS]
+                command[command.index("-o") + 1] = program
+                self.processes.run(command, log, cwd=self.dir)
+                self.processes.run([program], log, 1200, cwd=self.dir / "tests")
+                self.leaking[layer] = is_leaking(log)
+            return self.leaking[layer]
 
     def original(self, output, optimised):
         """An object without the change, as it is built or optimised."""
@@ -250,10 +267,11 @@ class Bench:
             self.compile(output, *["-O2"] * optimised).read_bytes() == self.build.original(output, optimised)
             for output in self.library_objects())
 
-    def made(self, target):
+    def made(self, target, *flags):
         """A program or library of the build, linked anew when the change is in its objects."""
-        if (target, self.whole) not in self.linked:
-            command, changed = list(self.build.link(target)), False
+        key = target, self.whole, flags
+        if key not in self.linked:
+            command, changed = self.build.link(target) + list(flags), bool(flags)
             for i, word in enumerate(command):
                 if self.is_affected(word):
                     command[i], changed = str(self.compile(word)), True
@@ -266,8 +284,8 @@ class Bench:
                 path.parent.mkdir(parents=True, exist_ok=True)
                 if self.build.processes.run(command, self.log, 600, cwd=self.build.dir) != 0:
                     raise SyntaxError(target)
-            self.linked[target, self.whole] = str(path) if changed else str(self.build.dir / target)
-        return self.linked[target, self.whole]
+            self.linked[key] = str(path) if changed else str(self.build.dir / target)
+        return self.linked[key]
 
     def prepare(self, check):
         """What begins the command of a program of tests, made with the change."""
@@ -293,6 +311,12 @@ class Bench:
         names = ",".join(re.sub(r'[,"\\*]', "?", name) for name in check.slow)
         return (self.run(check, [*command, "-aa=1", *([f"-tce={names}"] if names else [])]) or
                 (self.run(check, [*command, "-aa=1", f"-tc={names}"]) if names else None))
+
+    def leaks(self, layer):
+        """Whether a folder's unit tests, which have all passed, lose memory with the change."""
+        program, log = self.made(f"tests/unit_{layer}", LEAKS), self.folder / "leaks.log"
+        self.build.processes.run([program], log, 1200, cwd=self.build.dir / "tests")
+        return is_leaking(log) and not self.build.leaks(layer)
 
     def run(self, check, command):
         env = {**os.environ, **check.env,

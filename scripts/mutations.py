@@ -232,11 +232,21 @@ def edits_of(text):
             if not any(t.text == ";" for t in tokens[i + 1:close]):
                 yield (following.end, tokens[close].start,
                        "!(" + text[following.end:tokens[close].start] + ")", "negation")
-        if not inside and (last.text in ("{", "}", ";", "else") or last.text == ":" and tokens[i - 2].text != "?" or
+        if not inside and (last.text in ("{", "}", ";", "else") or last.text == ":" and ends_label(tokens, i - 1) or
                            last.text == ")" and closes_condition(tokens, i - 1)):
             end = statement_end(tokens, i)
             if end is not None:
                 yield token.start, tokens[end].start, "", "statement"
+
+
+def ends_label(tokens, at):
+    """Whether the ':' at an index ends a label of a switch."""
+    for i in range(at - 1, -1, -1):
+        if tokens[i].text in ("case", "default"):
+            return True
+        if tokens[i].text in (";", "{", "}", ":", "?"):
+            return False
+    return False
 
 
 def closes_condition(tokens, at):

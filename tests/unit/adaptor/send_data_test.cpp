@@ -37,12 +37,19 @@ void BlockSigPipe() {
   pthread_sigmask(SIG_BLOCK, &tSet, nullptr);
 }
 
+// Leaves all bits set where the next function called will have its variables.
+__attribute__((noinline)) void DirtyStack() {
+  volatile char szStack[8192];
+  for (volatile char& c : szStack) c = '\xFF';
+}
+
 // Sends into a connection whose own sending side is closed: send() fails with EPIPE.
 std::string SendIntoBrokenPipe() {
   CPeer cPeer(WaitForEnd);
   COpenAdaptor cAdaptor;
   cAdaptor.Connect("127.0.0.1", cPeer.Port());
   shutdown(cAdaptor.iSock, SHUT_WR);
+  DirtyStack();
   const int iRet = cAdaptor.SendData("x", 1, 5);
   const int iErrno = errno;
   return std::to_string(iRet) + " " + cAdaptor.Error() + " errno " + std::to_string(iErrno);
@@ -238,6 +245,18 @@ TEST_CASE("a server that went away does not end the application by SIGPIPE") {
             const std::string sSent = SendIntoBrokenPipe();
             return sSent + "; " + PipeState();
           }) == s_szFailed + std::string("blocked, pending, handled 0"));
+  }
+  SUBCASE("another signal that the application has pending stays") {
+    CHECK(InChild([] {
+            sigset_t tSet;
+            sigemptyset(&tSet);
+            sigaddset(&tSet, SIGUSR1);
+            pthread_sigmask(SIG_BLOCK, &tSet, nullptr);
+            raise(SIGUSR1);
+            const std::string sSent = SendIntoBrokenPipe();
+            sigpending(&tSet);
+            return sSent + "; " + PipeState() + (sigismember(&tSet, SIGUSR1) == 1 ? ", the other pending" : "");
+          }) == s_szFailed + std::string("open, none pending, handled 0, the other pending"));
   }
 }
 
