@@ -1,5 +1,7 @@
-// The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, comes from the build.
+// The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, is in a header that the build writes.
 #include "crypt/seed_key.h"
+
+#include "seed_key_value.h"
 
 namespace callorv::detail {
 

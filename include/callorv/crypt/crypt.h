@@ -15,7 +15,7 @@ struct T_KeyFile {
 };
 static_assert(sizeof(T_KeyFile) == 4144, "a key file is read as it stands");
 
-// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY).
+// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE).
 // Encrypted data is a multiple of 16 bytes; the last plain byte says how many bytes of the last block are padding.
 // All operations report failure by a negative result and a text in p_sErr; they throw only std::bad_alloc.
 // Any thread; the streams and texts passed belong to one thread at a time.

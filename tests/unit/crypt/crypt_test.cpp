@@ -109,7 +109,7 @@ TEST_CASE("EncryptStream: every byte of the padding says how long it is, as Open
     CHECK(tResult.sErr == "before");
     CHECK(tResult.sOut.size() == i + iPadding);
     CHECK((tResult.sOut == Encrypted(sPlain + std::string(iPadding, static_cast<char>(iPadding)))));
-    CHECK((Openssl(tResult.sOut, TEST_SEED_KEY, "-d") == sPlain));
+    CHECK((Openssl(tResult.sOut, CALLORV_SEED_KEY, "-d") == sPlain));
   }
 }
 

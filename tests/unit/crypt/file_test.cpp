@@ -227,7 +227,7 @@ TEST_CASE("DecryptFileToStream: files that OpenSSL has encrypted") {
   for (const size_t i : {0u, 1u, 15u, 16u, 17u, 4096u, 1000003u}) {
     CAPTURE(i);
     const std::string sPlain = CRandom(11).Bytes(i);
-    T_Result tResult = Decrypt(cDir.Write("file", Openssl(sPlain, TEST_SEED_KEY, "-e")));
+    T_Result tResult = Decrypt(cDir.Write("file", Openssl(sPlain, CALLORV_SEED_KEY, "-e")));
     CHECK(tResult.iRet == 0);
     CHECK(tResult.sErr.empty());
     CHECK((tResult.sOut == sPlain));
@@ -305,7 +305,7 @@ TEST_CASE("a socket cannot be opened") {
 
 TEST_CASE("a file from after 2038 is read") {
   const CTempDir cDir;
-  const std::string sPath = cDir.Write("file", Openssl("text", TEST_SEED_KEY, "-e"));
+  const std::string sPath = cDir.Write("file", Openssl("text", CALLORV_SEED_KEY, "-e"));
   const timespec atTime[] = {{4102444800, 0}, {4102444800, 0}};    // the year 2100
   REQUIRE(utimensat(AT_FDCWD, sPath.c_str(), atTime, 0) == 0);
   CHECK(Run(Plain, sPath).iRet == 0);

@@ -34,7 +34,7 @@ T_Parts PartsOf(const std::string& p_sEncrypted) {
 }
 
 // p_sKey with as many bytes of padding as OpenSSL adds.
-T_Parts PartsOfKey(const std::string& p_sKey) { return PartsOf(Openssl(p_sKey, TEST_SEED_KEY, "-e")); }
+T_Parts PartsOfKey(const std::string& p_sKey) { return PartsOf(Openssl(p_sKey, CALLORV_SEED_KEY, "-e")); }
 
 struct T_Result {
   int iRet;
@@ -155,7 +155,7 @@ TEST_CASE("ExtractUserKey: index byte 16 decides the form") {
 }
 
 TEST_CASE("ExtractUserKey: every table entry from 1 to 255 can be meant, one also twice") {
-  const std::string sEncrypted = Openssl("A KEY IN THE FORM OF 32 BYTES", TEST_SEED_KEY, "-e");
+  const std::string sEncrypted = Openssl("A KEY IN THE FORM OF 32 BYTES", CALLORV_SEED_KEY, "-e");
   for (size_t iFirst = 1; iFirst <= 224; iFirst += 32) {    // the last one begins at 193 and ends at 224
     CAPTURE(iFirst);
     T_Parts tParts;

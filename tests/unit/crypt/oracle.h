@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include "seed_key_value.h"
 #include "support/temp_file.h"
 
 // Numbers that look random and are the same in every run.
@@ -84,7 +85,7 @@ inline std::string Openssl(const std::string& p_sIn, const std::string& p_sHexKe
 }
 
 // Whole blocks, encrypted under the key of the build by a program that is not ours.
-inline std::string Encrypted(const std::string& p_sBlocks) { return Openssl(p_sBlocks, TEST_SEED_KEY, "-e -nopad"); }
+inline std::string Encrypted(const std::string& p_sBlocks) { return Openssl(p_sBlocks, CALLORV_SEED_KEY, "-e -nopad"); }
 
 inline size_t OpenFiles() {
   size_t iCount = 0;

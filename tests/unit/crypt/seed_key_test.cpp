@@ -13,7 +13,7 @@ using namespace callorv::detail;
 
 namespace {
 
-const std::string s_sHexKey = TEST_SEED_KEY;
+const std::string s_sHexKey = CALLORV_SEED_KEY;
 
 bool Holds(const std::string& p_s, const std::string& p_sPart) { return p_s.find(p_sPart) != std::string::npos; }
 

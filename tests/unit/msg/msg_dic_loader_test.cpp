@@ -15,6 +15,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "msg/msg_dic_handler.h"
+#include "seed_key_value.h"
 #include "support/silent_port.h"
 #include "unit/msg/test_dic.h"
 
@@ -427,7 +428,7 @@ TEST_CASE("an encrypted dictionary is loaded") {
 TEST_CASE("a dictionary that another program has encrypted is loaded") {
   const CTempDir cDir;
   const std::string sPlain = cDir.Write("dic.xml", s_szQuote), sPath = cDir.Path("dic.exml");
-  REQUIRE(system(("openssl enc -seed-ecb -provider legacy -provider default -K " TEST_SEED_KEY " -e -in " + sPlain +
+  REQUIRE(system(("openssl enc -seed-ecb -provider legacy -provider default -K " CALLORV_SEED_KEY " -e -in " + sPlain +
                   " -out " + sPath).c_str()) == 0);
   CMsgDic cDic;
   cDic.InitDictionary(sPath.c_str());
