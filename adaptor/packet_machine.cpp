@@ -61,9 +61,18 @@ int CPacketMachine::GetRoom(int p_iFirst, T_Room& p_tRoom, T_Fault& p_tFault) {
   } else if (m_ePart == TRAILER) {
     p_tRoom = {m_szFrame + CTcpAdaptor::HEADER_SIZE + m_iHave, CTcpAdaptor::TRAILER_SIZE - m_iHave};
   } else {
-    if (m_iHave == m_iRoom) m_iRoom += std::min(m_iBodyLen - m_iHave, std::max(m_iHave, p_iFirst));
     try {
-      p_tRoom = {Body().GetBuffer(m_iRoom) + m_iHave, m_iRoom - m_iHave};
+      if (m_iHave == m_iRoom) {
+        int iMore = std::min(m_iBodyLen - m_iHave, std::max(m_iHave, p_iFirst));
+        if (m_pInfo == nullptr) {
+          if (Body().GetSize() == BLOCK_BYTES) m_cBlocks.emplace_back(0, 1);
+          iMore = std::min(iMore, BLOCK_BYTES - Body().GetSize());
+        }
+        m_iRoom += iMore;
+      }
+      const int iBefore = Body().GetSize();
+      p_tRoom.iLen = m_iRoom - m_iHave;
+      p_tRoom.pAt = Body().GetBuffer(iBefore + p_tRoom.iLen) + iBefore;
     } catch (const std::bad_alloc&) {
       return NoMemory(p_tFault);
     }
@@ -77,8 +86,8 @@ int CPacketMachine::Fill(int p_iLen, T_Fault& p_tFault) {
     case HEADER:
       return m_iHave < CTcpAdaptor::HEADER_SIZE ? 0 : TakeHeader(p_tFault);
     case BODY:
-      Body().ReleaseBuffer(m_iHave);
-      m_iBodySum = (m_iBodySum + CAdaptor::CalcCheckSum(Body().GetData() + m_iHave - p_iLen, p_iLen)) % 256;
+      Body().ReleaseBuffer(Body().GetSize() + p_iLen);
+      m_iBodySum = (m_iBodySum + CAdaptor::CalcCheckSum(Body().GetData() + Body().GetSize() - p_iLen, p_iLen)) % 256;
       return m_iHave < m_iBodyLen ? 0 : TakeBody(p_tFault);
     default:
       return m_iHave < CTcpAdaptor::TRAILER_SIZE ? 0 : TakeTrailer(p_tFault);
@@ -106,7 +115,22 @@ int CPacketMachine::Cut(int p_iCode, T_Fault& p_tFault) {
   return p_tFault.Set(ADAPT_CORRUPTED, "uncompleted packet timeout(%s)", m_ePart == BODY ? "body" : "checksum");
 }
 
+// Makes one piece of the body.
+void CPacketMachine::Join() {
+  if (m_cBlocks.empty()) return;
+  m_stSent.GetBuffer(m_iBodyLen);
+  for (; !m_cBlocks.empty(); m_cBlocks.pop_front()) {
+    m_stSent.AppendData(m_cBlocks.front().GetData(), m_cBlocks.front().GetSize());
+  }
+}
+
 const CStream* CPacketMachine::Unpack(CStream& p_stRoom, T_Fault& p_tFault) {
+  try {
+    Join();
+  } catch (const std::bad_alloc&) {
+    NoMemory(p_tFault);
+    return nullptr;
+  }
   if (!IsCompressed()) return &m_stSent;
   return Uncompress(p_stRoom, p_tFault) < 0 ? nullptr : &p_stRoom;
 }

@@ -2,6 +2,8 @@
 #ifndef CALLORV_ADAPTOR_PACKET_MACHINE_H
 #define CALLORV_ADAPTOR_PACKET_MACHINE_H
 
+#include <list>
+
 #include "adaptor/fault.h"
 #include "callorv/adaptor/tcp_adaptor.h"
 
@@ -13,6 +15,7 @@ namespace callorv::detail {
 class CPacketMachine {
  public:
   enum E_Part { HEADER, BODY, TRAILER, COMPLETE };
+  enum { BLOCK_BYTES = 256 * 1024 };
   struct T_Room {
     char* pAt = nullptr;
     int iLen = 0;    // 1 or more
@@ -29,7 +32,8 @@ class CPacketMachine {
   int GetHave() const { return m_iHave; }    // bytes of this part that came
 
   // Where the next bytes go, until the machine is next used. Room for a body grows with what came, or by p_iFirst if that
-  // is more; what is only announced is not allocated.
+  // is more; what is only announced is not allocated. A body that is kept for Unpack stands in blocks of BLOCK_BYTES, so
+  // that what came before is not copied however long it is.
   int GetRoom(int p_iFirst, T_Room& p_tRoom, T_Fault& p_tFault);
   // p_iLen bytes, not more than there was room for, stand there now.
   int Fill(int p_iLen, T_Fault& p_tFault);
@@ -39,7 +43,7 @@ class CPacketMachine {
   int Cut(int p_iCode, T_Fault& p_tFault);
 
   // The body before compression, from TRAILER on, in a machine without a record: its own or p_stRoom. Null when it cannot
-  // be uncompressed.
+  // be uncompressed, or there is no memory for it in one piece.
   const CStream* Unpack(CStream& p_stRoom, T_Fault& p_tFault);
 
  private:
@@ -51,10 +55,15 @@ class CPacketMachine {
   int m_iBodyLen = 0;
   int m_iBodySum = 0;    // of the bytes that came
   CStream m_stSent{0, 512};    // a body that p_pInfo does not want, or not as it is
+  std::list<CStream> m_cBlocks;    // what came of it behind the first block
   char m_szFrame[CTcpAdaptor::HEADER_SIZE + CTcpAdaptor::TRAILER_SIZE + 1] = {};
 
   bool IsCompressed() const;
-  CStream& Body() { return m_pInfo != nullptr && !IsCompressed() ? m_pInfo->stBody : m_stSent; }
+  CStream& Body() {    // where its next bytes go
+    if (m_pInfo != nullptr && !IsCompressed()) return m_pInfo->stBody;
+    return m_cBlocks.empty() ? m_stSent : m_cBlocks.back();
+  }
+  void Join();
   int Begin(E_Part p_ePart);
   int TakeHeader(T_Fault& p_tFault);
   int TakeBody(T_Fault& p_tFault);
