@@ -11,6 +11,8 @@
 
 namespace {
 
+enum { MAX_NESTING = 40 };
+
 const char* const s_aszType[] = {"", "string", "integer", "double", "bool", "date"};
 
 // 100 has every type, single and repeated; 102 holds itself; 103 keeps all tags in one hash chain; 104 holds a message
@@ -279,6 +281,29 @@ T_Value TakeValue(CInput& p_cInput, E_TagType p_eType) {
       if (p_eType == TAG_DATE) tValue.s.resize(std::min<size_t>(tValue.s.size(), 8));
   }
   return tValue;
+}
+
+std::unique_ptr<T_ModelMsg> FillMsg(CInput& p_cInput, CMsg* p_pMsg, int p_iNesting) {
+  auto pModel = std::make_unique<T_ModelMsg>();
+  pModel->pDef = GetMsgDef(MSG_GetSelfNum(p_pMsg));
+  for (int iLeft = p_cInput.Byte() % 16; iLeft > 0 && !p_cInput.IsEmpty(); --iLeft) {
+    const T_TagDef& tTag = pModel->pDef->atTag[p_cInput.Byte() % pModel->pDef->atTag.size()];
+    if (tTag.eType != TAG_SUBMSG) {
+      const T_Value tValue = TakeValue(p_cInput, tTag.eType);
+      ExpectSame(SetValue(p_pMsg, tTag.iTag, tTag.eType, tValue), 0, "setter");
+      const bool bText = tTag.eType == TAG_STRING || tTag.eType == TAG_DATE;
+      if (!bText || !tValue.s.empty()) pModel->Add(tTag.iTag, tValue);
+    } else if (GetMsgDef(tTag.iSub) != nullptr && p_iNesting < MAX_NESTING) {
+      CMsgPtr pSub(MA_NewMsg(tTag.iSub));
+      auto pSubModel = FillMsg(p_cInput, pSub.get(), p_iNesting + 1);
+      CMsg* pReplaced = tTag.bArray ? nullptr : MSG_GetSub(p_pMsg, tTag.iTag, nullptr);
+      ExpectSame(MSG_SetSub(p_pMsg, tTag.iTag, pSub.release()), 0, "MSG_SetSub");
+      if (pSubModel->bEmpty) continue;
+      MSG_Destroy(pReplaced);
+      pModel->AddSub(tTag.iTag, std::move(pSubModel));
+    }
+  }
+  return pModel;
 }
 
 int SetValue(CMsg* p_pMsg, int p_iTag, E_TagType p_eType, const T_Value& p_tValue) {

@@ -66,6 +66,9 @@ T_Value TakeValue(CInput& p_cInput, E_TagType p_eType);
 // Sets it through the C interface, and returns what that returned.
 int SetValue(CMsg* p_pMsg, int p_iTag, E_TagType p_eType, const T_Value& p_tValue);
 
+// Fills a new message, and the messages in it, with values made of the input's bytes; its model.
+std::unique_ptr<T_ModelMsg> FillMsg(CInput& p_cInput, CMsg* p_pMsg, int p_iNesting = 0);
+
 // The values, read from a message through the C interface.
 std::unique_ptr<T_ModelMsg> ReadModel(CMsg* p_pMsg);
 // What p_cMsg.ToXml writes.

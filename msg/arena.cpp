@@ -50,8 +50,8 @@ bool CArena::Grow(size_t p_iSize) noexcept {
   return true;
 }
 
-void CArena::FreeBlocks(T_Block* p_pNewest) noexcept {
-  while (p_pNewest != nullptr) {
+void CArena::FreeBlocks(T_Block* p_pNewest, const T_Block* p_pUntil) noexcept {
+  while (p_pNewest != p_pUntil) {
     T_Block* pFreed = std::exchange(p_pNewest, p_pNewest->pOlder);
     if (pFreed->iSize != BIG_BLOCK || !s_cKept.Put(pFreed)) free(pFreed);
   }
@@ -60,8 +60,8 @@ void CArena::FreeBlocks(T_Block* p_pNewest) noexcept {
 void CArena::FreeList(CArena* p_pFirst) noexcept {
   while (p_pFirst != nullptr) {
     CArena* pFreed = std::exchange(p_pFirst, p_pFirst->pNext);
-    FreeBlocks(pFreed->m_pSpare);
-    FreeBlocks(pFreed->m_pNewest);    // the arena itself stands in the oldest
+    FreeBlocks(pFreed->m_pSpare, nullptr);
+    FreeBlocks(pFreed->m_pNewest, nullptr);    // the arena itself stands in the oldest
   }
 }
 
@@ -82,7 +82,12 @@ void CArena::Reset(size_t p_iKept) noexcept {
     ppEnd = &(*ppEnd)->pOlder;
   }
   *ppEnd = nullptr;
-  FreeBlocks(pOldestFirst);
+  FreeBlocks(pOldestFirst, nullptr);
+}
+
+void CArena::GoBack(const T_Mark& p_tMark) noexcept {
+  FreeBlocks(std::exchange(m_pNewest, p_tMark.pNewest), p_tMark.pNewest);
+  m_pNewest->iUsed = p_tMark.iUsed;
 }
 
 void CArena::DropKept() noexcept {

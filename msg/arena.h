@@ -10,6 +10,8 @@ namespace callorv::detail {
 // Blocks that are freed together, so that a row of a reply costs no allocation of its own. The arena's own record stands in
 // its first block.
 class CArena {
+  struct T_Block;
+
  public:
   // p_iExpected: what is likely to be asked for in all, in bytes. Null when there is no memory.
   static CArena* Make(size_t p_iExpected) noexcept;
@@ -24,6 +26,14 @@ class CArena {
 
   // Makes all of it free again. Keeps its first blocks, up to p_iKept bytes, and gives the others back.
   void Reset(size_t p_iKept) noexcept;
+
+  // How far it is filled. GoBack gives back all that was allocated since.
+  struct T_Mark {
+    T_Block* pNewest;
+    size_t iUsed;
+  };
+  T_Mark Mark() const noexcept { return {m_pNewest, m_pNewest->iUsed}; }
+  void GoBack(const T_Mark& p_tMark) noexcept;
 
   static constexpr size_t Rounded(size_t p_iSize) { return (p_iSize + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*); }
 
@@ -45,7 +55,7 @@ class CArena {
 
   explicit CArena(T_Block* p_pFirst) : m_pNewest(p_pFirst) {}
   static T_Block* NewBlock(size_t p_iSize, T_Block* p_pOlder) noexcept;
-  static void FreeBlocks(T_Block* p_pNewest) noexcept;
+  static void FreeBlocks(T_Block* p_pNewest, const T_Block* p_pUntil) noexcept;
   bool Grow(size_t p_iSize) noexcept;
 };
 

@@ -9,6 +9,7 @@
 #include "base/number.h"
 #include "msg/msg_handler.h"
 #include "msg/msg_ops.h"
+#include "msg/own_form_reader.h"
 
 using namespace callorv::detail;
 
@@ -256,8 +257,13 @@ void CMsgOps::StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, 
     case TAG_STRING: StoreParsed<CString>(p_cMsg, cCell, T_Text{p_sz, p_iLen}); break;
     case TAG_INTEGER: StoreParsed<int>(p_cMsg, cCell, ParseInt32(p_sz)); break;
     case TAG_DOUBLE: StoreParsed<double>(p_cMsg, cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
-    case TAG_BOOL: StoreParsed<bool>(p_cMsg, cCell, strcmp(p_sz, "true") == 0); break;
-    case TAG_DATE: StoreParsed<CDate>(p_cMsg, cCell, CDate(p_sz)); break;
+    case TAG_BOOL: StoreParsed<bool>(p_cMsg, cCell, strncmp(p_sz, "true", static_cast<size_t>(std::max(p_iLen, 4))) == 0); break;
+    case TAG_DATE: {    // there need be no NUL behind it
+      char szDate[sizeof(CDate::m_szDate)] = "";
+      std::string_view(p_sz, static_cast<size_t>(p_iLen)).copy(szDate, sizeof(szDate) - 1);
+      StoreParsed<CDate>(p_cMsg, cCell, CDate(szDate));
+      break;
+    }
     default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_cTag.m_iTagNum, static_cast<int>(cCell.m_eType));
   }
   Fill(p_cMsg);
@@ -269,6 +275,7 @@ void CMsg::SetParsedData(int p_iTag, CString p_sText) {
 
 int CMsg::LoadXml(char* p_szXml) {
   if (p_szXml == nullptr) return MSG_NULL;
+  if (IsParserReady() && ReadOwnForm(*this, p_szXml)) return 0;
   MsgHandler cHandler(this, m_pMsgDic);
   cHandler.Action(p_szXml);
   return 0;

@@ -42,17 +42,10 @@ bool CMsgDic::m_bLoaded = false;
 CMsgDic* MA_GetMsgDic() { return &s_cMsgDic; }
 
 CMsgDic::~CMsgDic() {
-  Clear();
+  for (CMsgInfo* pMsg : m_apMsg) delete pMsg;
+  CArena::FreeList(m_pArena);
   for (; m_iParserInits > 0; --m_iParserInits) TerminateParser();
   CArena::DropKept();
-}
-
-void CMsgDic::Clear() {
-  for (CMsgInfo*& pMsg : m_apMsg) {
-    delete pMsg;
-    pMsg = nullptr;
-  }
-  CArena::FreeList(std::exchange(m_pArena, nullptr));
 }
 
 void CMsgDic::SetMsgInfo(int p_iMsgNum, const CString& p_sName, const CString& p_sVer, const CString& p_sHash) {
@@ -90,26 +83,12 @@ void CMsgDic::Dump(CStream* p_pOut) const {
   }
 }
 
-// Reads with the parser's faster reader, as far as that will do; what cannot be read it leaves to the other one to name.
-void CMsgDic::Read(const char* p_szPath) {
-  T_DicFile tFile(p_szPath);
-  if (m_pArena == nullptr) {    // only a dictionary that was empty can be made empty again
-    try {
-      return MsgDicHandler(this).Action(tFile, READER_PLAIN);
-    } catch (const CException& cError) {
-      if (cError.GetCode() == MSG_MEMORY || tFile.bUnreadable) throw;
-    }
-    Clear();
-  }
-  MsgDicHandler(this).Action(tFile, READER_FRESH);
-}
-
 void CMsgDic::InitDictionary(const char* p_szPath) {
   if (p_szPath == nullptr) throw CException("MsgDic Path", MSG_NULL);
   InitializeParser();
   ++m_iParserInits;
   try {
-    Read(p_szPath);
+    MsgDicHandler(this).Action(p_szPath);
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "InitDictionary(%s)", cError.GetText());
   }

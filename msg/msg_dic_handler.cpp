@@ -1,8 +1,6 @@
 // Turns the elements of a dictionary file into message and tag definitions.
 #include "msg/msg_dic_handler.h"
 
-#include <sys/stat.h>
-
 #include <initializer_list>
 #include <memory>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -13,6 +11,7 @@
 #include <xercesc/util/XMLString.hpp>
 
 #include "callorv/base/exception.h"
+#include "callorv/base/stream.h"
 #include "callorv/crypt/crypt.h"
 #include "msg/reader_memory.h"
 
@@ -38,32 +37,14 @@ struct T_SourceMemory {
 };
 class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
-  CFileSource(T_DicFile& p_tFile, E_Reader p_eReader)
-      : LocalFileInputSource(T_Wide(p_tFile.szPath).psz, &cMemory), m_tFile(p_tFile), m_bTwice(p_eReader == READER_PLAIN) {}
+  explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_szPath(p_szPath) {}
   BinInputStream* makeStream() const override {
-    struct stat tStat;
-    if (m_bTwice && (stat(m_tFile.szPath, &tStat) != 0 || !S_ISREG(tStat.st_mode))) return nullptr;
-    auto pFile = std::make_unique<CStreamOfFile>(m_tFile);
-    m_tFile.bUnreadable = !pFile->getIsOpen();
-    return !m_tFile.bUnreadable ? pFile.release() : nullptr;
+    auto pFile = std::make_unique<BinFileInputStream>(m_szPath);
+    return pFile->getIsOpen() ? pFile.release() : nullptr;
   }
 
  private:
-  class CStreamOfFile : public BinFileInputStream {
-   public:
-    explicit CStreamOfFile(T_DicFile& p_tFile) : BinFileInputStream(p_tFile.szPath), m_tFile(p_tFile) {}
-    XMLSize_t readBytes(XMLByte* const p_pOut, const XMLSize_t p_uMost) override try {
-      return BinFileInputStream::readBytes(p_pOut, p_uMost);
-    } catch (const XMLException&) {
-      m_tFile.bUnreadable = true;
-      throw;
-    }
-
-   private:
-    T_DicFile& m_tFile;
-  };
-  T_DicFile& m_tFile;
-  const bool m_bTwice;    // it may have to be read again
+  const char* m_szPath;
 };
 
 // Whether a local name, narrowed, is this one.
@@ -109,20 +90,17 @@ bool IsName(const XMLCh* p_szWide, const char* p_sz) {
 
 CDicFileHandler::CDicFileHandler() : CXmlHandler(s_tUse) {}
 
-void CDicFileHandler::Action(T_DicFile& p_tFile, E_Reader p_eReader) {
-  if (p_tFile.szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
+void CDicFileHandler::Action(const char* p_szPath) {
+  if (p_szPath == nullptr) throw CException("Parameter is NULL", MSG_NULL);
   const auto fnParse = [&] {
-    if (!CString(p_tFile.szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_tFile, p_eReader), p_eReader);
-    std::optional<CStream>& stXml = p_tFile.stXml;
+    if (!CString(p_szPath).EndsWith(".exml")) return ParseSource(CFileSource(p_szPath), false);
+    CStream stXml(0, 512);
     CString sReason;
-    if (!stXml && CCrypt::DecryptFileToStream(p_tFile.szPath, stXml.emplace(0, 512), sReason) < 0) {
-      p_tFile.bUnreadable = true;
-      throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
-    }
-    MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml->GetData()), static_cast<XMLSize_t>(stXml->GetSize()),
+    if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
+    MemBufInputSource cSource(reinterpret_cast<const XMLByte*>(stXml.GetData()), static_cast<XMLSize_t>(stXml.GetSize()),
                               "MsgDic.xml", false);
     cSource.setCopyBufToStream(false);
-    return ParseSource(cSource, p_eReader);
+    return ParseSource(cSource, false);
   };
   Parse(std::ref(fnParse));
 }

@@ -2,10 +2,8 @@
 #ifndef CALLORV_MSG_MSG_DIC_HANDLER_H
 #define CALLORV_MSG_MSG_DIC_HANDLER_H
 
-#include <optional>
 #include <xercesc/util/XMLString.hpp>
 
-#include "callorv/base/stream.h"
 #include "callorv/msg/msg_dic.h"
 #include "msg/xml_reader.h"
 
@@ -20,24 +18,11 @@ struct T_Transcoded {
   T_Transcoded& operator=(const T_Transcoded&) = delete;
 };
 
-// A dictionary file, from the first reading on.
-struct T_DicFile {
-  explicit T_DicFile(const char* p_szPath) : szPath(p_szPath) {}
-  const char* szPath;              // borrowed
-  bool bUnreadable = false;        // it could not be opened, read or decrypted
-  std::optional<CStream> stXml;    // its text, when it is encrypted
-};
-
 // Handler base: reads a dictionary file, plain or encrypted.
 class CDicFileHandler : public CXmlHandler {
  public:
-  // Parses the file; see CMsgDic::InitDictionary. Throws CException; with READER_PLAIN also when the file may not be read
-  // twice, as it is no regular one.
-  void Action(T_DicFile& p_tFile, E_Reader p_eReader);
-  void Action(const char* p_szPath) {
-    T_DicFile tFile(p_szPath);
-    Action(tFile, READER_FRESH);
-  }
+  // Parses the file; see CMsgDic::InitDictionary. Throws CException.
+  void Action(const char* p_szPath);
 
   void endElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override;
 

@@ -2,8 +2,8 @@
 #ifndef CALLORV_MSG_MSG_HANDLER_H
 #define CALLORV_MSG_MSG_HANDLER_H
 
-#include <memory>
-#include <string_view>
+#include <atomic>
+#include <vector>
 
 #include "callorv/msg/msg.h"
 #include "msg/xml_reader.h"
@@ -15,6 +15,8 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic);
   // Parses the text; see CMsg::LoadXml. Throws CException.
   void Action(const char* p_szXml);
+  // How many texts the parser was given so far, for tests: what ReadOwnForm reads is not among them.
+  static unsigned Parsed() { return s_uParsed.load(std::memory_order_relaxed); }
 
   void characters(const XMLCh* const p_szText, const XMLSize_t p_iLen) override;
   void startElement(const XMLCh* const p_szUri, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName,
@@ -28,34 +30,20 @@ class MsgHandler : public callorv::detail::CXmlHandler {
     const CTagInfo* pTag;
     const CMsgInfo* pInside;    // definition for the elements inside it; null: none are known
   };
-  // An element's name as the parser hands it out, one and the same for all elements of that name, and what it means.
-  struct T_Known {
-    const XMLCh* szName;
-    const CMsgInfo* pMsgInfo;
-    const CTagInfo* pTag;
-  };
-  enum { KNOWN = 32, NEAR = 16 };
 
   CMsgDic* m_pDic;
   int m_iMsgNum;              // the root's "no"
   bool m_bByName;             // elements are named by tag name
   int m_iCurrentTag;          // receives character data; an end tag does not reset it
-  const CTagInfo* m_pCurrentTag;    // its definition in the current message, null where that is to be looked up
   CMsg* m_pRootMsg;
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
-  T_Known m_atKnown[KNOWN] = {};     // by address of the name
-  T_Open m_atNear[NEAR];
-  std::unique_ptr<T_Open[]> m_pFar;    // MAX_DEPTH + 1; made for a document too deep for m_atNear, as threads have small stacks
-  T_Open* m_pOpen = m_atNear;          // by depth: the one of the two that is in use
+  std::vector<T_Open> m_atOpen;
 
-  void Read(std::string_view p_svXml, callorv::detail::E_Reader p_eReader);
   void StartRoot(const char* p_szName, const xercesc::Attributes& p_cAttrs);
-  void MakeRoom();
-  const CMsgInfo* InfoAt(int p_iDepth) const { return p_iDepth > 1 ? m_pOpen[p_iDepth - 1].pInside : nullptr; }
-  const CTagInfo* Lookup(const XMLCh* p_szWide, int p_iDepth);
-  const CTagInfo* Resolve(const XMLCh* p_szWide, int p_iDepth, const T_TagTexts& p_tTexts) const;
+  const CTagInfo& Resolve(const XMLCh* p_szWide, const T_TagTexts& p_tTexts) const;
 
   static const T_TagTexts s_tStart, s_tEnd;
+  static inline std::atomic<unsigned> s_uParsed{0};
 };
 
 #endif

@@ -167,3 +167,32 @@ void CMsgOps::Clear(CMsg& p_cMsg) {
   memset(p_cMsg.m_szVer, 0, sizeof(p_cMsg.m_szVer));
   p_cMsg.DropLastError();
 }
+
+CMsgOps::T_Trial CMsgOps::BeginRead(CMsg& p_cMsg) {
+  // While it does not count as empty, nothing that is stored makes its owners count as filled.
+  return {std::exchange(p_cMsg.m_bEmpty, false), std::exchange(p_cMsg.m_bVacant, false),
+          p_cMsg.m_pArena != nullptr ? p_cMsg.m_pArena->Mark() : CArena::T_Mark{}};
+}
+
+void CMsgOps::EndRead(CMsg& p_cMsg, const T_Trial& p_tTrial, bool p_bGood) {
+  p_cMsg.m_bEmpty = p_tTrial.bEmpty;
+  p_cMsg.m_bVacant = p_tTrial.bVacant;
+  if (p_bGood) {
+    if (p_cMsg.m_iCells > 0) Fill(p_cMsg);
+    return;
+  }
+  // All goes but what was there before: abandoned cells, and the arena.
+  T_MsgExtra* pExtra = std::exchange(p_cMsg.m_pExtra, nullptr);
+  if (pExtra != nullptr) delete std::exchange(pExtra->pIndex, nullptr);
+  CArena* pArena = std::exchange(p_cMsg.m_pArena, nullptr);
+  FreeContents(p_cMsg);
+  std::fill_n(p_cMsg.m_apSlot, p_cMsg.m_pMsgInfo->GetHashKey(), nullptr);
+  p_cMsg.m_iCells = 0;
+  p_cMsg.m_pExtra = pExtra;
+  if (p_tTrial.tMark.pNewest == nullptr) {
+    CArena::FreeList(pArena);
+  } else {
+    pArena->GoBack(p_tTrial.tMark);
+    p_cMsg.m_pArena = pArena;
+  }
+}

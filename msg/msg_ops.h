@@ -146,7 +146,17 @@ struct CMsgOps {
   }
 
   // ---- reading: failures are thrown
-  // The two steps of CMsg::SetParsedData.
+  static bool IsDefined(const CMsg& p_cMsg, int p_iMsgNum) { return p_cMsg.m_pMsgDic->GetMsgInfo(p_iMsgNum) != nullptr; }
+  // Between Init and EndRead a message may be read into on trial: where p_bGood is false, EndRead gives back what was stored, with
+  // its memory, and nobody can tell.
+  struct T_Trial {
+    bool bEmpty, bVacant;
+    callorv::detail::CArena::T_Mark tMark;    // null: it has no arena yet
+  };
+  static T_Trial BeginRead(CMsg& p_cMsg);
+  static void EndRead(CMsg& p_cMsg, const T_Trial& p_tTrial, bool p_bGood);
+  // The two steps of CMsg::SetParsedData. Behind the text there must stand a byte that ends numbers and words: a NUL, markup or a
+  // blank.
   static const CTagInfo& ParsedTag(CMsg& p_cMsg, int p_iTag);
   static void StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen);
   static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);

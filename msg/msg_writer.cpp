@@ -7,8 +7,8 @@
 
 #include "callorv/base/stream.h"
 #include "msg/msg_ops.h"
+#include "msg/own_form_reader.h"
 #include "msg/text_out.h"
-#include "msg/xml_reader.h"
 
 using namespace callorv::detail;
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "msg/arena.h"
@@ -32,6 +33,13 @@ struct T_Text {
   const char* p;
   int iLen;
 };
+// What is stored of a piece of text that was read: a carriage return at its ends stays.
+inline std::string_view Trimmed(std::string_view p_sv) {
+  const auto fnIsBlank = [](char p_c) { return p_c == ' ' || p_c == '\t' || p_c == '\n'; };
+  while (!p_sv.empty() && fnIsBlank(p_sv.front())) p_sv.remove_prefix(1);
+  while (!p_sv.empty() && fnIsBlank(p_sv.back())) p_sv.remove_suffix(1);
+  return p_sv;
+}
 // A length as texts have it. What is too long for one has INT_MAX, which is too long as well.
 inline int TextLen(size_t p_uLen) { return static_cast<int>(std::min<size_t>(p_uLen, INT_MAX)); }
 
@@ -139,8 +147,6 @@ inline void AddTo(CMsgArray& p_apOut, CMsg* p_pMsg) {
   if (p_pMsg == nullptr) return p_apOut.SetSize(p_apOut.GetSize() + 1);    // a row whose message is gone keeps its index
   if (p_apOut.Add(p_pMsg) == MSG_MEMORY) throw std::bad_alloc();
 }
-template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }
-template <class T> void Assign(T_Nullable<T>& p_Out, T p_Value) { p_Out.Set(p_Value); }
 
 // The element type of an array.
 template <class ARRAY> struct ElementOf;

@@ -2,11 +2,9 @@
 #ifndef CALLORV_MSG_XML_READER_H
 #define CALLORV_MSG_XML_READER_H
 
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
@@ -26,42 +24,25 @@ class CNarrow {
  public:
   explicit CNarrow(const XMLCh* p_sz) : CNarrow(p_sz, std::char_traits<XMLCh>::length(p_sz)) {}
   CNarrow(const XMLCh* p_p, XMLSize_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
-    if (p_uLen >= STEP) {
-      for (XMLSize_t i = 0; i + STEP < p_uLen; i += STEP) NarrowStep(p_p + i, m_p + i);
-      NarrowStep(p_p + p_uLen - STEP, m_p + p_uLen - STEP);    // overlaps the one before it
-    } else {
-      for (XMLSize_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
-    }
+    for (XMLSize_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
     m_p[p_uLen] = 0;
   }
   CNarrow(const CNarrow&) = delete;
   CNarrow& operator=(const CNarrow&) = delete;
 
-  char* Text() { return m_p; }
   const char* Text() const { return m_p; }    // a NUL behind; a unit whose low byte is 0 gives one inside
 
  private:
-  enum { SIZE = 512, STEP = 8 };
-  using T_Units [[gnu::vector_size(2 * STEP)]] = unsigned short;
-  using T_Bytes [[gnu::vector_size(STEP)]] = unsigned char;
+  enum { SIZE = 512 };
   char m_szNear[SIZE + 1];
   std::unique_ptr<char[]> m_pFar;
   char* m_p;
 
-  static void NarrowStep(const XMLCh* p_p, char* p_pOut) {
-    T_Units tUnits;
-    memcpy(&tUnits, p_p, sizeof(tUnits));
-    const T_Bytes tBytes = __builtin_convertvector(tUnits, T_Bytes);
-    memcpy(p_pOut, &tBytes, sizeof(tBytes));
-  }
   char* Far(XMLSize_t p_uLen) {
     m_pFar.reset(new char[p_uLen + 1]);
     return m_pFar.get();
   }
 };
-
-// The declaration of every message that is sent.
-inline constexpr char XML_DECLARATION[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>";
 
 // What the two users of the parser do differently.
 struct T_XmlUse {
@@ -70,22 +51,6 @@ struct T_XmlUse {
   const char* szErrorEnd;        // and behind it
   bool bDoctype;                 // a DOCTYPE is accepted (and can do no harm) instead of refused
 };
-
-enum E_Reader {
-  READER_FRESH,    // made for the document
-  READER_KEPT,     // may have served other documents and may serve later ones
-  READER_PLAIN     // the same, in less time; what fails with it, as all does that does not begin plainly or has namespaces, may
-                   // have to fail in another way, or not at all
-};
-
-// Whether a document begins with its root element, or with an XML declaration and that, so that no DOCTYPE can follow, and its
-// ASCII characters are single bytes.
-bool BeginsPlainly(std::string_view p_svXml);
-
-// Takes XML_DECLARATION off a document whose root element follows; whether it did. For the plain reader, whose source is to give
-// the encoding (ISO-8859-1) instead: reading the declaration takes a tenth of the time of a short reply. Columns in the first
-// line are told too low then. Nor off a very long one, whose texts the parser would then divide elsewhere.
-bool TakeDeclaration(std::string_view& p_svXml);
 
 // Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
 class CXmlHandler : public xercesc::DefaultHandler {
@@ -108,8 +73,9 @@ class CXmlHandler : public xercesc::DefaultHandler {
   // the callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11. Pass a
   // std::ref, which needs no memory itself.
   void Parse(const std::function<XMLSize_t()>& p_fnParse) const;
-  // Parses with this handler; returns the parser's error count. Only inside Parse.
-  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, E_Reader p_eReader);
+  // Parses with this handler; returns the parser's error count. Only inside Parse. p_bKept: by a reader that may have served
+  // other documents and may serve later ones, instead of one made for this document.
+  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, bool p_bKept);
 
   // Depth of the open elements, the root's being 1. Callbacks enter first and leave last: the parser's own time is
   // quadratic in depth, so a document of nothing but start tags must end early.
@@ -121,7 +87,7 @@ class CXmlHandler : public xercesc::DefaultHandler {
   int m_iDepth = 0;
   int m_iDeclared = 0;          // attributes, so far
   XMLSize_t m_iDefaults = 0;    // characters of their defaults
-  bool m_bPrefixes = false;    // the document has declared namespaces
+  bool m_bPrefixes = false;     // the document has declared namespaces
 
   [[noreturn]] void ThrowInternal(const XMLCh* p_szMessage) const;
   [[noreturn]] void Report(char p_cKind, const xercesc::SAXParseException& p_c) const;

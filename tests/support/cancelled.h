@@ -18,9 +18,10 @@ struct T_ClearMarks {
 struct T_ClearMarks {};
 #endif
 
-// Runs p_fn in a thread of its own, which is cancelled once p_cReady is set. Whether that ended the thread.
-template <class F>
-bool IsCancelled(F p_fn, std::promise<void>& p_cReady) {
+// Runs p_fn in a thread of its own, which is cancelled once p_cReady is set; then p_fnThen runs. Whether the cancellation ended
+// the thread.
+template <class F, class THEN>
+bool IsCancelled(F p_fn, std::promise<void>& p_cReady, THEN p_fnThen) {
   const auto fnThread = [](void* p_p) -> void* {
     [[maybe_unused]] const T_ClearMarks cLast;
     (*static_cast<F*>(p_p))();
@@ -30,8 +31,14 @@ bool IsCancelled(F p_fn, std::promise<void>& p_cReady) {
   if (pthread_create(&tThread, nullptr, fnThread, &p_fn) != 0) throw std::runtime_error("no thread");
   p_cReady.get_future().wait();
   void* pResult = nullptr;
-  if (pthread_cancel(tThread) != 0 || pthread_join(tThread, &pResult) != 0) throw std::runtime_error("not cancelled");
+  const bool bAsked = pthread_cancel(tThread) == 0;
+  p_fnThen();
+  if (!bAsked || pthread_join(tThread, &pResult) != 0) throw std::runtime_error("not cancelled");
   return pResult == PTHREAD_CANCELED;
+}
+template <class F>
+bool IsCancelled(F p_fn, std::promise<void>& p_cReady) {
+  return IsCancelled(p_fn, p_cReady, [] {});
 }
 
 #endif

@@ -68,9 +68,6 @@ class CALLORV_API CMsgDic : public CLastError {
   CMsgInfo* m_apMsg[SLOTS];
   int m_iParserInits;    // how often this dictionary initialised the parser
   callorv::detail::CArena* m_pArena;    // where the tags' definitions stand; null in an empty dictionary
-
-  void Clear();
-  void Read(const char* p_szPath);
 };
 
 // The one dictionary of the process. Never null. It is destroyed when the library is unloaded and must outlive
