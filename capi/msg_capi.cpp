@@ -3,13 +3,15 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <string_view>
+
 #include "base/cancel.h"
 #include "callorv/base/date.h"
-#include "callorv/base/str.h"
 #include "callorv/base/stream.h"
 #include "callorv/callorv.h"
 #include "callorv/msg/msg.h"
 #include "capi/guard.h"
+#include "msg/msg_ops.h"
 
 using callorv::detail::CFilePtr;
 using callorv::detail::Close;
@@ -37,9 +39,9 @@ int GetBool(CMsg* p_pMsg, int* p_piOut, GET p_fnGet) {
 template <class GET>
 int GetStr(CMsg* p_pMsg, char* p_pBuf, GET p_fnGet) {
   return Guard(p_pMsg, [&] {
-    CString sValue;
-    const int iRet = p_fnGet(p_pBuf != nullptr ? &sValue : nullptr);
-    if (iRet >= 0) memcpy(p_pBuf, sValue.ToStr(), static_cast<size_t>(sValue.GetSize()) + 1);
+    std::string_view svValue;
+    const int iRet = p_fnGet(p_pBuf != nullptr ? &svValue : nullptr);
+    if (iRet >= 0) memcpy(p_pBuf, svValue.data(), svValue.size() + 1);
     return iRet;
   });
 }
@@ -47,9 +49,9 @@ int GetStr(CMsg* p_pMsg, char* p_pBuf, GET p_fnGet) {
 template <class GET>
 int GetStrLen(CMsg* p_pMsg, GET p_fnGet) {
   return Guard(p_pMsg, [&] {
-    CString sValue;
-    const int iRet = p_fnGet(&sValue);
-    return iRet < 0 ? iRet : sValue.GetSize();
+    std::string_view svValue;
+    const int iRet = p_fnGet(&svValue);
+    return iRet < 0 ? iRet : static_cast<int>(svValue.size());
   });
 }
 
@@ -57,10 +59,10 @@ template <class GET>
 char* GetStrEx(CMsg* p_pMsg, int* p_piRet, GET p_fnGet) {
   char* szCopy = nullptr;
   const int iRet = Guard(p_pMsg, [&] {
-    CString sValue;
-    const int iGet = p_fnGet(&sValue);
+    std::string_view svValue;
+    const int iGet = p_fnGet(&svValue);
     if (iGet < 0) return iGet;
-    szCopy = strdup(sValue.ToStr());
+    szCopy = strdup(svValue.data());
     return szCopy != nullptr ? 0 : static_cast<int>(MSG_MEMORY);
   });
   if (p_piRet != nullptr) *p_piRet = iRet;
@@ -178,15 +180,15 @@ int MSG_GetBool(CMsg* msg, int tag, int* out) {
 }
 
 int MSG_GetStr(CMsg* msg, int tag, char* buf) {
-  return GetStr(msg, buf, [&](CString* p_p) { return msg->GetValue(tag, p_p); });
+  return GetStr(msg, buf, [&](std::string_view* p_p) { return CMsgOps::Get(*msg, tag, p_p); });
 }
 
 int MSG_GetStrLen(CMsg* msg, int tag) {
-  return GetStrLen(msg, [&](CString* p_p) { return msg->GetValue(tag, p_p); });
+  return GetStrLen(msg, [&](std::string_view* p_p) { return CMsgOps::Get(*msg, tag, p_p); });
 }
 
 char* MSG_GetStrEx(CMsg* msg, int tag, int* rc) {
-  return GetStrEx(msg, rc, [&](CString* p_p) { return msg->GetValue(tag, p_p); });
+  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return CMsgOps::Get(*msg, tag, p_p); });
 }
 
 int MSG_GetDate(CMsg* msg, int tag, char* buf) {
@@ -214,15 +216,15 @@ int MSG_GetAtBoolArr(CMsg* msg, int tag, int index, int* out) {
 }
 
 int MSG_GetAtStrArr(CMsg* msg, int tag, int index, char* buf) {
-  return GetStr(msg, buf, [&](CString* p_p) { return msg->GetValueAt(tag, index, p_p); });
+  return GetStr(msg, buf, [&](std::string_view* p_p) { return CMsgOps::GetAt(*msg, tag, index, p_p); });
 }
 
 int MSG_GetAtStrLen(CMsg* msg, int tag, int index) {
-  return GetStrLen(msg, [&](CString* p_p) { return msg->GetValueAt(tag, index, p_p); });
+  return GetStrLen(msg, [&](std::string_view* p_p) { return CMsgOps::GetAt(*msg, tag, index, p_p); });
 }
 
 char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc) {
-  return GetStrEx(msg, rc, [&](CString* p_p) { return msg->GetValueAt(tag, index, p_p); });
+  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return CMsgOps::GetAt(*msg, tag, index, p_p); });
 }
 
 int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf) {

@@ -187,6 +187,9 @@ int CMsgOps::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
   return pCell->m_bMulti ? GetElement(p_cMsg, *pCell, p_iIndex, true, p_pOut) : GetSingle(p_cMsg, *pCell, p_pOut);
 }
 
+template int CMsgOps::Get(CMsg&, int, std::string_view*);    // for the C functions
+template int CMsgOps::GetAt(CMsg&, int, int, std::string_view*);
+
 template <class ARRAY>
 int CMsgOps::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
   using T = typename ElementOf<ARRAY>::Type;

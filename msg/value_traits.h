@@ -19,6 +19,7 @@ struct T_Lines {
 };
 template <class T> inline constexpr T_Lines s_tLines{};    // by the type that callers pass; 0: there is no such operation
 template <> inline constexpr T_Lines s_tLines<CString>{1178, 699, 943, 2355};
+template <> inline constexpr T_Lines s_tLines<std::string_view> = s_tLines<CString>;
 template <> inline constexpr T_Lines s_tLines<int>{1233, 740, 983, 2393};
 template <> inline constexpr T_Lines s_tLines<double>{1280, 777, 1023, 2431};
 template <> inline constexpr T_Lines s_tLines<bool>{1327, 814, 1063, 2469};
@@ -42,6 +43,12 @@ inline std::string_view Trimmed(std::string_view p_sv) {
 }
 // A length as texts have it. What is too long for one has INT_MAX, which is too long as well.
 inline int TextLen(size_t p_uLen) { return static_cast<int>(std::min<size_t>(p_uLen, INT_MAX)); }
+
+template <class T> void Assign(T& p_Out, const T& p_Value) { p_Out = p_Value; }
+template <class T> void Assign(T_Nullable<T>& p_Out, T p_Value) { p_Out.Set(p_Value); }
+inline void Assign(std::string_view& p_svOut, const CString& p_s) {
+  p_svOut = {p_s.ToStr(), static_cast<size_t>(p_s.GetSize())};
+}
 
 // For each type: its tag type, its array and the text for no memory for that, and
 //   Clear   what a getter does to its output before any check
@@ -109,6 +116,15 @@ template <> struct ValueTraits<CString>
     return nullptr;
   } catch (const std::bad_alloc&) {
     return "new CString failed";
+  }
+};
+// A string that goes out as it stands in the message, with a NUL behind it: borrowed until the value changes.
+template <> struct ValueTraits<std::string_view> : ValueTraits<CString> {
+  static void Clear(std::string_view&) {}
+  static bool Load(const CMsgValue& p_cCell, std::string_view& p_svOut) {
+    if (p_cCell.m_pStr == nullptr) return false;
+    Assign(p_svOut, *p_cCell.m_pStr);
+    return true;
   }
 };
 template <> struct ValueTraits<CDate>

@@ -631,11 +631,10 @@ std::vector<T_Op> CFunctions() {
        [](T_World& w) { return MSG_GetBool(w.pMsg.get(), 4, &w.tOut.i); },
        "-1 MSG_Error(-1) : No Data found {tagnum=4} i=0",
        {"-11 i=0"}},
-      {"MSG_GetStr", FULL, [](T_World& w) { return MSG_GetStr(w.pMsg.get(), 1, w.tOut.szText); }, "0 buffer=" + sText,
-       asNone},
+      {"MSG_GetStr", FULL, [](T_World& w) { return MSG_GetStr(w.pMsg.get(), 1, w.tOut.szText); }, "0 buffer=" + sText, {}},
       {"MSG_GetStr of nothing", EMPTY, [](T_World& w) { return MSG_GetStr(w.pMsg.get(), 1, w.tOut.szText); },
        "-1 MSG_Error(-1) : No Data found {tagnum=1}", asNone},
-      {"MSG_GetStrLen", FULL, [](T_World& w) { return MSG_GetStrLen(w.pMsg.get(), 1); }, "45", asNone},
+      {"MSG_GetStrLen", FULL, [](T_World& w) { return MSG_GetStrLen(w.pMsg.get(), 1); }, "45", {}},
       {"MSG_GetStrEx", FULL,
        [](T_World& w) {
          int iRet = 0;
@@ -700,8 +699,8 @@ std::vector<T_Op> CFunctions() {
        "-27 MSG_Error(-1) : No Data found {tagnum=14} i=0",
        {"-11 i=0"}},
       {"MSG_GetAtStrArr", FULL, [](T_World& w) { return MSG_GetAtStrArr(w.pMsg.get(), 11, 3, w.tOut.szText); },
-       "0 buffer=" + sText, asNone},
-      {"MSG_GetAtStrLen", FULL, [](T_World& w) { return MSG_GetAtStrLen(w.pMsg.get(), 11, 3); }, "45", asNone},
+       "0 buffer=" + sText, {}},
+      {"MSG_GetAtStrLen", FULL, [](T_World& w) { return MSG_GetAtStrLen(w.pMsg.get(), 11, 3); }, "45", {}},
       {"MSG_GetAtStrArrEx", FULL,
        [](T_World& w) {
          int iRet = 0;

@@ -184,7 +184,7 @@ CALLORV_API int MSG_GetDbl(CMsg* msg, int tag, double* out); /* *out is 0 on fai
 CALLORV_API int MSG_GetBool(CMsg* msg, int tag, int* out);
 /* Copies the text and its NUL into buf, which must hold MSG_GetStrLen() + 1 bytes; on failure buf is untouched. */
 CALLORV_API int MSG_GetStr(CMsg* msg, int tag, char* buf);
-/* Length of the text in bytes without the terminator, or a negative code. */
+/* Length of the text in bytes without the terminator, or a negative code. However long the text is, it costs the same. */
 CALLORV_API int MSG_GetStrLen(CMsg* msg, int tag);
 /* A copy of the text, released by the caller with free(); null on failure. *rc (may be null) receives the result. */
 CALLORV_API char* MSG_GetStrEx(CMsg* msg, int tag, int* rc);
