@@ -1,5 +1,6 @@
 // Values of one message, the checksum, and a packet.
 #include <callorv/adaptor/tcp_adaptor.h>
+#include <callorv/callorv.h>
 #include <zlib.h>
 
 #include <cstring>
@@ -65,6 +66,25 @@ const auto s_fnGet = [](CMsg& p_cMsg, auto p_Tag) {
 };
 const auto s_fnSetString = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, s_szText); };
 
+// A text through the C interface: MSG_GetStr against GetValue, and the length of a long text against that of a short one.
+void GetStr(benchmark::State& p_cState) {
+  const CMsgPtr pMsg = NewFields();
+  CString sValue;
+  char szValue[sizeof(s_szText)];
+  int iTurn = 0;
+  Compare(
+      p_cState, WORK, BATCH, [&] { Expect(pMsg->GetValue(TagAt(STRING_TAG, iTurn++), &sValue), "GetValue"); },
+      [&] { Expect(MSG_GetStr(pMsg.get(), TagAt(STRING_TAG, iTurn++), szValue), "MSG_GetStr"); });
+}
+void GetStrLen(benchmark::State& p_cState) {
+  const CMsgPtr pMsg = NewFields();
+  const int iLong = STRING_TAG + 4;
+  Expect(pMsg->SetValue(iLong, std::string(MEGABYTE, 'x').c_str()), "string");
+  const auto fnLen = [&](int p_iTag) { benchmark::DoNotOptimize(MSG_GetStrLen(pMsg.get(), p_iTag)); };
+  Compare(
+      p_cState, WORK, BATCH, [&] { fnLen(STRING_TAG); }, [&] { fnLen(iLong); });
+}
+
 // Every tag of one long hash chain set and read, per tag.
 void Bucket(benchmark::State& p_cState, int p_iTags) {
   Measure(p_cState, 1, [&] {
@@ -125,6 +145,8 @@ void RegisterValues() {
     CString sValue;
     ByNumber(p_c, STRING_TAG, [&](CMsg& p_cMsg, int p_iTag) { return p_cMsg.GetValue(p_iTag, &sValue); });
   });
+  Register("value/MSG_GetStr", GetStr);
+  Register("value/MSG_GetStrLen", GetStrLen);
   Register("name/set_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnSet<int>); });
   Register("name/get_int", [](benchmark::State& p_c) { ByName(p_c, INTEGER_TAG, s_fnGet<int>); });
   Register("checksum", CheckSum);

@@ -1,4 +1,5 @@
 // Messages from and to XML.
+#include <callorv/base/exception.h>
 #include <callorv/base/stream.h>
 
 #include "figure.h"
@@ -24,6 +25,35 @@ void Load(benchmark::State& p_cState, std::string p_sXml, int p_iBatch) {
       [&] {
         CMsg cMsg(0, 0, 0, MA_GetMsgDic());
         Expect(cMsg.LoadXml(&p_sXml[0]), "LoadXml");
+      });
+}
+
+// Written by name.
+std::string ByName(int p_iRows) {
+  CStream stXml(0, 512);
+  Expect(NewReply(MakeRows(p_iRows))->ToXml(&stXml, false, true, 1), "ToXml");
+  return std::string(stXml.GetData(), static_cast<size_t>(stXml.GetSize()));
+}
+// With one blank less in the declaration: the parser reads it.
+std::string OtherForm(int p_iRows) {
+  std::string sXml = WritePlainly(MakeRows(p_iRows));
+  return sXml.erase(sXml.find(" ?>"), 1);
+}
+// The document lacks its last byte, but not for the floor.
+void LoadBroken(benchmark::State& p_cState, int p_iRows) {
+  const std::string sWhole = WritePlainly(MakeRows(p_iRows));
+  std::string sXml = sWhole.substr(0, sWhole.size() - 1);
+  Compare(
+      p_cState, WORK, Batch(p_iRows), [&] { CBareParser::Parse(sWhole); },
+      [&] {
+        CMsg cMsg(0, 0, 0, MA_GetMsgDic());
+        try {
+          cMsg.LoadXml(&sXml[0]);
+        } catch (const CException& cError) {
+          benchmark::DoNotOptimize(cError.GetCode());
+          return;
+        }
+        throw std::runtime_error("a broken document was read");
       });
 }
 
@@ -60,6 +90,11 @@ void RegisterXml() {
              [=](benchmark::State& p_c) { Load(p_c, WritePlainly(MakeRows(iRows)), Batch(iRows)); });
     if (iRows > 1) Register("write/" + std::to_string(iRows), [=](benchmark::State& p_c) { Write(p_c, iRows); });
   }
+  Register("load_by_name/100", [](benchmark::State& p_c) { Load(p_c, ByName(100), 1); });
+  for (const int iRows : {100, 1000, 10000}) {
+    Register("load_other/" + std::to_string(iRows), [=](benchmark::State& p_c) { Load(p_c, OtherForm(iRows), 1); });
+  }
+  Register("load_broken/100", [](benchmark::State& p_c) { LoadBroken(p_c, 100); });
   for (const int iRows : {1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 30000, 100000}) {
     Register("growth/load/" + std::to_string(iRows),
              [=](benchmark::State& p_c) { Load(p_c, WritePlainly(MakeRows(iRows)), Batch(iRows)); });
