@@ -1,8 +1,10 @@
 // What the library takes from memory: peaks, bytes a row, allocations. Counts, not times; every count is exact or the
 // kernel's own.
 #include <callorv/adaptor/tcp_adaptor.h>
+#include <callorv/client/pending_call.h>
 #include <callorv/msg/msg_dic.h>
 #include <malloc.h>
+#include <poll.h>
 #include <sys/resource.h>
 
 #include <atomic>
@@ -174,6 +176,24 @@ void Allocations(benchmark::State& p_cState, const std::string& p_sXml) {
   }
 }
 
+// Memory of a call that waits for its reply, without its message.
+void WaitingCall(benchmark::State& p_cState) {
+  const CMsgPtr pRequest = NewRequest();
+  CCallOrvError cErr;
+  const auto fnStart = [&] {
+    CPendingCall cCall = CCallOrv::Start(ONE_ROW, pRequest.get(), 60000, &cErr);
+    while (cCall.GetEvents() == POLLOUT) cCall.Step();
+    return cCall;
+  };
+  fnStart();    // leaves what is kept
+  for (auto tIgnored : p_cState) {
+    std::vector<CPendingCall> cCalls(100);
+    const long iBefore = s_iLiveBytes;
+    for (CPendingCall& cCall : cCalls) cCall = fnStart();
+    p_cState.counters["bytes"] = static_cast<double>(s_iLiveBytes - iBefore) / static_cast<double>(cCalls.size());
+  }
+}
+
 }    // namespace
 
 int main(int p_iArgs, char** p_aszArg) try {
@@ -187,6 +207,7 @@ int main(int p_iArgs, char** p_aszArg) try {
   Register("memory/row", Row)->Iterations(1);
   Register("memory/packet", FaultsOfPackets)->Iterations(1);
   Register("memory/allocations", [&](benchmark::State& p_c) { Allocations(p_c, sXml); })->Iterations(1);
+  Register("memory/waiting_call", WaitingCall)->Iterations(1);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 } catch (const std::exception& cError) {

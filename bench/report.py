@@ -52,6 +52,19 @@ TABLE = [
     ("page faults of such a packet", ["memory/packet"], "faults", "", None, None),
     ("allocations of a call, without the parser's and the reply's", ["memory/allocations"], "beyond", "", 5, 5),
     ("`dlopen` and first `Initialize` ÷ the same for bare Xerces", ["first_use"], "ratio", "", 1.05, 1.05),
+    ("one call in flight (`CallOrv_WaitAny`) ÷ `CallServiceByMsg`, 1-row reply", ["in_flight/1"], "ratio", "", 1.03, 1.03),
+    ("64 in flight in 1 thread, own epoll ÷ bare epoll", ["in_flight/epoll"], "ratio", "", 1.25, 1.25),
+    ("the same by `CallOrv_WaitAny`", ["in_flight/wait_any"], "ratio", "", 1.25, 1.25),
+    ("64 in flight in 1 thread, own epoll ÷ (bare epoll + `LoadXml`)", ["in_flight/epoll_and_load"], "ratio", "", 1.09, 1.09),
+    ("the same with `LoadXml`, by `CallOrv_WaitAny`", ["in_flight/wait_any_and_load"], "ratio", "", 1.09, 1.09),
+    ("processor time, 64 in flight in 1 thread ÷ 64 threads with blocking calls", ["in_flight/work"], "ratio", "", 0.92, 0.92),
+    ("32 in flight in each of 2 threads ÷ 64 threads with blocking calls", ["in_flight/two_threads"], "ratio", "", 0.91, 0.91),
+    ("10,000 in flight, answered after 1 s: time beyond that, own epoll ÷ bare epoll", ["in_flight/10000"], "ratio_epoll", "",
+     1.25, 1.25),
+    ("the same 10,000, by `CallOrv_WaitAny`", ["in_flight/10000"], "ratio_wait_any", "", 1.25, 1.25),
+    ("memory of a call that waits, beyond its messages", ["memory/waiting_call"], "bytes", " B", 1024, 1024),
+    ("processor time of a step, 1 MB reply, median", ["step/1MB"], "median_ms", " ms", 0.15, 0.15),
+    ("longest step of a 20 MB reply", ["step/20MB"], "longest_ms", " ms", 0.5, 0.5),
 ]
 WORD_SIZES = ["x86-64", "i386"]
 

@@ -2,6 +2,7 @@
 #include <doctest/doctest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <future>
@@ -120,6 +121,64 @@ TEST_CASE("every call that is over has its turn, though others are over as soon 
     acCalls[iOver] = Started(7, pIn.get());
   }
   for (const int iTurns : aiTurns) CHECK(iTurns == 10);
+}
+
+TEST_CASE("WaitAny looks once for all replies that have come, and not again until each of them has had its turn") {
+  constexpr int CALLS = 120;    // more than are waited for without memory, and nulls to be passed between them
+  std::vector<CGate> cLate(2);
+  CServicePeer cPeer(
+      [&](const T_Request& p_tRequest) {
+        if (p_tRequest.SvcNum() > 7) cLate[static_cast<size_t>(p_tRequest.SvcNum()) - 8].Await();
+        return Echo(p_tRequest);
+      },
+      4);
+  struct T_OpenAtEnd {    // the peer waits for its threads
+    std::vector<CGate>& cGates;
+    ~T_OpenAtEnd() {
+      for (CGate& cGate : cGates) cGate.Open();
+    }
+  } const cOpenAtEnd{cLate};
+  SetUp(cPeer.Port());
+  const CMsgPtr pIn = NewRequest("x");
+  std::vector<CPendingCall> cCalls(CALLS);
+  const auto fnAwaitReply = [&](int p_iCall) {
+    pollfd tPoll = {cCalls[static_cast<size_t>(p_iCall)].GetFd(), POLLIN, 0};
+    REQUIRE(poll(&tPoll, 1, 20000) == 1);
+  };
+  constexpr int LATE = 100, LATEST = 117;
+  for (int i = 0; i < CALLS; ++i) {
+    if (i % 17 != 5) cCalls[static_cast<size_t>(i)] = Started(i == LATE ? 8 : i == LATEST ? 9 : 7, pIn.get(), 60000);
+  }
+  for (int i = 0; i < CALLS; ++i) {
+    if (cCalls[static_cast<size_t>(i)] && i != LATE && i != LATEST) fnAwaitReply(i);
+  }
+  std::vector<int> aiTurns;
+  const auto fnTakeTurn = [&](int p_iTimeOut) {
+    const int iOver = CPendingCall::WaitAny(cCalls.data(), CALLS, p_iTimeOut);
+    if (iOver < 0) return false;
+    aiTurns.push_back(iOver);
+    CHECK(Finished(std::move(cCalls[static_cast<size_t>(iOver)])).iRet == 0);
+    return true;
+  };
+  REQUIRE(fnTakeTurn(-1));
+  for (int i = 0; i < CALLS; ++i) {
+    if (cCalls[static_cast<size_t>(i)]) CHECK((cCalls[static_cast<size_t>(i)].GetEvents() != 0) == (i == LATE || i == LATEST));
+  }
+  cLate[0].Open();
+  fnAwaitReply(LATE);
+  const size_t uOthers = CALLS - CALLS / 17 - 2;
+  while (aiTurns.size() < uOthers) {
+    REQUIRE(fnTakeTurn(0));
+    CHECK(cCalls[LATE].GetEvents() == POLLIN);    // ready, but nobody looked
+  }
+  CHECK(std::is_sorted(aiTurns.begin(), aiTurns.end()));
+  CHECK(std::count(aiTurns.begin(), aiTurns.end(), LATE) == 0);
+  REQUIRE(fnTakeTurn(0));
+  CHECK(aiTurns.back() == LATE);
+  CHECK_FALSE(fnTakeTurn(0));
+  cLate[1].Open();
+  REQUIRE(fnTakeTurn(-1));
+  CHECK(aiTurns.back() == LATEST);
 }
 
 TEST_CASE("a signal ends WaitAny, and the wait of Finish as that of a blocking call") {
