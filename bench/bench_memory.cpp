@@ -1,8 +1,8 @@
 // What the library takes from memory: peaks, bytes a row, allocations. Counts, not times; every count is exact or the
 // kernel's own.
-#include <callorv/adaptor/tcp_adaptor.h>
 #include <callorv/client/pending_call.h>
-#include <callorv/msg/msg_dic.h>
+#include <callorv/dict/msg_dic.h>
+#include <callorv/net/tcp_adaptor.h>
 #include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>

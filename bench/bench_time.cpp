@@ -1,5 +1,5 @@
 // What the library's operations cost, each beside its floor. Names that begin with "growth" are points of a plot.
-#include <callorv/msg/msg_dic.h>
+#include <callorv/dict/msg_dic.h>
 
 #include <cstdio>
 #include <exception>

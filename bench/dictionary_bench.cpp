@@ -1,5 +1,5 @@
 // Dictionaries read from files.
-#include <callorv/msg/msg_dic.h>
+#include <callorv/dict/msg_dic.h>
 
 #include <memory>
 

@@ -2,8 +2,8 @@
 #ifndef BENCH_PAYLOAD_H
 #define BENCH_PAYLOAD_H
 
-#include <callorv/adaptor/adaptor.h>
 #include <callorv/msg/msg.h>
+#include <callorv/net/adaptor.h>
 
 #include <memory>
 #include <stdexcept>

@@ -1,6 +1,6 @@
 // Values of one message, the checksum, and a packet.
-#include <callorv/adaptor/tcp_adaptor.h>
 #include <callorv/callorv.h>
+#include <callorv/net/tcp_adaptor.h>
 #include <zlib.h>
 
 #include <cstring>

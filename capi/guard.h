@@ -11,7 +11,7 @@
 #include "callorv/base/exception.h"
 #include "callorv/callorv.h"
 #include "callorv/client/callorv_error.h"
-#include "callorv/msg/error.h"
+#include "callorv/error/error.h"
 
 namespace callorv::detail {
 

@@ -3,7 +3,7 @@
 
 #include <new>
 
-#include "callorv/msg/error.h"
+#include "callorv/error/error.h"
 
 namespace callorv::detail {
 

@@ -4,11 +4,11 @@
 
 #include <memory>
 
-#include "callorv/adaptor/adaptor.h"
 #include "callorv/base/exception.h"
 #include "callorv/client/callorv_error.h"
 #include "callorv/client/msg_base.h"
 #include "callorv/msg/msg.h"
+#include "callorv/net/adaptor.h"
 
 namespace callorv::detail {
 

@@ -5,10 +5,10 @@
 #include <memory>
 #include <new>
 
-#include "callorv/adaptor/tcp_adaptor.h"
 #include "callorv/base/exception.h"
-#include "callorv/crypt/cfg_reader.h"
+#include "callorv/client/cfg_reader.h"
 #include "callorv/crypt/crypt.h"
+#include "callorv/net/tcp_adaptor.h"
 #include "client/call_steps.h"
 #include "crypt/file.h"
 

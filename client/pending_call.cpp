@@ -6,12 +6,12 @@
 #include <memory>
 #include <utility>
 
-#include "adaptor/socket.h"
 #include "base/cancel.h"
-#include "callorv/adaptor/tcp_adaptor.h"
 #include "callorv/client/callorv_client.h"
+#include "callorv/net/tcp_adaptor.h"
 #include "client/call_steps.h"
 #include "client/pending_state.h"
+#include "net/socket.h"
 
 using namespace callorv::detail;
 

@@ -2,7 +2,7 @@
 #ifndef CALLORV_CLIENT_PENDING_STATE_H
 #define CALLORV_CLIENT_PENDING_STATE_H
 
-#include "adaptor/exchange.h"
+#include "net/exchange.h"
 
 struct CallOrv_Call final : callorv::detail::CExchange {
   const int iSvcNum;

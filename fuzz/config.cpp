@@ -1,5 +1,5 @@
 // The configuration reader: every key has exactly the values that the rules give it.
-#include "callorv/crypt/cfg_reader.h"
+#include "callorv/client/cfg_reader.h"
 
 #include <climits>
 #include <map>

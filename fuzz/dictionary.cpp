@@ -5,9 +5,9 @@
 #include "callorv/base/exception.h"
 #include "callorv/base/stream.h"
 #include "callorv/crypt/crypt.h"
-#include "callorv/msg/dic_reader.h"
+#include "callorv/dict/dic_reader.h"
+#include "callorv/dict/msg_dic.h"
 #include "callorv/msg/msg.h"
-#include "callorv/msg/msg_dic.h"
 #include "support.h"
 
 namespace {

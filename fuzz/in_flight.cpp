@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "adaptor/exchange.h"
+#include "net/exchange.h"
 #include "packet_model.h"
 #include "support.h"
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "callorv/dict/tag_info.h"
 #include "callorv/msg/msg.h"
-#include "callorv/msg/tag_info.h"
 
 struct T_TagDef {
   int iTag;

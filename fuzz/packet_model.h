@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "callorv/adaptor/tcp_adaptor.h"
+#include "callorv/net/tcp_adaptor.h"
 
 // What follows a packet's bytes: the peer closed, waits, or went away without reading what it was sent.
 enum E_End { END_CLOSED, END_STALLED, END_RESET };

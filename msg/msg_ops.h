@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
+#include "base/chain_index.h"
 #include "callorv/base/exception.h"
-#include "msg/arena.h"
-#include "msg/chain_index.h"
+#include "dict/arena.h"
 #include "msg/value_traits.h"
 
 namespace callorv::detail {
@@ -44,6 +44,7 @@ struct CMsgOps {
   static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static callorv::detail::T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
+  static size_t ExpectedBytes(const CMsgInfo& p_cInfo);
   static callorv::detail::CArena* Arena(CMsg& p_cMsg);    // made on first use; null when there is no memory
   static bool IsVacant(const CMsg& p_cMsg) { return p_cMsg.m_bVacant; }
   // To be called once something was stored: the message is not empty any more.

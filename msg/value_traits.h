@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "msg/arena.h"
+#include "dict/arena.h"
 #include "msg/msg_value.h"
 
 namespace callorv::detail {

@@ -17,7 +17,7 @@ import subprocess
 import sys
 import tempfile
 
-LAYERS = ("base", "crypt", "adaptor", "msg", "client", "capi")
+LAYERS = ("base", "error", "crypt", "net", "xml", "dict", "msg", "form", "client", "capi")
 
 
 def instances_at(functions, number):

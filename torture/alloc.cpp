@@ -1,6 +1,6 @@
 // Memory that runs out: every allocation of every operation made to fail, alone and with all that follow it.
-#include <callorv/crypt/cfg_reader.h>
-#include <callorv/msg/dic_reader.h>
+#include <callorv/client/cfg_reader.h>
+#include <callorv/dict/dic_reader.h>
 #include <poll.h>
 
 #include <algorithm>

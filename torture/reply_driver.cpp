@@ -6,7 +6,7 @@
 //                                  then the connection stays open (the library waits for no time) or is closed
 // Each case is answered by one line: code, text, the fields, the body's length and its sum, with blanks between them.
 // In texts, what is not printable, the blank, the backslash and '~' are written as \xx; an empty text is ~.
-#include <callorv/adaptor/tcp_adaptor.h>
+#include <callorv/net/tcp_adaptor.h>
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -1,8 +1,8 @@
 // What programs have compiled in: the order of fields and of virtual functions.
-#include <callorv/adaptor/tcp_adaptor.h>
 #include <callorv/callorv.hpp>
-#include <callorv/msg/error.h>
-#include <callorv/msg/tag_info.h>
+#include <callorv/dict/tag_info.h>
+#include <callorv/error/error.h>
+#include <callorv/net/tcp_adaptor.h>
 #include <doctest/doctest.h>
 
 #include <algorithm>

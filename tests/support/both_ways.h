@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "msg/msg_handler.h"
+#include "form/msg_handler.h"
 
 // Everything that can be asked of a message and of those in it.
 inline std::string Describe(CMsg& p_cMsg) {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "msg/msg_handler.h"
+#include "form/msg_handler.h"
 #include "support/child.h"
 #include "support/client_files.h"
 #include "support/set_up.h"

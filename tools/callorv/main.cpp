@@ -5,8 +5,8 @@
 #include <iostream>
 
 #include "command.h"
-#include "near.h"
-#include "text.h"
+#include "common/near.h"
+#include "common/text.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include "callorv/base/array.h"
 #include "callorv/base/date.h"
 #include "callorv/base/str.h"
-#include "callorv/msg/error.h"
+#include "callorv/dict/msg_dic.h"
+#include "callorv/error/error.h"
 #include "callorv/msg/msg_array.h"
-#include "callorv/msg/msg_dic.h"
 #include "callorv/msg/nullable.h"
 
 class CStream;

@@ -2,7 +2,7 @@
 #ifndef CALLORV_MSG_MSG_ARRAY_H
 #define CALLORV_MSG_MSG_ARRAY_H
 
-#include "callorv/msg/error.h"
+#include "callorv/error/error.h"
 
 class CMsg;
 

@@ -36,9 +36,9 @@ T_Result Run(Read p_fnRead, const char* p_szName) {
   CStream stOut(0, 512);
   CString sErr("before");
   Fill(stOut, "before");
-  const size_t iOpen = OpenFiles();
+  const long iOpen = OpenDescriptors();
   const int iRet = p_fnRead(p_szName, stOut, sErr);
-  CHECK(OpenFiles() == iOpen);
+  CHECK(OpenDescriptors() == iOpen);
   CHECK(stOut.GetData()[stOut.GetSize()] == 0);
   return {iRet, Bytes(stOut), sErr.ToStr()};
 }
@@ -188,13 +188,13 @@ TEST_CASE("without memory for a file std::bad_alloc is thrown and the file is cl
   const std::string sPath = Sparse(cDir, "file", 2147483632);    // the largest that is tried
   CStream stOut(0, 512);
   CString sErr;
-  const size_t iOpen = OpenFiles();
+  const long iOpen = OpenDescriptors();
   for (const Read fnRead : s_afnBoth) {
     CFailAlloc cFail(1);
     CHECK(cFail.Run([&] { fnRead(sPath.c_str(), stOut, sErr); }));
     CHECK(stOut.GetSize() == 0);
   }
-  CHECK(OpenFiles() == iOpen);
+  CHECK(OpenDescriptors() == iOpen);
 }
 
 TEST_CASE("an empty file") {

@@ -6,30 +6,12 @@
 #include <doctest/doctest.h>
 #include <stdio.h>
 
-#include <cstdint>
-#include <filesystem>
 #include <string>
 
 #include "seed_key_value.h"
+#include "support/descriptors.h"
+#include "support/random.h"
 #include "support/temp_file.h"
-
-// Numbers that look random and are the same in every run.
-class CRandom {
- public:
-  explicit CRandom(uint32_t p_iSeed) : m_iState(p_iSeed) {}
-  unsigned char Byte() {
-    m_iState = m_iState * 1664525 + 1013904223;
-    return static_cast<unsigned char>(m_iState >> 24);
-  }
-  std::string Bytes(size_t p_iCount) {
-    std::string s(p_iCount, '\0');
-    for (char& c : s) c = static_cast<char>(Byte());
-    return s;
-  }
-
- private:
-  uint32_t m_iState;
-};
 
 inline std::string ToHex(const std::string& p_s) {
   static const char s_szDigits[] = "0123456789abcdef";
@@ -86,11 +68,5 @@ inline std::string Openssl(const std::string& p_sIn, const std::string& p_sHexKe
 
 // Whole blocks, encrypted under the key of the build by a program that is not ours.
 inline std::string Encrypted(const std::string& p_sBlocks) { return Openssl(p_sBlocks, CALLORV_SEED_KEY, "-e -nopad"); }
-
-inline size_t OpenFiles() {
-  size_t iCount = 0;
-  for ([[maybe_unused]] const auto& c : std::filesystem::directory_iterator("/proc/self/fd")) ++iCount;
-  return iCount;
-}
 
 #endif

@@ -1,6 +1,6 @@
 // Cells in states that only a lack of memory or another program's damage leaves behind.
 #include "msg/msg_ops.h"
-#include "unit/msg/test_dic.h"
+#include "support/test_dic.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <climits>
 #include <vector>
 
-#include "unit/msg/test_dic.h"
+#include "support/test_dic.h"
 
 namespace {
 

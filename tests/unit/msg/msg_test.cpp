@@ -6,7 +6,7 @@
 #include <new>
 #include <type_traits>
 
-#include "unit/msg/test_dic.h"
+#include "support/test_dic.h"
 
 namespace {
 

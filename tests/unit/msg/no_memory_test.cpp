@@ -8,7 +8,7 @@
 #include "support/descriptors.h"
 #include "support/huge_text.h"
 #include "support/parser_leaks.h"
-#include "unit/msg/test_dic.h"
+#include "support/test_dic.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <set>
 #include <vector>
 
-#include "msg/arena.h"
-#include "unit/msg/test_dic.h"
+#include "dict/arena.h"
+#include "support/test_dic.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "unit/msg/test_dic.h"
+#include "support/test_dic.h"
 
 namespace {
 

@@ -1,0 +1,127 @@
+// Turns the elements of a message document into stored values.
+#include "form/msg_handler.h"
+
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax2/Attributes.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+
+#include "base/number.h"
+#include "callorv/base/exception.h"
+#include "msg/msg_ops.h"
+
+using namespace xercesc;
+using namespace callorv::detail;
+
+namespace {
+
+constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
+
+}    // namespace
+
+struct MsgHandler::T_TagTexts {
+  const char* szWhere;       // at which end of the element
+  const char* szNoNumber;    // what its name should have been
+};
+const MsgHandler::T_TagTexts MsgHandler::s_tStart{"start", "tagnum"};
+const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
+
+MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
+    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg), m_pCurrentMsg(p_pMsg) {
+  if (p_pMsg == nullptr || p_pDic == nullptr) {
+    throw CException(MSG_NULL, "MsgHandler::MsgHandler - Parameter is NULL(%p,%p)", static_cast<void*>(p_pMsg),
+                     static_cast<void*>(p_pDic));
+  }
+}
+
+void MsgHandler::Action(const char* p_szXml) {
+  if (p_szXml == nullptr) throw CException("Parameter is NULL", MSG_NULL);
+  if (!IsParserReady()) {
+    throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
+  }
+  s_uParsed.fetch_add(1, std::memory_order_relaxed);
+  std::optional<MemBufInputSource> cSource;
+  try {
+    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
+    cSource->setCopyBufToStream(false);
+  } catch (const OutOfMemoryException&) {
+    throw CException("Out of memory 0", MSG_MEMORY);
+  } catch (const std::bad_alloc&) {
+    throw CException("Out of memory 0", MSG_MEMORY);
+  }
+  const auto fnParse = [&] { return ParseSource(*cSource, true); };
+  Parse(std::ref(fnParse));
+}
+
+void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
+  if (strcmp(p_szName, "msg") != 0) throw CException(MSG_XML, "Unknown root element(%s)", p_szName);
+  CString sVer;
+  for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
+    const CNarrow cName(p_cAttrs.getLocalName(i)), cValue(p_cAttrs.getValue(i));
+    if (strcmp(cName.Text(), "no") == 0) m_iMsgNum = ParseInt32(cValue.Text());
+    if (strcmp(cName.Text(), "type") == 0) m_bByName = strcmp(cValue.Text(), "name") == 0;
+    if (strcmp(cName.Text(), "ver") == 0) sVer = cValue.Text();
+  }
+  CMsgInfo* pMsgInfo = m_pDic->GetMsgInfo(m_iMsgNum);
+  if (pMsgInfo == nullptr) throw CException(MSG_XML, "Unknown msgno(%d)", m_iMsgNum);
+  m_pRootMsg->Init(m_iMsgNum, 0, 0);
+  m_pRootMsg->SetVer(sVer);
+  m_atOpen.push_back({nullptr, nullptr, pMsgInfo});
+}
+
+// The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
+const CTagInfo& MsgHandler::Resolve(const XMLCh* p_szWide, const T_TagTexts& p_tTexts) const {
+  const CNarrow cName(p_szWide);
+  const char* szName = cName.Text();
+  const CMsgInfo* pMsgInfo = m_atOpen.back().pInside;
+  int iTag = -1;
+  if (m_bByName) {
+    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(szName);
+    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", p_tTexts.szWhere, szName);
+  } else {
+    if (*szName != 't' && *szName != 'a') {
+      throw CException(MSG_XML, "Unknown %s %s(%s)", p_tTexts.szWhere, p_tTexts.szNoNumber, szName);
+    }
+    iTag = ParseInt32(szName + 1);
+  }
+  const CTagInfo* pTag = pMsgInfo != nullptr ? pMsgInfo->GetTagInfo(iTag) : nullptr;
+  if (pTag == nullptr) throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", p_tTexts.szWhere, szName, iTag);
+  return *pTag;
+}
+
+void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
+                              const Attributes& p_cAttrs) {
+  if (Enter() == 1) {
+    StartRoot(CNarrow(p_szLocalName).Text(), p_cAttrs);
+    return;
+  }
+  const CTagInfo& cTag = Resolve(p_szLocalName, s_tStart);
+  const CMsgInfo* pInside = nullptr;
+  if (cTag.m_eType == TAG_SUBMSG) {
+    m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(cTag.m_iTagNum);
+    if (m_pCurrentMsg == nullptr) throw CException(MSG_XML, "(MakeSubMsgEntry) failed(%d)", cTag.m_iTagNum);
+    const int iSubMsg = m_pCurrentMsg->GetMsgNum();
+    pInside = m_pDic->GetMsgInfo(iSubMsg);
+    if (pInside == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
+  }
+  m_iCurrentTag = cTag.m_iTagNum;
+  m_atOpen.push_back({p_szLocalName, &cTag, pInside});
+}
+
+void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen) {
+  const CNarrow cText(p_szText, p_uLen);
+  const std::string_view svText = Trimmed(cText.Text());
+  if (svText.empty() || m_iCurrentTag < 0) return;
+  CMsgOps::StoreText(*m_pCurrentMsg, CMsgOps::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(), TextLen(svText.size()));
+}
+
+void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {
+  const T_Open tOpen = m_atOpen.back();
+  m_atOpen.pop_back();
+  if (Leave() == 1) return;
+  // The parser hands out one and the same name at both ends of an element.
+  const CTagInfo& cTag = tOpen.szName == p_szLocalName ? *tOpen.pTag : Resolve(p_szLocalName, s_tEnd);
+  if (cTag.m_eType == TAG_SUBMSG) m_pCurrentMsg = m_pCurrentMsg->GetParent();
+}

@@ -1,0 +1,345 @@
+// The three text forms of a message.
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory_resource>
+#include <vector>
+
+#include "base/text_out.h"
+#include "callorv/base/stream.h"
+#include "form/own_form_reader.h"
+#include "msg/msg_ops.h"
+
+using namespace callorv::detail;
+
+namespace {
+
+// A tag that is being written.
+struct T_Elem {
+  const CTagInfo& cTag;
+  bool bMulti;
+  int iDepth;    // 1: a tag of the whole message
+};
+
+// The values of a plain cell in order: p_fn(row, value).
+template <class F>
+void ForEachValue(const CMsgValue& p_cCell, F p_fn) {
+  const auto fnAll = [&p_fn](const auto* p_pArray) {
+    for (int i = 0; p_pArray != nullptr && i < p_pArray->GetSize(); ++i) p_fn(i, p_pArray->GetAt(i));
+  };
+  const bool bMulti = p_cCell.m_bMulti;
+  switch (p_cCell.m_eType) {
+    case TAG_STRING:
+      if (bMulti) fnAll(p_cCell.m_pStrArr);
+      else if (p_cCell.m_pStr != nullptr) p_fn(0, *p_cCell.m_pStr);
+      break;
+    case TAG_INTEGER: bMulti ? fnAll(p_cCell.m_pIntArr) : p_fn(0, p_cCell.m_iVal); break;
+    case TAG_DOUBLE: bMulti ? fnAll(p_cCell.m_pDblArr) : p_fn(0, p_cCell.m_dVal); break;
+    case TAG_BOOL: bMulti ? fnAll(p_cCell.m_pBoolArr) : p_fn(0, p_cCell.m_bVal); break;
+    default:    // a date: sub-messages are walked, and other types skipped
+      if (bMulti) fnAll(p_cCell.m_pDateArr);
+      else if (p_cCell.m_pDate != nullptr) p_fn(0, *p_cCell.m_pDate);
+  }
+}
+
+// A place in the walk: a tag of a message and, in a sub-message tag, the row that comes next.
+struct T_Place {
+  const CMsg* pMsg;
+  int iOrder = 0;
+  int iRow = 0;
+  const CMsgValue* pCell = nullptr;    // of the tag at iOrder once it was begun
+  const CTagInfo* pTag = nullptr;
+};
+
+}    // namespace
+
+// Visits the values of a message and its sub-messages, each in the dictionary's order; every form prints through it.
+// Not recursive: an application may nest messages deeper than a thread's stack reaches.
+// A FORM has  Head(msg) and Tail() at depth 1,  BadTag(tag number),  Value(elem, row, value),  EndValues(elem) after a
+// plain tag's values,  OpenSub(elem, row, msg) and CloseSub(elem) around each sub-message.
+struct CMsgWalk {
+  template <class FORM>
+  static void Run(const CMsg& p_cTop, int p_iDepth, FORM&& p_cForm) {
+    if (p_iDepth == 1) p_cForm.Head(p_cTop);
+    std::byte abNear[16 * sizeof(T_Place)];    // messages nested up to eight deep need no memory but this
+    std::pmr::monotonic_buffer_resource cMemory(abNear, sizeof(abNear));
+    std::pmr::vector<T_Place> aPlace(&cMemory);
+    aPlace.push_back({&p_cTop});
+    for (;;) {
+      T_Place& tPlace = aPlace.back();
+      const int iDepth = p_iDepth + static_cast<int>(aPlace.size()) - 1;
+      const CMsg* pSub = nullptr;
+      while (pSub == nullptr && Begin(tPlace, p_cForm)) {
+        const T_Elem tElem{*tPlace.pTag, tPlace.pCell->m_bMulti, iDepth};
+        if (tPlace.pCell->m_eType != TAG_SUBMSG) {
+          ForEachValue(*tPlace.pCell, [&](int p_iRow, const auto& p_Value) { p_cForm.Value(tElem, p_iRow, p_Value); });
+          p_cForm.EndValues(tElem);
+          Next(tPlace);
+        } else if ((pSub = NextRow(tPlace)) != nullptr) {
+          p_cForm.OpenSub(tElem, tPlace.iRow - 1, *pSub);
+        } else {
+          Next(tPlace);
+        }
+      }
+      if (pSub != nullptr) {
+        aPlace.push_back({pSub});
+        continue;
+      }
+      aPlace.pop_back();
+      if (aPlace.empty()) break;
+      const T_Place& tOuter = aPlace.back();
+      p_cForm.CloseSub({*tOuter.pTag, tOuter.pCell->m_bMulti, iDepth - 1});
+    }
+    if (p_iDepth == 1) p_cForm.Tail();
+  }
+
+ private:
+  // Goes on to the next tag that has a value, unless one is under way; false at the end.
+  template <class FORM>
+  static bool Begin(T_Place& p_tPlace, FORM& p_cForm) {
+    const CMsgInfo* pMsgInfo = p_tPlace.pMsg->GetMsgInfo();
+    const int iTags = pMsgInfo != nullptr ? pMsgInfo->GetNoTags() : 0;
+    for (; p_tPlace.pCell == nullptr && p_tPlace.iOrder < iTags; ++p_tPlace.iOrder) {
+      const int iTag = pMsgInfo->GetTagNumAt(p_tPlace.iOrder);
+      if (iTag < 0) p_cForm.BadTag(iTag);
+      const CMsgValue* pCell = CMsgOps::GetHashBag(*p_tPlace.pMsg, iTag);
+      if (pCell == nullptr || !pCell->m_bSet || pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) continue;
+      p_tPlace.pCell = pCell;
+      p_tPlace.pTag = pMsgInfo->GetTagInfo(iTag);
+      break;
+    }
+    return p_tPlace.pCell != nullptr;
+  }
+  static void Next(T_Place& p_tPlace) {
+    p_tPlace.pCell = nullptr;
+    p_tPlace.iRow = 0;
+    ++p_tPlace.iOrder;
+  }
+  // The next sub-message of the tag, null after the last.
+  static const CMsg* NextRow(T_Place& p_tPlace) {
+    const CMsgValue& cCell = *p_tPlace.pCell;
+    if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 && IsWritten(cCell.m_pMsg) ? cCell.m_pMsg : nullptr;
+    if (cCell.m_pMsgArr == nullptr) return nullptr;
+    CMsgOps::PrefetchRow(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CMsgOps::ROWS_AHEAD);
+    CMsgOps::PrefetchCells(*cCell.m_pMsgArr, p_tPlace.iRow + CMsgOps::ROWS_AHEAD);
+    while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize()) {
+      const CMsg* pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
+      if (IsWritten(pSub)) return pSub;
+    }
+    return nullptr;
+  }
+  static bool IsWritten(const CMsg* p_pSub) { return p_pSub != nullptr && !CMsgOps::IsVacant(*p_pSub); }
+};
+
+namespace {
+
+// Values as every form prints them: at most MaxChars from p_p on; returns the end. Texts end at their first NUL, as "%s"
+// prints them.
+size_t MaxChars(const CString& p_s) { return static_cast<size_t>(p_s.GetSize()); }
+size_t MaxChars(const CDate& p_c) { return sizeof(p_c.m_szDate); }
+size_t MaxChars(int) { return INT_CHARS; }
+size_t MaxChars(double) { return DOUBLE_CHARS; }
+size_t MaxChars(bool) { return sizeof("false"); }
+char* Print(char* p_p, const CString& p_s) { return CTextOut::Copy(p_p, p_s.ToStr(), strlen(p_s.ToStr())); }
+char* Print(char* p_p, const CDate& p_c) { return CTextOut::Copy(p_p, p_c.ToStr(), strlen(p_c.ToStr())); }
+char* Print(char* p_p, int p_i) { return FormatInt(p_p, p_i); }
+char* Print(char* p_p, double p_d) { return FormatDouble(p_p, p_d); }
+char* Print(char* p_p, bool p_b) { return p_b ? CTextOut::Copy(p_p, "true") : CTextOut::Copy(p_p, "false"); }
+
+// As "%*s" with a width of twice the depth prints two blanks.
+int Indent(int p_iDepth) { return std::max(2, 2 * std::abs(p_iDepth)); }
+
+// ToXml and DumpXml: elements, on one line or on a line each.
+class CXmlForm {
+ public:
+  CXmlForm(CStream& p_stOut, bool p_bReadable, bool p_bArrayPrefix, bool p_bByName)
+      : m_cOut(p_stOut), m_bReadable(p_bReadable), m_bArrayPrefix(p_bArrayPrefix), m_bByName(p_bByName) {}
+
+  void Head(const CMsg& p_cMsg) {
+    if (m_bReadable) {
+      m_cOut.Put("<?xml version='1.0' encoding='ISO-8859-1' ?>\n<msg no='");
+      m_cOut.PutNumber(p_cMsg.GetMsgNum());
+      m_cOut.PutText(m_bByName ? "' type='name' ver='" : "' type='index' ver='");
+      m_cOut.PutText(p_cMsg.GetVer());
+      m_cOut.Put("'>\n");
+    } else {
+      m_cOut.Put(XML_DECLARATION);
+      m_cOut.Put("<msg no=\"");
+      m_cOut.PutNumber(p_cMsg.GetMsgNum());
+      m_cOut.PutText(m_bByName ? "\" type=\"name\" ver=\"" : "\" ver=\"");
+      m_cOut.PutText(p_cMsg.GetVer());
+      m_cOut.Put("\">");
+    }
+  }
+  void Tail() {
+    m_cOut.Put("</msg>");
+    EndLine();
+  }
+  void BadTag(int p_iTag) {
+    if (!m_bReadable) return;
+    m_cOut.Put("Error: (m_pMsgInfo->GetTagNumAt) failed(");
+    m_cOut.PutNumber(p_iTag);
+    m_cOut.Put(")\n");
+  }
+  template <class T>
+  void Value(const T_Elem& p_tElem, int, const T& p_Value) {
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    char* p = m_cOut.Begin(2 * tName.Room() + MARKS + MaxChars(p_Value));
+    p = PrintValue(Open(p, tName), p_Value);
+    m_cOut.End(Close(p, tName));
+    EndLine();
+  }
+  void EndValues(const T_Elem&) {}
+  void OpenSub(const T_Elem& p_tElem, int, const CMsg&) {
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    m_cOut.End(Open(m_cOut.Begin(tName.Room() + MARKS), tName));
+    EndLine();
+  }
+  void CloseSub(const T_Elem& p_tElem) {
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    m_cOut.End(Close(m_cOut.Begin(tName.Room() + MARKS), tName));
+    EndLine();
+  }
+
+ private:
+  // From here on the wire form writes a string by its size; below, as "%s" prints it, up to its first NUL.
+  enum { LONG_STRING = 900 };
+  // What stands around names and value at most.
+  static constexpr size_t MARKS = sizeof("<></><![CDATA[]]>");
+
+  // What stands between '<' and '>'.
+  struct T_Name {
+    const CTagInfo* pTag = nullptr;
+    const char* p = nullptr;
+    size_t uLen = 0;
+    char szNear[16] = {};    // the name if it is not longer: copied whole, it takes one step
+
+    size_t Room() const { return std::max(uLen, sizeof(szNear)); }
+    char* Put(char* p_p) const {
+      if (uLen > sizeof(szNear)) return CTextOut::Copy(p_p, p, uLen);
+      memcpy(p_p, szNear, sizeof(szNear));
+      return p_p + uLen;
+    }
+  };
+  enum { NAMES = 16 };
+
+  CTextOut m_cOut;
+  const bool m_bReadable, m_bArrayPrefix, m_bByName;
+  T_Name m_atName[NAMES];    // the latest ones, by tag number
+
+  void StartLine(const T_Elem& p_tElem) {
+    if (m_bReadable) m_cOut.PutBlanks(Indent(p_tElem.iDepth));
+  }
+  void EndLine() {
+    if (m_bReadable) m_cOut.Put('\n');
+  }
+  // Valid until the next one is asked for.
+  const T_Name& Name(const T_Elem& p_tElem) {
+    T_Name& tName = m_atName[static_cast<unsigned>(p_tElem.cTag.m_iTagNum) % NAMES];
+    if (tName.pTag == &p_tElem.cTag) return tName;
+    tName.pTag = &p_tElem.cTag;
+    if (m_bByName) {
+      tName.p = p_tElem.cTag.m_sName.ToStr();
+      tName.uLen = strlen(tName.p);
+      memcpy(tName.szNear, tName.p, std::min(tName.uLen, sizeof(tName.szNear)));
+    } else {
+      *tName.szNear = m_bArrayPrefix && p_tElem.bMulti ? 'a' : 't';
+      tName.uLen = static_cast<size_t>(FormatInt(tName.szNear + 1, p_tElem.cTag.m_iTagNum) - tName.szNear);
+    }
+    return tName;
+  }
+  static char* Open(char* p_p, const T_Name& p_tName) {
+    *p_p++ = '<';
+    p_p = p_tName.Put(p_p);
+    *p_p++ = '>';
+    return p_p;
+  }
+  static char* Close(char* p_p, const T_Name& p_tName) {
+    p_p = p_tName.Put(CTextOut::Copy(p_p, "</"));
+    *p_p++ = '>';
+    return p_p;
+  }
+  template <class T>
+  char* PrintValue(char* p_p, const T& p_Value) const {
+    return Print(p_p, p_Value);
+  }
+  char* PrintValue(char* p_p, const CString& p_s) const {
+    p_p = CTextOut::Copy(p_p, "<![CDATA[");
+    const bool bBySize = !m_bReadable && p_s.GetSize() >= LONG_STRING;
+    p_p = bBySize ? CTextOut::Copy(p_p, p_s.ToStr(), MaxChars(p_s)) : Print(p_p, p_s);
+    return CTextOut::Copy(p_p, "]]>");
+  }
+};
+
+// Dump: a line for each tag or sub-message.
+class CListForm {
+ public:
+  CListForm(CStream& p_stOut, bool p_bByName) : m_cOut(p_stOut), m_bByName(p_bByName) {}
+
+  void Head(const CMsg& p_cMsg) {
+    m_cOut.Put("Msg Dump ======================================\n  MsgNum : ");
+    m_cOut.PutNumber(p_cMsg.GetMsgNum());
+    m_cOut.Put("\n    Type : ");
+    m_cOut.PutText(m_bByName ? "name" : "index");
+    m_cOut.Put("\n     Ver : ");
+    m_cOut.PutText(p_cMsg.GetVer());
+    m_cOut.Put('\n');
+  }
+  void Tail() { m_cOut.Put("===============================================\n"); }
+  void BadTag(int p_iTag) {
+    m_cOut.Put("Error: (m_pMsgInfo->GetTagNumAt) failed(");
+    m_cOut.PutNumber(p_iTag);
+    m_cOut.Put(')');    // no line end here; programs that read listings know it so
+  }
+  template <class T>
+  void Value(const T_Elem& p_tElem, int p_iRow, const T& p_Value) {
+    if (p_iRow == 0) Label(p_tElem);
+    m_cOut.Put(' ');
+    m_cOut.End(Print(m_cOut.Begin(MaxChars(p_Value)), p_Value));
+  }
+  void EndValues(const T_Elem&) { m_cOut.Put('\n'); }
+  void OpenSub(const T_Elem& p_tElem, int p_iRow, const CMsg& p_cSub) {
+    Label(p_tElem);
+    m_cOut.Put(" SUBMSG(");
+    m_cOut.PutNumber(p_cSub.GetMsgNum());
+    m_cOut.Put(')');
+    if (p_tElem.bMulti) {
+      m_cOut.Put(" row ");
+      m_cOut.PutNumber(p_iRow);
+    }
+    m_cOut.Put('\n');
+  }
+  void CloseSub(const T_Elem&) {}
+
+ private:
+  CTextOut m_cOut;
+  const bool m_bByName;
+
+  void Label(const T_Elem& p_tElem) {
+    m_cOut.PutBlanks(2 + Indent(p_tElem.iDepth));
+    m_cOut.Put('[');
+    m_cOut.PutNumber(p_tElem.cTag.m_iTagNum);
+    m_cOut.Put("](");
+    m_cOut.PutText(p_tElem.cTag.m_sName.ToStr());
+    m_cOut.Put(')');
+  }
+};
+
+}    // namespace
+
+int CMsg::ToXml(CStream* p_pOut, bool p_bArrayPrefix, bool p_bByName, int p_iDepth) const {
+  if (p_iDepth == 1) p_pOut->Clear();
+  CMsgWalk::Run(*this, p_iDepth, CXmlForm(*p_pOut, false, p_bArrayPrefix, p_bByName));
+  return 0;
+}
+
+void CMsg::DumpXml(CStream* p_pOut, bool p_bByName, int p_iDepth) const {
+  CMsgWalk::Run(*this, p_iDepth, CXmlForm(*p_pOut, true, false, p_bByName));
+}
+
+void CMsg::Dump(CStream* p_pOut, bool p_bByName, int p_iDepth) const {
+  CMsgWalk::Run(*this, p_iDepth, CListForm(*p_pOut, p_bByName));
+}

@@ -1,0 +1,211 @@
+// What the bytes of a packet mean, as they come.
+#include "net/packet_machine.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "base/number.h"
+#include "net/packet_fields.h"
+
+namespace callorv::detail {
+
+namespace {
+
+using E_Field = CTcpAdaptor::E_Field;
+using T_Field = CTcpAdaptor::T_Field;
+
+// Reads fields out of bytes that nobody has checked.
+class CFieldReader {
+ public:
+  explicit CFieldReader(const char* p_pIn) : m_pIn(p_pIn) {}
+
+  int Number(E_Field p_eField) const {    // 0 for junk
+    const T_Field& tField = s_atFields[p_eField];
+    char szNumber[12] = {};
+    std::copy_n(m_pIn + tField.iAt, tField.iWidth, szNumber);
+    return ParseInt32(szNumber);
+  }
+
+  void Text(E_Field p_eField, CString& p_sOut) const {    // with its padding; a NUL ends it
+    const std::string_view sText = Field(p_eField);
+    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
+  }
+
+  void TrimmedText(E_Field p_eField, CString& p_sOut) const {
+    std::string_view sText = Field(p_eField);
+    while (!sText.empty() && IsWhite(sText.front())) sText.remove_prefix(1);
+    while (!sText.empty() && IsWhite(sText.back())) sText.remove_suffix(1);
+    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
+  }
+
+ private:
+  const char* m_pIn;
+
+  std::string_view Field(E_Field p_eField) const {
+    const T_Field& tField = s_atFields[p_eField];
+    return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};
+  }
+};
+
+int NoMemory(T_Fault& p_tFault) { return p_tFault.Set(ADAPT_MEMORY, "ReceiveFrom"); }
+
+}    // namespace
+
+int CPacketMachine::GetRoom(int p_iFirst, T_Room& p_tRoom, T_Fault& p_tFault) {
+  if (m_ePart == HEADER) {
+    p_tRoom = {m_szFrame + m_iHave, CTcpAdaptor::HEADER_SIZE - m_iHave};
+  } else if (m_ePart == TRAILER) {
+    p_tRoom = {m_szFrame + CTcpAdaptor::HEADER_SIZE + m_iHave, CTcpAdaptor::TRAILER_SIZE - m_iHave};
+  } else {
+    try {
+      if (m_iHave == m_iRoom) {
+        int iMore = std::min(m_iBodyLen - m_iHave, std::max(m_iHave, p_iFirst));
+        if (m_pInfo == nullptr) {
+          if (Body().GetSize() == BLOCK_BYTES) m_cBlocks.emplace_back(0, 1);
+          iMore = std::min(iMore, BLOCK_BYTES - Body().GetSize());
+        }
+        m_iRoom += iMore;
+      }
+      const int iBefore = Body().GetSize();
+      p_tRoom.iLen = m_iRoom - m_iHave;
+      p_tRoom.pAt = Body().GetBuffer(iBefore + p_tRoom.iLen) + iBefore;
+    } catch (const std::bad_alloc&) {
+      return NoMemory(p_tFault);
+    }
+  }
+  return 0;
+}
+
+int CPacketMachine::Fill(int p_iLen, T_Fault& p_tFault) {
+  m_iHave += p_iLen;
+  switch (m_ePart) {
+    case HEADER:
+      return m_iHave < CTcpAdaptor::HEADER_SIZE ? 0 : TakeHeader(p_tFault);
+    case BODY:
+      Body().ReleaseBuffer(Body().GetSize() + p_iLen);
+      m_iBodySum = (m_iBodySum + CAdaptor::CalcCheckSum(Body().GetData() + Body().GetSize() - p_iLen, p_iLen)) % 256;
+      return m_iHave < m_iBodyLen ? 0 : TakeBody(p_tFault);
+    default:
+      return m_iHave < CTcpAdaptor::TRAILER_SIZE ? 0 : TakeTrailer(p_tFault);
+  }
+}
+
+int CPacketMachine::Feed(const char* p_pData, int p_iLen, T_Fault& p_tFault) {
+  while (p_iLen > 0 && m_ePart != COMPLETE) {
+    T_Room tRoom;
+    int iRet = GetRoom(p_iLen, tRoom, p_tFault);
+    if (iRet < 0) return iRet;
+    const int iPart = std::min(tRoom.iLen, p_iLen);
+    std::copy_n(p_pData, iPart, tRoom.pAt);
+    iRet = Fill(iPart, p_tFault);
+    if (iRet < 0) return iRet;
+    p_pData += iPart;
+    p_iLen -= iPart;
+  }
+  return 0;
+}
+
+int CPacketMachine::Cut(int p_iCode, T_Fault& p_tFault) {
+  if (m_ePart == BODY) Body().Clear();
+  if (p_iCode != ADAPT_TIMEOUT || m_ePart == HEADER) return p_iCode;
+  return p_tFault.Set(ADAPT_CORRUPTED, "uncompleted packet timeout(%s)", m_ePart == BODY ? "body" : "checksum");
+}
+
+// Makes one piece of the body.
+void CPacketMachine::Join() {
+  if (m_cBlocks.empty()) return;
+  m_stSent.GetBuffer(m_iBodyLen);
+  for (; !m_cBlocks.empty(); m_cBlocks.pop_front()) {
+    m_stSent.AppendData(m_cBlocks.front().GetData(), m_cBlocks.front().GetSize());
+  }
+}
+
+const CStream* CPacketMachine::Unpack(CStream& p_stRoom, T_Fault& p_tFault) {
+  try {
+    Join();
+  } catch (const std::bad_alloc&) {
+    NoMemory(p_tFault);
+    return nullptr;
+  }
+  if (!IsCompressed()) return &m_stSent;
+  return Uncompress(p_stRoom, p_tFault) < 0 ? nullptr : &p_stRoom;
+}
+
+bool CPacketMachine::IsCompressed() const { return m_szFrame[s_atFields[CTcpAdaptor::COMPRESSED].iAt] == 'Y'; }
+
+int CPacketMachine::Begin(E_Part p_ePart) {
+  m_ePart = p_ePart;
+  m_iHave = 0;
+  return 0;
+}
+
+int CPacketMachine::TakeHeader(T_Fault& p_tFault) {
+  const int iBeginLen = s_atFields[CTcpAdaptor::BEGIN_STRING].iWidth;
+  if (memcmp(m_szFrame, s_szBegin, static_cast<size_t>(iBeginLen)) != 0) {
+    return p_tFault.Set(ADAPT_HEADER, "Unknown BeginString[%.*s]", iBeginLen, m_szFrame);
+  }
+  if (m_szCopy != nullptr) memcpy(m_szCopy, m_szFrame, CTcpAdaptor::HEADER_SIZE);
+
+  const CFieldReader cHeader(m_szFrame);
+  if (m_pInfo != nullptr) {
+    try {
+      m_pInfo->iSvcNum = cHeader.Number(CTcpAdaptor::SERVICE);
+      m_pInfo->iMsgNum = cHeader.Number(CTcpAdaptor::MESSAGE);
+      m_pInfo->iExtra = cHeader.Number(CTcpAdaptor::EXTRA);
+      cHeader.Text(CTcpAdaptor::TIME_STAMP, m_pInfo->sTimeStamp);
+      cHeader.TrimmedText(CTcpAdaptor::USER_KEY, m_pInfo->sUserKey);
+      cHeader.Text(CTcpAdaptor::AUX13, m_pInfo->sAux13);
+      m_pInfo->bCompressed = IsCompressed();
+      cHeader.Text(CTcpAdaptor::AUX8, m_pInfo->sAux8);
+      cHeader.Text(CTcpAdaptor::AUX21, m_pInfo->sAux21);
+    } catch (const std::bad_alloc&) {
+      return NoMemory(p_tFault);
+    }
+    m_pInfo->stBody.Clear();    // the body of an earlier packet
+  }
+  Begin(BODY);
+  m_iBodyLen = cHeader.Number(CTcpAdaptor::PACKET_LENGTH) - CTcpAdaptor::HEADER_SIZE;
+  if (m_iBodyLen < 0) return Cut(m_iBodyLen, p_tFault);    // a hostile header's length is the result of reading it
+  return m_iBodyLen > 0 ? 0 : TakeBody(p_tFault);
+}
+
+int CPacketMachine::TakeBody(T_Fault& p_tFault) {
+  Begin(TRAILER);
+  return m_pInfo != nullptr && IsCompressed() ? Uncompress(m_pInfo->stBody, p_tFault) : 0;
+}
+
+int CPacketMachine::TakeTrailer(T_Fault& p_tFault) {
+  Begin(COMPLETE);
+  const int iComputed = (CAdaptor::CalcCheckSum(m_szFrame, CTcpAdaptor::HEADER_SIZE) + m_iBodySum) % 256;
+  const int iReceived = ParseInt32(m_szFrame + CTcpAdaptor::HEADER_SIZE);
+  if (iComputed != iReceived) return p_tFault.Set(ADAPT_CHECKSUM, "(M:%d,C:%d)", iComputed, iReceived);
+  return 0;
+}
+
+// The length that the peer announced is believed up to what deflate can make of the bytes that did come, 1032 for each,
+// and one more: so zlib never runs out of room where it would not have with all of it, and its verdict is the same.
+int CPacketMachine::Uncompress(CStream& p_stOut, T_Fault& p_tFault) {
+  const int iPlainLen = CFieldReader(m_szFrame).Number(CTcpAdaptor::BODY_LENGTH);
+  uLongf uLen = 0;
+  int iZlib = Z_BUF_ERROR;
+  if (iPlainLen >= 0) {
+    const long long iMost = 1032LL * m_stSent.GetSize() + 1;
+    const int iRoom = static_cast<int>(std::min<long long>(iPlainLen, iMost));
+    uLen = static_cast<uLongf>(iRoom);
+    try {
+      iZlib = uncompress(reinterpret_cast<Bytef*>(p_stOut.GetBuffer(iRoom)), &uLen,
+                         reinterpret_cast<Bytef*>(m_stSent.GetData()), static_cast<uLong>(m_stSent.GetSize()));
+    } catch (const std::bad_alloc&) {
+      return NoMemory(p_tFault);
+    }
+    p_stOut.ReleaseBuffer(iZlib == Z_OK ? static_cast<int>(uLen) : 0);
+  }
+  if (iZlib == Z_OK) return 0;
+  return p_tFault.Set(ADAPT_COMPRESSION, "ReceiveFrom(%d)(%ld)", iZlib, static_cast<long>(uLen));
+}
+
+}    // namespace callorv::detail

@@ -1,0 +1,247 @@
+// Packets over a TCP connection.
+#include "callorv/net/tcp_adaptor.h"
+
+#include <time.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <utility>
+
+#include "base/number.h"
+#include "net/packet_fields.h"
+#include "net/packet_machine.h"
+
+namespace {
+
+using callorv::detail::CPacketMachine;
+using callorv::detail::FormatInt;
+using callorv::detail::INT_CHARS;
+using callorv::detail::RecvFault;
+using callorv::detail::s_atFields;
+using callorv::detail::s_szBegin;
+using callorv::detail::s_tCheckSum;
+using callorv::detail::T_Fault;
+
+using E_Field = CTcpAdaptor::E_Field;
+using T_Field = CTcpAdaptor::T_Field;
+
+// Writes a number as "%0*d" does; returns its end.
+char* PutPadded(char* p_pOut, int p_iWidth, int p_iValue) {
+  char szNumber[INT_CHARS];
+  const char* pDigits = szNumber;
+  const char* pEnd = FormatInt(szNumber, p_iValue);
+  const int iPad = std::max(p_iWidth - static_cast<int>(pEnd - pDigits), 0);
+  if (p_iValue < 0) *p_pOut++ = *pDigits++;
+  return std::copy(pDigits, pEnd, std::fill_n(p_pOut, iPad, '0'));
+}
+
+// Writes fields as printf would, each at its place, and counts the characters. A number too wide for its field is
+// written in full, its end to be covered by the next field; the count tells.
+class CFieldWriter {
+ public:
+  explicit CFieldWriter(char* p_pOut) : m_pOut(p_pOut) {}
+
+  int Count() const { return m_iCount; }
+
+  void Number(E_Field p_eField, int p_iValue) { Number(s_atFields[p_eField], p_iValue); }
+  void Number(const T_Field& p_tField, int p_iValue) {
+    char* pOut = m_pOut + p_tField.iAt;
+    m_iCount += static_cast<int>(PutPadded(pOut, p_tField.iWidth, p_iValue) - pOut);
+  }
+
+  void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"
+    const T_Field& tField = s_atFields[p_eField];
+    const size_t uWidth = static_cast<size_t>(tField.iWidth);
+    const size_t uLen = strnlen(p_szText, uWidth);
+    char* pOut = std::copy_n(p_szText, uLen, m_pOut + tField.iAt);
+    std::fill_n(pOut, uWidth - uLen, ' ');
+    m_iCount += tField.iWidth;
+  }
+
+ private:
+  char* m_pOut;
+  int m_iCount = 0;
+};
+
+void SetTimeStamp(CString& p_sOut) {
+  const time_t tNow = time(nullptr);
+  tm tLocal = {};
+  localtime_r(&tNow, &tLocal);
+  char szStamp[6 * INT_CHARS];
+  char* p = PutPadded(szStamp, 4, tLocal.tm_year + 1900);
+  p = PutPadded(p, 2, tLocal.tm_mon + 1);
+  p = PutPadded(p, 2, tLocal.tm_mday);
+  *p++ = '-';
+  p = PutPadded(p, 2, tLocal.tm_hour);
+  p = PutPadded(p, 2, tLocal.tm_min);
+  p = PutPadded(p, 2, tLocal.tm_sec);
+  p_sOut.Set(szStamp, static_cast<int>(p - szStamp));
+}
+
+// Makes room for a whole packet. Throws std::bad_alloc, also for a length that no packet can have.
+char* PacketRoom(CStream& p_stPacket, long long p_iBodyLen) {
+  const int iFrame = CTcpAdaptor::HEADER_SIZE + CTcpAdaptor::TRAILER_SIZE;
+  if (p_iBodyLen > INT_MAX - iFrame) throw std::bad_alloc();
+  return p_stPacket.GetBuffer(iFrame + static_cast<int>(p_iBodyLen));
+}
+
+// The memory of a compression, which zlib asks for in five blocks, as one. Freed pieces at the end of the heap the C library
+// gives back to the kernel, to fault them in again for the next request, which takes longer than compressing a short one; but
+// once a block of this size is freed, it keeps as much.
+class CDeflateMemory {
+ public:
+  CDeflateMemory() : m_pBlock(static_cast<char*>(malloc(SIZE))) {}
+  ~CDeflateMemory() { free(m_pBlock); }
+  CDeflateMemory(const CDeflateMemory&) = delete;
+  CDeflateMemory& operator=(const CDeflateMemory&) = delete;
+
+  void Serve(z_stream& p_tStream) {
+    p_tStream.opaque = this;
+    p_tStream.zalloc = [](voidpf p_pThis, uInt p_uItems, uInt p_uSize) {
+      return static_cast<CDeflateMemory*>(p_pThis)->Allocate(size_t{p_uItems} * p_uSize);
+    };
+    p_tStream.zfree = [](voidpf p_pThis, voidpf p_p) { static_cast<CDeflateMemory*>(p_pThis)->Free(p_p); };
+  }
+
+ private:
+  // As zlib's header says for the default level: 128 KB for the window, 128 KB for the rest, and some small objects.
+  enum { SIZE = (1 << (MAX_WBITS + 2)) + (1 << (8 + 9)) + 8192, ALIGNMENT = alignof(max_align_t) };
+  char* const m_pBlock;
+  size_t m_uUsed = 0;
+
+  void* Allocate(size_t p_uSize) {
+    if (m_pBlock == nullptr) return nullptr;
+    const size_t uEnd = (m_uUsed + p_uSize + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+    return uEnd <= SIZE ? m_pBlock + std::exchange(m_uUsed, uEnd) : malloc(p_uSize);    // another zlib may want more
+  }
+  void Free(void* p_p) const {
+    const std::less<const void*> fnLess;
+    if (fnLess(p_p, m_pBlock) || !fnLess(p_p, m_pBlock + SIZE)) free(p_p);
+  }
+};
+
+// As zlib's compress(), byte for byte.
+int Compress(const CStream& p_stBody, char* p_pOut, long long p_iRoom, int* p_pLen) {
+  CDeflateMemory cMemory;
+  z_stream tStream = {};
+  cMemory.Serve(tStream);
+  int iRet = deflateInit(&tStream, Z_DEFAULT_COMPRESSION);
+  if (iRet != Z_OK) return iRet;
+  tStream.next_in = reinterpret_cast<Bytef*>(p_stBody.GetData());
+  tStream.avail_in = static_cast<uInt>(p_stBody.GetSize());
+  tStream.next_out = reinterpret_cast<Bytef*>(p_pOut);
+  tStream.avail_out = static_cast<uInt>(p_iRoom);
+  iRet = deflate(&tStream, Z_FINISH);
+  *p_pLen = static_cast<int>(tStream.total_out);
+  deflateEnd(&tStream);
+  return iRet == Z_STREAM_END ? Z_OK : Z_BUF_ERROR;
+}
+
+}    // namespace
+
+CTcpAdaptor::CTcpAdaptor() : szLastRecvHeader(), szLastSendHeader(), bKeepHeaders(false) {}
+
+CTcpAdaptor::~CTcpAdaptor() {}
+
+const CTcpAdaptor::T_Field* CTcpAdaptor::GetField(int p_iField) {
+  return p_iField >= 0 && p_iField < FIELDS ? &s_atFields[p_iField] : nullptr;
+}
+
+const char* CTcpAdaptor::GetBeginString() { return s_szBegin; }
+
+int CTcpAdaptor::SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) {
+  CStream stPacket(0, 512);
+  const int iRet = BuildPacket(p_pInfo, stPacket);
+  return iRet < 0 ? iRet : SendData(stPacket.GetData(), stPacket.GetSize(), p_iTimeOut);
+}
+
+int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
+  if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "(%s)", "SendTo");
+  SetTimeStamp(p_pInfo->sTimeStamp);
+
+  p_stOut.Clear();
+  const CStream& stBody = p_pInfo->stBody;
+  const int iPlainLen = stBody.GetSize();
+  int iSentLen = iPlainLen;
+  char* pPacket = nullptr;
+  try {
+    // What zlib may need at worst is 0.1 % and 12 bytes more than the body.
+    const long long iRoom = p_pInfo->bCompressed ? (iPlainLen + 12LL) * 1001 / 1000 + 1 : iPlainLen;
+    pPacket = PacketRoom(p_stOut, iRoom);
+    if (!p_pInfo->bCompressed) {
+      memcpy(pPacket + HEADER_SIZE, stBody.GetData(), static_cast<size_t>(iPlainLen));
+    } else if (const int iZlib = Compress(stBody, pPacket + HEADER_SIZE, iRoom, &iSentLen)) {
+      return Fail(ADAPT_COMPRESSION, "(%s)(%d)", "SendTo", iZlib);
+    }
+  } catch (const std::bad_alloc&) {
+    return Fail(ADAPT_MEMORY, "(%s)", "SendTo");
+  }
+
+  CFieldWriter cHeader(pPacket);
+  cHeader.Text(BEGIN_STRING, s_szBegin);
+  cHeader.Number(PACKET_LENGTH, HEADER_SIZE + iSentLen);
+  cHeader.Number(SERVICE, p_pInfo->iSvcNum);
+  cHeader.Number(MESSAGE, p_pInfo->iMsgNum);
+  cHeader.Number(EXTRA, p_pInfo->iExtra);
+  cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp.ToStr());
+  cHeader.Text(USER_KEY, p_pInfo->sUserKey.ToStr());
+  cHeader.Text(AUX13, p_pInfo->sAux13.ToStr());
+  cHeader.Text(COMPRESSED, p_pInfo->bCompressed ? "Y" : "N");
+  cHeader.Number(BODY_LENGTH, iPlainLen);
+  cHeader.Text(AUX8, p_pInfo->sAux8.ToStr());
+  cHeader.Text(AUX21, p_pInfo->sAux21.ToStr());
+  if (cHeader.Count() != HEADER_SIZE) {
+    Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, cHeader.Count(), HEADER_SIZE,
+         pPacket);
+    p_stOut.Clear();    // the header stands where an empty stream has its NUL
+    return ADAPT_HEADER;
+  }
+  const int iCheckSum = CalcCheckSum(pPacket, HEADER_SIZE + iSentLen);
+  char* pTrailer = pPacket + HEADER_SIZE + iSentLen;
+  CFieldWriter(pTrailer).Number(s_tCheckSum, iCheckSum);
+  if (bKeepHeaders) {
+    memcpy(szLastSendHeader, pPacket, HEADER_SIZE);
+    memcpy(szLastSendHeader + HEADER_SIZE, pTrailer, TRAILER_SIZE);
+  }
+  p_stOut.ReleaseBuffer(HEADER_SIZE + iSentLen + TRAILER_SIZE);
+  return 0;
+}
+
+int CTcpAdaptor::ReceiveFrom(T_PacketInfo* p_pInfo, int p_iTimeOut) {
+  const int iFirstRoom = 64 * 1024;
+  return ReadPacket(p_pInfo, [=](CPacketMachine& p_cMachine, T_Fault& p_tFault) {
+    while (p_cMachine.Part() != CPacketMachine::COMPLETE) {
+      CPacketMachine::T_Room tRoom;
+      int iRet = p_cMachine.GetRoom(iFirstRoom, tRoom, p_tFault);
+      if (iRet < 0) return iRet;
+      iRet = ReceiveData(tRoom.pAt, tRoom.iLen, p_iTimeOut);
+      if (iRet < 0) return p_cMachine.Cut(iRet, p_tFault);
+      iRet = p_cMachine.Fill(tRoom.iLen, p_tFault);
+      if (iRet < 0) return iRet;
+    }
+    return 0;
+  });
+}
+
+int CTcpAdaptor::ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo) {
+  return ReadPacket(p_pInfo, [=](CPacketMachine& p_cMachine, T_Fault& p_tFault) {
+    const int iRet = p_cMachine.Feed(p_pData, p_iLen, p_tFault);
+    if (iRet < 0 || p_cMachine.Part() == CPacketMachine::COMPLETE) return iRet;
+    return p_cMachine.Cut(RecvFault(0, p_tFault), p_tFault);
+  });
+}
+
+template <class DRIVE>
+int CTcpAdaptor::ReadPacket(T_PacketInfo* p_pInfo, DRIVE p_fnDrive) {
+  if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "p_pInfo");
+  CPacketMachine cMachine(p_pInfo, bKeepHeaders ? szLastRecvHeader : nullptr);
+  T_Fault tFault;
+  const int iRet = p_fnDrive(cMachine, tFault);
+  return tFault.iCode != 0 ? Fail(tFault.iCode, "%s", tFault.szDetail) : iRet;
+}

@@ -1,0 +1,162 @@
+// From a request packet to the bytes that answer it.
+#include "serve/answer.h"
+
+#include <callorv/base/exception.h>
+#include <callorv/net/tcp_adaptor.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "command.h"
+#include "common/packet_view.h"
+#include "common/text.h"
+
+namespace {
+
+// The message that says no, with its tags.
+enum { REJECT_MSG = 10, REJECT_CODE = 6, REJECT_TEXT = 7, REJECT_SERVICE = 8 };
+
+// The codes of the simulator's own rejections.
+enum { CODE_BAD_REQUEST = 400, CODE_NO_SERVICE = 404, CODE_BAD_REPLY = 500 };
+
+// Fills p_cReply with a rejection. False when the dictionary has none that can carry one.
+bool MakeReject(CMsg& p_cReply, int p_iCode, const std::string& p_sText, int p_iSvcNum) {
+  if (MA_GetMsgDic()->GetMsgInfo(REJECT_MSG) == nullptr) return false;
+  p_cReply.Init(REJECT_MSG, 0, 0);
+  return p_cReply.SetValue(REJECT_CODE, p_iCode) == 0 && p_cReply.SetValue(REJECT_TEXT, p_sText.c_str()) == 0 &&
+         p_cReply.SetValue(REJECT_SERVICE, p_iSvcNum) == 0;
+}
+
+// What a failure says as a text that a message can carry, which what it quotes may not be: "?" for what has no form.
+std::string WireText(const std::string& p_sText) {
+  std::string sOut = NearestLatin1(PrintableFailure(p_sText));
+  for (size_t i; (i = sOut.find("]]>")) != std::string::npos;) sOut[i + 2] = '?';
+  return sOut;
+}
+
+void PutCheckSum(std::string& p_sPacket, int p_iCheckSum) {
+  char szTrailer[CTcpAdaptor::TRAILER_SIZE + 1];
+  std::snprintf(szTrailer, sizeof szTrailer, "%03d", p_iCheckSum & 0xFF);
+  p_sPacket.replace(p_sPacket.size() - CTcpAdaptor::TRAILER_SIZE, CTcpAdaptor::TRAILER_SIZE, szTrailer);
+}
+
+int CheckSumOf(const std::string& p_sPacket) {
+  return CAdaptor::CalcCheckSum(p_sPacket.data(), static_cast<int>(p_sPacket.size()) - CTcpAdaptor::TRAILER_SIZE);
+}
+
+// Damages a good reply packet as the fault wants it.
+void Spoil(const T_FaultPlan& p_tPlan, T_Answer& p_tAnswer) {
+  std::string& sPacket = p_tAnswer.sBytes;
+  switch (p_tPlan.eKind) {
+    case FAULT_STALL:
+    case FAULT_TRUNCATE:
+      sPacket.resize(std::min<size_t>(sPacket.size(), p_tPlan.iArg));
+      p_tAnswer.eThen = p_tPlan.eKind == FAULT_STALL ? T_Answer::STALL : T_Answer::CLOSE;
+      break;
+    case FAULT_CHECKSUM: PutCheckSum(sPacket, CheckSumOf(sPacket) + 1); break;
+    case FAULT_ZLIB:
+      sPacket[CTcpAdaptor::HEADER_SIZE] = '?';    // zlib's own header no longer adds up
+      PutCheckSum(sPacket, CheckSumOf(sPacket));
+      break;
+    default: break;
+  }
+}
+
+std::string Joined(const std::vector<std::string>& p_as) {
+  std::string sAll;
+  for (const std::string& s : p_as) sAll += (sAll.empty() ? "" : "; ") + s;
+  return sAll;
+}
+
+}    // namespace
+
+CAnswerer::CAnswerer(const T_ServeOptions& p_tOptions) : m_tOptions(p_tOptions), m_cFaults(p_tOptions.asFaults) {
+  if (!m_tOptions.bEcho) m_cReplies.emplace(m_tOptions.sReplies, m_tOptions.bAsLibrary);
+  if (!m_tOptions.sRecord.empty()) m_cRecorder.emplace(m_tOptions.sRecord);
+}
+
+bool CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan,
+                          CAdaptor::T_PacketInfo& p_tReply, T_CallRecord& p_tCall) const {
+  CMsg cRequest(0, 0, 0, MA_GetMsgDic());
+  CMsg cReply(0, 0, 0, MA_GetMsgDic());
+  const auto fnReject = [&](int p_iCode, const std::string& p_sText) {
+    const std::string sText = WireText(p_sText);
+    p_tCall.bError = true;
+    p_tCall.sResult = "rejected " + std::to_string(p_iCode) + ' ' + sText;
+    return MakeReject(cReply, p_iCode, sText, p_tRequest.iSvcNum);
+  };
+  bool bAnswer = true;
+  try {
+    cRequest.LoadXml(p_tRequest.stBody.GetData());
+    if (p_tPlan.eKind == FAULT_REJECT) {
+      bAnswer = fnReject(p_tPlan.iArg, "rejected on request of --fault");
+    } else if (cRequest.GetMsgNum() != p_tRequest.iMsgNum) {
+      bAnswer = fnReject(CODE_BAD_REQUEST, "message " + std::to_string(p_tRequest.iMsgNum) + " in the header, " +
+                                               std::to_string(cRequest.GetMsgNum()) + " in the body");
+    } else if (!m_cReplies) {
+      p_tReply.stBody.AppendData(p_tRequest.stBody.GetData(), p_tRequest.stBody.GetSize());
+      p_tReply.iMsgNum = p_tRequest.iMsgNum;
+      return true;
+    } else {
+      m_cReplies->Load(p_tRequest.iSvcNum, cRequest, cReply);
+      if (cReply.GetMsgNum() == REJECT_MSG) p_tCall.sResult = "rejected by its reply file";
+    }
+  } catch (const CException& cError) {
+    bAnswer = fnReject(CODE_BAD_REQUEST, cError.GetText());
+  } catch (const CNoReply& cError) {
+    bAnswer = fnReject(CODE_NO_SERVICE, cError.what());
+  } catch (const CFailure& cError) {
+    bAnswer = fnReject(CODE_BAD_REPLY, cError.what());
+  }
+  if (!bAnswer) {
+    p_tCall.sResult += " (not sent: message 10 of the dictionary cannot carry it)";
+    return false;
+  }
+  cReply.ToXml(&p_tReply.stBody, false, false, 1);
+  p_tReply.iMsgNum = cReply.GetRootNum();
+  return true;
+}
+
+T_Answer CAnswerer::Answer(const std::string& p_sPacket, T_CallRecord& p_tCall) {
+  T_Answer tAnswer;
+  tAnswer.eThen = T_Answer::CLOSE;
+  CAdaptor::T_PacketInfo tRequest;
+  const std::vector<std::string> asWrong = CheckPacket(p_sPacket, tRequest);
+  if (!asWrong.empty()) {
+    tAnswer.eThen = T_Answer::REFUSE;
+    p_tCall.sResult = Joined(asWrong);
+    if (m_cRecorder) m_cRecorder->Save(p_sPacket, "", tRequest.iSvcNum);
+    return tAnswer;
+  }
+  p_tCall.iSvcNum = tRequest.iSvcNum;
+  p_tCall.iMsgNum = tRequest.iMsgNum;
+  p_tCall.sUserKey = tRequest.sUserKey.ToStr();
+  p_tCall.sResult = "ok";
+
+  const T_FaultPlan tPlan = m_cFaults.Next();
+  tAnswer.iDelay = m_tOptions.iDelay + tPlan.iDelay;
+  CAdaptor::T_PacketInfo tReply;
+  if (tPlan.eKind == FAULT_RESET || tPlan.eKind == FAULT_CLOSE) {
+    if (tPlan.eKind == FAULT_RESET) tAnswer.eThen = T_Answer::RESET;
+  } else if (MakeReply(tRequest, tPlan, tReply, p_tCall)) {
+    tReply.iSvcNum = tRequest.iSvcNum;
+    tReply.iExtra = tRequest.iExtra;
+    tReply.bCompressed = tPlan.eKind == FAULT_ZLIB || tReply.stBody.GetSize() > m_tOptions.iCompressOver;
+    CStream stPacket(0, 512);
+    CTcpAdaptor cBuilder;
+    if (cBuilder.BuildPacket(&tReply, stPacket) < 0) {
+      p_tCall.bError = true;
+      p_tCall.sResult = std::string("reply not made: ") + cBuilder.GetLastError();
+    } else {
+      tAnswer.sBytes.assign(stPacket.GetData(), stPacket.GetSize());
+      tAnswer.eThen = T_Answer::READ_NEXT;
+      Spoil(tPlan, tAnswer);
+    }
+  }
+  if (tPlan.eKind != FAULT_NONE && tPlan.eKind != FAULT_REJECT) {
+    p_tCall.bError = true;
+    p_tCall.sResult = std::string("fault ") + CFaults::Name(tPlan.eKind);
+  }
+  if (m_cRecorder) m_cRecorder->Save(p_sPacket, tAnswer.sBytes, tRequest.iSvcNum);
+  return tAnswer;
+}

@@ -1,0 +1,47 @@
+// From a request packet to the bytes that answer it; no sockets here.
+#ifndef CALLORV_TOOLS_ANSWER_H
+#define CALLORV_TOOLS_ANSWER_H
+
+#include <callorv/msg/msg.h>
+#include <callorv/net/adaptor.h>
+
+#include <optional>
+#include <string>
+
+#include "serve/fault.h"
+#include "serve/recorder.h"
+#include "serve/reply_store.h"
+#include "serve/serve_log.h"
+#include "serve/server.h"
+
+// What is to be done with the connection.
+struct T_Answer {
+  enum E_Then { READ_NEXT, STALL, CLOSE, RESET, REFUSE };
+  std::string sBytes;    // to be sent first
+  int iDelay = 0;        // milliseconds before
+  E_Then eThen = READ_NEXT;
+};
+
+// Any thread.
+class CAnswerer {
+ public:
+  // Throws CFailure and CUsage.
+  explicit CAnswerer(const T_ServeOptions& p_tOptions);
+
+  // p_sPacket  one packet, as long as its header says
+  // p_tCall    receives all but the peer, the times and the bytes sent
+  // A packet that breaks the rules gives REFUSE, and the reasons in p_tCall.sResult.
+  T_Answer Answer(const std::string& p_sPacket, T_CallRecord& p_tCall);
+
+ private:
+  const T_ServeOptions m_tOptions;
+  std::optional<CReplyStore> m_cReplies;    // none: echo
+  std::optional<CRecorder> m_cRecorder;
+  CFaults m_cFaults;
+
+  // The body and the message number of the reply; the result goes into p_tCall. False: there is no way to answer.
+  bool MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan, CAdaptor::T_PacketInfo& p_tReply,
+                 T_CallRecord& p_tCall) const;
+};
+
+#endif

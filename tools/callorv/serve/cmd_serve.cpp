@@ -1,0 +1,76 @@
+// callorv serve: a simulated service for people who develop against one that they cannot reach.
+#include <callorv/dict/msg_dic.h>
+
+#include <climits>
+#include <memory>
+
+#include "command.h"
+#include "common/options.h"
+#include "common/refusal.h"
+#include "serve/server.h"
+
+namespace {
+
+constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml, which is read
+again for every call; {{tag:1}} or {{tag:rows[0].price}} in it stands for that value
+of the request. A service without a file is rejected (message 10, code 404), a file with
+a value that the dictionary does not allow ends the server at its start.
+
+Faults, each for PERCENT of the calls (100 when left out):
+  delay:MS        answer later (1000)       checksum     wrong checksum
+  stall:BYTES     stop after BYTES (128)    zlib         body that cannot be decompressed
+  truncate:BYTES  close after BYTES (64)    reset        reset instead of an answer
+  reject:CODE     rejection (503)           close        close instead of an answer
+
+Examples:
+  callorv serve --dictionary dictionary.xml --replies replies --port 7000
+  callorv serve --dictionary dictionary.exml --echo --delay 200
+  callorv serve --dictionary dictionary.xml --replies replies --fault reset@10 --fault delay:500@50
+  callorv serve --dictionary dictionary.xml --replies replies --record packets)";
+
+void RunServe(const T_ServeOptions& p_tOptions) {
+  if (!p_tOptions.bEcho && p_tOptions.sReplies.empty()) throw CUsage("--replies DIR or --echo is needed");
+  LoadDictionary(*MA_GetMsgDic(), p_tOptions.sDictionary);
+  Serve(p_tOptions);
+}
+
+}    // namespace
+
+void AddServe(CLI::App& p_cApp) {
+  auto pOptions = std::make_shared<T_ServeOptions>();
+  T_ServeOptions& t = *pOptions;
+  CLI::App* pCommand = p_cApp.add_subcommand("serve", "Play the server: answer calls from a folder of reply files");
+  pCommand->add_option("--dictionary", t.sDictionary, "Dictionary, plain or .exml")->type_name("FILE")->required();
+  CLI::Option* pReplies =
+      pCommand->add_option("--replies", t.sReplies, "Folder of reply files, <service number>.xml each")
+          ->type_name("DIR");
+  pCommand->add_flag("--as-library", t.bAsLibrary, "Answer what the library makes of the reply files, unchecked")
+      ->needs(pReplies);
+  pCommand->add_flag("--echo", t.bEcho, "Answer every request with itself")->excludes(pReplies);
+  pCommand->add_option("--host", t.sHost, "Address to listen on")->type_name("HOST")->capture_default_str();
+  pCommand->add_option("--port", t.iPort, "Port to listen on; 0 takes a free one and prints it")
+      ->type_name("PORT")
+      ->check(Between(0, 65535))
+      ->capture_default_str();
+  pCommand->add_option("--delay", t.iDelay, "Milliseconds to wait before every answer")
+      ->type_name("MS")
+      ->check(Between(0, 3600000));
+  pCommand->add_option("--compress-over", t.iCompressOver, "Compress replies of more than this many bytes")
+      ->type_name("BYTES")
+      ->check(Between(0, INT_MAX))
+      ->capture_default_str();
+  pCommand->add_option("--fault", t.asFaults, "Play a fault; may be given several times")
+      ->type_name("KIND[:ARG][@PERCENT]")
+      ->allow_extra_args(false);
+  pCommand->add_option("--record", t.sRecord, "Keep every request and reply packet in this folder")->type_name("DIR");
+  pCommand->add_option("--timeout", t.iReadTimeOut, "Seconds for a request to come in, and for a reply to be taken")
+      ->type_name("SECONDS")
+      ->check(Between(1, 86400))
+      ->capture_default_str();
+  pCommand->add_option("--threads", t.iThreads, "Threads to work with; 0 is one for each processor")
+      ->type_name("N")
+      ->check(Between(0, 256));
+  pCommand->add_flag("--quiet", t.bQuiet, "No line for each call");
+  pCommand->footer(s_szFooter);
+  pCommand->callback([pOptions] { RunServe(*pOptions); });
+}
