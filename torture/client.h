@@ -82,21 +82,15 @@ inline const char* EndName(int p_iEnd) {
 
 enum { REJECT_CODE = 7 };    // of --fault reject:7
 
-// Calls p_iSvcNum with a text and a number, and tells how that ended. A reply counts only when it brings both back. Of
-// what is wrong, p_sWhat says what it is.
-inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, std::string& p_sWhat) {
-  const std::unique_ptr<CMsg> pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
-  if (pIn->SetValue(1, p_sText.c_str()) != 0 || pIn->SetValue(2, p_iNumber) != 0) {
-    p_sWhat = pIn->GetLastError();
-    return END_WRONG;
-  }
-  CCallOrvError cErr;
-  const int iRet = CCallOrv::CallServiceByMsg(p_iSvcNum, pIn.get(), pOut.get(), &cErr);
-  const std::string sErr = cErr.GetText().ToStr();
-  if (iRet == 0) {
+// How a call of p_iSvcNum with a text and a number ended. A reply counts only when it brings both back. Of what is wrong,
+// p_sWhat says what it is.
+inline E_End JudgeEcho(int p_iRet, CCallOrvError& p_cErr, CMsg& p_cOut, int p_iSvcNum, const std::string& p_sText, int p_iNumber,
+                       std::string& p_sWhat) {
+  const std::string sErr = p_cErr.GetText().ToStr();
+  if (p_iRet == 0) {
     CString sBack;
     int iBack = 0;
-    if (pOut->GetValue(1, &sBack) == 0 && pOut->GetValue(2, &iBack) == 0 && p_sText == sBack.ToStr() &&
+    if (p_cOut.GetValue(1, &sBack) == 0 && p_cOut.GetValue(2, &iBack) == 0 && p_sText == sBack.ToStr() &&
         iBack == p_iNumber) {
       return END_REPLY;
     }
@@ -104,7 +98,7 @@ inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, 
               ", text " + std::string(sBack.ToStr()).substr(0, 60);
     return END_WRONG;
   }
-  if (iRet == -4 && cErr.GetCode() == REJECT_CODE && cErr.iRefSvcNum == p_iSvcNum &&
+  if (p_iRet == -4 && p_cErr.GetCode() == REJECT_CODE && p_cErr.iRefSvcNum == p_iSvcNum &&
       sErr == "rejected on request of --fault") {
     return END_REJECT;
   }
@@ -119,6 +113,8 @@ inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, 
       {-5, "Socket closed(-9)(OK)", END_CLOSED},
       {-5, "Socket closed(-9)((Connection reset by peer))", END_RESET},
       {-5, "Socket timeout(-8)((recv to=0))", END_SILENCE},
+      {-5, "Socket timeout(-8)((header, ", END_SILENCE},    // in flight
+      {-5, "Socket timeout(-8)((body, ", END_CUT_OFF},
       {-5, "Packet is corrupted(-17)(uncompleted packet timeout(body))", END_CUT_OFF},
       {-3, "Failed in connect()(-5)((connect))", END_REFUSED},
       {-4, "Failed in send()(-6)((send errno=32,Broken pipe))", END_SEND},
@@ -128,12 +124,24 @@ inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, 
       {-4, "Failed in send()(-6)((send errno=4,Interrupted system call))", END_SEND_STOPPED},
   };
   for (const T_Text& tText : s_atTexts) {
-    if (iRet == -3 && cErr.GetCode() == tText.iCode && sErr.compare(0, strlen(tText.szBegin), tText.szBegin) == 0) {
+    if (p_iRet == -3 && p_cErr.GetCode() == tText.iCode && sErr.compare(0, strlen(tText.szBegin), tText.szBegin) == 0) {
       return tText.eEnd;
     }
   }
-  p_sWhat = "result " + std::to_string(iRet) + ", code " + std::to_string(cErr.GetCode()) + ", text " + sErr;
+  p_sWhat = "result " + std::to_string(p_iRet) + ", code " + std::to_string(p_cErr.GetCode()) + ", text " + sErr;
   return END_WRONG;
+}
+
+// Calls p_iSvcNum so.
+inline E_End EchoCall(int p_iSvcNum, const std::string& p_sText, int p_iNumber, std::string& p_sWhat) {
+  const std::unique_ptr<CMsg> pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
+  if (pIn->SetValue(1, p_sText.c_str()) != 0 || pIn->SetValue(2, p_iNumber) != 0) {
+    p_sWhat = pIn->GetLastError();
+    return END_WRONG;
+  }
+  CCallOrvError cErr;
+  const int iRet = CCallOrv::CallServiceByMsg(p_iSvcNum, pIn.get(), pOut.get(), &cErr);
+  return JudgeEcho(iRet, cErr, *pOut, p_iSvcNum, p_sText, p_iNumber, p_sWhat);
 }
 
 #endif

@@ -15,6 +15,7 @@ import reply_model
 from reply_model import FIELDS, HEADER, TRAILER
 
 BATCH = 200    # orders that surely fit into a pipe
+STEP_BATCH = 1000    # the same for calls in flight, whose deadlines pass together
 LARGE = 2**20    # bytes of the large body
 LARGE_FLIPS = 100000
 FITS = 64 * 1024    # as in the driver: longer ones cannot be sent by a peer that then stays silent
@@ -117,9 +118,36 @@ def cases(name, data, quick, seed):
             yield Case(prefix + label + suffix, size, puts, closes)
 
 
+DEADLINE = 500    # as in the driver
+# What the reply of a packet comes to that is no message: result, code and text.
+NO_MESSAGE = "-3 -7 " + reply_model.shown(b"-21, XML parsing failed(Handler error : [F]MemData (L:1, C:1) "
+                                          b"invalid document structure)") + " ~"
+
+
+class StepCase:
+    """A call in flight, which gets the first cut bytes of a packet one by one."""
+
+    def __init__(self, name, cut, end):
+        self.label, self.cut, self.end = f"{name} steps {cut} {end}", cut, end
+
+    def order(self):
+        return f"{self.end} {self.cut}\n"
+
+    def expected(self, packet):
+        if self.end == "cancel":
+            return "cancelled 0"
+        outcome = reply_model.receive(packet, self.cut, self.end == "close", DEADLINE)
+        if outcome.code != 0:
+            return f"-3 -5 {reply_model.shown(outcome.text)} ~"
+        body = bytes(packet.data[HEADER:-TRAILER])
+        if outcome.compressed:
+            body = zlib.decompress(body)
+        return f"0 0 ~ {reply_model.shown(body)}" if body[:1] == b"<" else NO_MESSAGE
+
+
 class Driver:
-    def __init__(self, build):
-        program = os.path.join(build, "torture", "torture_reply_driver")
+    def __init__(self, build, name):
+        program = os.path.join(build, "torture", "torture_" + name)
         self.process = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def send(self, data):
@@ -127,7 +155,7 @@ class Driver:
         self.process.stdin.flush()
 
     def line(self):
-        return self.process.stdout.readline().decode().rstrip("\n")
+        return self.process.stdout.readline().decode().rstrip()
 
 
 def main():
@@ -139,9 +167,19 @@ def main():
     args = options.parse_args()
     print(f"replies: --seed {args.seed}", file=sys.stderr)
 
-    driver = Driver(args.build)
+    driver, stepper = Driver(args.build, "reply_driver"), Driver(args.build, "step_driver")
     tried = survived = 0
     outcomes = {}
+
+    def judge(case, line, seen):
+        nonlocal tried, survived
+        tried += 1
+        survived += seen == line
+        if seen != line:
+            print(f"replies: FAILED: {case.label}\n  expected {line}\n  seen     {seen}", file=sys.stderr)
+            if not seen:
+                sys.exit("replies: the driver has ended")
+
     for name, data in packets().items():
         driver.send(b"packet %d\n%s" % (len(data), data))
         damaged = reply_model.Bytes(data)
@@ -150,19 +188,23 @@ def main():
             driver.send("".join(case.order() for case in batch).encode())
             expected = [case.expected(damaged) for case in batch]
             for case, line in zip(batch, expected):
-                seen = driver.line()
-                tried += 1
-                survived += seen == line
                 code = line.split(" ", 1)[0]
                 outcomes[code] = outcomes.get(code, 0) + 1
-                if seen != line:
-                    print(f"replies: FAILED: {case.label}\n  expected {line}\n  seen     {seen}", file=sys.stderr)
-                    if not seen:
-                        sys.exit("replies: the driver has ended")
+                judge(case, line, driver.line())
+        steps = [] if len(data) > FITS else [StepCase(name, cut, end) for cut in range(len(data) + 1)
+                                             for end in ("keep", "close", "cancel")]
+        steps = [case for case in steps if case.label.startswith(args.only)]
+        stepper.send(b"packet %d\n%s" % (len(data), data))
+        for at in range(0, len(steps), STEP_BATCH):
+            batch = steps[at:at + STEP_BATCH]
+            stepper.send(("".join(case.order() for case in batch) + "end\n").encode())
+            for case in batch:
+                judge(case, case.expected(damaged), stepper.line())
         print(f"replies: {name}: {tried} cases so far", file=sys.stderr)
-    driver.process.stdin.close()
-    if driver.process.wait() != 0:
-        sys.exit(f"replies: the driver ended with {driver.process.returncode}")
+    for each in driver, stepper:
+        each.process.stdin.close()
+        if each.process.wait() != 0:
+            sys.exit(f"replies: the driver ended with {each.process.returncode}")
     print("replies: codes", *(f"{code}: {count}" for code, count in sorted(outcomes.items())), sep="  ",
           file=sys.stderr)
     print(f"replies: {tried} cases, {survived} survived")

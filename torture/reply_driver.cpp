@@ -5,7 +5,7 @@
 //   keep|close CUT [AT HEX]...     one case: the packet's first CUT bytes, with the bytes HEX instead of those at AT;
 //                                  then the connection stays open (the library waits for no time) or is closed
 // Each case is answered by one line: code, text, the fields, the body's length and its sum, with blanks between them.
-// In texts, what is not printable, the blank, the backslash and '~' are written as \xx; an empty text is ~.
+// Texts are as driver_text.h writes them.
 #include <callorv/net/tcp_adaptor.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,6 +18,7 @@
 #include <string>
 #include <thread>
 
+#include "driver_text.h"
 #include "support/peer.h"
 
 namespace {
@@ -30,19 +31,6 @@ class CReader final : public CTcpAdaptor {
   explicit CReader(int p_iSock) { iSock = p_iSock; }
   ~CReader() override { Disconnect(); }
 };
-
-void Print(const char* p_szText) {
-  if (*p_szText == 0) putchar('~');
-  for (; *p_szText != 0; ++p_szText) {
-    const unsigned char c = static_cast<unsigned char>(*p_szText);
-    if (c > ' ' && c < '~' && c != '\\') {
-      putchar(c);
-    } else {
-      printf("\\%02x", c);
-    }
-  }
-  putchar(' ');
-}
 
 // The sum of the bytes, each counted by its place, so that it is quickly adjusted for a byte that changes. In blocks of
 // a fixed size, which the compiler makes wide.
@@ -64,11 +52,11 @@ uint64_t PlacedSum(const unsigned char* p_p, size_t p_uLen) {
 
 void Print(int p_iRet, const char* p_szText, CAdaptor::T_PacketInfo& p_tInfo) {
   printf("%d ", p_iRet);
-  Print(p_szText);
+  PrintText(p_szText);
   printf("%d %d %d ", p_tInfo.iSvcNum, p_tInfo.iMsgNum, p_tInfo.iExtra);
-  for (CString* p : {&p_tInfo.sTimeStamp, &p_tInfo.sUserKey, &p_tInfo.sAux13}) Print(p->ToStr());
+  for (CString* p : {&p_tInfo.sTimeStamp, &p_tInfo.sUserKey, &p_tInfo.sAux13}) PrintText(p->ToStr());
   printf("%c ", p_tInfo.bCompressed ? 'Y' : 'N');
-  for (CString* p : {&p_tInfo.sAux8, &p_tInfo.sAux21}) Print(p->ToStr());
+  for (CString* p : {&p_tInfo.sAux8, &p_tInfo.sAux21}) PrintText(p->ToStr());
   const unsigned char* pBody = reinterpret_cast<const unsigned char*>(p_tInfo.stBody.GetData());
   const size_t uLen = static_cast<size_t>(p_tInfo.stBody.GetSize());
   printf("%zu %llu\n", uLen, static_cast<unsigned long long>(PlacedSum(pBody, uLen)));

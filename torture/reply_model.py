@@ -104,15 +104,25 @@ def uncompress(sent, room):
     return verdict, len(stream.out), bytes(stream.out)
 
 
-def receive(packet, cut, closes):
-    """The outcome for the first cut bytes of packet (Bytes), after which the peer closes or falls silent."""
+def receive(packet, cut, closes, deadline=None):
+    """The outcome for the first cut bytes of packet (Bytes), after which the peer closes or falls silent.
+
+    deadline: milliseconds that a call in flight has; None: a blocking one, which waits for no time.
+    """
     outcome = Outcome()
 
-    def ended(silence, detail):
-        return outcome.fail(-9, b"OK") if closes else outcome.fail(silence, detail)
+    def ended(part):
+        if closes:
+            return outcome.fail(-9, b"OK")
+        if deadline is not None:
+            return outcome.fail(-8, b"(%s, %d ms)" % (part, deadline))
+        return outcome.fail(-8, b"(recv to=0)") if part == b"header" else silent(part)
+
+    def silent(part):
+        return outcome.fail(-17, b"uncompleted packet timeout(%s)" % part)
 
     if cut < HEADER:
-        return ended(-8, b"(recv to=0)")
+        return ended(b"header")
     header = bytes(packet.data[:HEADER])
     field = {name: header[at:at + width] for name, (at, width) in FIELDS.items()}
     if field["begin string"] != BEGIN:
@@ -127,11 +137,11 @@ def receive(packet, cut, closes):
     length = number(field["packet length"])
     if length < HEADER:
         if length - HEADER == -8:    # cannot be told from a wait that was too long
-            return outcome.fail(-17, b"uncompleted packet timeout(body)")
+            return silent(b"body")
         outcome.code = length - HEADER
         return outcome
     if cut < length:
-        return ended(-17, b"uncompleted packet timeout(body)")
+        return ended(b"body")
     body_sum, placed_sum = packet.sums(HEADER, length)
     if outcome.compressed:
         verdict, made, body = uncompress(bytes(packet.data[HEADER:length]), number(field["body length"]))
@@ -142,7 +152,7 @@ def receive(packet, cut, closes):
         outcome.body_length, outcome.body_sum = length - HEADER, placed_sum
 
     if cut < length + TRAILER:
-        return ended(-17, b"uncompleted packet timeout(checksum)")
+        return ended(b"checksum")
     computed = (sum(header) + body_sum) % 256
     received = number(bytes(packet.data[length:length + TRAILER]))
     if computed != received:
