@@ -85,16 +85,18 @@ class CCalls {
   // for each that is returned would take a time that grows with the square of their number.
   bool Poll(pollfd* p_ptPoll, long long p_iEnd) const {
     nfds_t uCalls = 0;
+    long long iDeadline = LLONG_MAX;    // the first of theirs
     for (int i = Next(0); i < m_iCount; i = Next(i + 1)) {
       const CallOrv_Call& cCall = *m_fnAt(i);
       p_ptPoll[uCalls++] = {cCall.GetFd(), static_cast<short>(cCall.GetEvents()), 0};
-      p_iEnd = std::min(p_iEnd, cCall.GetEnd());
+      iDeadline = std::min(iDeadline, cCall.GetEnd());
     }
-    if (poll(p_ptPoll, uCalls, MillisecondsUntil(p_iEnd)) < 0) return false;
+    if (poll(p_ptPoll, uCalls, MillisecondsUntil(std::min(p_iEnd, iDeadline))) < 0) return false;
     const long long iNow = Now();
+    const bool bLate = iDeadline <= iNow;    // else none of them is looked at for that
     for (int i = Next(0); i < m_iCount; i = Next(i + 1)) {
       CallOrv_Call& cCall = *m_fnAt(i);
-      if (p_ptPoll++->revents != 0 || cCall.GetEnd() <= iNow) cCall.Step();
+      if (p_ptPoll++->revents != 0 || (bLate && cCall.GetEnd() <= iNow)) cCall.Step();
     }
     return true;
   }
