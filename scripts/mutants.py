@@ -110,9 +110,8 @@ class Run:
                 by = list(filter(None, pool.map(lambda check: self.fails(bench, check), tools)))
             if by:
                 return "killed", by[0]
-            if layer in self.build.units and bench.leaks(layer):
-                return "killed", f"unit_{layer}: memory is lost"
-            return "survived", ""
+            by = layer in self.build.units and bench.leaks(layer)
+            return ("killed", by) if by else ("survived", "")
         except SyntaxError:
             return "does not compile", ""
         finally:
@@ -206,7 +205,7 @@ def main():
     options = parser.parse_args()
     root = pathlib.Path(__file__).resolve().parent.parent
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    resource.setrlimit(resource.RLIMIT_AS, (8 * GB, 8 * GB))
+    resource.setrlimit(resource.RLIMIT_AS, (8 * GB, resource.RLIM_INFINITY))
 
     run = Run(root, options.jobs, options.again)
     unseen, lost = read_changes(run, root / "scripts/mutants.list")

@@ -46,7 +46,7 @@ class CSaxReader : public SAX2XMLReaderImpl {
 
   void doctypeDecl(const DTDElementDecl& p_cRoot, const XMLCh* const p_szPublic, const XMLCh* const p_szSystem,
                    const bool p_bInternal, const bool p_bExternal) override {
-    if (!p_bInternal && !p_bExternal) getLexicalHandler()->startDTD(p_cRoot.getFullName(), p_szPublic, p_szSystem);
+    getLexicalHandler()->startDTD(p_cRoot.getFullName(), p_szPublic, p_szSystem);
     SAX2XMLReaderImpl::doctypeDecl(p_cRoot, p_szPublic, p_szSystem, p_bInternal, p_bExternal);
   }
 

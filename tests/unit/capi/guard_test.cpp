@@ -8,6 +8,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 using callorv::detail::Guard;
 using callorv::detail::GuardService;
@@ -16,8 +17,10 @@ namespace {
 
 // Not all zero behind its text, so that what is written there can be seen.
 CallOrv_Error OldRecord() {
-  CallOrv_Error tErr = {99, "", 77};
-  memset(tErr.szText, '#', sizeof(tErr.szText));
+  CallOrv_Error tErr;
+  memset(static_cast<void*>(&tErr), '~', sizeof(tErr));
+  tErr.iCode = 99;
+  tErr.iRefSvcNum = 77;
   memcpy(tErr.szText, "old", 4);
   return tErr;
 }
@@ -76,6 +79,7 @@ TEST_CASE("a text is cut at 1022 characters") {
     });
     CheckRecord(tErr, -3, sText.substr(0, 1022), -1);
     CHECK(tErr.szText[1022] == 0);
+    CHECK(std::string_view(reinterpret_cast<const char*>(&tErr), sizeof(tErr))[1027] == '~');    // nothing behind it
 
     GuardService(&tErr, [&](CCallOrvError*) -> int { throw CException(sText.c_str(), -12); });
     CheckRecord(tErr, -12, ("MSG_Error(-12) : Parameter is NULL {" + sText + "}").substr(0, 1022), 0);
