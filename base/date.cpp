@@ -1,10 +1,7 @@
 // A date text of up to eight characters.
 #include "callorv/base/date.h"
 
-#include <cstddef>
 #include <cstring>
-
-static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "the flag follows the text without a gap");
 
 CDate::CDate() noexcept : m_szDate(), m_bSet(false) {}
 

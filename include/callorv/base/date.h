@@ -2,6 +2,8 @@
 #ifndef CALLORV_BASE_DATE_H
 #define CALLORV_BASE_DATE_H
 
+#include <cstddef>
+
 #include "callorv/base/compare.h"
 #include "callorv/export.h"
 
@@ -23,6 +25,7 @@ class CALLORV_API CDate {
   bool IsSet() const { return m_bSet; }
   const char* ToStr() const { return m_szDate; }    // never null
 };
+static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "programs know its layout");
 
 namespace callorv {
 namespace detail {

@@ -97,6 +97,7 @@ class CALLORV_API CString {
   char* NewHeap(int p_iSize);      // the same, always on the heap
   void SetSize(int p_iSize);       // after writing into Reserve()'s room
 };
+static_assert(sizeof(CString) == 16, "programs know its size, which is the same on 32-bit and 64-bit");
 
 namespace callorv {
 namespace detail {

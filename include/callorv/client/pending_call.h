@@ -48,5 +48,6 @@ class CALLORV_API CPendingCall {
  private:
   CallOrv_Call* m_pCall;    // ours
 };
+static_assert(sizeof(CPendingCall) == sizeof(void*), "programs know its size");
 
 #endif

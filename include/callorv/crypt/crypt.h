@@ -2,6 +2,8 @@
 #ifndef CALLORV_CRYPT_CRYPT_H
 #define CALLORV_CRYPT_CRYPT_H
 
+#include <cstddef>
+
 #include "callorv/base/str.h"
 #include "callorv/base/stream.h"
 #include "callorv/export.h"
@@ -13,7 +15,8 @@ struct T_KeyFile {
   unsigned char abIndex[32];      // where they stand in the table: 1 to 255, 0 ends the list; [16] other than 0: the
                                   // encrypted key has 32 bytes, else 16
 };
-static_assert(sizeof(T_KeyFile) == 4144, "a key file is read as it stands");
+static_assert(offsetof(T_KeyFile, abTable) == 16 && offsetof(T_KeyFile, abIndex) == 4112 && sizeof(T_KeyFile) == 4144,
+              "a key file is read as it stands");
 
 // SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE).
 // Encrypted data is a multiple of 16 bytes; the last plain byte says how many bytes of the last block are padding.

@@ -63,5 +63,6 @@ class CALLORV_API CLastError {
 
   friend struct CMsgOps;
 };
+static_assert(sizeof(CLastError) == sizeof(void*), "programs know its size");
 
 #endif

@@ -2,6 +2,8 @@
 #ifndef CALLORV_MSG_NULLABLE_H
 #define CALLORV_MSG_NULLABLE_H
 
+#include <cstddef>
+
 template <class T>
 struct T_Nullable {
   T m_Value;
@@ -24,5 +26,7 @@ struct T_Nullable {
 typedef T_Nullable<int> CInt;
 typedef T_Nullable<double> CDbl;
 typedef T_Nullable<bool> CBool;
+static_assert(offsetof(CInt, m_bSet) == 4 && offsetof(CDbl, m_bSet) == 8 && offsetof(CBool, m_bSet) == 1,
+              "programs know their layout");
 
 #endif

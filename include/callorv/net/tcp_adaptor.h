@@ -2,6 +2,8 @@
 #ifndef CALLORV_NET_TCP_ADAPTOR_H
 #define CALLORV_NET_TCP_ADAPTOR_H
 
+#include <cstddef>
+
 #include "callorv/net/adaptor.h"
 
 // A packet is a 128-byte text header, the body (plain, or compressed by zlib) and a 3-digit checksum.
@@ -59,6 +61,8 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
     int iAt;               // bytes from the packet's start
     int iWidth;            // bytes
   };
+  static_assert(offsetof(T_Field, iAt) == sizeof(void*) && offsetof(T_Field, iWidth) == sizeof(void*) + 4,
+                "programs know its layout");
   // Null outside BEGIN_STRING to AUX21. Constant.
   static const T_Field* GetField(int p_iField);
   static const char* GetBeginString();    // what every packet begins with
