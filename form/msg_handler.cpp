@@ -10,7 +10,7 @@
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
-#include "msg/msg_ops.h"
+#include "msg/access.h"
 
 using namespace xercesc;
 using namespace callorv::detail;
@@ -114,7 +114,7 @@ void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen)
   const CNarrow cText(p_szText, p_uLen);
   const std::string_view svText = Trimmed(cText.Text());
   if (svText.empty() || m_iCurrentTag < 0) return;
-  CMsgOps::StoreText(*m_pCurrentMsg, CMsgOps::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(), TextLen(svText.size()));
+  CAccess::StoreText(*m_pCurrentMsg, CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(), TextLen(svText.size()));
 }
 
 void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {

@@ -8,7 +8,8 @@
 #include "base/text_out.h"
 #include "callorv/base/stream.h"
 #include "form/own_form_reader.h"
-#include "msg/msg_ops.h"
+#include "msg/cells.h"
+#include "msg/prefetch.h"
 
 using namespace callorv::detail;
 
@@ -102,7 +103,7 @@ struct CMsgWalk {
     for (; p_tPlace.pCell == nullptr && p_tPlace.iOrder < iTags; ++p_tPlace.iOrder) {
       const int iTag = pMsgInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0) p_cForm.BadTag(iTag);
-      const CMsgValue* pCell = CMsgOps::GetHashBag(*p_tPlace.pMsg, iTag);
+      const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
       if (pCell == nullptr || !pCell->m_bSet || pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pMsgInfo->GetTagInfo(iTag);
@@ -120,15 +121,15 @@ struct CMsgWalk {
     const CMsgValue& cCell = *p_tPlace.pCell;
     if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 && IsWritten(cCell.m_pMsg) ? cCell.m_pMsg : nullptr;
     if (cCell.m_pMsgArr == nullptr) return nullptr;
-    CMsgOps::PrefetchRow(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CMsgOps::ROWS_AHEAD);
-    CMsgOps::PrefetchCells(*cCell.m_pMsgArr, p_tPlace.iRow + CMsgOps::ROWS_AHEAD);
+    CPrefetch::Row(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CPrefetch::ROWS_AHEAD);
+    CPrefetch::Cells(*cCell.m_pMsgArr, p_tPlace.iRow + CPrefetch::ROWS_AHEAD);
     while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize()) {
       const CMsg* pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
       if (IsWritten(pSub)) return pSub;
     }
     return nullptr;
   }
-  static bool IsWritten(const CMsg* p_pSub) { return p_pSub != nullptr && !CMsgOps::IsVacant(*p_pSub); }
+  static bool IsWritten(const CMsg* p_pSub) { return p_pSub != nullptr && !CCells::IsVacant(*p_pSub); }
 };
 
 namespace {

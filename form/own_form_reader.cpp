@@ -9,7 +9,9 @@
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
-#include "msg/msg_ops.h"
+#include "msg/access.h"
+#include "msg/cells.h"
+#include "msg/owner.h"
 
 namespace callorv::detail {
 
@@ -47,9 +49,9 @@ class CScanner {
 
   bool Read() {
     if (!ReadRoot()) return false;
-    const CMsgOps::T_Trial tTrial = CMsgOps::BeginRead(m_cMsg);
+    const COwner::T_Trial tTrial = COwner::BeginRead(m_cMsg);
     const bool bGood = ReadAll();
-    CMsgOps::EndRead(m_cMsg, tTrial, bGood);
+    COwner::EndRead(m_cMsg, tTrial, bGood);
     return bGood;
   }
 
@@ -83,7 +85,7 @@ class CScanner {
     m_bByName = Take(" type=\"name\"");
     if (!Take(" ver=\"")) return false;
     const std::string_view svVer = TakeAll(IN_VERSION);
-    if (!Take("\">") || !CMsgOps::IsDefined(m_cMsg, iMsg)) return false;
+    if (!Take("\">") || !CAccess::IsDefined(m_cMsg, iMsg)) return false;
     CString sVer;
     sVer.Set(svVer.data(), TextLen(svVer.size()));
     m_cMsg.Init(iMsg, 0, 0);
@@ -113,8 +115,8 @@ class CScanner {
       if (pTag->m_eType != TAG_SUBMSG) {
         if (!ReadValue(*pOpen->pMsg, *pTag) || !Take("</") || !Take(svName) || !Take(">")) return false;
       } else {
-        if (pOpen == atOpen + MAX_NESTING || !CMsgOps::IsDefined(m_cMsg, pTag->m_iSubMsg)) return false;
-        CMsg* pSub = CMsgOps::MakeSub(*pOpen->pMsg, pTag->m_iTagNum);
+        if (pOpen == atOpen + MAX_NESTING || !CAccess::IsDefined(m_cMsg, pTag->m_iSubMsg)) return false;
+        CMsg* pSub = COwner::MakeSub(*pOpen->pMsg, pTag->m_iTagNum);
         *++pOpen = {pSub, svName};
       }
     }
@@ -139,7 +141,7 @@ class CScanner {
       ++m_p;
       if (!TakeNumber(iTag)) return nullptr;
     }
-    return CMsgOps::FindTag(p_cMsg, iTag);
+    return CCells::FindTag(p_cMsg, iTag);
   }
 
   bool ReadValue(CMsg& p_cMsg, const CTagInfo& p_cTag) {
@@ -151,7 +153,7 @@ class CScanner {
       if (svText.size() > MAX_PLAIN_TEXT) return false;
     }
     svText = Trimmed(svText);
-    if (!svText.empty()) CMsgOps::StoreText(p_cMsg, p_cTag, svText.data(), TextLen(svText.size()));
+    if (!svText.empty()) CAccess::StoreText(p_cMsg, p_cTag, svText.data(), TextLen(svText.size()));
     return true;
   }
 

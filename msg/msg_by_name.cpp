@@ -1,20 +1,20 @@
 // The operations on a message by tag name: each is the one by number for the tag of that name.
 #include "callorv/msg/msg.h"
-#include "msg/msg_ops.h"
+#include "msg/access.h"
 
 namespace {
 
 template <class T>
 int SetByName(CMsg& p_cMsg, const char* p_szName, T p_Value) {
-  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
 }
 template <class T>
 int GetByName(CMsg& p_cMsg, const char* p_szName, T* p_pOut) {
-  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
 }
 template <class T>
 int GetAtByName(CMsg& p_cMsg, const char* p_szName, int p_iIndex, T* p_pOut) {
-  return CMsgOps::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
 }
 
 }    // namespace
@@ -67,5 +67,5 @@ int CMsg::GetValueAt(char* p_szName, int p_iIndex, CMsg** p_ppOut) {
   return GetAtByName(*this, p_szName, p_iIndex, p_ppOut);
 }
 int CMsg::GetArrSize(char* p_szName) {
-  return CMsgOps::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
+  return callorv::detail::CAccess::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
 }

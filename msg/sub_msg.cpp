@@ -3,7 +3,11 @@
 #include <utility>
 
 #include "callorv/msg/msg.h"
-#include "msg/msg_ops.h"
+#include "callorv/base/exception.h"
+#include "msg/access.h"
+#include "msg/cells.h"
+#include "msg/owner.h"
+#include "msg/prefetch.h"
 
 using namespace callorv::detail;
 
@@ -23,7 +27,7 @@ enum { NEAR_LEVELS = 64 };    // so many steps up take less time than one throug
 
 // ---- places
 
-void CMsgOps::Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell) {
+void COwner::Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell) {
   p_cSub.m_pOwner = p_cSub.m_pParent = &p_cMsg;
   p_cSub.m_pCell = &p_cCell;
   p_cSub.m_iRow = 0;
@@ -35,7 +39,7 @@ void CMsgOps::Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell) {
   }
 }
 
-void CMsgOps::TakeOut(CMsg& p_cMsg) {
+void COwner::TakeOut(CMsg& p_cMsg) {
   CMsgValue& cCell = *p_cMsg.m_pCell;
   if (cCell.m_bMulti) {
     cCell.m_pMsgArr->m_apMsg[p_cMsg.m_iRow] = nullptr;
@@ -48,7 +52,7 @@ void CMsgOps::TakeOut(CMsg& p_cMsg) {
   p_cMsg.m_bLent = p_cMsg.m_bVacant = false;
 }
 
-const char* CMsgOps::AppendRow(CMsgValue& p_cCell, CMsg* p_pSub) {
+const char* COwner::AppendRow(CMsgValue& p_cCell, CMsg* p_pSub) {
   try {
     if (p_cCell.m_pMsgArr == nullptr) p_cCell.m_pMsgArr = new CMsgArray(true);
     AddTo(*p_cCell.m_pMsgArr, p_pSub);
@@ -59,27 +63,17 @@ const char* CMsgOps::AppendRow(CMsgValue& p_cCell, CMsg* p_pSub) {
   return nullptr;
 }
 
-void CMsgOps::DropLastRow(CMsgValue& p_cCell) {
+void COwner::DropLastRow(CMsgValue& p_cCell) {
   p_cCell.m_pMsgArr->m_apMsg[--p_cCell.m_pMsgArr->m_iSize] = nullptr;
   p_cCell.m_bSet = p_cCell.m_pMsgArr->m_iSize > 0;
-}
-
-// The messages that offered this one its place hold something now, too, unless it cannot be reached from them any more.
-void CMsgOps::FillUp(CMsg& p_cMsg) {
-  CMsg* p = &p_cMsg;
-  p->m_bEmpty = false;
-  while (std::exchange(p->m_bVacant, false) && GetHashBag(*p->m_pOwner, p->m_pCell->m_iTagNum) == p->m_pCell) {
-    p = p->m_pOwner;
-    p->m_bEmpty = false;
-  }
 }
 
 // ---- what stands in a message
 
 // The cell behind p_pCell, the first for null: those in the slots, then those in none. Null behind the last.
-const CMsgValue* CMsgOps::NextCell(const CMsg& p_cMsg, const CMsgValue* p_pCell) {
+const CMsgValue* COwner::NextCell(const CMsg& p_cMsg, const CMsgValue* p_pCell) {
   if (p_pCell != nullptr && p_pCell->m_pNext != nullptr) return p_pCell->m_pNext;
-  if (p_pCell == nullptr || GetHashBag(p_cMsg, p_pCell->m_iTagNum) == p_pCell) {
+  if (p_pCell == nullptr || CCells::GetHashBag(p_cMsg, p_pCell->m_iTagNum) == p_pCell) {
     const int iSlots = p_cMsg.m_iCells > 0 ? p_cMsg.m_pMsgInfo->GetHashKey() : 0;
     unsigned uSlot = p_pCell != nullptr ? ChainOf(p_pCell->m_iTagNum, iSlots) + 1 : 0;
     for (; uSlot < static_cast<unsigned>(iSlots); ++uSlot) {
@@ -91,7 +85,7 @@ const CMsgValue* CMsgOps::NextCell(const CMsg& p_cMsg, const CMsgValue* p_pCell)
 }
 
 // The sub-message behind row p_iRow of p_pCell, or the message's first for a null cell; null behind the last.
-const CMsg* CMsgOps::NextSub(const CMsg& p_cMsg, const CMsgValue* p_pCell, int p_iRow) {
+const CMsg* COwner::NextSub(const CMsg& p_cMsg, const CMsgValue* p_pCell, int p_iRow) {
   if (!p_cMsg.m_bHasSubs) return nullptr;
   for (;;) {
     if (p_pCell != nullptr && p_pCell->m_eType == TAG_SUBMSG && p_pCell->m_bMulti && p_pCell->m_pMsgArr != nullptr) {
@@ -107,7 +101,7 @@ const CMsg* CMsgOps::NextSub(const CMsg& p_cMsg, const CMsgValue* p_pCell, int p
 }
 
 // The message behind p_pMsg among those within p_cTop, each before what stands in it; null behind the last.
-const CMsg* CMsgOps::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
+const CMsg* COwner::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
   const CMsg* pNext = NextSub(*p_pMsg, nullptr, -1);
   for (; pNext == nullptr && p_pMsg != &p_cTop; p_pMsg = p_pMsg->m_pOwner) {
     pNext = NextSub(*p_pMsg->m_pOwner, p_pMsg->m_pCell, p_pMsg->m_iRow);
@@ -118,7 +112,7 @@ const CMsg* CMsgOps::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
 // Goes up from the message. Where that is far, it also goes through all that stands in p_cTop, at the same pace: when nothing is
 // left there, the message is further down than p_cTop goes, and so elsewhere. The shorter way decides: so a tree is built in
 // about linear time whether it grows inwards or outwards.
-bool CMsgOps::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
+bool COwner::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
   if (!p_cTop.m_bHasSubs) return &p_cMsg == &p_cTop;
   const CMsg* pUp = &p_cMsg;
   const CMsg* pBelow = &p_cTop;
@@ -131,34 +125,35 @@ bool CMsgOps::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
 
 // ---- storing
 
-int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
+int COwner::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   if (p_pSub == nullptr) return p_cMsg.Fail(MSG_NULL, "%s", "");
-  E_Standing eStanding = p_pSub->m_pOwner != nullptr   ? STANDS_ELSEWHERE
-                         : IsWithin(p_cMsg, *p_pSub) ? STANDS_AROUND
-                                                     : STANDS_NOWHERE;
+  const CTagInfo* pTag = CCells::FindTag(p_cMsg, p_iTag);
+  CMsgValue* pCell = pTag != nullptr ? CCells::GetHashBag(p_cMsg, p_iTag) : nullptr;
+  const bool bHere = pCell != nullptr && pCell->m_eType == TAG_SUBMSG && !pCell->m_bMulti && pCell->m_pMsg == p_pSub;
+  const E_Standing eStanding = bHere                         ? STANDS_HERE
+                               : p_pSub->m_pOwner != nullptr ? STANDS_ELSEWHERE
+                               : IsWithin(p_cMsg, *p_pSub)   ? STANDS_AROUND
+                                                             : STANDS_NOWHERE;
   if (p_pSub->m_bEmpty && eStanding == STANDS_NOWHERE) {
     delete p_pSub;
     return 0;
   }
-  const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
-  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
-  CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
-  if (pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg == p_pSub) eStanding = STANDS_HERE;
+  if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
+  if (pTag->m_eType != TAG_SUBMSG) return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
   if (eStanding == STANDS_ELSEWHERE || eStanding == STANDS_AROUND) {
     return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
   }
 
   // First whatever may fail: then nothing was handed over.
-  if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
+  if (pCell == nullptr) pCell = CCells::SetHashBag(p_cMsg, *pTag);
+  if (pCell == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsgValue failed");
   CMsg* pReplaced = pCell->m_bMulti || eStanding == STANDS_HERE ? nullptr : pCell->m_pMsg;
   CMsgValue* pAside = nullptr;    // for one that this message made, and so must free
   if (pCell->m_bMulti) {
-    if (const char* szWhy = AppendRow(*pCell, p_pSub)) return FailMemory(p_cMsg, szWhy);
+    if (const char* szWhy = AppendRow(*pCell, p_pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
   } else if (pReplaced != nullptr && pReplaced->m_bMade) {
     pAside = SetAside(p_cMsg, *pTag);
-    if (pAside == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
+    if (pAside == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsgValue failed");
   }
   const int iListed = p_cMsg.AddChild(p_pSub);
   if (iListed != 0) {    // it is stored all the same, but the caller is told that it was not taken
@@ -180,15 +175,15 @@ int CMsgOps::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   p_pSub->m_iRootNum = p_cMsg.m_iRootNum;
   p_pSub->m_bLent = iListed != 0;
   if (iListed != 0) return iListed;
-  if (!p_pSub->m_bVacant) Fill(p_cMsg);    // one that stood here may be
+  if (!p_pSub->m_bVacant) CCells::Fill(p_cMsg);    // one that stood here may be
   return 0;
 }
 
 // A cell in no slot; null when there is no memory for it.
-CMsgValue* CMsgOps::SetAside(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+CMsgValue* COwner::SetAside(CMsg& p_cMsg, const CTagInfo& p_cTag) {
   try {
-    T_MsgExtra& tExtra = Extra(p_cMsg);
-    CMsgValue* pCell = NewCell(p_cMsg, p_cTag);
+    T_MsgExtra& tExtra = CCells::Extra(p_cMsg);
+    CMsgValue* pCell = CCells::NewCell(p_cMsg, p_cTag);
     if (pCell == nullptr) return nullptr;
     --p_cMsg.m_iCells;
     pCell->m_pNext = std::exchange(tExtra.pAbandoned, pCell);
@@ -210,7 +205,7 @@ int CMsg::AddChild(CMsg* p_pSub) {
 
 // ---- making
 
-CMsg* CMsgOps::Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag) {
+CMsg* COwner::Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag) {
   void* p = p_cMsg.m_pArena->Allocate(sizeof(CMsg));    // in which the tag's cell is already
   if (p == nullptr) return nullptr;
   CMsg* pSub = new (p) CMsg(p_iMsgNum, p_iRootNum, p_iTag, p_cMsg.m_pMsgDic);
@@ -220,11 +215,11 @@ CMsg* CMsgOps::Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag
   return pSub;
 }
 
-int CMsgOps::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
-  const CTagInfo* pTag = FindTag(p_cMsg, p_iTag);
-  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) return FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
-  CMsgValue* pCell = GetHashBag(p_cMsg, p_iTag);
+int COwner::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
+  const CTagInfo* pTag = CCells::FindTag(p_cMsg, p_iTag);
+  if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
+  if (pTag->m_eType != TAG_SUBMSG) return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
+  CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
   if (pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg != nullptr) {
     p_pSub = pCell->m_pMsg;
     return 0;
@@ -234,13 +229,13 @@ int CMsgOps::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
   } catch (const CException& cError) {
     return p_cMsg.Fail(cError.GetCode(), "%s", cError.GetText());
   }
-  if (pCell == nullptr) pCell = SetHashBag(p_cMsg, *pTag);
-  if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
+  if (pCell == nullptr) pCell = CCells::SetHashBag(p_cMsg, *pTag);
+  if (pCell == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsgValue failed");
   CMsg* pSub = Construct(p_cMsg, pTag->m_iSubMsg, p_cMsg.m_iRootNum, p_iTag);
-  if (pSub == nullptr) return FailMemory(p_cMsg, "new CMsg failed");
+  if (pSub == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsg failed");
   if (pCell->m_bMulti) {
-    PrefetchNext(*pCell, pSub);
-    if (const char* szWhy = AppendRow(*pCell, pSub)) return FailMemory(p_cMsg, szWhy);
+    CPrefetch::Next(*pCell, pSub);
+    if (const char* szWhy = AppendRow(*pCell, pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
   }
   if (const int iListed = p_cMsg.AddChild(pSub)) {
     if (pCell->m_bMulti) DropLastRow(*pCell);
@@ -252,7 +247,7 @@ int CMsgOps::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
   return 0;
 }
 
-CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
+CMsg* COwner::MakeSub(CMsg& p_cMsg, int p_iTag) {
   if (p_cMsg.m_pMsgInfo == nullptr) {
     throw CException(MSG_UNDEF_MSG, "tagnum=%d,submsgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
   }
@@ -261,7 +256,7 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
   if (pTag->m_eType != TAG_SUBMSG) {
     throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(pTag->m_eType));
   }
-  CMsgValue& cCell = ParsedCell(p_cMsg, *pTag);
+  CMsgValue& cCell = CAccess::ParsedCell(p_cMsg, *pTag);
   if (cCell.m_bMulti && cCell.m_pMsgArr == nullptr) {    // there before its first row, and also when that cannot be made
     cCell.m_pMsgArr = new (std::nothrow) CMsgArray(true);
     if (cCell.m_pMsgArr == nullptr) throw CException(ValueTraits<CMsg*>::szNewArray, MSG_MEMORY);
@@ -273,7 +268,7 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
     if (pSub == nullptr) throw CException(cCell.m_bMulti ? "new CMsg1 failed" : "new CMsg2 failed", MSG_MEMORY);
     if (pSub->m_pMsgInfo == nullptr && !cCell.m_bMulti) pSub->Init(pTag->m_iSubMsg, 0, 0);    // says what is wrong
     if (cCell.m_bMulti) {
-      PrefetchNext(cCell, pSub);
+      CPrefetch::Next(cCell, pSub);
       if (const char* szWhy = AppendRow(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
     }
     Put(*pSub, p_cMsg, cCell);
@@ -283,23 +278,23 @@ CMsg* CMsgOps::MakeSub(CMsg& p_cMsg, int p_iTag) {
   if (const int iRet = p_cMsg.AddChild(pSub)) {
     throw CException(iRet, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
   }
-  Fill(p_cMsg);
+  CCells::Fill(p_cMsg);
   return pSub;
 }
 
 int CMsg::NewSub(int p_iTag, CMsg** p_ppOut) {
-  if (p_ppOut == nullptr) return CMsgOps::FailOutput(*this);
+  if (p_ppOut == nullptr) return CAccess::FailOutput(*this);
   *p_ppOut = nullptr;
-  return CMsgOps::NewSub(*this, p_iTag, *p_ppOut);
+  return COwner::NewSub(*this, p_iTag, *p_ppOut);
 }
 CMsg* CMsg::NewSub(int p_iTag) {
   CMsg* pSub = nullptr;
-  CMsgOps::NewSub(*this, p_iTag, pSub);
+  COwner::NewSub(*this, p_iTag, pSub);
   return pSub;
 }
 CMsg* CMsg::NewSub(const char* p_szName) {
   CMsg* pSub = nullptr;
-  CMsgOps::ByName(*this, p_szName, [&](int p_iTag) { return CMsgOps::NewSub(*this, p_iTag, pSub); });
+  CAccess::ByName(*this, p_szName, [&](int p_iTag) { return COwner::NewSub(*this, p_iTag, pSub); });
   return pSub;
 }
-CMsg* CMsg::MakeSubMsgEntry(int p_iTag) { return CMsgOps::MakeSub(*this, p_iTag); }
+CMsg* CMsg::MakeSubMsgEntry(int p_iTag) { return COwner::MakeSub(*this, p_iTag); }

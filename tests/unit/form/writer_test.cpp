@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "msg/msg_ops.h"
+#include "msg/cells.h"
 #include "support/comma_locale.h"
 #include "support/test_dic.h"
 
@@ -442,7 +442,7 @@ TEST_CASE("rows that are missing are not written, and rows keep their numbers") 
   CTestMsg cMsg(120);
   for (const char* szText : {"zero", "one", "two"}) cMsg->SetValue(16, NewRow(cMsg.Dic(), szText));
   for (int i = 0; i < 20; ++i) cMsg->SetValue(16, NewRow(cMsg.Dic(), "missing"));
-  CMsgArray& apRow = *CMsgOps::GetHashBag(*cMsg, 16)->m_pMsgArr;
+  CMsgArray& apRow = *callorv::detail::CCells::GetHashBag(*cMsg, 16)->m_pMsgArr;
   for (int i = 3; i < 23; ++i) apRow.SetAt(i, nullptr);
   apRow.SetAt(1, nullptr);
   CHECK(Body(*cMsg) == "<t16><t1><![CDATA[zero]]></t1></t16><t16><t1><![CDATA[two]]></t1></t16>");
@@ -459,8 +459,8 @@ TEST_CASE("an empty array is nothing in XML and an empty line in the listing") {
   CTestMsg cMsg(120);
   cMsg->SetValue(17, 1);
   cMsg->SetValue(16, NewRow(cMsg.Dic(), "row"));
-  CMsgOps::GetHashBag(*cMsg, 17)->m_pIntArr->RemoveAll();
-  CMsgOps::GetHashBag(*cMsg, 16)->m_pMsgArr->RemoveAll();
+  callorv::detail::CCells::GetHashBag(*cMsg, 17)->m_pIntArr->RemoveAll();
+  callorv::detail::CCells::GetHashBag(*cMsg, 16)->m_pMsgArr->RemoveAll();
   CHECK(Body(*cMsg).empty());
   CHECK(DumpXml(*cMsg).find("ver=''>\n</msg>") != std::string::npos);
   CHECK(Dump(*cMsg).find("     Ver : \n\n===") != std::string::npos);

@@ -1,10 +1,10 @@
 // Cells in states that only a lack of memory or another program's damage leaves behind.
-#include "msg/msg_ops.h"
+#include "msg/cells.h"
 #include "support/test_dic.h"
 
 namespace {
 
-CMsgValue& Cell(CTestMsg& p_cMsg, int p_iTag) { return *CMsgOps::GetHashBag(*p_cMsg, p_iTag); }
+CMsgValue& Cell(CTestMsg& p_cMsg, int p_iTag) { return *callorv::detail::CCells::GetHashBag(*p_cMsg, p_iTag); }
 
 // Message 120 with a value in every tag.
 class CFullMsg : public CTestMsg {

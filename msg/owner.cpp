@@ -4,7 +4,10 @@
 #include <utility>
 
 #include "callorv/msg/msg.h"
-#include "msg/msg_ops.h"
+#include "callorv/base/exception.h"
+#include "msg/cells.h"
+#include "msg/owner.h"
+#include "msg/prefetch.h"
 
 using namespace callorv::detail;
 
@@ -27,14 +30,14 @@ CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
 }
 
 CMsg::~CMsg() {
-  if (m_pOwner != nullptr) CMsgOps::TakeOut(*this);    // freed by the application
+  if (m_pOwner != nullptr) COwner::TakeOut(*this);    // freed by the application
   m_iRootNum = 0;
   m_iMsgNum = 0;
   m_pParent = nullptr;
-  CMsgOps::FreeContents(*this);
+  COwner::FreeContents(*this);
 }
 
-CMsgInfo* CMsgOps::Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum) {
+CMsgInfo* COwner::Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum) {
   if (p_iMsgNum < 1 || p_iMsgNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "1.msgnum=%d", p_iMsgNum);
   if (p_iRootNum >= CMsgDic::SLOTS) throw CException(MSG_MSG_RANGE, "2.msgnum=%d", p_iRootNum);
   CMsgInfo* pMsgInfo = p_cDic.GetMsgInfo(p_iMsgNum);
@@ -44,8 +47,8 @@ CMsgInfo* CMsgOps::Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum) {
 
 void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
   const int iRootNum = p_iRootNum > 0 ? p_iRootNum : p_iMsgNum;
-  CMsgInfo* pMsgInfo = CMsgOps::Definition(*m_pMsgDic, p_iMsgNum, iRootNum);
-  CMsgOps::Abandon(*this);
+  CMsgInfo* pMsgInfo = COwner::Definition(*m_pMsgDic, p_iMsgNum, iRootNum);
+  COwner::Abandon(*this);
   m_iRootNum = iRootNum;
   m_iMsgNum = p_iMsgNum;
   m_iParentTag = p_iParentTag;
@@ -54,7 +57,7 @@ void CMsg::Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag) {
   std::fill_n(m_apSlot, pMsgInfo->GetHashKey(), nullptr);    // no other slot is ever looked at
 }
 
-void CMsg::Clear() { CMsgOps::Clear(*this); }
+void CMsg::Clear() { COwner::Clear(*this); }
 
 char* CMsg::SetVer(const CString& p_sVer) {
   strncpy(m_szVer, p_sVer.ToStr(), VER_SIZE - 1);    // the last byte stays the terminator
@@ -71,13 +74,13 @@ CMsg* MA_NewMsg(int p_iMsgNum) {
   }
 }
 
-void MA_FreeMsg(CMsg* p_pMsg) { CMsgOps::Free(p_pMsg); }
+void MA_FreeMsg(CMsg* p_pMsg) { COwner::Free(p_pMsg); }
 
-void CMsgOps::Free(CMsg* p_pMsg) {
+void COwner::Free(CMsg* p_pMsg) {
   if (p_pMsg != nullptr && !p_pMsg->m_bMade) delete p_pMsg;
 }
 
-void CMsgOps::Destroy(CMsg& p_cMsg) {
+void COwner::Destroy(CMsg& p_cMsg) {
   if (p_cMsg.m_bMade) {
     p_cMsg.~CMsg();
   } else {
@@ -87,22 +90,22 @@ void CMsgOps::Destroy(CMsg& p_cMsg) {
 
 // p_fn(cell) for every cell in the slots, which are empty afterwards.
 template <class F>
-void CMsgOps::TakeCells(CMsg& p_cMsg, F p_fn) {
+void COwner::TakeCells(CMsg& p_cMsg, F p_fn) {
   for (CMsgValue** ppHead = p_cMsg.m_apSlot; p_cMsg.m_iCells > 0; ++ppHead) {
     for (; *ppHead != nullptr; --p_cMsg.m_iCells) p_fn(std::exchange(*ppHead, (*ppHead)->m_pNext));
   }
 }
 
-void CMsgOps::Abandon(CMsg& p_cMsg) {
+void COwner::Abandon(CMsg& p_cMsg) {
   if (p_cMsg.m_iCells > 0) {
-    T_MsgExtra& tExtra = Extra(p_cMsg);
+    T_MsgExtra& tExtra = CCells::Extra(p_cMsg);
     TakeCells(p_cMsg, [&](CMsgValue* p_pCell) { p_pCell->m_pNext = std::exchange(tExtra.pAbandoned, p_pCell); });
     delete std::exchange(tExtra.pIndex, nullptr);
   }
   delete std::exchange(p_cMsg.m_pChildren, nullptr);    // a list of borrowed pointers
 }
 
-void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
+void COwner::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
   const auto fnList = [&p_pList](CMsg* p_pSub) {
     if (p_pSub == nullptr) return;
     if (Seldom(p_pSub->m_bLent)) return TakeOut(*p_pSub);
@@ -119,7 +122,7 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
         fnList(p_pCell->m_pMsg);
       } else if (p_pCell->m_pMsgArr != nullptr) {
         for (int i = 0; i < p_pCell->m_pMsgArr->GetSize(); ++i) {
-          PrefetchRow(*p_pCell->m_pMsgArr, i + 2 * ROWS_AHEAD);
+          CPrefetch::Row(*p_pCell->m_pMsgArr, i + 2 * CPrefetch::ROWS_AHEAD);
           fnList(p_pCell->m_pMsgArr->GetAt(i));
         }
         p_pCell->m_pMsgArr->SetAdoptFlag(false);
@@ -138,7 +141,7 @@ void CMsgOps::Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas) {
   if (pArena != nullptr && !p_cMsg.m_bSharesArena) pArena->pNext = std::exchange(p_pArenas, pArena);
 }
 
-void CMsgOps::FreeContents(CMsg& p_cMsg) {
+void COwner::FreeContents(CMsg& p_cMsg) {
   CMsg* pList = nullptr;
   CArena* pArenas = nullptr;    // freed last: messages of the list may stand in them
   Release(p_cMsg, pList, pArenas);
@@ -151,7 +154,7 @@ void CMsgOps::FreeContents(CMsg& p_cMsg) {
   CArena::FreeList(pArenas);
 }
 
-void CMsgOps::Clear(CMsg& p_cMsg) {
+void COwner::Clear(CMsg& p_cMsg) {
   // Memory that is the owner's cannot be given back alone, so that the message gets an arena of its own from here on.
   CArena* pKept = std::exchange(p_cMsg.m_bSharesArena, false) ? nullptr : p_cMsg.m_pArena;
   p_cMsg.m_pArena = nullptr;
@@ -168,17 +171,17 @@ void CMsgOps::Clear(CMsg& p_cMsg) {
   p_cMsg.DropLastError();
 }
 
-CMsgOps::T_Trial CMsgOps::BeginRead(CMsg& p_cMsg) {
+COwner::T_Trial COwner::BeginRead(CMsg& p_cMsg) {
   // While it does not count as empty, nothing that is stored makes its owners count as filled.
   return {std::exchange(p_cMsg.m_bEmpty, false), std::exchange(p_cMsg.m_bVacant, false),
           p_cMsg.m_pArena != nullptr ? p_cMsg.m_pArena->Mark() : CArena::T_Mark{}};
 }
 
-void CMsgOps::EndRead(CMsg& p_cMsg, const T_Trial& p_tTrial, bool p_bGood) {
+void COwner::EndRead(CMsg& p_cMsg, const T_Trial& p_tTrial, bool p_bGood) {
   p_cMsg.m_bEmpty = p_tTrial.bEmpty;
   p_cMsg.m_bVacant = p_tTrial.bVacant;
   if (p_bGood) {
-    if (p_cMsg.m_iCells > 0) Fill(p_cMsg);
+    if (p_cMsg.m_iCells > 0) CCells::Fill(p_cMsg);
     return;
   }
   // All goes but what was there before: abandoned cells, and the arena.

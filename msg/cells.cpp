@@ -1,0 +1,69 @@
+// The cells of a message: the slots in which they are found, and the memory in which they stand.
+#include "msg/cells.h"
+
+#include <utility>
+
+namespace callorv::detail {
+
+T_MsgExtra& CCells::Extra(CMsg& p_cMsg) {
+  if (p_cMsg.m_pExtra == nullptr) p_cMsg.m_pExtra = new T_MsgExtra;
+  return *p_cMsg.m_pExtra;
+}
+
+CMsgValue* CCells::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  CArena* pArena = Arena(p_cMsg);
+  void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
+  if (p == nullptr) return nullptr;
+  ++p_cMsg.m_iCells;
+  if (p_cTag.m_eType == TAG_SUBMSG) p_cMsg.m_bHasSubs = true;
+  if (p_cTag.m_bArray || p_cTag.m_eType == TAG_SUBMSG) p_cMsg.m_bHolds = true;
+  auto* pNew = new (p) CMsgValue;
+  pNew->m_iTagNum = p_cTag.m_iTagNum;
+  pNew->m_eType = p_cTag.m_eType;
+  pNew->m_bMulti = p_cTag.m_bArray;
+  return pNew;
+}
+
+CMsgValue* CCells::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  const int iHashKey = p_cMsg.m_pMsgInfo->GetHashKey();
+  CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
+  CMsgValue*& pHead = p_cMsg.m_apSlot[ChainOf(p_cTag.m_iTagNum, iHashKey)];
+  if (pHead == nullptr && pIndex == nullptr) return pHead = NewCell(p_cMsg, p_cTag);    // as a rule
+  if (CMsgValue* pFound = FindInChain(pHead, pIndex, p_cTag.m_iTagNum)) return pFound;
+
+  CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, iHashKey, p_cTag.m_iTagNum,
+                                [&] { return NewCell(p_cMsg, p_cTag); });
+  if (p_cMsg.m_pExtra != nullptr) {
+    p_cMsg.m_pExtra->pIndex = pIndex;
+  } else if (pIndex != nullptr) {
+    try {
+      Extra(p_cMsg).pIndex = pIndex;
+    } catch (const std::bad_alloc&) {
+      delete pIndex;    // only a short cut
+    }
+  }
+  return pCell;
+}
+
+// What the cells of a message with every tag set need.
+size_t CCells::ExpectedBytes(const CMsgInfo& p_cInfo) {
+  return static_cast<size_t>(p_cInfo.GetNoTags()) * CArena::Rounded(sizeof(CMsgValue)) +
+         p_cInfo.m_iApart * CArena::Rounded(sizeof(CString));
+}
+
+CArena* CCells::Arena(CMsg& p_cMsg) {
+  if (p_cMsg.m_pArena == nullptr) p_cMsg.m_pArena = CArena::Make(ExpectedBytes(*p_cMsg.m_pMsgInfo));
+  return p_cMsg.m_pArena;
+}
+
+// The messages that offered this one its place hold something now, too, unless it cannot be reached from them any more.
+void CCells::FillUp(CMsg& p_cMsg) {
+  CMsg* p = &p_cMsg;
+  p->m_bEmpty = false;
+  while (std::exchange(p->m_bVacant, false) && GetHashBag(*p->m_pOwner, p->m_pCell->m_iTagNum) == p->m_pCell) {
+    p = p->m_pOwner;
+    p->m_bEmpty = false;
+  }
+}
+
+}    // namespace callorv::detail
