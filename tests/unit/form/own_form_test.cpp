@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "dict/arena.h"
 #include "support/both_ways.h"
 #include "support/cancelled.h"
 #include "support/test_dic.h"
@@ -52,6 +53,8 @@ class COddDic : public CLoadedDic {
     for (const char* szName : s_aszName) GetMsgInfo(124)->SetTagInfo(++iTag, szName, TAG_STRING, 0, true);
     GetMsgInfo(124)->SetTagInfo(++iTag, std::string(63, 'n').c_str(), TAG_STRING, 0, true);
     GetMsgInfo(124)->SetTagInfo(++iTag, std::string(64, 'n').c_str(), TAG_STRING, 0, true);
+    SetMsgInfo(125, "Chained", "", "1");    // all in one chain, which is long enough for an index
+    for (int i = 1; i <= 40; ++i) GetMsgInfo(125)->SetTagInfo(i, ("tag" + std::to_string(i)).c_str(), TAG_INTEGER, 0, false);
     SetMsgInfo(9999, "Last", "", "");
     SetMsgDetail(9999, 999999999, "most", "double", "Y");
     SetMsgDetail(9999, 2147483647, "beyond", "integer", "Y");
@@ -437,6 +440,22 @@ TEST_CASE("stepping back leaves the message as the parser finds any other") {
   }
 }
 
+TEST_CASE("stepping back forgets where the values stood") {
+  COddDic cDic;
+  std::string sBroken = s_sHead + "<msg no=\"125\" ver=\"\">";
+  for (int i = 1; i <= 40; ++i) sBroken += "<t" + std::to_string(i) + ">7</t" + std::to_string(i) + ">";
+  for (bool bFilled : {false, true}) {    // before, so that there is more to keep than the index
+    CMsg cLoaded(0, 0, 0, &cDic), cParsed(0, 0, 0, &cDic);
+    for (CMsg* pMsg : {&cLoaded, &cParsed}) {
+      if (bFilled) REQUIRE(Load(*pMsg, sBroken + "</msg>") == 0);
+    }
+    const T_BothWays tWays = ReadBothWays(cLoaded, cParsed, cDic, sBroken);
+    CHECK(tWays.sLoaded == tWays.sParsed);
+    CHECK_FALSE(tWays.bShort);
+    CHECK(ToXml(cLoaded) == sBroken + "</msg>");
+  }
+}
+
 TEST_CASE("a sub-message that is read into steps back to its own beginning only") {
   COddDic cDic;
   CMsg cMsg(0, 0, 0, &cDic);
@@ -473,29 +492,70 @@ TEST_CASE("a sub-message that was offered counts as filled once something in it 
   }
 }
 
+// Bytes of the heap, those included that the kernel gave for a single block.
+static size_t InUse() {
+  callorv::detail::CArena::DropKept();
+  const struct mallinfo2 tInfo = mallinfo2();
+  return tInfo.uordblks + tInfo.hblkhd;
+}
+
 TEST_CASE("a text that breaks off takes no more memory than by the parser alone") {
   COddDic cDic;
   std::string sBroken = s_sHead + "<msg no=\"120\" ver=\"1.0\">";
   for (int i = 0; i < 50; ++i) {
     sBroken += "<t16><t2>1</t2></t16><t17>5</t17><t11>a text that is too long to be stored in place</t11>";
   }
-  const auto fnTaken = [&](bool p_bFilled, auto p_fnRead) {    // bytes that are in use afterwards and were not before
-    size_t uTaken = 0;
-    for (int i = 0; i < 2; ++i) {    // the second time counts: no reader is kept then
-      CMsg cMsg(0, 0, 0, &cDic);
-      if (p_bFilled) REQUIRE(Load(cMsg, Doc("<t7>1</t7><t16><t2>1</t2></t16>")) == 0);
-      const size_t uBefore = mallinfo2().uordblks;
-      CHECK(Caught([&] { p_fnRead(cMsg); }).iCode == -21);
-      uTaken = mallinfo2().uordblks - uBefore;
-      CHECK(cMsg.GetArrSize(16) == 50);
-    }
-    return uTaken;
+  struct T_Begin {
+    const char* szWhat;
+    std::function<CMsg*(CMsg&)> fnMake;    // gives the message to be read into
   };
-  for (bool bFilled : {false, true}) {
-    CAPTURE(bFilled);
-    const size_t uParsed = fnTaken(bFilled, [&](CMsg& m) { MsgHandler(&m, &cDic).Action(sBroken.c_str()); });
-    const size_t uLoaded = fnTaken(bFilled, [&](CMsg& m) { m.LoadXml(&sBroken[0]); });
-    CHECK(uLoaded <= uParsed + 1024);    // blocks may be a little longer than what was asked for
+  const T_Begin s_atBegin[] = {
+      {"a new message", [](CMsg& m) { return &m; }},
+      {"one with values",
+       [](CMsg& m) {
+         Load(m, Doc("<t7>1</t7><t16><t2>1</t2></t16>"));
+         return &m;
+       }},
+      {"one that keeps memory for its next values",
+       [](CMsg& m) {
+         std::string sRows;
+         for (int i = 0; i < 100; ++i) sRows += "<t16><t2>1</t2></t16>";
+         Load(m, Doc(sRows));
+         m.Clear();
+         return &m;
+       }},
+      {"a sub-message in another one's memory",
+       [](CMsg& m) {
+         Load(m, Doc("<t6><t2>1</t2></t6><t7>1</t7>"));
+         return m.GetValue(6);
+       }},
+      {"one that was cleared there",
+       [](CMsg& m) {
+         Load(m, Doc("<t6><t2>1</t2></t6><t7>1</t7>"));
+         m.GetValue(6)->Clear();
+         return m.GetValue(6);
+       }},
+  };
+  for (const T_Begin& tBegin : s_atBegin) {
+    CAPTURE(std::string(tBegin.szWhat));
+    const auto fnTaken = [&](int p_iReadings, auto p_fnRead) {    // bytes that are in use afterwards and were not before
+      long iTaken = 0;
+      for (int i = 0; i < 2; ++i) {    // the second time counts: no reader is kept then
+        CMsg cMsg(0, 0, 0, &cDic);
+        CMsg& cRead = *tBegin.fnMake(cMsg);
+        const size_t uBefore = InUse();
+        for (int k = 0; k < p_iReadings; ++k) CHECK(Caught([&] { p_fnRead(cRead); }).iCode == -21);
+        iTaken = static_cast<long>(InUse() - uBefore);
+        CHECK(cRead.GetArrSize(16) == 50);
+      }
+      return iTaken;
+    };
+    for (int iReadings : {1, 20}) {
+      CAPTURE(iReadings);
+      const long iParsed = fnTaken(iReadings, [&](CMsg& m) { MsgHandler(&m, &cDic).Action(sBroken.c_str()); });
+      const long iLoaded = fnTaken(iReadings, [&](CMsg& m) { m.LoadXml(&sBroken[0]); });
+      CHECK(iLoaded <= iParsed + 8192 * iReadings);    // of 74 KB; blocks that were free before may be longer than what was asked for
+    }
   }
 }
 
