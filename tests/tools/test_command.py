@@ -8,6 +8,8 @@ import unittest
 from support import COMMAND, Server, ToolTest, run
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+with open(os.path.join(SOURCE, "include/callorv/version.h"), encoding="ascii") as header:
+    VERSION = re.search(r'CALLORV_VERSION "(.*)"', header.read())[1]
 COMMANDS = ["call", "serve", "decode", "dict check", "dict dump", "dict encrypt", "dict decrypt", "dict html",
             "key make", "key check", "generate"]
 
@@ -25,7 +27,7 @@ def man_page(name):
 
 class CommandTest(ToolTest):
     def test_version(self):
-        self.assert_run(run("--version"), 0, "callorv 1.0.0\n", "")
+        self.assert_run(run("--version"), 0, f"callorv {VERSION}\n", "")
 
     def test_help_lists_the_commands(self):
         result = run("--help")
