@@ -176,17 +176,24 @@ int Calls(const char* p_szDictionary, const std::string& p_sKey, int p_iPort) {
   cOut->Clear();
   CHECK(cCall->Finish(&*cOut, &*cError) == 0 && cOut->GetValue(1, &*cSymbol) == 0 && *cSymbol == "ACME");
 
+  CHECK(CCallOrv::CallServiceByMsg(1001, nullptr, &*cOut, &*cError) < 0);
+  CHECK(cError->iCode == MSG_NULL && cError->iRefSvcNum == 1001 && cError->GetRefSvcNum() == 1001);
+
+  // Virtual functions of our own class and of one whose table is the library's.
   CFenced<CEcho> cEcho;
+  CFenced<CTcpAdaptor> cPlain;
   CFenced<CAdaptor::T_PacketInfo> cPacket, cBack;
   cPacket->iSvcNum = 7;
   cPacket->iMsgNum = 8;
   cPacket->sUserKey = "USER-1";
   CHECK(cPacket->stBody.AppendData("body", 4) == 0);
-  CHECK(cEcho->Connect("127.0.0.1", p_iPort) >= 0 && cEcho->Socket() >= 0);
-  CAdaptor* const pAdaptor = &*cEcho;
-  CHECK(pAdaptor->SendTo(&*cPacket, 1) == 0 && pAdaptor->ReceiveFrom(&*cBack, 60) == 0);
-  CHECK(cBack->iSvcNum == 7 && cBack->iMsgNum == 8 && std::strncmp(cBack->stBody.GetData(), "body", 4) == 0);
-  CHECK(cEcho->Disconnect() == 0);
+  CAdaptor* volatile apAdaptor[] = {&*cEcho, &*cPlain};
+  for (CAdaptor* pAdaptor : apAdaptor) {
+    CHECK(pAdaptor->Connect("127.0.0.1", p_iPort) >= 0);
+    CHECK(pAdaptor->SendTo(&*cPacket, 1) == 0 && pAdaptor->ReceiveFrom(&*cBack, 60) == 0);
+    CHECK(cBack->iSvcNum == 7 && cBack->iMsgNum == 8 && std::strncmp(cBack->stBody.GetData(), "body", 4) == 0);
+    CHECK((pAdaptor != &*cEcho || cEcho->Socket() >= 0) && pAdaptor->Disconnect() == 0);
+  }
   return 0;
 }
 
