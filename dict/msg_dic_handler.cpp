@@ -47,12 +47,14 @@ class CFileSource : private T_SourceMemory, public LocalFileInputSource {
   const char* m_szPath;
 };
 
-// Whether a local name, narrowed, is this one.
-bool IsNarrowName(const XMLCh* p_szWide, const char* p_sz) {
+// How much of each of the parser's characters a name is compared by: attributes are known by the low bytes, elements are not.
+enum : unsigned { LOW_BYTE = 0xff, WHOLE = 0xffff };
+
+bool IsName(const XMLCh* p_szWide, const char* p_sz, unsigned p_uMask) {
   for (; *p_sz != 0; ++p_szWide, ++p_sz) {
-    if (static_cast<char>(*p_szWide) != *p_sz) return false;
+    if ((*p_szWide & p_uMask) != static_cast<unsigned char>(*p_sz)) return false;
   }
-  return static_cast<char>(*p_szWide) == 0;
+  return (*p_szWide & p_uMask) == 0;
 }
 
 // Some attributes of an element, by local name. Of one that stands there twice, in two name spaces, the last counts.
@@ -62,24 +64,11 @@ struct T_Wanted {
 };
 template <size_t N>
 void GetAttributes(const Attributes& p_cAttrs, const T_Wanted (&p_atWanted)[N]) {
-  size_t uWanted = 0;    // attributes mostly come in the order of the list
   for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
-    const XMLCh* szName = p_cAttrs.getLocalName(i);
-    for (size_t uTry = 0; uTry < N; ++uTry) {
-      const T_Wanted& tWanted = p_atWanted[uWanted];
-      uWanted = (uWanted + 1) % N;
-      if (!IsNarrowName(szName, tWanted.szName)) continue;
-      tWanted.sValue.Set(CNarrow(p_cAttrs.getValue(i)).Text());
-      break;
+    for (const T_Wanted& tWanted : p_atWanted) {
+      if (IsName(p_cAttrs.getLocalName(i), tWanted.szName, LOW_BYTE)) tWanted.sValue.Set(CNarrow(p_cAttrs.getValue(i)).Text());
     }
   }
-}
-
-bool IsName(const XMLCh* p_szWide, const char* p_sz) {
-  for (; *p_sz != 0; ++p_szWide, ++p_sz) {
-    if (*p_szWide != static_cast<unsigned char>(*p_sz)) return false;
-  }
-  return *p_szWide == 0;
 }
 
 [[noreturn]] void ThrowUnknown(const char* p_szWhat, const XMLCh* p_szName) {
@@ -111,10 +100,10 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
                                  const Attributes& p_cAttrs) {
   switch (Enter()) {
     case 1:
-      if (!IsName(p_szLocalName, "msg_dictionary")) ThrowUnknown("root element", p_szLocalName);
+      if (!IsName(p_szLocalName, "msg_dictionary", WHOLE)) ThrowUnknown("root element", p_szLocalName);
       break;
     case 2: {
-      if (!IsName(p_szLocalName, "msg")) ThrowUnknown("element", p_szLocalName);
+      if (!IsName(p_szLocalName, "msg", WHOLE)) ThrowUnknown("element", p_szLocalName);
       CString sNo, sName, sVer, sHash;
       GetAttributes(p_cAttrs, {{"no", sNo}, {"name", sName}, {"ver", sVer}, {"hash", sHash}});
       m_iMsgNum = sNo.ToInt();
@@ -122,8 +111,8 @@ void MsgDicHandler::startElement(const XMLCh* const, const XMLCh* const p_szLoca
       break;
     }
     case 3: {
-      if (IsName(p_szLocalName, "constraint")) break;
-      if (!IsName(p_szLocalName, "tag")) ThrowUnknown("child element", p_szLocalName);
+      if (IsName(p_szLocalName, "constraint", WHOLE)) break;
+      if (!IsName(p_szLocalName, "tag", WHOLE)) ThrowUnknown("child element", p_szLocalName);
       CString sNo, sName, sType, sArray(m_sSingle);
       GetAttributes(p_cAttrs, {{"no", sNo}, {"name", sName}, {"type", sType}, {"array", sArray}});
       m_pDic->SetMsgDetail(m_iMsgNum, sNo.ToInt(), sName, sType, sArray);

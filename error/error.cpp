@@ -61,9 +61,7 @@ struct CLastError::Error {
   CString text;
 };
 
-CLastError::~CLastError() {
-  delete std::exchange(const_cast<Error* volatile&>(m_pError), nullptr);    // a store that the compiler would leave out
-}
+CLastError::~CLastError() { DropLastError(); }
 
 void CLastError::DropLastError() noexcept { delete std::exchange(m_pError, nullptr); }
 

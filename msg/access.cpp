@@ -59,7 +59,7 @@ const char* CAccess::Append(CMsgValue& p_cCell, VALUE p_Value) {
 template <class T, class VALUE>
 const char* CAccess::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   if constexpr (std::is_same_v<VALUE, T_Text>) {
-    if (p_Value.iLen >= static_cast<int>(sizeof(CString))) p_cMsg.m_bHolds = true;    // it does not fit into its object
+    if (p_Value.iLen > MAX_NEAR_TEXT) p_cMsg.m_bHolds = true;
   }
   return ValueTraits<T>::Store(*p_cMsg.m_pArena, p_cCell, p_Value);
 }

@@ -29,6 +29,10 @@ template <> inline constexpr T_Lines s_tLines<CInt>{2114, 1987, 0, 0};
 template <> inline constexpr T_Lines s_tLines<CDbl>{2165, 2024, 0, 0};
 template <> inline constexpr T_Lines s_tLines<CBool>{2216, 2061, 0, 0};
 
+// The longest text that stands inside its CString and takes no memory of its own.
+enum { MAX_NEAR_TEXT = 15 };
+static_assert(sizeof(CString) == MAX_NEAR_TEXT + 1, "CString has room for a short text and its length");
+
 // A text to be stored, not yet copied.
 struct T_Text {
   const char* p;

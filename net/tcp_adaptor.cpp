@@ -6,19 +6,17 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <new>
-#include <utility>
 
 #include "base/number.h"
+#include "net/deflate_memory.h"
 #include "net/packet_fields.h"
 #include "net/packet_machine.h"
 
 namespace {
 
+using callorv::detail::CDeflateMemory;
 using callorv::detail::CPacketMachine;
 using callorv::detail::FormatInt;
 using callorv::detail::INT_CHARS;
@@ -90,41 +88,6 @@ char* PacketRoom(CStream& p_stPacket, long long p_iBodyLen) {
   if (p_iBodyLen > INT_MAX - iFrame) throw std::bad_alloc();
   return p_stPacket.GetBuffer(iFrame + static_cast<int>(p_iBodyLen));
 }
-
-// The memory of a compression, which zlib asks for in five blocks, as one. Freed pieces at the end of the heap the C library
-// gives back to the kernel, to fault them in again for the next request, which takes longer than compressing a short one; but
-// once a block of this size is freed, it keeps as much.
-class CDeflateMemory {
- public:
-  CDeflateMemory() : m_pBlock(static_cast<char*>(malloc(SIZE))) {}
-  ~CDeflateMemory() { free(m_pBlock); }
-  CDeflateMemory(const CDeflateMemory&) = delete;
-  CDeflateMemory& operator=(const CDeflateMemory&) = delete;
-
-  void Serve(z_stream& p_tStream) {
-    p_tStream.opaque = this;
-    p_tStream.zalloc = [](voidpf p_pThis, uInt p_uItems, uInt p_uSize) {
-      return static_cast<CDeflateMemory*>(p_pThis)->Allocate(size_t{p_uItems} * p_uSize);
-    };
-    p_tStream.zfree = [](voidpf p_pThis, voidpf p_p) { static_cast<CDeflateMemory*>(p_pThis)->Free(p_p); };
-  }
-
- private:
-  // As zlib's header says for the default level: 128 KB for the window, 128 KB for the rest, and some small objects.
-  enum { SIZE = (1 << (MAX_WBITS + 2)) + (1 << (8 + 9)) + 8192, ALIGNMENT = alignof(max_align_t) };
-  char* const m_pBlock;
-  size_t m_uUsed = 0;
-
-  void* Allocate(size_t p_uSize) {
-    if (m_pBlock == nullptr) return nullptr;
-    const size_t uEnd = (m_uUsed + p_uSize + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
-    return uEnd <= SIZE ? m_pBlock + std::exchange(m_uUsed, uEnd) : malloc(p_uSize);    // another zlib may want more
-  }
-  void Free(void* p_p) const {
-    const std::less<const void*> fnLess;
-    if (fnLess(p_p, m_pBlock) || !fnLess(p_p, m_pBlock + SIZE)) free(p_p);
-  }
-};
 
 // As zlib's compress(), byte for byte.
 int Compress(const CStream& p_stBody, char* p_pOut, long long p_iRoom, int* p_pLen) {

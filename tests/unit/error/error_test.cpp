@@ -4,7 +4,6 @@
 
 #include <doctest/doctest.h>
 
-#include <algorithm>
 #include <climits>
 #include <cwchar>
 #include <string>
@@ -161,14 +160,6 @@ TEST_CASE("a detail of more than 2147483647 characters is cut, and one of none i
 #pragma GCC diagnostic pop
   CHECK(cEmpty.GetLastError() == std::string("MSG_Error(-12) : Parameter is NULL {}"));
   CHECK(cError.GetLastError() == std::string("MSG_Error(-1) : No Data found {beginning}"));
-}
-
-TEST_CASE("an object that is gone points to no error") {
-  alignas(CLastError) unsigned char aMemory[sizeof(CLastError)];
-  auto* pError = new (aMemory) CLastError;
-  pError->SetLastError(-1, "%s", "detail");
-  pError->~CLastError();
-  CHECK(std::count(aMemory, aMemory + sizeof(aMemory), 0) == sizeof(aMemory));
 }
 
 TEST_CASE("a detail that can never be printed does not eat the memory") {
