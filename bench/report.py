@@ -64,7 +64,7 @@ TABLE = [
     ("the same 10,000, by `CallOrv_WaitAny`", ["in_flight/10000"], "ratio_wait_any", "", 1.25, 1.25),
     ("memory of a call that waits, beyond its messages", ["memory/waiting_call"], "bytes", " B", 1024, 1024),
     ("processor time of a step, 1 MB reply, median", ["step/1MB"], "median_ms", " ms", 0.15, 0.15),
-    ("longest step of a 20 MB reply", ["step/20MB"], "longest_ms", " ms", 0.5, 0.5),
+    ("longest step of a 20 MB reply, median of replies", ["step/20MB"], "longest_ms", " ms", 0.5, 0.5),
 ]
 WORD_SIZES = ["x86-64", "i386"]
 
