@@ -97,13 +97,15 @@ class CScanner {
   bool ReadAll() try {
     struct T_Open {
       CMsg* pMsg;
-      std::string_view svName;
+      const char* pName;
+      size_t uName;
     };
-    T_Open atOpen[MAX_NESTING + 1] = {{&m_cMsg, "msg"}};
+    T_Open atOpen[MAX_NESTING + 1];    // left as it is but for those that are used: as a rule two
+    atOpen[0] = {&m_cMsg, "msg", 3};
     for (T_Open* pOpen = atOpen;;) {
       if (!Take("<")) return false;
       if (Take("/")) {
-        if (!Take(pOpen->svName) || !Take(">")) return false;
+        if (!Take({pOpen->pName, pOpen->uName}) || !Take(">")) return false;
         if (pOpen == atOpen) return m_p == m_pEnd;
         --pOpen;
         continue;
@@ -117,7 +119,7 @@ class CScanner {
       } else {
         if (pOpen == atOpen + MAX_NESTING || !CAccess::IsDefined(m_cMsg, pTag->m_iSubMsg)) return false;
         CMsg* pSub = COwner::MakeSub(*pOpen->pMsg, pTag->m_iTagNum);
-        *++pOpen = {pSub, svName};
+        *++pOpen = {pSub, svName.data(), svName.size()};
       }
     }
   } catch (const CException&) {
