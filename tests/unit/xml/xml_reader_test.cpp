@@ -91,6 +91,25 @@ TEST_CASE("more documents at once than readers are kept") {    // the leak check
   CHECK(CNested(40).Run() == 40);
 }
 
+TEST_CASE("readers are kept until the last initialisation is given back") {
+  const auto fnAllocations = [] {
+    CFailAlloc cCount;
+    cCount.Run([] { CNested(1).Run(); });
+    return cCount.GetCount();
+  };
+  InitializeParser();
+  InitializeParser();
+  const int iMade = fnAllocations();
+  const int iKept = fnAllocations();
+  CHECK(iKept < iMade);
+  TerminateParser();
+  CHECK(fnAllocations() == iKept);
+  TerminateParser();
+  InitializeParser();
+  CHECK(fnAllocations() == iMade);
+  TerminateParser();
+}
+
 TEST_CASE("a parser that the application has initialised is used, but no reader outlives its use") {
   using xercesc::XMLPlatformUtils;
   XMLPlatformUtils::Initialize();
