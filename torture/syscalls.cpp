@@ -319,6 +319,28 @@ std::string CallWithin(E_Service p_eService) {
   return sSaid == "0" && Xml(*pOut) != sBefore ? "the reply is " + Xml(*pOut) : sSaid;
 }
 
+// An application that waits for one of its calls; destroyed, a call is cancelled.
+std::string CallByWaitAny() {
+  const CMsgPtr pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
+  CCallOrvError cErr;
+  CPendingCall cCall = CCallOrv::Start(ECHO_PLAIN, pIn.get(), 30000, &cErr);
+  const int iOver = CPendingCall::WaitAny(&cCall, 1, -1);
+  if (iOver != 0) return "WaitAny " + std::to_string(iOver);
+  const int iRet = cCall.Finish(pOut.get(), &cErr);
+  CSyscallGate::Disarm();
+  if (iRet != 0) return std::to_string(iRet) + " error " + std::to_string(cErr.GetCode()) + " " + cErr.sText.ToStr() + " -1";
+  return Xml(*pOut) == Xml(*pIn) ? "0" : "the reply is " + Xml(*pOut);
+}
+
+std::string Cancelled() {
+  const CMsgPtr pIn(MA_NewMsg(100));
+  CallOrv_Error tErr = {};
+  CallOrv_Call* pCall = CallOrv_Start(ECHO_PLAIN, pIn.get(), 30000, &tErr);
+  CallOrv_Cancel(pCall);
+  CSyscallGate::Disarm();
+  return pCall != nullptr ? "0" : "not started";
+}
+
 // Sending is how such a call learns whether it is connected; the thread may be cancelled only where it waits.
 std::vector<T_Row> InFlight(int p_iSends) {
   return {
@@ -367,8 +389,32 @@ T_Target InFlightTarget(const std::string& p_sName, const std::vector<T_Fault>& 
   return tTarget;
 }
 
+// The same where the application waits: that a wait failed is its own affair, and the call is still under way.
+T_Target WaitAnyTarget() {
+  T_Target tTarget = InFlightTarget("call in flight, WaitAny", {}, 1, 1, ECHO_PLAIN);
+  tTarget.atRow = Joined({{CALL_POLL, 1, 1, FAULT_ERRNO, 0, "WaitAny -2"}}, tTarget.atRow);
+  tTarget.fnRun = tTarget.fnNext = CallByWaitAny;
+  return tTarget;
+}
+
+// Whatever fails is not told, and no thread ends in it.
+T_Target CancelTarget() {
+  T_Target tTarget;
+  tTarget.sName = "call in flight, cancelled at once";
+  for (const E_Call eCall : {CALL_SOCKET, CALL_SETSOCKOPT, CALL_CONNECT, CALL_SEND, CALL_CLOSE}) {
+    tTarget.aiCount.emplace_back(eCall, 1);
+    for (const E_Fault eFault : {FAULT_ERRNO, FAULT_SHORT, FAULT_NONE, FAULT_CANCEL}) {
+      tTarget.atRow.push_back({eCall, 1, 1, eFault, 0, GOOD});
+    }
+  }
+  tTarget.sGood = "0";
+  tTarget.fnRun = tTarget.fnNext = Cancelled;
+  return tTarget;
+}
+
 std::vector<T_Target> InFlightTargets() {
-  return {InFlightTarget("call in flight", {}, 1, 1, ECHO_PLAIN),
+  return {WaitAnyTarget(), CancelTarget(),
+          InFlightTarget("call in flight", {}, 1, 1, ECHO_PLAIN),
           InFlightTarget("call in flight, compressed reply", {}, 1, 1, ECHO_COMPRESSED),
           InFlightTarget("call in flight, one byte sent at a time", {{CALL_SEND, 0, FAULT_SHORT, 0}}, 202, 1, ECHO_PLAIN),
           InFlightTarget("call in flight, one byte received at a time", {{CALL_RECV, 0, FAULT_SHORT, 0}}, 1, 202,
