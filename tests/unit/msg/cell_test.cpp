@@ -1,4 +1,5 @@
 // Cells in states that only a lack of memory or another program's damage leaves behind.
+#include "msg/access.h"
 #include "msg/cells.h"
 #include "support/test_dic.h"
 
@@ -100,6 +101,10 @@ TEST_CASE("a string or date that is missing is NULL to every getter") {
     CheckNoData(*cMsg, iTag, "NULL");
     CHECK(cMsg->GetArrSize(iTag) == 1);    // a single cell counts by its type
   }
+  std::string_view svText = "as before";    // how the C functions read
+  CHECK(callorv::detail::CAccess::Get(*cMsg, 1, &svText) == -1);
+  CHECK(cMsg->GetLastError() == std::string("MSG_Error(-1) : No Data found {tagnum=1,NULL}"));
+  CHECK(svText == "as before");
   const std::string sXml = ToXml(*cMsg);
   CHECK(sXml.find("ver=\"\"><t7>") != std::string::npos);    // tag 1 would come first
   CHECK(sXml.find("<t5>") == std::string::npos);
