@@ -22,7 +22,7 @@ namespace {
 
 #if defined(__SANITIZE_THREAD__)    // its record of calls grows by each exception that passes through the parser, to gigabytes
 const int MUTANTS = 1000;
-#elif defined(__SANITIZE_ADDRESS__)
+#elif defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)    // a minute and more otherwise, in builds for coverage, too
 const int MUTANTS = 10000;
 #else
 const int MUTANTS = IsUnderValgrind() ? 10000 : 100000;
