@@ -54,6 +54,23 @@ TEST_CASE("a body that is kept stands in blocks while it comes, so that no piece
   }
 }
 
+TEST_CASE("header, body and checksum may come byte by byte into the room that there is for them") {
+  const std::string sBody = Digits(300), sPacket = Packet(sBody);
+  CPacketMachine cMachine(nullptr, nullptr);
+  CStream stRoom(0, 512);
+  T_Fault tFault;
+  for (const char c : sPacket) {
+    CPacketMachine::T_Room tRoom;
+    REQUIRE(cMachine.GetRoom(1, tRoom, tFault) == 0);
+    *tRoom.pAt = c;
+    REQUIRE(cMachine.Fill(1, tFault) == 0);
+  }
+  REQUIRE(cMachine.Part() == CPacketMachine::COMPLETE);
+  const CStream* pBody = cMachine.Unpack(stRoom, tFault);
+  REQUIRE(pBody != nullptr);
+  CHECK((std::string(pBody->GetData(), static_cast<size_t>(pBody->GetSize())) == sBody));
+}
+
 TEST_CASE("no memory for a block, or for all of them in one piece, is told") {
   const std::string sPacket = Packet(Digits(600000));
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
