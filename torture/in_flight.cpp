@@ -4,15 +4,14 @@
 #include <poll.h>
 #include <sys/resource.h>
 
-#include <array>
 #include <deque>
 #include <mutex>
 #include <thread>
 
 #include "client.h"
 #include "memory.h"
+#include "played.h"
 #include "support/service_peer.h"
-#include "tally.h"
 
 namespace {
 
@@ -23,46 +22,11 @@ enum {
   NEVER_MS = 600000
 };
 
-struct T_Played {
-  const char* szFault;    // as --fault takes it, for so many percent of the calls that come to it
-  E_End eEnd;             // END_REPLY: a delay
-  int iPercent;
-};
-using Played = std::vector<T_Played>;
-using Counts = std::array<long, ENDS>;
-
 const Played s_atPrompt = {{"reset@2", END_RESET, 2},       {"close@2", END_CLOSED, 2}, {"truncate:200@2", END_CLOSED, 2},
                            {"checksum@2", END_CHECKSUM, 2}, {"zlib@2", END_ZLIB, 2},    {"reject:7@2", END_REJECT, 2},
                            {"truncate:64@2", END_CLOSED, 2}};
 // Those that cost a deadline each.
 const Played s_atSilent = {{"stall:0@2", END_SILENCE, 2}, {"stall:140@2", END_CUT_OFF, 2}, {"reset@2", END_RESET, 2}};
-
-std::vector<std::string> Names(const Played& p_atPlayed) {
-  std::vector<std::string> asNames;
-  for (const T_Played& tPlayed : p_atPlayed) asNames.push_back(tPlayed.szFault);
-  return asNames;
-}
-
-// How often each end is due in p_lCalls calls.
-Counts Expected(const Played& p_atPlayed, long p_lCalls) {
-  Counts alCounts{};
-  for (const T_Played& tPlayed : p_atPlayed) {
-    if (tPlayed.eEnd == END_REPLY) continue;
-    const long lHit = p_lCalls * tPlayed.iPercent / 100;
-    alCounts[tPlayed.eEnd] += lHit;
-    p_lCalls -= lHit;
-  }
-  alCounts[END_REPLY] = p_lCalls;
-  return alCounts;
-}
-
-void Compare(CTally& p_cTally, const char* p_szWhat, const Counts& p_alEnds, const Counts& p_alExpected) {
-  for (size_t i = 0; i < ENDS; ++i) {
-    p_cTally.Case(p_alEnds[i] == p_alExpected[i], std::string(p_szWhat) + ": " + EndName(static_cast<int>(i)) + ": " +
-                                                      std::to_string(p_alEnds[i]) + " calls instead of " +
-                                                      std::to_string(p_alExpected[i]));
-  }
-}
 
 // A call that carries a text and a number of its own.
 struct T_Job {

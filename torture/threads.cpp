@@ -1,6 +1,5 @@
 // 64 threads that call a server which plays faults: every reply belongs to its request, every fault shows as itself and
 // as often as it was played, and no descriptor and no memory is left over.
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -10,7 +9,7 @@
 
 #include "client.h"
 #include "memory.h"
-#include "tally.h"
+#include "played.h"
 
 namespace {
 
@@ -20,42 +19,16 @@ enum {
   LEFT_OVER = 64 * 1024    // bytes that may be in use more than before: what is kept between calls differs in size
 };
 
-struct T_Fault {
-  const char* szFault;    // as --fault takes it, for 1 % of the calls that come to it
-  E_End eEnd;             // END_REPLY: a delay
-};
-
 // About 5 % together.
-const std::vector<T_Fault> s_atFast = {{"reset@1", END_RESET},
-                                       {"close@1", END_CLOSED},
-                                       {"truncate:200@1", END_CLOSED},
-                                       {"checksum@1", END_CHECKSUM},
-                                       {"zlib@1", END_ZLIB}};
+const Played s_atFast = {{"reset@1", END_RESET, 1}, {"close@1", END_CLOSED, 1}, {"truncate:200@1", END_CLOSED, 1},
+                         {"checksum@1", END_CHECKSUM, 1}, {"zlib@1", END_ZLIB, 1}};
 // Those that cost a time-out each, and others. For fewer calls.
-const std::vector<T_Fault> s_atSlow = {{"stall:0@1", END_SILENCE},
-                                       {"stall:140@1", END_CUT_OFF},
-                                       {"delay:100@1", END_REPLY},
-                                       {"truncate:64@1", END_CLOSED},
-                                       {"reject:7@1", END_REJECT}};
-
-using Counts = std::array<long, ENDS>;
-
-// How often each end is due in p_lCalls calls: of the calls that come to it, each fault gets 1 %, rounded down.
-Counts Expected(const std::vector<T_Fault>& p_atFaults, long p_lCalls) {
-  Counts alCounts{};
-  for (const T_Fault& tFault : p_atFaults) {
-    if (tFault.eEnd == END_REPLY) continue;
-    const long lHit = p_lCalls / 100;
-    alCounts[tFault.eEnd] += lHit;
-    p_lCalls -= lHit;
-  }
-  alCounts[END_REPLY] = p_lCalls;
-  return alCounts;
-}
+const Played s_atSlow = {{"stall:0@1", END_SILENCE, 1}, {"stall:140@1", END_CUT_OFF, 1}, {"delay:100@1", END_REPLY, 1},
+                         {"truncate:64@1", END_CLOSED, 1}, {"reject:7@1", END_REJECT, 1}};
 
 class CRound {
  public:
-  CRound(CClient& p_cClient, CTally& p_cTally, const std::vector<T_Fault>& p_atFaults, int p_iTimeOut)
+  CRound(CClient& p_cClient, CTally& p_cTally, const Played& p_atFaults, int p_iTimeOut)
       : m_cTally(p_cTally), m_atFaults(p_atFaults), m_cServer(p_cClient.Dictionary(), Names(p_atFaults)) {
     p_cClient.SetUp(m_cServer.Port(), p_iTimeOut);
   }
@@ -68,28 +41,16 @@ class CRound {
     }
     for (std::thread& cThread : cThreads) cThread.join();
     m_lCalls += static_cast<long>(THREADS) * p_iCallsEach;
-    const Counts alExpected = Expected(m_atFaults, m_lCalls);
-    for (size_t i = 0; i < ENDS; ++i) {
-      if (alExpected[i] == 0 && m_alEnds[i] == 0) continue;
-      m_cTally.Case(m_alEnds[i] == alExpected[i], std::string(EndName(static_cast<int>(i))) + ": " +
-                                                      std::to_string(m_alEnds[i]) + " calls instead of " +
-                                                      std::to_string(alExpected[i]));
-    }
+    Compare(m_cTally, "threads", m_alEnds, Expected(m_atFaults, m_lCalls));
   }
 
  private:
   CTally& m_cTally;
-  const std::vector<T_Fault>& m_atFaults;
+  const Played& m_atFaults;
   CServer m_cServer;
   std::mutex m_cMutex;
   Counts m_alEnds{};
   long m_lCalls = 0;
-
-  static std::vector<std::string> Names(const std::vector<T_Fault>& p_atFaults) {
-    std::vector<std::string> asNames;
-    for (const T_Fault& tFault : p_atFaults) asNames.push_back(tFault.szFault);
-    return asNames;
-  }
 
   void CallOften(int p_iThread, int p_iCalls, size_t p_uLen) {
     for (int iCall = 0; iCall < p_iCalls; ++iCall) {
