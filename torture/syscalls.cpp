@@ -520,9 +520,8 @@ std::vector<T_Target> StartTargets(const T_Files& p_tFiles) {
     aTargets.push_back(tTarget);
   };
   fnAdd("initialisation, plain dictionary", p_tFiles.sPlain,
-        {{CALL_STAT, 2}, {CALL_FOPEN, 3}, {CALL_FGETS, 5}, {CALL_FREAD, 4}, {CALL_FCLOSE, 3}},
+        {{CALL_STAT, 1}, {CALL_FOPEN, 3}, {CALL_FGETS, 5}, {CALL_FREAD, 4}, {CALL_FCLOSE, 3}},
         Joined(Settings("-1 error 0 File open failed [DIR/dic.xml.cfg]({n},{t}) 0"), {
-          {CALL_STAT, 2, 2, FAULT_ERRNO, 0, GOOD},    // it may be a pipe, so it is read with the other reader
           {CALL_FOPEN, 3, 3, FAULT_ERRNO, 0,
            "-2 error 0 InitDictionary(Handler error : [F] (L:0, C:0) : unable to open primary document entity "
            "'DIR/dic.xml') 0"},
