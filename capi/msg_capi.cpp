@@ -13,6 +13,7 @@
 #include "capi/guard.h"
 #include "msg/access.h"
 
+using callorv::detail::CAccess;
 using callorv::detail::CFilePtr;
 using callorv::detail::Close;
 using callorv::detail::Guard;
@@ -180,15 +181,15 @@ int MSG_GetBool(CMsg* msg, int tag, int* out) {
 }
 
 int MSG_GetStr(CMsg* msg, int tag, char* buf) {
-  return GetStr(msg, buf, [&](std::string_view* p_p) { return callorv::detail::CAccess::Get(*msg, tag, p_p); });
+  return GetStr(msg, buf, [&](std::string_view* p_p) { return CAccess::Get(*msg, tag, p_p); });
 }
 
 int MSG_GetStrLen(CMsg* msg, int tag) {
-  return GetStrLen(msg, [&](std::string_view* p_p) { return callorv::detail::CAccess::Get(*msg, tag, p_p); });
+  return GetStrLen(msg, [&](std::string_view* p_p) { return CAccess::Get(*msg, tag, p_p); });
 }
 
 char* MSG_GetStrEx(CMsg* msg, int tag, int* rc) {
-  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return callorv::detail::CAccess::Get(*msg, tag, p_p); });
+  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return CAccess::Get(*msg, tag, p_p); });
 }
 
 int MSG_GetDate(CMsg* msg, int tag, char* buf) {
@@ -216,15 +217,15 @@ int MSG_GetAtBoolArr(CMsg* msg, int tag, int index, int* out) {
 }
 
 int MSG_GetAtStrArr(CMsg* msg, int tag, int index, char* buf) {
-  return GetStr(msg, buf, [&](std::string_view* p_p) { return callorv::detail::CAccess::GetAt(*msg, tag, index, p_p); });
+  return GetStr(msg, buf, [&](std::string_view* p_p) { return CAccess::GetAt(*msg, tag, index, p_p); });
 }
 
 int MSG_GetAtStrLen(CMsg* msg, int tag, int index) {
-  return GetStrLen(msg, [&](std::string_view* p_p) { return callorv::detail::CAccess::GetAt(*msg, tag, index, p_p); });
+  return GetStrLen(msg, [&](std::string_view* p_p) { return CAccess::GetAt(*msg, tag, index, p_p); });
 }
 
 char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc) {
-  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return callorv::detail::CAccess::GetAt(*msg, tag, index, p_p); });
+  return GetStrEx(msg, rc, [&](std::string_view* p_p) { return CAccess::GetAt(*msg, tag, index, p_p); });
 }
 
 int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf) {

@@ -1,7 +1,7 @@
 // Turns the elements of a dictionary file into message and tag definitions.
 #include "dict/msg_dic_handler.h"
 
-#include <initializer_list>
+#include <algorithm>
 #include <memory>
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -65,9 +65,12 @@ struct T_Wanted {
 template <size_t N>
 void GetAttributes(const Attributes& p_cAttrs, const T_Wanted (&p_atWanted)[N]) {
   for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
-    for (const T_Wanted& tWanted : p_atWanted) {
-      if (IsName(p_cAttrs.getLocalName(i), tWanted.szName, LOW_BYTE)) tWanted.sValue.Set(CNarrow(p_cAttrs.getValue(i)).Text());
-    }
+    const XMLCh* szName = p_cAttrs.getLocalName(i);
+    const auto fnIs = [szName](const T_Wanted& p_tWanted) { return IsName(szName, p_tWanted.szName, LOW_BYTE); };
+    // They mostly come in the order of the list.
+    const T_Wanted* pEnd = p_atWanted + N;
+    const T_Wanted* pWanted = i < N && fnIs(p_atWanted[i]) ? p_atWanted + i : std::find_if(p_atWanted, pEnd, fnIs);
+    if (pWanted != pEnd) pWanted->sValue.Set(CNarrow(p_cAttrs.getValue(i)).Text());
   }
 }
 

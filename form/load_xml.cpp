@@ -1,5 +1,4 @@
 // Which of its two readers reads a message's XML.
-#include "base/number.h"
 #include "callorv/msg/msg.h"
 #include "form/msg_handler.h"
 #include "form/own_form_reader.h"

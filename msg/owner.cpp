@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "callorv/msg/msg.h"
 #include "callorv/base/exception.h"
+#include "callorv/msg/msg.h"
 #include "msg/cells.h"
 #include "msg/owner.h"
 #include "msg/prefetch.h"

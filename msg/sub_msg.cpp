@@ -2,8 +2,8 @@
 #include <new>
 #include <utility>
 
-#include "callorv/msg/msg.h"
 #include "callorv/base/exception.h"
+#include "callorv/msg/msg.h"
 #include "msg/access.h"
 #include "msg/cells.h"
 #include "msg/owner.h"

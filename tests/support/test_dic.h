@@ -1,4 +1,4 @@
-// The messages that the tests of this layer use.
+// The messages that the tests of messages and their parts use.
 #ifndef TESTS_UNIT_MSG_TEST_DIC_H
 #define TESTS_UNIT_MSG_TEST_DIC_H
 
