@@ -2,6 +2,7 @@
 #ifndef FUZZ_PACKET_MODEL_H
 #define FUZZ_PACKET_MODEL_H
 
+#include <cstdint>
 #include <string>
 
 #include "callorv/net/tcp_adaptor.h"
