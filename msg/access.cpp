@@ -14,9 +14,9 @@ using namespace callorv::detail;
 
 // ---- checks
 
-int CAccess::FailTag(CMsg& p_cMsg, int p_iTag) {
-  return p_cMsg.Fail(p_cMsg.m_pMsgInfo == nullptr ? MSG_UNDEF_MSG : MSG_UNDEF_TAG, "msgnum=%d, tagnum=%d",
-                     p_cMsg.m_iMsgNum, p_iTag);
+int CAccess::FailTag(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag) {
+  return p_cMsg.Fail(p_cRow.m_pMsgInfo == nullptr ? MSG_UNDEF_MSG : MSG_UNDEF_TAG, "msgnum=%d, tagnum=%d",
+                     p_cRow.m_iMsgNum, p_iTag);
 }
 
 int CAccess::FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine) {

@@ -11,7 +11,8 @@ namespace callorv::detail {
 struct CAccess {
   // ---- failures
   // What went wrong, as code; its text is kept. Apart from the checks, which are on every value's way.
-  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag);
+  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag) { return FailTag(p_cMsg, p_cMsg, p_iTag); }
+  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag);    // of a row, but told by the message
   [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
   [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
   [[gnu::cold]] static int FailUndefined(CMsg& p_cMsg);    // the message itself
@@ -36,6 +37,8 @@ struct CAccess {
     if (p_cMsg.m_pMsgInfo == nullptr) return FailUndefined(p_cMsg);
     return p_fnByTag(p_cMsg.m_pMsgInfo->m_cNameMap.GetOr(p_szName, -1));    // GetTagNumByName, one call less
   }
+
+  static const char* NameOf(const CMsgInfo& p_cInfo) { return p_cInfo.m_sName.ToStr(); }    // borrowed from the dictionary
 
   // ---- reading: failures are thrown
   static bool IsDefined(const CMsg& p_cMsg, int p_iMsgNum) { return p_cMsg.m_pMsgDic->GetMsgInfo(p_iMsgNum) != nullptr; }

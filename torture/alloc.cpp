@@ -732,6 +732,42 @@ std::vector<T_Op> CFunctions() {
          return iRet;
        },
        "-27 MSG_Error(-1) : No Data found {tagnum=16}", asNone},
+      {"MSG_GetIntColumn of texts", FULL,
+       [](T_World& w) { return MSG_GetIntColumn(w.pMsg.get(), 16, 1, &w.tOut.i, nullptr, 1); },
+       "-17 MSG_Error(-17) : Invalid tag type {Line:983, tagnum=1,type=(string/integer)} i=0", {"-11 i=0"}},
+      {"MSG_GetIntColumn", FULL,
+       [](T_World& w) { return MSG_GetIntColumn(w.pMsg.get(), 16, 2, &w.tOut.i, nullptr, 1); }, "4 i=0", {}},
+      {"MSG_GetDblColumn", FULL,
+       [](T_World& w) { return MSG_GetDblColumn(w.pMsg.get(), 16, 9, &w.tOut.d, nullptr, 1); },
+       "-18 MSG_Error(-18) : Not defined tag in dictionary {msgnum=101, tagnum=9} d=0.000000", {"-11 d=0.000000"}},
+      {"MSG_GetBoolColumn", EMPTY,
+       [](T_World& w) { return MSG_GetBoolColumn(w.pMsg.get(), 16, 2, &w.tOut.i, nullptr, 1); },
+       "-1 MSG_Error(-1) : No Data found {tagnum=16} i=0", {"-11 i=0"}},
+      {"MSG_GetDateColumn", FULL,
+       [](T_World& w) { return MSG_GetDateColumn(w.pMsg.get(), 16, 1, w.tOut.szText, nullptr, 1); },
+       "-17 MSG_Error(-17) : Invalid tag type {Line:1103, tagnum=1,type=(string/date)} buffer=", {"-11 buffer="}},
+      {"MSG_GetStrColumn", FULL,
+       [](T_World& w) {
+         size_t auOffset[3];
+         return MSG_GetStrColumn(w.pMsg.get(), 16, 1, w.tOut.szText, sizeof(w.tOut.szText), auOffset, nullptr, 2);
+       },
+       "4 buffer=" + sText, {}},
+      {"MSG_GetStrColumn without room", FULL,
+       [](T_World& w) {
+         size_t auOffset[5];
+         return MSG_GetStrColumn(w.pMsg.get(), 16, 1, w.tOut.szText, 50, auOffset, nullptr, 4);
+       },
+       "-27 MSG_Error(-27) : Out of index boundary in array {tagnum=1} buffer=" + sText, {"-11 buffer=" + sText}},
+      {"MSG_NextMsg", EMPTY, [](T_World&) { return MSG_NextMsg(10); }, "100", {}},
+      {"MSG_FindMsg", EMPTY, [](T_World&) { return MSG_FindMsg("Everything"); }, "100", {}},
+      {"MSG_GetMsgName", EMPTY, [](T_World&) { return MSG_GetMsgName(100) != nullptr ? 1 : 0; }, "1", {}},
+      {"MSG_GetTagCount", EMPTY, [](T_World&) { return MSG_GetTagCount(100); }, "12", {}},
+      {"MSG_GetTagNum", EMPTY, [](T_World&) { return MSG_GetTagNum(100, 11); }, "16", {}},
+      {"MSG_FindTag", EMPTY, [](T_World&) { return MSG_FindTag(100, "rows"); }, "16", {}},
+      {"MSG_GetTagName", EMPTY, [](T_World&) { return MSG_GetTagName(100, 16) != nullptr ? 1 : 0; }, "1", {}},
+      {"MSG_GetTagType", EMPTY, [](T_World&) { return MSG_GetTagType(100, 16); }, "6", {}},
+      {"MSG_GetTagSubMsg", EMPTY, [](T_World&) { return MSG_GetTagSubMsg(100, 16); }, "101", {}},
+      {"MSG_IsArrayTag", EMPTY, [](T_World&) { return MSG_IsArrayTag(100, 16); }, "1", {}},
   };
 }
 

@@ -68,6 +68,9 @@ static void BeforeInitialisation(void) {
   CheckOld(&tErr, __LINE__);
   CHECK(MSG_GetSelfNum(pMsg) == 0);
   CHECK_TEXT(MSG_GetLastError(pMsg), "");
+  CHECK(MSG_NextMsg(0) == 0);
+  CHECK(MSG_FindMsg("Row") == -19);
+  CHECK(MSG_GetTagCount(100) == -19);
   CHECK(MSG_SetInt(pMsg, 2, 5) == -19);
   CHECK_TEXT(MSG_GetLastError(pMsg), "MSG_Error(-19) : Not defined msg in dictionary {msgnum=0, tagnum=2}");
 
@@ -455,6 +458,50 @@ static void Arrays(void) {
   MSG_Destroy(pMsg);
 }
 
+static void Columns(void) {
+  CMsg* pMsg = NewMsg(100);
+  int aiOut[3] = {42, 42, 42};
+  unsigned char abSet[3];
+  char szTexts[16];
+  size_t auOffset[4];
+  CHECK(MSG_GetIntColumn(pMsg, 16, 2, aiOut, abSet, 3) == -1);
+  CHECK(aiOut[0] == 0);
+  CHECK(MSG_SetStr(MSG_NewSub(pMsg, 16, NULL), 1, "one") == 0);
+  CHECK(MSG_SetInt(MSG_NewSub(pMsg, 16, NULL), 2, 20) == 0);
+  CHECK(MSG_GetIntColumn(pMsg, 16, 2, aiOut, abSet, 3) == 2);
+  CHECK(aiOut[0] == 0 && aiOut[1] == 20 && aiOut[2] == 0);
+  CHECK(abSet[0] == 0 && abSet[1] == 1 && abSet[2] == 0);
+  CHECK(MSG_GetStrColumn(pMsg, 16, 1, NULL, 0, auOffset, abSet, 2) == 2);
+  CHECK(auOffset[2] == 5);
+  CHECK(MSG_GetStrColumn(pMsg, 16, 1, szTexts, 4, auOffset, abSet, 2) == -27);
+  CHECK(MSG_GetStrColumn(pMsg, 16, 1, szTexts, sizeof(szTexts), auOffset, abSet, 2) == 2);
+  CHECK_TEXT(szTexts + auOffset[0], "one");
+  CHECK_TEXT(szTexts + auOffset[1], "");
+  CHECK(abSet[0] == 1 && abSet[1] == 0);
+  CHECK(MSG_GetDblColumn(pMsg, 16, 2, NULL, abSet, 2) == -12);
+  CHECK(MSG_GetBoolColumn(pMsg, 16, 2, aiOut, abSet, 2) == -17);
+  CHECK(MSG_GetDateColumn(pMsg, 16, 9, szTexts, abSet, 1) == -18);
+  CHECK_TEXT(MSG_GetLastError(pMsg), "MSG_Error(-18) : Not defined tag in dictionary {msgnum=101, tagnum=9}");
+  MSG_Destroy(pMsg);
+}
+
+static void Dictionary(void) {
+  CHECK(MSG_NextMsg(0) == 1 && MSG_NextMsg(1) == 10 && MSG_NextMsg(10) == 100 && MSG_NextMsg(101) == 0);
+  CHECK(MSG_FindMsg("Row") == 101);
+  CHECK(MSG_FindMsg("row") == -19);
+  CHECK_TEXT(MSG_GetMsgName(100), "Everything");
+  CHECK(MSG_GetTagCount(100) == 12);
+  CHECK(MSG_GetTagNum(100, 11) == 16);
+  CHECK(MSG_GetTagNum(100, 12) == -27);
+  CHECK(MSG_FindTag(100, "rows") == 16);
+  CHECK_TEXT(MSG_GetTagName(100, 16), "rows");
+  CHECK(MSG_GetTagType(100, 16) == MSG_TYPE_SUBMSG);
+  CHECK(MSG_GetTagType(100, 3) == MSG_TYPE_DOUBLE);
+  CHECK(MSG_GetTagType(100, 9) == -18);
+  CHECK(MSG_GetTagSubMsg(100, 16) == 101);
+  CHECK(MSG_IsArrayTag(100, 16) == 1 && MSG_IsArrayTag(100, 6) == 0);
+}
+
 static char* ReadFile(const char* p_szPath) {
   static char s_szContent[10000];
   size_t iLen = 0;
@@ -637,6 +684,8 @@ int main(int argc, char** argv) {
   Dates();
   SubMessages();
   Arrays();
+  Columns();
+  Dictionary();
   Calls();
   CallsInFlight();
   Dumps(argv[2]); /* the last: it takes standard output away */

@@ -23,6 +23,9 @@ int main(int argc, char** argv) {
   CMsg* pRow;
   CallOrv_Call* pCall;
   int i, iValue, rc;
+  int aiColumn[4];
+  unsigned char abSet[4];
+  size_t auOffset[4];
   double dValue;
   CHECK(argc == 4);
   memset(&t, 0x5A, sizeof(t));
@@ -53,9 +56,19 @@ int main(int argc, char** argv) {
   CHECK(MSG_GetInt(pRow, 3, &iValue) == 0 && iValue == 2 && MSG_GetDbl(pRow, 4, &dValue) == 0 && dValue == 2.5);
   CHECK(MSG_GetInt(pRow, 9, &iValue) == -18);
   CHECK(strcmp(MSG_GetLastError(pRow), "MSG_Error(-18) : Not defined tag in dictionary {msgnum=1202, tagnum=9}") == 0);
+  CHECK(MSG_GetIntColumn(pOrders, 3, 3, aiColumn, abSet, 4) == 3 && aiColumn[2] == 2 && abSet[2] == 1 && abSet[3] == 0);
+  CHECK(MSG_GetBoolColumn(pOrders, 3, 2, aiColumn, abSet, 4) == 3 && aiColumn[0] == 255 && aiColumn[3] == 0);
+  CHECK(MSG_GetStrColumn(pOrders, 3, 1, szText, 3, auOffset, abSet, 3) == 3 && auOffset[3] == 3 && abSet[0] == 0);
+  CHECK(MSG_GetStrColumn(pOrders, 3, 1, szText, 2, auOffset, abSet, 3) == -27);
+  CHECK(MSG_GetDblColumn(pOrders, 3, 4, &dValue, NULL, 1) == 3 && dValue == 0.5);
+  CHECK(MSG_GetDateColumn(pOrders, 3, 4, szText, abSet, 1) == -17 && MSG_GetDateColumn(NULL, 3, 4, szText, abSet, 1) == -12);
   MSG_Destroy(pOrders);
   MSG_Destroy(pIn);
   MSG_Destroy(pOut);
+  CHECK(MSG_NextMsg(10) == 1101 && MSG_FindMsg("OrderListRequest") == 1201 && strcmp(MSG_GetMsgName(1202), "Order") == 0);
+  CHECK(MSG_GetTagCount(1201) == 3 && MSG_GetTagNum(1201, 2) == 3 && MSG_FindTag(1201, "Orders") == 3);
+  CHECK(strcmp(MSG_GetTagName(1201, 2), "ValidUntil") == 0 && MSG_GetTagType(1201, 2) == MSG_TYPE_DATE);
+  CHECK(MSG_GetTagSubMsg(1201, 3) == 1202 && MSG_IsArrayTag(1201, 3) == 1 && MSG_TYPE_STRING == 1 && MSG_TYPE_SUBMSG == 6);
   for (i = 0; i < (int)sizeof(t.acFence); ++i) CHECK(t.acFence[i] == 0x5A);
   return printf("headers of %s: all as it was\n", CALLORV_VERSION) < 0;
 }

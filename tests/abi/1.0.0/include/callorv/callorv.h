@@ -22,7 +22,7 @@ typedef struct CMsg CMsg;
  * int results are 0 (or a length or count), or a negative code:
  *   -1 no value (or, where it says so, a failed file)   -11 no memory          -12 null handle or null output
  *   -17 the tag has another type                        -18 no such tag        -19 no message definition
- *   -27 index outside the array                         -28 sub-message has a parent already
+ *   -27 index outside the array, or too small a buffer  -28 sub-message has a parent already
  * The detail is in MSG_GetLastError until the next failure on the same handle. On failure outputs are as the
  * function says; a null handle touches none.
  *
@@ -211,6 +211,66 @@ CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);
 CALLORV_API char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc);  /* as MSG_GetStrEx */
 CALLORV_API int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf);   /* as MSG_GetDate */
 CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /* as MSG_GetSub */
+
+/* ---- Columns: one tag of all rows in one call, where a getter for each row would cost more than what it gets. ----
+ * Row i is what MSG_GetAtSubArr(msg, rowsTag, i) gives; a single tag has one row. Of a tag that is an array in its row, the
+ * column has the first element.
+ *   out      room for n values, the caller's. The first n rows are read; what has no value is 0: where the row has none,
+ *            where the row is null, and beyond the last row
+ *   set      n marks, 1 where there is a value and 0 where there is none; null for a caller who does not ask
+ *   n        below 1: nothing is read nor written, and out may be null
+ *   returns  the number of rows, whatever n is; or a negative code, tested in this order, with all n values 0 and no mark set:
+ *            -12 null handle (nothing is written then) or null output; of rowsTag, as MSG_GetSub: -19, -18, -1 no value, -17;
+ *            of tag, row by row: -18 or -19 the row has no such tag, -17 it has it with another type.
+ *            -11 no memory for a failure's text
+ */
+
+CALLORV_API int MSG_GetIntColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n);
+CALLORV_API int MSG_GetDblColumn(CMsg* msg, int rowsTag, int tag, double* out, unsigned char* set, int n);
+CALLORV_API int MSG_GetBoolColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n); /* 255 or 0 */
+/* out: 9 bytes for each, as MSG_GetDate writes them; 9 NULs where there is none. */
+CALLORV_API int MSG_GetDateColumn(CMsg* msg, int rowsTag, int tag, char* out, unsigned char* set, int n);
+/* The texts stand one behind the other in buf, each with its NUL; "" where there is none.
+ *   offsets  room for n + 1, the caller's: text i begins at buf + offsets[i], and offsets[i + 1] - offsets[i] bytes are its own
+ *            and its NUL's. offsets[n] is the size that buf needs
+ *   buf      null: just measures. Room for size bytes, the caller's
+ *   returns  as the others, where offsets is the output that must not be null; last -27: size is below offsets[n]. offsets and set are
+ *            then as on success, and buf has the texts that end within size */
+CALLORV_API int MSG_GetStrColumn(CMsg* msg, int rowsTag, int tag, char* buf, size_t size, size_t* offsets,
+                                 unsigned char* set, int n);
+
+/* ---- The dictionary: what messages and tags there are. ----
+ * Any number of threads may ask at once, but none while the process is set up; before, there are no messages. Texts are
+ * borrowed from the dictionary, for as long as the library is loaded.
+ *   returns  -19 no message definition of that number (or name), -18 no such tag in it, -12 null name; null in place of a text */
+
+enum {
+  MSG_TYPE_STRING = 1,
+  MSG_TYPE_INTEGER = 2,
+  MSG_TYPE_DOUBLE = 3,
+  MSG_TYPE_BOOL = 4,
+  MSG_TYPE_DATE = 5,
+  MSG_TYPE_SUBMSG = 6
+};
+
+/* The smallest message number above msgnum; 0 when there is none. for (i = MSG_NextMsg(0); i > 0; i = MSG_NextMsg(i)) ... */
+CALLORV_API int MSG_NextMsg(int msgnum);
+/* The number of the message of that name, of several the smallest. Compares with one after the other: keep the number. */
+CALLORV_API int MSG_FindMsg(const char* name);
+CALLORV_API const char* MSG_GetMsgName(int msgnum);
+/* The number of tags; one that is defined twice counts twice, and its first definition holds. */
+CALLORV_API int MSG_GetTagCount(int msgnum);
+/* The number of a tag, which may be 0, in the order of the definition; -27 when index is not below the number of tags. */
+CALLORV_API int MSG_GetTagNum(int msgnum, int index);
+/* The number of the tag of that name, of several the first. */
+CALLORV_API int MSG_FindTag(int msgnum, const char* name);
+CALLORV_API const char* MSG_GetTagName(int msgnum, int tag);
+/* One of MSG_TYPE_... */
+CALLORV_API int MSG_GetTagType(int msgnum, int tag);
+/* The message number of a sub-message tag's rows, which need not be defined; 0 for other types. */
+CALLORV_API int MSG_GetTagSubMsg(int msgnum, int tag);
+/* 1: an array tag, 0: a single one. */
+CALLORV_API int MSG_IsArrayTag(int msgnum, int tag);
 
 #ifdef __cplusplus
 }

@@ -11,6 +11,8 @@ class CStream;
 namespace callorv {
 namespace detail {
 class CArena;
+struct CAccess;
+struct CCells;
 template <class NODE>
 class CChainIndex;
 }
@@ -66,7 +68,8 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   callorv::detail::CArena* m_pArena;                   // the dictionary's, in which the tags stand; null without one
 
   friend class CMsgDic;
-  friend struct CMsgOps;
+  friend struct callorv::detail::CCells;
+  friend struct callorv::detail::CAccess;
 };
 
 #endif

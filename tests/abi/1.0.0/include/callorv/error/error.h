@@ -6,6 +6,12 @@
 
 #include "callorv/export.h"
 
+namespace callorv {
+namespace detail {
+struct COwner;
+}
+}    // namespace callorv
+
 // The codes that callers meet by number; MA_GetErrorStr has the text of each.
 enum E_MsgError {
   MSG_OK = 0,
@@ -61,7 +67,7 @@ class CALLORV_API CLastError {
   void DropLastError() noexcept;    // as if nothing had failed yet
   void Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) CALLORV_PRINTF(3, 0);
 
-  friend struct CMsgOps;
+  friend struct callorv::detail::COwner;
 };
 static_assert(sizeof(CLastError) == sizeof(void*), "programs know its size");
 

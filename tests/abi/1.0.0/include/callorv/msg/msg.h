@@ -18,6 +18,10 @@ struct CMsgValue;    // the cell that holds one tag's value; private
 namespace callorv {
 namespace detail {
 class CArena;
+struct CAccess;
+struct CCells;
+struct COwner;
+struct CPrefetch;
 struct T_MsgExtra;
 }
 }    // namespace callorv
@@ -360,7 +364,10 @@ class CALLORV_API CMsg : public CLastError {
     return p_Value > static_cast<T>(INT_MAX) ? INT_MAX + 1LL : static_cast<long long>(p_Value);
   }
 
-  friend struct CMsgOps;
+  friend struct callorv::detail::CAccess;
+  friend struct callorv::detail::CCells;
+  friend struct callorv::detail::COwner;
+  friend struct callorv::detail::CPrefetch;
 };
 
 // A new message with the process-wide dictionary; without a definition when p_iMsgNum is below 1. The caller's, until

@@ -44,7 +44,7 @@ class CALLORV_API CMsgArray : public CLastError {
   int m_iCapacity;
   bool m_bAdopt;
 
-  friend struct CMsgOps;
+  friend struct callorv::detail::COwner;
 };
 
 #endif
