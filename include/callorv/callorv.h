@@ -76,8 +76,8 @@ CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile
 CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Error* err);
 
 /* ---- Calls that hold no thread ----
- * One call under way; made by CallOrv_Start, freed by CallOrv_Finish or CallOrv_Cancel. It asks its service over a connection
- * of its own, which is closed at its end, and needs no thread to wait: whoever owns it steps it when its descriptor is ready.
+ * A call under way asks its service over a connection of its own, which is closed at its end, and needs no thread to wait:
+ * whoever owns it steps it when its descriptor is ready.
  *
  *   pCall = CallOrv_Start(...);
  *   while (CallOrv_Step(pCall)) wait for GetEvents() on GetFd(), GetTimeLeft() milliseconds at most;
@@ -92,6 +92,8 @@ CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Err
  * Poll it level-triggered: a step reads or sends 64 KB at most, and what is left is to wake the caller again. With
  * edge-triggered events (EPOLLET), arm the descriptor anew after every step (EPOLL_CTL_MOD), which tells at once of what is
  * there still. A call that is over stays readable until it is finished: do not wait for it any more. */
+
+/* One call under way; made by CallOrv_Start, freed by CallOrv_Finish or CallOrv_Cancel. */
 typedef struct CallOrv_Call CallOrv_Call;
 
 /* Looks up the server's host name and keeps the address for the calls that begin with CallOrv_Start and
@@ -165,6 +167,7 @@ CALLORV_API int MSG_Dump(CMsg* msg, const char* path, CallOrv_Error* err);
 
 /* ---- Setters. On an array tag each call appends one element. ---- */
 
+/* The value as it is: nothing is converted, and nothing rounded. 0, -12, -19, -18, -17 or -11. */
 CALLORV_API int MSG_SetInt(CMsg* msg, int tag, int v);
 CALLORV_API int MSG_SetDbl(CMsg* msg, int tag, double v);
 CALLORV_API int MSG_SetBool(CMsg* msg, int tag, int v); /* 0 is false, all else true */

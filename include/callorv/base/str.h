@@ -17,13 +17,14 @@ typedef CArray<CString> CStrArray;
 class CALLORV_API CString {
  public:
   CString() noexcept { SetInline(0); }
-  CString(const char* p_sz);
+  CString(const char* p_sz);          // a copy of the text
   CString(const CString& p_s);
   CString(CString&& p_s) noexcept;    // p_s becomes empty
   ~CString() {
     if (IsHeap()) FreeHeap();
   }
 
+  // A copy of the text, which may be, or lie inside, this one.
   void Set(const char* p_sz);
   void Set(const CString& p_s);
   // The p_iLen bytes from p_p on, NULs among them included; p_iLen below 1 gives "". p_p may lie inside this text;

@@ -31,6 +31,7 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CMsgInfo(const CMsgInfo&) = delete;
   CMsgInfo& operator=(const CMsgInfo&) = delete;
 
+  // What the dictionary says of the message; the hash key as it is used, 1 to 128.
   int GetMsgNum() const { return m_iMsgNum; }
   CString GetMsgName() const { return m_sName; }
   CString GetVersion() const { return m_sVer; }
