@@ -1,5 +1,7 @@
 """Runs the callorv command, and speaks its packets without any of its code."""
+import contextlib
 import hashlib
+import itertools
 import os
 import re
 import shutil
@@ -184,6 +186,63 @@ class Server:
         self.errors.seek(0)
         self.rest, self.log, self.status = out.decode(), self.errors.read().decode(), self.process.returncode
         self.errors.close()
+
+
+class Wire:
+    """The network between a client and a server's port: hands bytes on and keeps all of them, as (number of the connection,
+    whether the client sent it, bytes); no bytes are an end, and None is a reset, which the other side sees as an end."""
+
+    def __init__(self, port):
+        self.target = port
+        self.events = []
+        self.threads = []
+
+    def __enter__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.start(self.accept)
+        return self
+
+    def sent(self, client):
+        """All bytes of one direction."""
+        return b"".join(data or b"" for _, by_client, data in self.events if by_client == client)
+
+    def start(self, function, *args):
+        self.threads.append(threading.Thread(target=function, args=args))
+        self.threads[-1].start()
+
+    def accept(self):
+        for number in itertools.count():
+            try:
+                near, _ = self.listener.accept()
+            except OSError:    # shut down
+                return
+            self.start(self.carry, number, near, socket.create_connection(("127.0.0.1", self.target)))
+
+    def carry(self, number, near, far):
+        with near, far:
+            back = threading.Thread(target=self.pass_on, args=(number, False, far, near))
+            back.start()
+            self.pass_on(number, True, near, far)
+            back.join()
+
+    def pass_on(self, number, client, source, sink):
+        with contextlib.suppress(OSError):    # one of them has gone
+            try:
+                while piece := source.recv(65536):
+                    self.events.append((number, client, piece))
+                    sink.sendall(piece)
+                self.events.append((number, client, b""))
+            except ConnectionResetError:
+                self.events.append((number, client, None))
+        with contextlib.suppress(OSError):
+            sink.shutdown(socket.SHUT_WR)
+
+    def __exit__(self, *_):
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+        for thread in self.threads:
+            thread.join(timeout=60)
 
 
 class ToolTest(unittest.TestCase):

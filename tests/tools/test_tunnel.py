@@ -1,14 +1,12 @@
 """A call through the TLS tunnel that SECURITY.md describes: its certificates and its configuration of stunnel."""
-import contextlib
 import os
 import re
 import shutil
-import socket
 import subprocess
 import threading
 import unittest
 
-from support import Server, ToolTest, run
+from support import Server, ToolTest, Wire, run
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 STUNNEL = shutil.which("stunnel4") or "stunnel"
@@ -64,56 +62,6 @@ class Stunnel:
         self.process.communicate(timeout=60)
 
 
-class Wire:
-    """The network between the tunnel's ends: hands bytes on and keeps all of them."""
-
-    def __init__(self, port):
-        self.target = port
-        self.seen = []    # a piece for each direction of each connection
-        self.threads = []
-
-    def __enter__(self):
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
-        self.start(self.accept)
-        return self
-
-    def start(self, function, *args):
-        self.threads.append(threading.Thread(target=function, args=args))
-        self.threads[-1].start()
-
-    def accept(self):
-        while True:
-            try:
-                near, _ = self.listener.accept()
-            except OSError:    # shut down
-                return
-            self.start(self.carry, near, socket.create_connection(("127.0.0.1", self.target)))
-
-    def carry(self, near, far):
-        with near, far:
-            back = threading.Thread(target=self.pass_on, args=(far, near))
-            back.start()
-            self.pass_on(near, far)
-            back.join()
-
-    def pass_on(self, source, sink):
-        seen = bytearray()
-        self.seen.append(seen)
-        with contextlib.suppress(OSError):    # one of them has gone
-            while piece := source.recv(65536):
-                seen += piece
-                sink.sendall(piece)
-        with contextlib.suppress(OSError):
-            sink.shutdown(socket.SHUT_WR)
-
-    def __exit__(self, *_):
-        self.listener.shutdown(socket.SHUT_RDWR)
-        self.listener.close()
-        for thread in self.threads:
-            thread.join(timeout=60)
-
-
 class TunnelTest(ToolTest):
     def setUp(self):
         super().setUp()
@@ -140,8 +88,8 @@ class TunnelTest(ToolTest):
         self.assert_run(result, 0, err="")
         self.assertIn("[1](code) SECRET\n", result.stdout.decode())
         self.assertIn(" user=TU********* ", self.server.log)
-        self.assertEqual(len(self.wire.seen), 2)
-        for seen in self.wire.seen:
+        for client in (True, False):
+            seen = self.wire.sent(client)
             self.assertGreater(len(seen), 1000)
             for text in (b"QMX-SSP", b"TUNNEL-USER", b"SECRET"):
                 self.assertNotIn(text, seen)
