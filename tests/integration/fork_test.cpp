@@ -9,8 +9,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/service_peer.h"
@@ -18,27 +20,40 @@
 
 namespace {
 
-// Whether documents of every fate are read as they should be: with a kept reader, with a new one, and not at all.
-bool ReadsAll() {
+// Reads documents of every fate: with a kept reader, with a new one, and not at all. "", or what went wrong.
+std::string Read() {
   const auto fnRead = [](std::string p_sXml) {
     CMsg cMsg(0, 0, 0, MA_GetMsgDic());
     try {
-      return cMsg.LoadXml(&p_sXml[0]);
+      return std::to_string(cMsg.LoadXml(&p_sXml[0])) + " " + cMsg.GetLastError();
     } catch (const CException& cError) {
-      return cError.GetCode();
+      return std::to_string(cError.GetCode()) + " " + cError.GetText();
     }
   };
-  return fnRead(Body100("text")) == 0 && fnRead("hello") == -21 && fnRead("<msg no='100'><t1>x</t2></msg>") == -21 &&
-         fnRead("<msg no='100'><x:t1 xmlns:x='u'>x</x:t1></msg>") == 0;
+  for (const auto& [sXml, iWanted] : std::vector<std::pair<std::string, int>>{
+           {Body100("text"), 0},
+           {"hello", -21},
+           {"<msg no='100'><t1>x</t2></msg>", -21},
+           {"<msg no='100'><x:t1 xmlns:x='u'>x</x:t1></msg>", 0}}) {
+    const std::string sResult = fnRead(sXml);
+    if (std::stoi(sResult) != iWanted) return sXml + ": " + sResult;
+  }
+  return "";
 }
 
-bool Calls() {
+// Makes a call. "", or what went wrong.
+std::string Call() {
   const CMsgPtr pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
   CallOrv_Error tErr = {};
   int iBack = 0;
-  return MSG_SetInt(pIn.get(), 2, 5) == 0 && CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr) == 0 &&
-         MSG_GetInt(pOut.get(), 2, &iBack) == 0 && iBack == 5;
+  MSG_SetInt(pIn.get(), 2, 5);
+  const int iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr);
+  if (iRet != 0) return std::to_string(iRet) + " " + std::to_string(tErr.iCode) + " " + tErr.szText;
+  MSG_GetInt(pOut.get(), 2, &iBack);
+  return iBack == 5 ? "" : "the reply holds " + std::to_string(iBack);
 }
+
+std::string ReadAndCall() { return Read() + Call(); }
 
 // Forks; the child runs p_fn, which does not return. What waitpid says of it.
 template <class F>
@@ -58,13 +73,20 @@ int ForkStatus(F p_fn) {
 TEST_CASE("a process whose threads are parsing may fork, and its children may execute a program") {
   CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
   SetUp(cPeer.Port());
-  REQUIRE(ReadsAll());
+  REQUIRE(Read() == "");
   std::atomic<bool> bEnd{false};
-  std::atomic<int> iRight{0}, iWrong{0};
+  int iRight = 0;
+  std::mutex cMutex;
+  std::string sWrong;
   std::vector<std::thread> cThreads;
   for (int i = 0; i < 4; ++i) {
     cThreads.emplace_back([&, i] {
-      while (!bEnd) ++((i % 2 == 0 ? ReadsAll() : Calls()) ? iRight : iWrong);
+      while (!bEnd) {
+        const std::string sFault = i % 2 == 0 ? Read() : Call();
+        const std::lock_guard<std::mutex> cLock(cMutex);
+        if (sFault.empty()) ++iRight;
+        else sWrong += sFault + "\n";
+      }
     });
   }
   int iGood = 0;
@@ -74,18 +96,18 @@ TEST_CASE("a process whose threads are parsing may fork, and its children may ex
   bEnd = true;
   for (std::thread& cThread : cThreads) cThread.join();
   CHECK(iGood == 200);
-  CHECK(iRight.load() > 0);
-  CHECK(iWrong.load() == 0);
+  CHECK(iRight > 0);
+  CHECK(sWrong == "");
 }
 
 TEST_CASE("a child that is forked while no other thread is in the library reads, calls and ends as any process") {
   CServicePeer cPeer([](const T_Request& p_tRequest) { return T_Answer{Packet(p_tRequest.sBody)}; });
   SetUp(cPeer.Port());
-  REQUIRE((ReadsAll() && Calls()));
+  REQUIRE(ReadAndCall() == "");
   for (int i = 0; i < 20; ++i) {
-    CHECK(ForkStatus([] { _exit(ReadsAll() && Calls() && ReadsAll() ? 0 : 1); }) == 0);
+    CHECK(ForkStatus([] { _exit((ReadAndCall() + Read()).empty() ? 0 : 1); }) == 0);
   }
-  CHECK((ReadsAll() && Calls()));
+  CHECK(ReadAndCall() == "");
 }
 
 TEST_CASE("a child that has a copy of a call's connection does not keep it open") {
@@ -101,7 +123,7 @@ TEST_CASE("a child that has a copy of a call's connection does not keep it open"
     cEnd.set_value(recv(p_iSock, &cByte, 1, 0));
   });
   SetUp(cPeer.Port());
-  std::future<bool> cCall = std::async(std::launch::async, Calls);
+  std::future<std::string> cCall = std::async(std::launch::async, Call);
   cArrived.get_future().wait();
   const pid_t iPid = fork();
   if (iPid == 0) {
@@ -109,7 +131,7 @@ TEST_CASE("a child that has a copy of a call's connection does not keep it open"
     for (;;) pause();
   }
   cForked.set_value();
-  CHECK(cCall.get());
+  CHECK(cCall.get() == "");
   CHECK(cEnd.get_future().get() == 0);    // an orderly end, while the child lives
   CHECK(kill(iPid, SIGKILL) == 0);
   CHECK(waitpid(iPid, nullptr, 0) == iPid);

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <mutex>
 #include <stdexcept>
@@ -100,11 +101,22 @@ class CPeer {
   }
 };
 
+// What p_fnCall returns, which moves bytes. A socket with a time limit is not asked again by the system when a signal comes that
+// nobody handles: SIGCHLD, where fork() holds it back.
+template <class F>
+ssize_t Uninterrupted(F p_fnCall) {
+  ssize_t iMoved;
+  do iMoved = p_fnCall();
+  while (iMoved < 0 && errno == EINTR);
+  return iMoved;
+}
+
 // Sends everything; false when the other side went away.
 inline bool WriteAll(int p_iSock, const std::string& p_sBytes) {
   size_t uDone = 0;
   while (uDone < p_sBytes.size()) {
-    const ssize_t iSent = send(p_iSock, p_sBytes.data() + uDone, p_sBytes.size() - uDone, MSG_NOSIGNAL);
+    const ssize_t iSent = Uninterrupted(
+        [&] { return send(p_iSock, p_sBytes.data() + uDone, p_sBytes.size() - uDone, MSG_NOSIGNAL); });
     if (iSent <= 0) return false;
     uDone += static_cast<size_t>(iSent);
   }
@@ -116,7 +128,7 @@ inline std::string ReadBytes(int p_iSock, size_t p_uLen) {
   std::string sBytes(p_uLen, '\0');
   size_t uHave = 0;
   while (uHave < p_uLen) {
-    const ssize_t iGot = recv(p_iSock, &sBytes[uHave], p_uLen - uHave, 0);
+    const ssize_t iGot = Uninterrupted([&] { return recv(p_iSock, &sBytes[uHave], p_uLen - uHave, 0); });
     if (iGot <= 0) break;
     uHave += static_cast<size_t>(iGot);
   }
@@ -129,7 +141,7 @@ inline std::string ReadToEnd(int p_iSock) {
   std::string sBytes;
   char szPart[4096];
   for (;;) {
-    const ssize_t iGot = recv(p_iSock, szPart, sizeof(szPart), 0);
+    const ssize_t iGot = Uninterrupted([&] { return recv(p_iSock, szPart, sizeof(szPart), 0); });
     if (iGot <= 0) return sBytes;
     sBytes.append(szPart, static_cast<size_t>(iGot));
   }

@@ -1,11 +1,13 @@
 // SendData.
 #include <doctest/doctest.h>
+#include <gnu/libc-version.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <future>
 #include <thread>
@@ -279,7 +281,8 @@ TEST_CASE("SendData: a thread may be cancelled while it sends") {
   CHECK(cAdaptor.Disconnect() == 0);    // it is as it was otherwise
 }
 
-// SIGPIPE reaches the thread while it is inside send(), as when the connection ends in the moment of the cancellation.
+// SIGPIPE reaches the thread while it is inside send(), as when the connection ends in the moment of the cancellation. From
+// glibc 2.41 on a send() that has sent something returns before the cancellation acts: then the signal is somebody else's.
 TEST_CASE("a thread that is cancelled while it sends leaves SIGPIPE as it was") {
   struct T_AtEnd {
     std::string& sState;
@@ -309,12 +312,17 @@ TEST_CASE("a thread that is cancelled while it sends leaves SIGPIPE as it was") 
     cAdaptor.Disconnect();
     return (bCancelled ? "" : "not cancelled, ") + sState;
   };
-  SUBCASE("none is delivered") { CHECK(InChild(fnCancelSend) == "open, none pending, handled 0"); }
-  SUBCASE("none stays behind where the application blocks it") {
+  int iMajor = 0, iMinor = 0;
+  REQUIRE(sscanf(gnu_get_libc_version(), "%d.%d", &iMajor, &iMinor) == 2);
+  const bool bReturns = iMajor > 2 || iMinor >= 41;
+  SUBCASE("none is delivered that send() may have raised") {
+    CHECK(InChild(fnCancelSend) == std::string("open, none pending, handled ") + (bReturns ? "1" : "0"));
+  }
+  SUBCASE("none of those stays behind where the application blocks it") {
     CHECK(InChild([&] {
             BlockSigPipe();
             return fnCancelSend();
-          }) == "blocked, none pending, handled 0");
+          }) == std::string(bReturns ? "blocked, pending" : "blocked, none pending") + ", handled 0");
   }
   SUBCASE("one that the application has pending stays") {
     CHECK(InChild([&] {
