@@ -9,6 +9,8 @@ import re
 import sys
 
 SCOPE = re.compile(r'\b(class|struct|union|enum|namespace)\b[^()]*$|extern "C"\s*$')
+# What the comment above others is not said of.
+NOT_SAID = re.compile(r"^\s*([#}]|static_assert|typedef|friend|$)|~\w+\(|= (delete|default);|operator=\(")
 BEHIND = re.compile(r"^(.*?[^\s{(])\s+(?://|/\*)\s?(.*?)\s*(?:\*/)?$")
 
 
@@ -73,8 +75,10 @@ class Filter:
         title = re.match(r"-{4} (.*)", lines[0])
         if title and self.is_c:
             name, _, rest = re.sub(r"\.? ?-{4}$", "", title[1]).partition(". ")
+            name, _, more = name.partition(": ")
+            rest = f"{more}. {rest}" if more else rest
             self.close()
-            self.out.append(doc([rest, *lines[1:]], "", f"@defgroup {re.sub('[^a-z]+', '_', name.lower())} {name}"))
+            self.out.append(doc([rest[:1].upper() + rest[1:], *lines[1:]], "", f"@defgroup {re.sub('[^a-z]+', '_', name.lower())} {name}"))
             self.out.append("/** @{ */")
             self.group = True
         elif title or "class" in self.scopes:
@@ -89,7 +93,7 @@ class Filter:
 
     def code(self, line):
         """One line that is no comment."""
-        fresh = not self.statement.strip() and not re.match(r"\s*([#}]|static_assert|typedef|friend|$)", line)
+        fresh = not self.statement.strip() and not NOT_SAID.search(line)
         behind = BEHIND.match(line) if line.count('"') % 2 == 0 else None
         text = behind[1] if behind else re.sub(r"\s*//.*", "", line)
         declares = all(self.scopes)

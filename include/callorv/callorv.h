@@ -206,11 +206,12 @@ CALLORV_API CMsg* MSG_GetSub(CMsg* msg, int tag, int* rc);
 
 /* Number of values: 1 for a single tag that is set, or a negative code. */
 CALLORV_API int MSG_GetArrSize(CMsg* msg, int tag);
+/* As MSG_GetInt, MSG_GetDbl and so on, for one element; *out is 0 on failure. */
 CALLORV_API int MSG_GetAtIntArr(CMsg* msg, int tag, int index, int* out);
 CALLORV_API int MSG_GetAtDblArr(CMsg* msg, int tag, int index, double* out);
 CALLORV_API int MSG_GetAtBoolArr(CMsg* msg, int tag, int index, int* out);    /* 255 or 0, as MSG_GetBool */
 CALLORV_API int MSG_GetAtStrArr(CMsg* msg, int tag, int index, char* buf);    /* as MSG_GetStr */
-CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);
+CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);               /* as MSG_GetStrLen */
 CALLORV_API char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc);  /* as MSG_GetStrEx */
 CALLORV_API int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf);   /* as MSG_GetDate */
 CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /* as MSG_GetSub */
@@ -228,6 +229,7 @@ CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /*
  *            -11 no memory for a failure's text
  */
 
+/* The column of an integer or of a double tag. */
 CALLORV_API int MSG_GetIntColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n);
 CALLORV_API int MSG_GetDblColumn(CMsg* msg, int rowsTag, int tag, double* out, unsigned char* set, int n);
 CALLORV_API int MSG_GetBoolColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n); /* 255 or 0 */
@@ -260,14 +262,14 @@ enum {
 CALLORV_API int MSG_NextMsg(int msgnum);
 /* The number of the message of that name, of several the smallest. Compares with one after the other: keep the number. */
 CALLORV_API int MSG_FindMsg(const char* name);
-CALLORV_API const char* MSG_GetMsgName(int msgnum);
+CALLORV_API const char* MSG_GetMsgName(int msgnum);          /* the name, "" for one without */
 /* The number of tags; one that is defined twice counts twice, and its first definition holds. */
 CALLORV_API int MSG_GetTagCount(int msgnum);
 /* The number of a tag, which may be 0, in the order of the definition; -27 when index is not below the number of tags. */
 CALLORV_API int MSG_GetTagNum(int msgnum, int index);
 /* The number of the tag of that name, of several the first. */
 CALLORV_API int MSG_FindTag(int msgnum, const char* name);
-CALLORV_API const char* MSG_GetTagName(int msgnum, int tag);
+CALLORV_API const char* MSG_GetTagName(int msgnum, int tag); /* the name, "" for one without */
 /* One of MSG_TYPE_... */
 CALLORV_API int MSG_GetTagType(int msgnum, int tag);
 /* The message number of a sub-message tag's rows, which need not be defined; 0 for other types. */

@@ -37,7 +37,7 @@ class CALLORV_API CPendingCall {
   //            -3 (-11 "Out of memory"); -4 as the other Finish; -5 (-1 with p_pOut's sLastError)
   // Throws CException when LoadFromMsg does.
   int Finish(CMsgBase* p_pOut, CCallOrvError* p_pErr);
-  void Cancel() noexcept;
+  void Cancel() noexcept;    // as CallOrv_Cancel; none is left here
 
   // As CallOrv_SetUser and CallOrv_GetUser.
   void SetUser(void* p_pUser);
