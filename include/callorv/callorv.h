@@ -216,9 +216,9 @@ CALLORV_API char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc);  /*
 CALLORV_API int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf);   /* as MSG_GetDate */
 CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /* as MSG_GetSub */
 
-/* ---- Columns: one tag of all rows in one call, where a getter for each row would cost more than what it gets. ----
- * Row i is what MSG_GetAtSubArr(msg, rowsTag, i) gives; a single tag has one row. Of a tag that is an array in its row, the
- * column has the first element.
+/* ---- Columns: one tag of all rows ----
+ * In one call, where a getter for each row would cost more than what it gets. Row i is what MSG_GetAtSubArr(msg, rowsTag, i)
+ * gives; a single tag has one row. Of a tag that is an array in its row, the column has the first element.
  *   out      room for n values, the caller's. The first n rows are read; what has no value is 0: where the row has none,
  *            where the row is null, and beyond the last row
  *   set      n marks, 1 where there is a value and 0 where there is none; null for a caller who does not ask
@@ -244,7 +244,7 @@ CALLORV_API int MSG_GetDateColumn(CMsg* msg, int rowsTag, int tag, char* out, un
 CALLORV_API int MSG_GetStrColumn(CMsg* msg, int rowsTag, int tag, char* buf, size_t size, size_t* offsets,
                                  unsigned char* set, int n);
 
-/* ---- The dictionary: what messages and tags there are. ----
+/* ---- The dictionary: what messages and tags there are ----
  * Any number of threads may ask at once, but none while the process is set up; before, there are no messages. Texts are
  * borrowed from the dictionary, for as long as the library is loaded.
  *   returns  -19 no message definition of that number (or name), -18 no such tag in it, -12 null name; null in place of a text */

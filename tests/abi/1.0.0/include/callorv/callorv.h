@@ -76,8 +76,8 @@ CALLORV_API int CallOrv_InitializeEx(const char* keyFile, const char* msgDicFile
 CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Error* err);
 
 /* ---- Calls that hold no thread ----
- * One call under way; made by CallOrv_Start, freed by CallOrv_Finish or CallOrv_Cancel. It asks its service over a connection
- * of its own, which is closed at its end, and needs no thread to wait: whoever owns it steps it when its descriptor is ready.
+ * A call under way asks its service over a connection of its own, which is closed at its end, and needs no thread to wait:
+ * whoever owns it steps it when its descriptor is ready.
  *
  *   pCall = CallOrv_Start(...);
  *   while (CallOrv_Step(pCall)) wait for GetEvents() on GetFd(), GetTimeLeft() milliseconds at most;
@@ -92,6 +92,8 @@ CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Err
  * Poll it level-triggered: a step reads or sends 64 KB at most, and what is left is to wake the caller again. With
  * edge-triggered events (EPOLLET), arm the descriptor anew after every step (EPOLL_CTL_MOD), which tells at once of what is
  * there still. A call that is over stays readable until it is finished: do not wait for it any more. */
+
+/* One call under way; made by CallOrv_Start, freed by CallOrv_Finish or CallOrv_Cancel. */
 typedef struct CallOrv_Call CallOrv_Call;
 
 /* Looks up the server's host name and keeps the address for the calls that begin with CallOrv_Start and
@@ -165,6 +167,7 @@ CALLORV_API int MSG_Dump(CMsg* msg, const char* path, CallOrv_Error* err);
 
 /* ---- Setters. On an array tag each call appends one element. ---- */
 
+/* The value as it is: nothing is converted, and nothing rounded. 0, -12, -19, -18, -17 or -11. */
 CALLORV_API int MSG_SetInt(CMsg* msg, int tag, int v);
 CALLORV_API int MSG_SetDbl(CMsg* msg, int tag, double v);
 CALLORV_API int MSG_SetBool(CMsg* msg, int tag, int v); /* 0 is false, all else true */
@@ -203,18 +206,19 @@ CALLORV_API CMsg* MSG_GetSub(CMsg* msg, int tag, int* rc);
 
 /* Number of values: 1 for a single tag that is set, or a negative code. */
 CALLORV_API int MSG_GetArrSize(CMsg* msg, int tag);
+/* As MSG_GetInt, MSG_GetDbl and so on, for one element; *out is 0 on failure. */
 CALLORV_API int MSG_GetAtIntArr(CMsg* msg, int tag, int index, int* out);
 CALLORV_API int MSG_GetAtDblArr(CMsg* msg, int tag, int index, double* out);
 CALLORV_API int MSG_GetAtBoolArr(CMsg* msg, int tag, int index, int* out);    /* 255 or 0, as MSG_GetBool */
 CALLORV_API int MSG_GetAtStrArr(CMsg* msg, int tag, int index, char* buf);    /* as MSG_GetStr */
-CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);
+CALLORV_API int MSG_GetAtStrLen(CMsg* msg, int tag, int index);               /* as MSG_GetStrLen */
 CALLORV_API char* MSG_GetAtStrArrEx(CMsg* msg, int tag, int index, int* rc);  /* as MSG_GetStrEx */
 CALLORV_API int MSG_GetAtDateArr(CMsg* msg, int tag, int index, char* buf);   /* as MSG_GetDate */
 CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /* as MSG_GetSub */
 
-/* ---- Columns: one tag of all rows in one call, where a getter for each row would cost more than what it gets. ----
- * Row i is what MSG_GetAtSubArr(msg, rowsTag, i) gives; a single tag has one row. Of a tag that is an array in its row, the
- * column has the first element.
+/* ---- Columns: one tag of all rows ----
+ * In one call, where a getter for each row would cost more than what it gets. Row i is what MSG_GetAtSubArr(msg, rowsTag, i)
+ * gives; a single tag has one row. Of a tag that is an array in its row, the column has the first element.
  *   out      room for n values, the caller's. The first n rows are read; what has no value is 0: where the row has none,
  *            where the row is null, and beyond the last row
  *   set      n marks, 1 where there is a value and 0 where there is none; null for a caller who does not ask
@@ -225,6 +229,7 @@ CALLORV_API CMsg* MSG_GetAtSubArr(CMsg* msg, int tag, int index, int* rc);    /*
  *            -11 no memory for a failure's text
  */
 
+/* The column of an integer or of a double tag. */
 CALLORV_API int MSG_GetIntColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n);
 CALLORV_API int MSG_GetDblColumn(CMsg* msg, int rowsTag, int tag, double* out, unsigned char* set, int n);
 CALLORV_API int MSG_GetBoolColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n); /* 255 or 0 */
@@ -239,7 +244,7 @@ CALLORV_API int MSG_GetDateColumn(CMsg* msg, int rowsTag, int tag, char* out, un
 CALLORV_API int MSG_GetStrColumn(CMsg* msg, int rowsTag, int tag, char* buf, size_t size, size_t* offsets,
                                  unsigned char* set, int n);
 
-/* ---- The dictionary: what messages and tags there are. ----
+/* ---- The dictionary: what messages and tags there are ----
  * Any number of threads may ask at once, but none while the process is set up; before, there are no messages. Texts are
  * borrowed from the dictionary, for as long as the library is loaded.
  *   returns  -19 no message definition of that number (or name), -18 no such tag in it, -12 null name; null in place of a text */
@@ -257,14 +262,14 @@ enum {
 CALLORV_API int MSG_NextMsg(int msgnum);
 /* The number of the message of that name, of several the smallest. Compares with one after the other: keep the number. */
 CALLORV_API int MSG_FindMsg(const char* name);
-CALLORV_API const char* MSG_GetMsgName(int msgnum);
+CALLORV_API const char* MSG_GetMsgName(int msgnum);          /* the name, "" for one without */
 /* The number of tags; one that is defined twice counts twice, and its first definition holds. */
 CALLORV_API int MSG_GetTagCount(int msgnum);
 /* The number of a tag, which may be 0, in the order of the definition; -27 when index is not below the number of tags. */
 CALLORV_API int MSG_GetTagNum(int msgnum, int index);
 /* The number of the tag of that name, of several the first. */
 CALLORV_API int MSG_FindTag(int msgnum, const char* name);
-CALLORV_API const char* MSG_GetTagName(int msgnum, int tag);
+CALLORV_API const char* MSG_GetTagName(int msgnum, int tag); /* the name, "" for one without */
 /* One of MSG_TYPE_... */
 CALLORV_API int MSG_GetTagType(int msgnum, int tag);
 /* The message number of a sub-message tag's rows, which need not be defined; 0 for other types. */
