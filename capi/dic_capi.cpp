@@ -1,4 +1,8 @@
 // What the dictionary says, for C.
+#include <string.h>
+
+#include <algorithm>
+
 #include "callorv/callorv.h"
 #include "callorv/dict/msg_dic.h"
 #include "capi/guard.h"
@@ -28,7 +32,7 @@ int OfTag(int p_iMsgNum, int p_iTag, F p_fnOf) {
 }    // namespace
 
 int MSG_NextMsg(int msgnum) {
-  for (int i = msgnum > 0 ? msgnum + 1 : 1; i < CMsgDic::SLOTS && i > 0; ++i) {
+  for (int i = std::clamp<int>(msgnum, 0, CMsgDic::SLOTS) + 1; i < CMsgDic::SLOTS; ++i) {
     if (MA_GetMsgDic()->GetMsgInfo(i) != nullptr) return i;
   }
   return 0;

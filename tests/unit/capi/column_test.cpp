@@ -108,7 +108,10 @@ TEST_CASE("fewer values than rows: the first ones, and the number of rows all th
   CHECK(aiOut == CInts{-5, 0, 42});
   for (int iN : {0, -1}) {
     CHECK(MSG_GetIntColumn(pMsg.get(), ROWS, 7, nullptr, nullptr, iN) == 3);
+    char cOut = '#';
     CHECK(MSG_GetStrColumn(pMsg.get(), ROWS, 1, nullptr, 0, nullptr, nullptr, iN) == 3);
+    CHECK(MSG_GetStrColumn(pMsg.get(), ROWS, 1, &cOut, 0, nullptr, nullptr, iN) == 3);
+    CHECK(cOut == '#');
   }
   const T_Texts t = Texts(pMsg.get(), 1, 8);
   CHECK(t.iRet == 3);
