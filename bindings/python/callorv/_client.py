@@ -30,8 +30,8 @@ def _initialize(library: Library, config: str) -> None:
         try:
             with open(config, "rb") as file:
                 wanted = library.handle, os.path.realpath(config), file.read()
-        except OSError as error:
-            raise Error(_native.CONFIG, f"{config}: {error.strerror}") from None
+        except (OSError, ValueError) as error:
+            raise Error(_native.CONFIG, f"{config}: {getattr(error, 'strerror', error)}") from None
         if _set_up is None:
             record = ErrorRecord()
             if library.CallOrv_Initialize(os.fsencode(config), byref(record)) != 0:
@@ -144,7 +144,7 @@ class Client:
             raise Error(_native.INPUT, f"service {number} has no place in 32 bits")
         if deadline is None:
             return number, None
-        if not 0 < deadline < math.inf:
+        if not isinstance(deadline, (int, float)) or not 0 < deadline < math.inf:
             raise Error(_native.INPUT, f"a deadline is some seconds, not {deadline!r}")
         return number, min(math.ceil(deadline * 1000), (1 << 31) - 1)
 
@@ -153,6 +153,8 @@ class Client:
         definition = self._dictionary[message]
         request = messages.new(definition.number)
         if values is not None:
+            if not isinstance(values, Mapping):
+                raise Error(_native.TAG_TYPE, f"values are a mapping, not {type(values).__name__}")
             self._values.fill(request, definition, values)
         self._values.fill(request, definition, tags)
         return request

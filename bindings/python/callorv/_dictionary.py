@@ -43,6 +43,8 @@ class Dictionary:
 
     def __getitem__(self, message: Union[int, str]) -> Definition:
         """The definition of a message's number or name."""
+        if not isinstance(message, (int, str)):
+            raise Error(_native.TAG_TYPE, f"a message is an int or a str, not {type(message).__name__}")
         known = self._known.get(message)
         if known is None:
             known = self._known[message] = self._read(message)

@@ -70,8 +70,17 @@ def test_a_service_that_is_none(client: callorv.Client, service: Any, text: str)
     assert (caught.value.code, caught.value.text) == (-28, text)
 
 
-@pytest.mark.parametrize("deadline", [0, -1, float("nan"), float("inf")])
-def test_a_deadline_that_is_none(client: callorv.Client, deadline: float) -> None:
+@pytest.mark.parametrize("message, values, text", [(None, {}, "a message is an int or a str, not NoneType"),
+                                                   ([1], {}, "a message is an int or a str, not list"),
+                                                   (100, [("number", 1)], "values are a mapping, not list")])
+def test_arguments_of_the_wrong_type(client: callorv.Client, message: Any, values: Any, text: str) -> None:
+    with pytest.raises(callorv.Error) as caught:
+        client.call(7, message, values)
+    assert (caught.value.code, caught.value.text) == (-17, text)
+
+
+@pytest.mark.parametrize("deadline", [0, -1, float("nan"), float("inf"), "1"])
+def test_a_deadline_that_is_none(client: callorv.Client, deadline: Any) -> None:
     with pytest.raises(callorv.Error) as caught:
         client.call(7, "Everything", deadline=deadline)
     assert (caught.value.code, caught.value.text) == (-28, f"a deadline is some seconds, not {deadline!r}")
@@ -158,6 +167,10 @@ def test_a_configuration_or_library_that_is_not_there(tmp_path: pathlib.Path) ->
     with pytest.raises(callorv.Error) as caught:
         callorv.Client(tmp_path / "none.cfg", library=LIBRARY)
     assert (caught.value.code, caught.value.text) == (-34, f"{tmp_path}/none.cfg: No such file or directory")
+    for odd in (str(tmp_path), "a\0b"):
+        with pytest.raises(callorv.Error) as caught:
+            callorv.Client(odd, library=LIBRARY)
+        assert caught.value.code == -34
     with pytest.raises(callorv.Error) as caught:
         callorv.Client(tmp_path / "none.cfg", library=tmp_path / "none.so")
     assert caught.value.code == -35 and "none.so" in caught.value.text
