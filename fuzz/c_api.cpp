@@ -11,10 +11,15 @@ namespace {
 
 // The numbers that the texts of a wrong type print, by type.
 struct T_Lines {
-  int iSet, iGet, iGetAt;
+  int iSet, iGet, iGetArr, iGetAt;
 };
-const T_Lines s_atLines[] = {{},           {1178, 699, 2355}, {1233, 740, 2393}, {1280, 777, 2431},
-                             {1327, 814, 2469}, {1378, 850, 2506}, {1441, 891, 2544}};
+const T_Lines s_atLines[] = {{},
+                             {1178, 699, 943, 2355},
+                             {1233, 740, 983, 2393},
+                             {1280, 777, 1023, 2431},
+                             {1327, 814, 1063, 2469},
+                             {1378, 850, 1103, 2506},
+                             {1441, 891, 1144, 2544}};
 const char* const s_aszType[] = {"Unknown", "string", "integer", "double", "bool", "date", "submsg"};
 
 // Runs one program. The messages are in m_apTop, and those that the program has handles of in m_apKnown.
@@ -60,6 +65,7 @@ class CMachine {
       case 10: Set(cMsg); break;
       case 11: Size(cMsg); break;
       case 12: m_cInput.Byte() % 4 == 0 ? Clear(cMsg) : NewSub(cMsg); break;
+      case 13: Column(cMsg); break;
       default: Get(cMsg, iOperation % 2 == 0);
     }
     ExpectSame(MSG_GetLastError(cMsg.pMsg), cMsg.sError, "MSG_GetLastError");
@@ -74,6 +80,7 @@ class CMachine {
                          : p_iCode == -17 ? "Invalid tag type"
                          : p_iCode == -18 ? "Not defined tag in dictionary"
                          : p_iCode == -19 ? "Not defined msg in dictionary"
+                         : p_iCode == -27 ? "Out of index boundary in array"
                                           : "Invalid input msg of service";
     p_cMsg.sError = "MSG_Error(" + std::to_string(p_iCode) + ") : " + szText + " {" + p_sDetail + "}";
     return p_iCode;
@@ -318,6 +325,76 @@ class CMachine {
     ExpectSame(iRet, p_iShould, "MSG_GetStrEx");
     Expect(p_pValue != nullptr ? szCopy != nullptr && p_pValue->s == szCopy : szCopy == nullptr, "copied text");
     free(szCopy);
+  }
+  // The first values of a column, null where there is none; how many rows there are.
+  static int FindColumn(T_ModelMsg& p_cMsg, int p_iRowsTag, int p_iTag, E_TagType p_eType,
+                        std::vector<const T_Value*>& p_apValue) {
+    const T_TagDef* pTag = nullptr;
+    std::vector<T_Value>* patRow = nullptr;
+    if (const int iRet = FindValues(p_cMsg, p_iRowsTag, pTag, patRow)) return iRet;
+    if (const int iRet = CheckType(p_cMsg, *pTag, TAG_SUBMSG, s_atLines[TAG_SUBMSG].iGetArr)) return iRet;
+    for (size_t i = 0; i < std::min(p_apValue.size(), patRow->size()); ++i) {
+      const T_ModelMsg* pRow = (*patRow)[i].pSub;
+      if (pRow == nullptr) continue;
+      pTag = pRow->pDef != nullptr ? pRow->pDef->Find(p_iTag) : nullptr;
+      if (pTag == nullptr) {
+        return Fail(p_cMsg, pRow->pDef != nullptr ? -18 : -19,
+                    "msgnum=" + std::to_string(pRow->Num()) + ", tagnum=" + std::to_string(p_iTag));
+      }
+      if (const int iRet = CheckType(p_cMsg, *pTag, p_eType, s_atLines[p_eType].iGetArr)) return iRet;
+      const auto it = pRow->cValues.find(p_iTag);
+      if (it != pRow->cValues.end()) p_apValue[i] = &it->second.front();
+    }
+    return static_cast<int>(patRow->size());
+  }
+  void Column(T_ModelMsg& p_cMsg) {
+    const int iRowsTag = TakeTag(), iTag = TakeTag();
+    const auto eType = static_cast<E_TagType>(TAG_STRING + m_cInput.Byte() % TAG_DATE);
+    const size_t iN = m_cInput.Byte() % 6, iRoom = m_cInput.Byte();
+    std::vector<const T_Value*> apValue(iN);
+    int iShould = FindColumn(p_cMsg, iRowsTag, iTag, eType, apValue);
+    if (iShould < 0) apValue.assign(iN, nullptr);
+    // As much room as is asked for, and nothing known in it.
+    std::vector<unsigned char> abSet(iN, 99);
+    std::vector<int> aiOut(iN, 99);
+    std::vector<double> adOut(iN, 99);
+    std::vector<size_t> auOffset(iN + 1, 99);
+    std::string sOut(eType == TAG_STRING ? iRoom : iN * 9, '?');
+    const auto fnCall = [&](auto p_fnGet, auto* p_pOut) {
+      return p_fnGet(p_cMsg.pMsg, iRowsTag, iTag, p_pOut, abSet.data(), static_cast<int>(iN));
+    };
+    int iRet = 0;
+    switch (eType) {
+      case TAG_INTEGER: iRet = fnCall(MSG_GetIntColumn, aiOut.data()); break;
+      case TAG_DOUBLE: iRet = fnCall(MSG_GetDblColumn, adOut.data()); break;
+      case TAG_BOOL: iRet = fnCall(MSG_GetBoolColumn, aiOut.data()); break;
+      case TAG_DATE: iRet = fnCall(MSG_GetDateColumn, &sOut[0]); break;
+      default:
+        iRet = MSG_GetStrColumn(p_cMsg.pMsg, iRowsTag, iTag, &sOut[0], iRoom, auOffset.data(), abSet.data(),
+                                static_cast<int>(iN));
+    }
+    size_t iEnd = 0;
+    for (size_t i = 0; i < iN; ++i) {
+      const T_Value* pValue = apValue[i];
+      const T_Value tValue = pValue != nullptr ? *pValue : T_Value();
+      ExpectSame(abSet[i], pValue != nullptr ? 1 : 0, "mark");
+      if (eType == TAG_INTEGER) ExpectSame(aiOut[i], tValue.i, "integer of a column");
+      if (eType == TAG_BOOL) ExpectSame(aiOut[i], tValue.b ? 255 : 0, "bool of a column");
+      if (eType == TAG_DOUBLE) {
+        Expect(adOut[i] == tValue.d || (std::isnan(adOut[i]) && std::isnan(tValue.d)), "double of a column");
+      }
+      const std::string sText = tValue.s + std::string(eType == TAG_DATE ? 9 - tValue.s.size() : 1, '\0');
+      if (eType == TAG_DATE) ExpectSame(sOut.substr(9 * i, 9), sText, "date of a column");
+      if (eType != TAG_STRING) continue;
+      Expect(auOffset[i] == iEnd, "offset");
+      iEnd += sText.size();
+      if (iEnd <= iRoom && iShould >= 0) ExpectSame(sOut.substr(auOffset[i], sText.size()), sText, "text of a column");
+    }
+    if (eType == TAG_STRING && iN > 0) {
+      Expect(auOffset[iN] == iEnd, "size of a column");
+      if (iShould >= 0 && iEnd > iRoom) iShould = Fail(p_cMsg, -27, "tagnum=" + std::to_string(iTag));
+    }
+    ExpectSame(iRet, iShould, "column");
   }
   // The program has got a handle.
   void Meet(T_ModelMsg& p_cSub, CMsg* p_pSub) {
