@@ -2,22 +2,17 @@
 #include "form/msg_handler.h"
 
 #include <cstring>
-#include <optional>
 #include <string_view>
-#include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/sax2/Attributes.hpp>
-#include <xercesc/util/OutOfMemoryException.hpp>
 
 #include "base/number.h"
 #include "callorv/base/exception.h"
 #include "msg/access.h"
 
-using namespace xercesc;
 using namespace callorv::detail;
 
 namespace {
 
-constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
+constexpr T_XmlUse s_tUse{" ", ": ", "\n", "Out of memory 0", false};
 
 }    // namespace
 
@@ -42,24 +37,15 @@ void MsgHandler::Action(const char* p_szXml) {
     throw CException("XMLPlatformUtils::Initialize() was not called", MSG_XML_INIT);
   }
   s_uParsed.fetch_add(1, std::memory_order_relaxed);
-  std::optional<MemBufInputSource> cSource;
-  try {
-    cSource.emplace(reinterpret_cast<const XMLByte*>(p_szXml), strlen(p_szXml), u"MemData", false);
-    cSource->setCopyBufToStream(false);
-  } catch (const OutOfMemoryException&) {
-    throw CException("Out of memory 0", MSG_MEMORY);
-  } catch (const std::bad_alloc&) {
-    throw CException("Out of memory 0", MSG_MEMORY);
-  }
-  const auto fnParse = [&] { return ParseSource(*cSource, true); };
+  const auto fnParse = [&] { return ParseText(p_szXml, strlen(p_szXml), u"MemData", true); };
   Parse(std::ref(fnParse));
 }
 
-void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
+void MsgHandler::StartRoot(const char* p_szName, const CXmlAttributes& p_cAttrs) {
   if (strcmp(p_szName, "msg") != 0) throw CException(MSG_XML, "Unknown root element(%s)", p_szName);
   CString sVer;
-  for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
-    const CNarrow cName(p_cAttrs.getLocalName(i)), cValue(p_cAttrs.getValue(i));
+  for (size_t i = 0; i < p_cAttrs.GetCount(); ++i) {
+    const CNarrow cName(p_cAttrs.GetName(i)), cValue(p_cAttrs.GetValue(i));
     if (strcmp(cName.Text(), "no") == 0) m_iMsgNum = ParseInt32(cValue.Text());
     if (strcmp(cName.Text(), "type") == 0) m_bByName = strcmp(cValue.Text(), "name") == 0;
     if (strcmp(cName.Text(), "ver") == 0) sVer = cValue.Text();
@@ -72,7 +58,7 @@ void MsgHandler::StartRoot(const char* p_szName, const Attributes& p_cAttrs) {
 }
 
 // The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
-const CTagInfo& MsgHandler::Resolve(const XMLCh* p_szWide, const T_TagTexts& p_tTexts) const {
+const CTagInfo& MsgHandler::Resolve(const char16_t* p_szWide, const T_TagTexts& p_tTexts) const {
   const CNarrow cName(p_szWide);
   const char* szName = cName.Text();
   const CMsgInfo* pMsgInfo = m_atOpen.back().pInside;
@@ -91,13 +77,12 @@ const CTagInfo& MsgHandler::Resolve(const XMLCh* p_szWide, const T_TagTexts& p_t
   return *pTag;
 }
 
-void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const,
-                              const Attributes& p_cAttrs) {
-  if (Enter() == 1) {
-    StartRoot(CNarrow(p_szLocalName).Text(), p_cAttrs);
+void MsgHandler::OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) {
+  if (p_iDepth == 1) {
+    StartRoot(CNarrow(p_szName).Text(), p_cAttrs);
     return;
   }
-  const CTagInfo& cTag = Resolve(p_szLocalName, s_tStart);
+  const CTagInfo& cTag = Resolve(p_szName, s_tStart);
   const CMsgInfo* pInside = nullptr;
   if (cTag.m_eType == TAG_SUBMSG) {
     m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(cTag.m_iTagNum);
@@ -107,21 +92,20 @@ void MsgHandler::startElement(const XMLCh* const, const XMLCh* const p_szLocalNa
     if (pInside == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
   }
   m_iCurrentTag = cTag.m_iTagNum;
-  m_atOpen.push_back({p_szLocalName, &cTag, pInside});
+  m_atOpen.push_back({p_szName, &cTag, pInside});
 }
 
-void MsgHandler::characters(const XMLCh* const p_szText, const XMLSize_t p_uLen) {
-  const CNarrow cText(p_szText, p_uLen);
+void MsgHandler::OnText(const char16_t* p_p, size_t p_uLen) {
+  const CNarrow cText(p_p, p_uLen);
   const std::string_view svText = Trimmed(cText.Text());
   if (svText.empty() || m_iCurrentTag < 0) return;
   CAccess::StoreText(*m_pCurrentMsg, CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(), TextLen(svText.size()));
 }
 
-void MsgHandler::endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const) {
+void MsgHandler::OnEnd(const char16_t* p_szName, int p_iDepth) {
   const T_Open tOpen = m_atOpen.back();
   m_atOpen.pop_back();
-  if (Leave() == 1) return;
-  // The parser hands out one and the same name at both ends of an element.
-  const CTagInfo& cTag = tOpen.szName == p_szLocalName ? *tOpen.pTag : Resolve(p_szLocalName, s_tEnd);
+  if (p_iDepth == 1) return;
+  const CTagInfo& cTag = tOpen.szName == p_szName ? *tOpen.pTag : Resolve(p_szName, s_tEnd);
   if (cTag.m_eType == TAG_SUBMSG) m_pCurrentMsg = m_pCurrentMsg->GetParent();
 }

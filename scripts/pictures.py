@@ -24,8 +24,8 @@ CALLS = (
     ("CMsg::LoadXml", "ReadOwnForm", "nearly always"),
     ("ReadOwnForm", "CAccess::StoreText", "value by value"),
     ("CMsg::LoadXml", "MsgHandler::Action", "whatever else it is"),
-    ("MsgHandler::Action", "CXmlHandler::ParseSource", "by Xerces-C++"),
-    ("MsgHandler::characters", "CAccess::StoreText", "value by value"),
+    ("MsgHandler::Action", "CXmlHandler::ParseText", "by Xerces-C++"),
+    ("MsgHandler::OnText", "CAccess::StoreText", "value by value"),
 )
 
 

@@ -1,12 +1,16 @@
-// The only place that sets up the XML parser.
+// The only place that sets up and calls the XML parser.
 #include "xml/xml_reader.h"
 
 #include <atomic>
 #include <new>
+#include <optional>
+#include <type_traits>
 #include <utility>
+#include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/SAXException.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PanicHandler.hpp>
@@ -22,10 +26,13 @@
 #include "callorv/base/exception.h"
 #include "callorv/error/error.h"
 #include "xml/reader_memory.h"
+#include "xml/sax.h"
 
 namespace callorv::detail {
 
 using namespace xercesc;
+
+static_assert(std::is_same_v<XMLCh, char16_t>);
 
 namespace {
 
@@ -63,6 +70,41 @@ class CSaxReader : public SAX2XMLReaderImpl {
  private:
   bool m_bAsNew = true;
 };
+
+// A text, not copied.
+class CTextSource : public MemBufInputSource {
+ public:
+  CTextSource(const char* p_pText, size_t p_uLen, const char16_t* p_szName)
+      : MemBufInputSource(reinterpret_cast<const XMLByte*>(p_pText), p_uLen, p_szName, false) {
+    setCopyBufToStream(false);
+  }
+};
+
+struct T_Wide {
+  XMLCh* psz;
+  explicit T_Wide(const char* p_sz) : psz(XMLString::transcode(p_sz)) {}
+  ~T_Wide() { XMLString::release(&psz); }
+  T_Wide(const T_Wide&) = delete;
+  T_Wide& operator=(const T_Wide&) = delete;
+};
+
+// A local file, opened by the bytes of its name: nothing that looks like a URL reaches the network, and a name that the
+// locale cannot express still opens. Its base loses memory when it finds too little, hence one that knows its blocks.
+struct T_SourceMemory {
+  CReaderMemory cMemory;
+};
+class CFileSource : private T_SourceMemory, public LocalFileInputSource {
+ public:
+  explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_szPath(p_szPath) {}
+  BinInputStream* makeStream() const override {
+    auto pFile = std::make_unique<BinFileInputStream>(m_szPath);
+    return pFile->getIsOpen() ? pFile.release() : nullptr;
+  }
+
+ private:
+  const char* m_szPath;
+};
+struct T_NoSource {};    // thrown when there is no memory for one of them
 
 // A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
 // the parser gets a view of it, and deletes that without giving memory back.
@@ -149,9 +191,9 @@ void InitializeParser() {
   } catch (const XMLException& cError) {
     ThrowBroken(CNarrow(cError.getMessage()).Text());
   } catch (const OutOfMemoryException&) {
-    ThrowBroken("XMLParser out of memory");
+    ThrowBroken(s_szNoMemory);
   } catch (const std::bad_alloc&) {
-    ThrowBroken("XMLParser out of memory");
+    ThrowBroken(s_szNoMemory);
   } catch (const CException& cError) {    // thrown by CPanic
     ThrowBroken(cError.GetText());
   }
@@ -167,15 +209,23 @@ void TerminateParser() {
   XMLPlatformUtils::Terminate();
 }
 
-int CXmlHandler::Enter() {
-  if (++m_iDepth > MAX_DEPTH) throw CException(MSG_XML, "More than %d open elements", static_cast<int>(MAX_DEPTH));
-  return m_iDepth;
+CTranscoded::CTranscoded(const char16_t* p_sz) : m_sz(XMLString::transcode(p_sz)) {}
+
+CTranscoded::~CTranscoded() { XMLString::release(&m_sz); }
+
+size_t CXmlAttributes::GetCount() const { return static_cast<const Attributes*>(m_pParsers)->getLength(); }
+
+const char16_t* CXmlAttributes::GetName(size_t p_uAt) const {
+  return static_cast<const Attributes*>(m_pParsers)->getLocalName(p_uAt);
 }
 
-void CXmlHandler::Report(char p_cKind, const SAXParseException& p_c) const {
-  throw CException(MSG_XML, "[%c]%s (L:%d, C:%d)%s%s", p_cKind, CNarrow(p_c.getSystemId()).Text(),
-                   static_cast<int>(p_c.getLineNumber()), static_cast<int>(p_c.getColumnNumber()), m_tUse.szReportColon,
-                   CNarrow(p_c.getMessage()).Text());
+const char16_t* CXmlAttributes::GetValue(size_t p_uAt) const {
+  return static_cast<const Attributes*>(m_pParsers)->getValue(p_uAt);
+}
+
+void CXmlHandler::GetPlace(int& p_iLine, int& p_iColumn) const {
+  p_iLine = static_cast<int>(m_pSax->Place().getLineNumber());
+  p_iColumn = static_cast<int>(m_pSax->Place().getColumnNumber());
 }
 
 void CXmlHandler::ThrowInternal(const XMLCh* p_szMessage) const {
@@ -183,55 +233,51 @@ void CXmlHandler::ThrowInternal(const XMLCh* p_szMessage) const {
                    m_tUse.szErrorEnd);
 }
 
-void CXmlHandler::startDTD(const XMLCh* const, const XMLCh* const, const XMLCh* const) {
-  if (!m_tUse.bDoctype) throw CException("DOCTYPE is not allowed", MSG_XML);
-}
-
-// The parser bounds how many entity references are expanded, but neither how long each is nor parameter entities.
-void CXmlHandler::internalEntityDecl(const XMLCh* const p_szName, const XMLCh* const p_szValue) {
-  if (*p_szName == '%') throw CException(MSG_XML, "Parameter entity is not allowed(%s)", CNarrow(p_szName).Text());
-  if (XMLString::stringLen(p_szValue) > MAX_ENTITY_SIZE) {
-    throw CException(MSG_XML, "Entity is too long(%s)", CNarrow(p_szName).Text());
+template <class SOURCE, class... ARGS>
+size_t CXmlHandler::ParseNew(bool p_bKept, const ARGS&... p_args) {
+  std::optional<SOURCE> oSource;
+  try {
+    oSource.emplace(p_args...);
+  } catch (const OutOfMemoryException&) {
+    throw T_NoSource();
+  } catch (const std::bad_alloc&) {
+    throw T_NoSource();
   }
-}
-
-// Every element gets the defaults of all its attributes, so a few bytes each could ask for megabytes; those without a default
-// take only time.
-void CXmlHandler::attributeDecl(const XMLCh* const, const XMLCh* const p_szName, const XMLCh* const, const XMLCh* const,
-                                const XMLCh* const p_szDefault) {
-  if (++m_iDeclared > MAX_DECLARED) throw CException(MSG_XML, "Too many attributes are declared(%s)", CNarrow(p_szName).Text());
-  if (p_szDefault == nullptr) return;
-  m_iDefaults += XMLString::stringLen(p_szName) + XMLString::stringLen(p_szDefault);
-  if (m_iDefaults > MAX_DEFAULTS) throw CException(MSG_XML, "Attribute defaults are too long(%s)", CNarrow(p_szName).Text());
-}
-
-XMLSize_t CXmlHandler::ParseSource(const InputSource& p_cSource, bool p_bKept) {
   SecurityManager cBounds;
-  const COwningSource cSource(p_cSource);    // outlives the reader
+  const COwningSource cSource(*oSource);    // outlives the reader
+  CSax cCallbacks(*this);                   // and so do these
   CReaderPtr pReader = p_bKept ? TakeReader() : std::make_unique<T_Reader>();
-  CSaxReader& cSax = *pReader->pSax;
-  cSax.setContentHandler(this);
-  cSax.setErrorHandler(this);
-  cSax.setLexicalHandler(this);
-  cSax.setDeclarationHandler(this);
+  CSaxReader& cReader = *pReader->pSax;
+  cReader.setContentHandler(&cCallbacks);
+  cReader.setErrorHandler(&cCallbacks);
+  cReader.setLexicalHandler(&cCallbacks);
+  cReader.setDeclarationHandler(&cCallbacks);
   if (m_tUse.bDoctype) {
     cBounds.setEntityExpansionLimit(MAX_EXPANSIONS);
-    cSax.setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
+    cReader.setProperty(XMLUni::fgXercesSecurityManager, &cBounds);
   }
-  cSax.parse(cSource);
-  const XMLSize_t iErrors = cSax.getErrorCount();
+  cReader.parse(cSource);
+  const size_t uErrors = cReader.getErrorCount();
   // A reader forgets no prefix and no URI that it ever met; with new ones in every document it would grow without end.
-  if (p_bKept && iErrors == 0 && !m_bPrefixes && cSax.IsAsNew()) KeepReader(std::move(pReader));
-  return iErrors;
+  if (p_bKept && uErrors == 0 && !cCallbacks.HasPrefixes() && cReader.IsAsNew()) KeepReader(std::move(pReader));
+  return uErrors;
 }
 
-void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
+size_t CXmlHandler::ParseText(const char* p_pText, size_t p_uLen, const char16_t* p_szName, bool p_bKept) {
+  return ParseNew<CTextSource>(p_bKept, p_pText, p_uLen, p_szName);
+}
+
+size_t CXmlHandler::ParseFile(const char* p_szPath) { return ParseNew<CFileSource>(false, p_szPath); }
+
+void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const try {
   const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
-  XMLSize_t iErrors = 0;
+  size_t uErrors = 0;
   try {
-    iErrors = p_fnParse();
+    uErrors = p_fnParse();
+  } catch (const T_NoSource&) {
+    throw CException(m_tUse.szNoSource, MSG_MEMORY);
   } catch (const OutOfMemoryException&) {
-    throw CException("XMLParser out of memory", MSG_MEMORY);
+    throw CException(s_szNoMemory, MSG_MEMORY);
   } catch (const XMLException& cError) {
     ThrowInternal(cError.getMessage());
   } catch (const SAXException& cError) {
@@ -239,9 +285,9 @@ void CXmlHandler::Parse(const std::function<XMLSize_t()>& p_fnParse) const try {
   } catch (const CException& cError) {
     throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
   }
-  if (iErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(iErrors));
+  if (uErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(uErrors));
 } catch (const std::bad_alloc&) {    // also for the text of an error
-  throw CException("XMLParser out of memory", MSG_MEMORY);
+  throw CException(s_szNoMemory, MSG_MEMORY);
 }
 
 }    // namespace callorv::detail

@@ -1,12 +1,11 @@
-// The only place that sets up the XML parser.
+// The parser as the rest of the library sees it: nothing of Xerces-C++ is known outside this room.
 #ifndef CALLORV_XML_XML_READER_H
 #define CALLORV_XML_XML_READER_H
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
-#include <xercesc/sax/InputSource.hpp>
-#include <xercesc/sax2/DefaultHandler.hpp>
 
 #include "callorv/base/str.h"
 
@@ -22,9 +21,9 @@ bool IsParserReady();    // whether anybody has initialised it
 // stack.
 class CNarrow {
  public:
-  explicit CNarrow(const XMLCh* p_sz) : CNarrow(p_sz, std::char_traits<XMLCh>::length(p_sz)) {}
-  CNarrow(const XMLCh* p_p, XMLSize_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
-    for (XMLSize_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
+  explicit CNarrow(const char16_t* p_sz) : CNarrow(p_sz, std::char_traits<char16_t>::length(p_sz)) {}
+  CNarrow(const char16_t* p_p, size_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
+    for (size_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
     m_p[p_uLen] = 0;
   }
   CNarrow(const CNarrow&) = delete;
@@ -38,59 +37,91 @@ class CNarrow {
   std::unique_ptr<char[]> m_pFar;
   char* m_p;
 
-  char* Far(XMLSize_t p_uLen) {
+  char* Far(size_t p_uLen) {
     m_pFar.reset(new char[p_uLen + 1]);
     return m_pFar.get();
   }
 };
+
+// The same in UTF-8.
+class CTranscoded {
+ public:
+  explicit CTranscoded(const char16_t* p_sz);
+  ~CTranscoded();
+  CTranscoded(const CTranscoded&) = delete;
+  CTranscoded& operator=(const CTranscoded&) = delete;
+
+  const char* Text() const { return m_sz; }
+
+ private:
+  char* m_sz;
+};
+
+// The attributes of an element, while its start is told.
+class CXmlAttributes {
+ public:
+  explicit CXmlAttributes(const void* p_pParsers) : m_pParsers(p_pParsers) {}
+
+  size_t GetCount() const;
+  const char16_t* GetName(size_t p_uAt) const;    // without a prefix
+  const char16_t* GetValue(size_t p_uAt) const;
+
+ private:
+  const void* m_pParsers;
+};
+
+constexpr char s_szNoMemory[] = "XMLParser out of memory";
 
 // What the two users of the parser do differently.
 struct T_XmlUse {
   const char* szReportColon;     // between position and message of a parser report
   const char* szErrorColon;      // before the message of a parser exception
   const char* szErrorEnd;        // and behind it
+  const char* szNoSource;        // what is said when there is no memory for what is to be parsed
   bool bDoctype;                 // a DOCTYPE is accepted (and can do no harm) instead of refused
 };
 
-// Handler base: turns every parser report into a CException (-21) and refuses documents made to hurt.
-class CXmlHandler : public xercesc::DefaultHandler {
+class CSax;
+
+// Is told what stands in a document. Turns every parser report into a CException (-21) and refuses documents made to hurt.
+class CXmlHandler {
+  friend class CSax;
+
  public:
   enum { MAX_DEPTH = 1024, MAX_ENTITY_SIZE = 1024, MAX_EXPANSIONS = 10000, MAX_DEFAULTS = 1024, MAX_DECLARED = 1024 };
 
-  void warning(const xercesc::SAXParseException& p_c) override { Report('W', p_c); }
-  void error(const xercesc::SAXParseException& p_c) override { Report('E', p_c); }
-  void fatalError(const xercesc::SAXParseException& p_c) override { Report('F', p_c); }
-  void startDTD(const XMLCh* const p_szName, const XMLCh* const p_szPublicId, const XMLCh* const p_szSystemId) override;
-  void internalEntityDecl(const XMLCh* const p_szName, const XMLCh* const p_szValue) override;
-  void attributeDecl(const XMLCh* const p_szElement, const XMLCh* const p_szName, const XMLCh* const p_szType,
-                     const XMLCh* const p_szMode, const XMLCh* const p_szDefault) override;
-  void startPrefixMapping(const XMLCh* const, const XMLCh* const) override { m_bPrefixes = true; }
+  CXmlHandler(const CXmlHandler&) = delete;
+  CXmlHandler& operator=(const CXmlHandler&) = delete;
 
  protected:
   explicit CXmlHandler(const T_XmlUse& p_tUse) : m_tUse(p_tUse) {}
+  virtual ~CXmlHandler() = default;
 
-  // Runs p_fnParse, which makes a source and returns what ParseSource returns for it. Throws CException: what p_fnParse and
-  // the callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11. Pass a
+  // Names are without a prefix, and the same at both ends of an element, down to the pointer. The root's depth is 1.
+  virtual void OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) = 0;
+  virtual void OnText(const char16_t* /*p_p*/, size_t /*p_uLen*/) {}    // a piece of one
+  virtual void OnEnd(const char16_t* /*p_szName*/, int /*p_iDepth*/) {}
+  // Where the parser found what it is about to report; columns and lines from 1 on.
+  virtual void OnReport(int /*p_iLine*/, int /*p_iColumn*/) {}
+  // Where it is now; only inside a callback.
+  void GetPlace(int& p_iLine, int& p_iColumn) const;
+
+  // Runs p_fnParse, which returns what one of the functions below it returns. Throws CException: what p_fnParse and the
+  // callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11. Pass a
   // std::ref, which needs no memory itself.
-  void Parse(const std::function<XMLSize_t()>& p_fnParse) const;
-  // Parses with this handler; returns the parser's error count. Only inside Parse. p_bKept: by a reader that may have served
-  // other documents and may serve later ones, instead of one made for this document.
-  XMLSize_t ParseSource(const xercesc::InputSource& p_cSource, bool p_bKept);
-
-  // Depth of the open elements, the root's being 1. Callbacks enter first and leave last: the parser's own time is
-  // quadratic in depth, so a document of nothing but start tags must end early.
-  int Enter();
-  int Leave() { return m_iDepth--; }
+  void Parse(const std::function<size_t()>& p_fnParse) const;
+  // Both parse, and return how many errors the parser counted; only inside Parse. p_szName: what a report calls the text.
+  // p_bKept: by a reader that may have served other documents and may serve later ones, not by one made for this document.
+  size_t ParseText(const char* p_pText, size_t p_uLen, const char16_t* p_szName, bool p_bKept);
+  size_t ParseFile(const char* p_szPath);
 
  private:
   const T_XmlUse& m_tUse;
-  int m_iDepth = 0;
-  int m_iDeclared = 0;          // attributes, so far
-  XMLSize_t m_iDefaults = 0;    // characters of their defaults
-  bool m_bPrefixes = false;     // the document has declared namespaces
+  const CSax* m_pSax = nullptr;    // while it parses
 
-  [[noreturn]] void ThrowInternal(const XMLCh* p_szMessage) const;
-  [[noreturn]] void Report(char p_cKind, const xercesc::SAXParseException& p_c) const;
+  template <class SOURCE, class... ARGS>
+  size_t ParseNew(bool p_bKept, const ARGS&... p_args);
+  [[noreturn]] void ThrowInternal(const char16_t* p_szMessage) const;
 };
 
 }    // namespace callorv::detail

@@ -730,13 +730,3 @@ TEST_CASE("an application's own parser outlives every dictionary") {
   XMLPlatformUtils::Terminate();
   CHECK(XMLPlatformUtils::fgMemoryManager == nullptr);
 }
-
-TEST_CASE("in a dictionary, the events that carry nothing change nothing") {
-  CMsgDic cDic;
-  MsgDicHandler cHandler(&cDic);
-  cHandler.startDocument();
-  cHandler.characters(u"text", 4);
-  cHandler.ignorableWhitespace(u" ", 1);
-  cHandler.endDocument();
-  CHECK(Dump(cDic).empty());
-}

@@ -5,16 +5,13 @@
 #include <string>
 #include <vector>
 #include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/sax/Locator.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
-#include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/sax2/SAX2XMLReader.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
 #include "support/test_dic.h"
 #include "support/valgrind.h"
-#include "xml/xml_reader.h"
+#include "xml/sax.h"
 
 using namespace callorv::detail;
 
@@ -26,24 +23,23 @@ const int MUTANTS = 200;
 const int MUTANTS = IsUnderValgrind() ? 200 : 20000;    // there they take more than eight minutes
 #endif
 
-constexpr T_XmlUse s_tUse{" ", ": ", "\n", false};
+constexpr T_XmlUse s_tUse{" ", ": ", "\n", "no source", false};
 
-std::string Narrow(const XMLCh* p_sz, XMLSize_t p_uLen) {    // low and high bytes: nothing is lost
+std::string Narrow(const char16_t* p_sz, size_t p_uLen) {    // low and high bytes: nothing is lost
   std::string s;
-  for (XMLSize_t i = 0; i < p_uLen; ++i) s += {static_cast<char>(p_sz[i]), static_cast<char>(p_sz[i] >> 8)};
+  for (size_t i = 0; i < p_uLen; ++i) s += {static_cast<char>(p_sz[i]), static_cast<char>(p_sz[i] >> 8)};
   return s;
 }
-std::string Narrow(const XMLCh* p_sz) { return Narrow(p_sz, std::char_traits<XMLCh>::length(p_sz)); }
+std::string Narrow(const char16_t* p_sz) { return Narrow(p_sz, std::char_traits<char16_t>::length(p_sz)); }
 
-// Everything that the parser says about a document, with the place where it says it; but not the URIs of namespaces, which
-// no handler asks for.
+// Everything that a handler is told about a document, with the place where it is told.
 class CRecorder : public CXmlHandler {
  public:
   CRecorder() : CXmlHandler(s_tUse) {}
 
   // What happened, and the error that ended it.
   std::string Record(const std::string& p_sXml, bool p_bKept) {
-    return Run([&] { return ParseSource(CSource(p_sXml), p_bKept); });
+    return Run([&] { return ParseText(p_sXml.data(), p_sXml.size(), u"MemData", p_bKept); });
   }
   // The same with the parser's own reader.
   std::string RecordBare(const std::string& p_sXml) {
@@ -52,42 +48,29 @@ class CRecorder : public CXmlHandler {
       pReader->setFeature(xercesc::XMLUni::fgSAX2CoreValidation, false);
       pReader->setFeature(xercesc::XMLUni::fgXercesDynamic, false);
       pReader->setFeature(xercesc::XMLUni::fgXercesSchema, false);
-      pReader->setContentHandler(this);
-      pReader->setErrorHandler(this);
-      pReader->parse(CSource(p_sXml));
+      CSax cSax(*this);
+      pReader->setContentHandler(&cSax);
+      pReader->setErrorHandler(&cSax);
+      pReader->parse(
+          xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(p_sXml.data()), p_sXml.size(), "MemData", false));
       return pReader->getErrorCount();
     });
   }
   bool IsWellFormed() const { return m_bWellFormed; }
 
-  void setDocumentLocator(const xercesc::Locator* const p_pLocator) override { m_pLocator = p_pLocator; }
-  void startElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName,
-                    const xercesc::Attributes& p_cAttrs) override {
-    Enter();
-    Event('<', Narrow(p_szLocalName) + '|' + Narrow(p_szQName));
-    for (XMLSize_t i = 0; i < p_cAttrs.getLength(); ++i) {
-      Event('@', Narrow(p_cAttrs.getLocalName(i)) + '|' + Narrow(p_cAttrs.getQName(i)) + '|' +
-                     Narrow(p_cAttrs.getType(i)) + '=' + Narrow(p_cAttrs.getValue(i)));
+  void OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) override {
+    Event('<', std::to_string(p_iDepth) + Narrow(p_szName));
+    for (size_t i = 0; i < p_cAttrs.GetCount(); ++i) {
+      Event('@', Narrow(p_cAttrs.GetName(i)) + '=' + Narrow(p_cAttrs.GetValue(i)));
     }
   }
-  void endElement(const XMLCh* const, const XMLCh* const p_szLocalName, const XMLCh* const p_szQName) override {
-    Leave();
-    Event('>', Narrow(p_szLocalName) + '|' + Narrow(p_szQName));
-  }
-  void characters(const XMLCh* const p_sz, const XMLSize_t p_uLen) override { Event('c', Narrow(p_sz, p_uLen)); }
-  void ignorableWhitespace(const XMLCh* const p_sz, const XMLSize_t p_uLen) override {
-    Event('i', Narrow(p_sz, p_uLen));
-  }
-  void processingInstruction(const XMLCh* const p_szTarget, const XMLCh* const p_szData) override {
-    Event('?', Narrow(p_szTarget) + '|' + Narrow(p_szData));
+  void OnEnd(const char16_t* p_szName, int p_iDepth) override { Event('>', std::to_string(p_iDepth) + Narrow(p_szName)); }
+  void OnText(const char16_t* p_p, size_t p_uLen) override { Event('c', Narrow(p_p, p_uLen)); }
+  void OnReport(int p_iLine, int p_iColumn) override {
+    m_sEvents += std::to_string(p_iLine) + ',' + std::to_string(p_iColumn);
   }
 
  private:
-  struct CSource : xercesc::MemBufInputSource {
-    explicit CSource(const std::string& p_s)
-        : MemBufInputSource(reinterpret_cast<const XMLByte*>(p_s.data()), p_s.size(), "MemData", false) {}
-  };
-  const xercesc::Locator* m_pLocator = nullptr;
   std::string m_sEvents;
   bool m_bWellFormed = false;
 
@@ -102,8 +85,9 @@ class CRecorder : public CXmlHandler {
     return m_sEvents;
   }
   void Event(char p_cKind, const std::string& p_sText) {
-    m_sEvents += p_cKind + std::to_string(m_pLocator->getLineNumber()) + ',' +
-                 std::to_string(m_pLocator->getColumnNumber()) + ':' + p_sText + '\n';
+    int iLine, iColumn;
+    GetPlace(iLine, iColumn);
+    m_sEvents += p_cKind + std::to_string(iLine) + ',' + std::to_string(iColumn) + ':' + p_sText + '\n';
   }
 };
 

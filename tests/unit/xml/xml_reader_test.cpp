@@ -4,8 +4,8 @@
 #include <functional>
 #include <new>
 #include <stdexcept>
-#include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/internal/VecAttributesImpl.hpp>
 #include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -15,20 +15,24 @@
 
 #include "base/kept.h"
 #include "support/test_dic.h"
+#include "xml/sax.h"
 
 using namespace callorv::detail;
 
 namespace {
 
-constexpr T_XmlUse s_tColon{" : ", " : ", "", true};     // as for dictionaries
-constexpr T_XmlUse s_tNoColon{" ", ": ", "\n", false};    // as for messages
+constexpr T_XmlUse s_tColon{" : ", " : ", "", "no source", true};     // as for dictionaries
+constexpr T_XmlUse s_tNoColon{" ", ": ", "\n", "no source", false};    // as for messages
 
 class CProbe : public CXmlHandler {
  public:
   explicit CProbe(const T_XmlUse& p_tUse) : CXmlHandler(p_tUse) {}
-  using CXmlHandler::Enter;
-  using CXmlHandler::Leave;
   using CXmlHandler::Parse;
+  int m_iDepth = 0, m_iLine = 0, m_iColumn = 0;
+
+  void OnStart(const char16_t*, const CXmlAttributes&, int p_iDepth) override { m_iDepth = p_iDepth; }
+  void OnEnd(const char16_t*, int p_iDepth) override { m_iDepth = -p_iDepth; }
+  void OnReport(int p_iLine, int p_iColumn) override { m_iLine = p_iLine, m_iColumn = p_iColumn; }
 };
 
 class CPlace : public xercesc::Locator {
@@ -44,13 +48,11 @@ class CNested : public CXmlHandler {
  public:
   explicit CNested(int p_iLevels) : CXmlHandler(s_tNoColon), m_iLevels(p_iLevels) {}
   int Run() {
-    const auto fnParse = [this] {
-      return ParseSource(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>("<a/>"), 4, "nested", false), true);
-    };
+    const auto fnParse = [this] { return ParseText("<a/>", 4, u"nested", true); };
     Parse(std::ref(fnParse));
     return m_iParsed;
   }
-  void startElement(const XMLCh* const, const XMLCh* const, const XMLCh* const, const xercesc::Attributes&) override {
+  void OnStart(const char16_t*, const CXmlAttributes&, int) override {
     m_iParsed = m_iLevels > 1 ? 1 + CNested(m_iLevels - 1).Run() : 1;
   }
 
@@ -157,7 +159,7 @@ TEST_CASE("what the parser throws becomes a code and a text") {
       {[] { throw CException(-18, "tagnum=%d", 7); }, -18, "Handler error : tagnum=7", "Handler error : tagnum=7"},
   };
   for (const T_Row& tRow : s_atRow) {
-    const auto fnParse = [&tRow]() -> XMLSize_t {
+    const auto fnParse = [&tRow]() -> size_t {
       tRow.fnThrow();
       return 0;
     };
@@ -173,7 +175,7 @@ TEST_CASE("errors that the parser only counted are an error") {
 }
 
 TEST_CASE("any other exception passes unchanged") {
-  CHECK_THROWS_AS(CProbe(s_tColon).Parse([]() -> XMLSize_t { throw std::runtime_error("mine"); }), std::runtime_error);
+  CHECK_THROWS_AS(CProbe(s_tColon).Parse([]() -> size_t { throw std::runtime_error("mine"); }), std::runtime_error);
 }
 
 TEST_CASE("a report of any kind is thrown with its place") {
@@ -181,20 +183,31 @@ TEST_CASE("a report of any kind is thrown with its place") {
   const CPlace cPlace;
   const xercesc::SAXParseException cReport(u"what happened", cPlace);
   CProbe cColon(s_tColon), cNoColon(s_tNoColon);
-  CheckThrows(-21, "[W]here (L:3, C:14) : what happened", [&] { cColon.warning(cReport); });
-  CheckThrows(-21, "[E]here (L:3, C:14) : what happened", [&] { cColon.error(cReport); });
-  CheckThrows(-21, "[F]here (L:3, C:14) : what happened", [&] { cColon.fatalError(cReport); });
-  CheckThrows(-21, "[W]here (L:3, C:14) what happened", [&] { cNoColon.warning(cReport); });
-  CheckThrows(-21, "[E]here (L:3, C:14) what happened", [&] { cNoColon.error(cReport); });
-  CheckThrows(-21, "[F]here (L:3, C:14) what happened", [&] { cNoColon.fatalError(cReport); });
+  CSax cColonSax(cColon), cNoColonSax(cNoColon);
+  CheckThrows(-21, "[W]here (L:3, C:14) : what happened", [&] { cColonSax.warning(cReport); });
+  CHECK(cColon.m_iLine == 3);
+  CHECK(cColon.m_iColumn == 14);
+  CheckThrows(-21, "[E]here (L:3, C:14) : what happened", [&] { cColonSax.error(cReport); });
+  CheckThrows(-21, "[F]here (L:3, C:14) : what happened", [&] { cColonSax.fatalError(cReport); });
+  CheckThrows(-21, "[W]here (L:3, C:14) what happened", [&] { cNoColonSax.warning(cReport); });
+  CheckThrows(-21, "[E]here (L:3, C:14) what happened", [&] { cNoColonSax.error(cReport); });
+  CheckThrows(-21, "[F]here (L:3, C:14) what happened", [&] { cNoColonSax.fatalError(cReport); });
 }
 
 TEST_CASE("open elements are counted") {
+  CLoadedDic cDic;
+  const xercesc::VecAttributesImpl cNone;
   CProbe cProbe(s_tColon);
-  for (int i = 1; i <= 1024; ++i) CHECK(cProbe.Enter() == i);
-  CHECK(cProbe.Leave() == 1024);
-  CHECK(cProbe.Enter() == 1024);
-  CheckThrows(-21, "More than 1024 open elements", [&] { cProbe.Enter(); });
+  CSax cSax(cProbe);
+  for (int i = 1; i <= 1024; ++i) {
+    cSax.startElement(u"", u"a", u"a", cNone);
+    CHECK(cProbe.m_iDepth == i);
+  }
+  cSax.endElement(u"", u"a", u"a");
+  CHECK(cProbe.m_iDepth == -1024);
+  cSax.startElement(u"", u"a", u"a", cNone);
+  CHECK(cProbe.m_iDepth == 1024);
+  CheckThrows(-21, "More than 1024 open elements", [&] { cSax.startElement(u"", u"a", u"a", cNone); });
 }
 
 TEST_CASE("wide texts keep the low byte of each unit up to the first zero") {
