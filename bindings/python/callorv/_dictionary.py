@@ -57,6 +57,10 @@ class Dictionary:
             yield number
             number = int(self._library.MSG_NextMsg(number))
 
+    def tags_of(self, rows: Tag) -> Dict[str, Tag]:
+        """The tags of a sub-message tag's rows; none when the dictionary lacks their message, of which there can then be none."""
+        return self[rows.rows].tags if self._library.MSG_GetMsgName(rows.rows) is not None else {}
+
     def _read(self, message: Union[int, str]) -> Definition:
         library = self._library
         if isinstance(message, str):

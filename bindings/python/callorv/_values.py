@@ -149,59 +149,58 @@ class Values:
         for tag in definition.tags.values():
             yield tag.name, self._values(handle, tag) if tag.is_array else self._value(handle, tag, 0)
 
-    def _size(self, handle: int, tag: Tag) -> int:
-        size = int(self._library.MSG_GetArrSize(handle, tag.number))
-        return 0 if size == _native.NO_DATA else self._checked(handle, size)
-
     def _checked(self, handle: int, code: int) -> int:
         """A result of the message's; Error for a negative one."""
         if code < 0:
             raise Error(code, self._library.MSG_GetLastError(handle).decode("latin-1"))
         return code
 
+    def _is_there(self, handle: int, code: int) -> bool:
+        """Whether a getter found a value; Error when it failed otherwise."""
+        return code != _native.NO_DATA and self._checked(handle, code) >= 0
+
     def _value(self, handle: int, tag: Tag, index: int) -> Any:
         return self._get[tag.type](handle, tag, index)
 
     def _values(self, handle: int, tag: Tag) -> Any:
-        size = self._size(handle, tag)
+        size = int(self._library.MSG_GetArrSize(handle, tag.number))
+        size = size if self._is_there(handle, size) else 0
         if tag.type != "submsg":
             return [self._value(handle, tag, index) for index in range(size)]
-        return Rows(self._columns(handle, tag, size) if size > 0 else {}, size)
+        return Rows(self._columns(handle, tag, size), size)
 
     def _get_integer(self, handle: int, tag: Tag, index: int) -> Optional[int]:
         out = c_int()
         code = self._library.MSG_GetAtIntArr(handle, tag.number, index, byref(out))
-        return None if code == _native.NO_DATA else out.value if code == 0 else self._checked(handle, code)
+        return out.value if self._is_there(handle, code) else None
 
     def _get_double(self, handle: int, tag: Tag, index: int) -> Optional[float]:
         out = c_double()
         code = self._library.MSG_GetAtDblArr(handle, tag.number, index, byref(out))
-        return None if code == _native.NO_DATA else out.value if code == 0 else self._checked(handle, code)
+        return out.value if self._is_there(handle, code) else None
 
     def _get_bool(self, handle: int, tag: Tag, index: int) -> Optional[bool]:
         out = c_int()
         code = self._library.MSG_GetAtBoolArr(handle, tag.number, index, byref(out))
-        return None if code == _native.NO_DATA else out.value != 0 if code == 0 else bool(self._checked(handle, code))
+        return out.value != 0 if self._is_there(handle, code) else None
 
     def _get_string(self, handle: int, tag: Tag, index: int) -> Optional[str]:
         size = int(self._library.MSG_GetAtStrLen(handle, tag.number, index))
-        if size == _native.NO_DATA:
+        if not self._is_there(handle, size):
             return None
-        text = array("b", bytes(self._checked(handle, size) + 1))
+        text = array("b", bytes(size + 1))
         self._checked(handle, self._library.MSG_GetAtStrArr(handle, tag.number, index, address(text)))
         return self._decode(text.tobytes()[:-1])
 
     def _get_date(self, handle: int, tag: Tag, index: int) -> Any:
         text = array("b", bytes(9))
         code = self._library.MSG_GetAtDateArr(handle, tag.number, index, address(text))
-        return None if code == _native.NO_DATA else self._date(text.tobytes()) if code == 0 else self._checked(handle, code)
+        return self._date(text.tobytes()) if self._is_there(handle, code) else None
 
     def _get_message(self, handle: int, tag: Tag, index: int) -> Optional[Message]:
         code = c_int()
         row = self._library.MSG_GetAtSubArr(handle, tag.number, index, byref(code))
-        if code.value not in (0, _native.NO_DATA):
-            self._checked(handle, code.value)
-        return None if row is None else Message(self._items(row, self._dictionary[tag.rows]))
+        return Message(self._items(row, self._dictionary[tag.rows])) if self._is_there(handle, code.value) else None
 
     def _decode(self, text: bytes) -> str:
         try:
@@ -220,9 +219,11 @@ class Values:
     # ---- columns: one tag of all rows
 
     def _columns(self, handle: int, rows: Tag, size: int) -> Dict[str, List[Any]]:
-        columns = {}
-        for tag in self._dictionary[rows.rows].tags.values():
-            if tag.is_array or tag.type == "submsg":
+        columns: Dict[str, List[Any]] = {}
+        for tag in self._dictionary.tags_of(rows).values():
+            if size == 0:
+                columns[tag.name] = []
+            elif tag.is_array or tag.type == "submsg":
                 columns[tag.name] = [self._of_row(handle, rows, index, tag) for index in range(size)]
             else:
                 columns[tag.name] = self._get_column[tag.type](handle, rows, tag, size)

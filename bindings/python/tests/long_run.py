@@ -47,7 +47,7 @@ def run(client: callorv.Client, calls: int) -> int:
             values["nothing"] = 1    # refused
         try:
             reply = loop.run_until_complete(client.acall(7, "Everything", values)) if i % 10 == 5 else client.call(7, 100, values)
-            assert reply.number == i and len(reply.rows) == i % 4 and reply.rows.columns.get("text", []) == [str(i)] * (i % 4)
+            assert reply.number == i and len(reply.rows) == i % 4 and reply.rows.columns["text"] == [str(i)] * (i % 4)
         except callorv.Error as error:
             assert i % 100 == 0 and error.code == -18
     loop.close()

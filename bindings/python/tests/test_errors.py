@@ -50,6 +50,12 @@ def test_a_value_that_cannot_be_sent(client: callorv.Client, values: Dict[str, A
     assert (caught.value.code, caught.value.text, caught.value.service) == (code, text, 0)
 
 
+def test_rows_of_a_message_that_the_dictionary_lacks(client: callorv.Client) -> None:
+    with pytest.raises(callorv.Error) as caught:
+        client.call(7, "Odd", nowhere=[{}])
+    assert (caught.value.code, caught.value.text) == (-19, "MSG_Error(-19) : Not defined msg in dictionary {3.msgnum=999}")
+
+
 def test_too_large_for_a_double(client: callorv.Client) -> None:
     with pytest.raises(callorv.Error, match="has no place in a double"):
         client.call(7, "Everything", price=10**400)
@@ -204,7 +210,8 @@ def test_the_dictionary_can_be_asked(client: callorv.Client) -> None:
     assert tags["rows"] == callorv.Tag(16, "rows", "submsg", 101, True)
     assert tags["day"] == callorv.Tag(5, "day", "date", 0, False)
     assert [(tag.number, name) for name, tag in client.definition("Odd").tags.items()] == [
-        (0, "class"), (1, "two words"), (2, "items"), (3, "deadline"), (5, "service")]
+        (0, "class"), (1, "two words"), (2, "items"), (3, "deadline"), (5, "service"),
+        (6, "nowhere"), (7, "leaves")]
 
 
 def test_resolving(client: callorv.Client) -> None:

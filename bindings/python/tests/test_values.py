@@ -103,9 +103,10 @@ def test_a_message_has_a_name_and_a_number(client: callorv.Client) -> None:
 
 
 def test_a_mapping_takes_names_that_are_no_keywords(client: callorv.Client) -> None:
-    values = {"class": 1, "two words": "x", "items": 2, "deadline": 3, "service": 4}
+    values: Dict[str, Any] = {"class": 1, "two words": "x", "items": 2, "deadline": 3, "service": 4}
     reply = client.call(7, "Odd", values)
-    assert reply == values
+    assert reply == {**values, "nowhere": [], "leaves": []}
+    assert reply.nowhere.columns == {} and reply.leaves.columns == {"text": []}
     assert reply["class"] == 1 and reply["items"] == 2 and reply.service == 4
     assert client.call(7, "Odd", service=4).service == 4
 
