@@ -84,6 +84,7 @@ int main(int argc, char** argv) {
                           static_cast<double>(tUsed.ru_utime.tv_usec + tUsed.ru_stime.tv_usec) / 1e6;
   for (const auto& [sOutcome, iCount] : s_cOutcomes) std::printf("%ld %s\n", iCount, sOutcome.c_str());
   std::printf("%.0f ms was the longest call\n", s_dLongest);
-  std::printf("%.1f us of processor time a call\n", dSeconds * 1e6 / static_cast<double>(std::max(s_iCalls.load(), 1L)));
+  const double dCalls = static_cast<double>(std::max(s_iCalls.load(), 1L));
+  std::printf("%.1f us of processor time a call\n", dSeconds * 1e6 / dCalls);
   return 0;
 }

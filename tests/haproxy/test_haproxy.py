@@ -1,5 +1,5 @@
-"""Calls under load through HAProxy, as examples/haproxy/haproxy.cfg sets it up, to servers that are killed, restarted, drained
-and slow. No reply may be another call's; what fails fails with the codes of docs/load-balancer.md."""
+"""Calls under load through HAProxy, as examples/haproxy/haproxy.cfg sets it up, to servers that are killed, restarted,
+drained and slow. No reply may be another call's; what fails fails with the codes of docs/load-balancer.md."""
 import collections
 import contextlib
 import csv
@@ -69,10 +69,13 @@ class Balancer:
         self.listener = socket.create_server(("127.0.0.1", 0), backlog=1024)
         self.port = self.listener.getsockname()[1]
         text = CONFIG
-        for old, new in (("    user haproxy\n    group haproxy\n", ""), ("log /dev/log local0", "log stderr format raw local0"),
-                         ("maxconn 20000", "maxconn 4000"),    # of which the machine may not have so many descriptors
-                         ("/run/haproxy/admin.sock", self.socket_path), ("bind :7000", f"bind fd@{self.listener.fileno()}"),
-                         *((f"192.0.2.{11 + i}:7000", f"127.0.0.1:{port}") for i, port in enumerate(ports)), *replacements):
+        for old, new in (("    user haproxy\n    group haproxy\n", ""),
+                         ("log /dev/log local0", "log stderr format raw local0"),
+                         ("maxconn 20000", "maxconn 4000"),    # the machine may not have so many descriptors
+                         ("/run/haproxy/admin.sock", self.socket_path),
+                         ("bind :7000", f"bind fd@{self.listener.fileno()}"),
+                         *((f"192.0.2.{11 + i}:7000", f"127.0.0.1:{port}") for i, port in enumerate(ports)),
+                         *replacements):
             assert old in text, old
             text = text.replace(old, new)
         pathlib.Path(self.path).write_text(text, encoding="ascii")
@@ -80,8 +83,8 @@ class Balancer:
 
     def __enter__(self):
         with open(self.log_path, "w", encoding="utf-8") as log:
-            self.process = subprocess.Popen(["haproxy", "-db", "-f", self.path], pass_fds=[self.listener.fileno()], stderr=log,
-                                            stdout=log)
+            self.process = subprocess.Popen(["haproxy", "-db", "-f", self.path], pass_fds=[self.listener.fileno()],
+                                            stderr=log, stdout=log)
         self.listener.close()
         return self
 
@@ -132,7 +135,8 @@ class BalancerTest(CallTest):
 
     def start(self, *replacements, options=((), (), ())):
         self.servers = [self.stack.enter_context(self.make_server(*more)) for more in options]
-        self.balancer = self.stack.enter_context(Balancer(self.dir, [server.port for server in self.servers], *replacements))
+        ports = [server.port for server in self.servers]
+        self.balancer = self.stack.enter_context(Balancer(self.dir, ports, *replacements))
         self.balancer.wait_up("s1", "s2", "s3")
         self.client = self.config(self.balancer.port)
 
@@ -175,8 +179,8 @@ class BalancerTest(CallTest):
 
 class ConfigurationTest(BalancerTest):
     def test_the_example_is_valid_as_it_stands(self):
-        result = subprocess.run(["haproxy", "-c", "-f", SOURCE / "examples" / "haproxy" / "haproxy.cfg"], capture_output=True,
-                                text=True, check=False)
+        result = subprocess.run(["haproxy", "-c", "-f", SOURCE / "examples" / "haproxy" / "haproxy.cfg"],
+                                capture_output=True, text=True, check=False)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "Configuration file is valid\n", ""))
 
     def test_the_health_check_is_a_packet_and_gets_one(self):
@@ -189,7 +193,7 @@ class ConfigurationTest(BalancerTest):
         self.assertIsInstance(reply, Reply)
 
     def test_what_does_not_speak_the_protocol_is_down(self):
-        """A port that takes connections and says nothing, one that says something else, and one that nobody listens on."""
+        """Ports where somebody says nothing, where somebody says something else, and where nobody listens."""
         with socket.create_server(("127.0.0.1", 0)) as silent, socket.create_server(("127.0.0.1", 0)) as other, \
              socket.create_server(("127.0.0.1", 0)) as closed:
             ports = [listener.getsockname()[1] for listener in (silent, other, closed)]
@@ -205,6 +209,14 @@ class ConfigurationTest(BalancerTest):
 
 
 class LoadTest(BalancerTest):
+    def test_a_reply_of_another_call_would_be_noticed(self):
+        self.write("replies/1201.xml", '<msg no="3" type="name"><code>0-0;</code><count>{{tag:count}}</count></msg>')
+        with Server("--dictionary", self.dictionary, "--replies", self.path("replies")) as server:
+            with Load(self.config(server.port), threads=1) as load:
+                load.more(100)
+        self.assertEqual(load.outcomes.pop("ok"), 1)    # the first call's own value
+        self.assertEqual(set(load.outcomes), {"mixed up: another's value"})
+
     def test_every_reply_is_to_its_own_request(self):
         self.start()
         with Load(self.client) as load:
@@ -239,7 +251,8 @@ class LoadTest(BalancerTest):
         self.tell("drained and restarted, each server once", load, executed)
 
     def lose(self, how, what, unlogged=0):
-        """One server after the other goes without draining, and comes again. So many calls are answered, but in no log."""
+        """One server after the other goes without draining, and comes again. So many calls are answered, but not in the
+        servers' logs."""
         self.start()
         with Load(self.client) as load:
             for number, name in enumerate(("s1", "s2", "s3")):
@@ -320,7 +333,8 @@ class LoadTest(BalancerTest):
 
     def test_calls_that_find_no_place(self):
         """Those that wait too long for one are closed."""
-        self.start(("maxconn 2000", "maxconn 1"), ("timeout queue 2s", "timeout queue 200ms"), options=[("--delay", "1000")] * 3)
+        self.start(("maxconn 2000", "maxconn 1"), ("timeout queue 2s", "timeout queue 200ms"),
+                   options=[("--delay", "1000")] * 3)
         with Load(self.client) as load:
             load.more(100)
         executed = self.finish()
