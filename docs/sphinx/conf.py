@@ -8,6 +8,7 @@ import sys
 sys.dont_write_bytecode = True
 HERE = pathlib.Path(__file__).parent
 sys.path.insert(0, str(HERE))
+import man_tables
 import mermaid
 import pages
 
@@ -45,3 +46,4 @@ def draw(_app, _page, source):
 
 def setup(app):
     app.connect("source-read", draw)
+    app.connect("doctree-resolved", man_tables.convert)
