@@ -125,6 +125,8 @@ def index_page(source):
     trees.append(["", "```{toctree}", ":hidden:", ":caption: Functions and classes", "", "reference/index"])
     write(source / "index.md", out, *([*tree, "```"] for tree in trees))
     (source / "docs/README.md").unlink()
+    readme = source / "README.md"
+    readme.write_text(readme.read_text(encoding="utf-8").replace("(docs/README.md)", "(index.md)"), encoding="utf-8")
 
 
 def main():
