@@ -32,7 +32,8 @@ html_theme = "alabaster"
 html_title = f"CallOrv {version}"
 html_copy_source = False
 html_show_sourcelink = False
-html_theme_options = {"page_width": "1100px", "sidebar_width": "250px", "font_family": "sans-serif"}
+html_theme_options = {"page_width": "1280px", "sidebar_width": "250px", "font_family": "sans-serif", "font_size": "15px",
+                      "code_font_size": "0.8em", "body_max_width": "none"}
 html_sidebars = {"**": ["about.html", "navigation.html", "searchbox.html"]}
 
 man_pages = pages.man_pages(pathlib.Path(os.environ["CALLORV_XML"]), author)

@@ -3,7 +3,7 @@
 
 Comments here are plain. One is said of the declaration below it and of all that follow without an empty line and without a
 comment of their own; one behind a declaration is said of that; `---- Title.` above an empty line begins a group of C functions
-or, in a class, is said of what follows. What is indented in a comment keeps its lines."""
+or, in a class, is said of what follows. What is indented in a comment is a list of names, or keeps its lines."""
 import pathlib
 import re
 import sys
@@ -23,15 +23,29 @@ def escaped(text):
     return "``".join(parts)
 
 
+def entries(block):
+    """Indented lines as a list, when they are names with what is said of them; none for other lines, as columns."""
+    out = []
+    for line in block:
+        entry = re.fullmatch(r"  (\w+)  +(\S.*)", line)
+        text = entry[2] if entry else line.strip()
+        if "   " in text or not entry and (not out or not line.startswith("     ")):
+            return []
+        out += [escaped(entry[1]), "   " + escaped(text)] if entry else ["   " + escaped(text)]
+    return out
+
+
 def to_rst(lines):
     """A comment's lines: paragraphs, and blocks that keep their lines."""
     out, block = [], []
     for line in [*lines, ""]:
+        if re.match(r"(p_\w+|returns)  +\S", line):
+            line = "  " + line
         if line.startswith("  "):
-            block.append("   " + line)
+            block.append(line)
             continue
         if block:
-            out += ["", "::", "", *block, ""]
+            out += ["", *(entries(block) or ["::", "", *("   " + one for one in block)]), ""]
             block = []
         out.append(escaped(line))
     return "\n".join(out).strip()
@@ -95,6 +109,8 @@ class Filter:
         """One line that is no comment."""
         fresh = not self.statement.strip() and not NOT_SAID.search(line)
         behind = BEHIND.match(line) if line.count('"') % 2 == 0 else None
+        if behind and behind[1].strip() == "}":    # what ends there
+            behind = None
         text = behind[1] if behind else re.sub(r"\s*//.*", "", line)
         declares = all(self.scopes)
         if re.match(r"\s*(public|protected|private):", line):

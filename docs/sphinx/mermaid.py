@@ -3,7 +3,7 @@ import html
 import re
 
 BLOCK = re.compile(r"```mermaid\n(.*?)```", re.S)
-WIDTH, STEP, SMALL = 190, 34, 13    # of a column, of a row, of the letters; in pixels
+STEP, SMALL, LETTER = 34, 13, 7    # height of a row and of the letters, width of a letter about; in pixels
 
 
 def flowchart(lines):
@@ -34,10 +34,12 @@ def sequence(lines):
             raise ValueError(f"not understood: {line}")
         calls.append(match.groups())
     names = list(dict.fromkeys(name for call in calls for name in (call[0], call[2])))
-    place = {name: WIDTH // 2 + WIDTH * at for at, name in enumerate(names)}
-    width, height = WIDTH * (len(names) + 1), STEP * (len(calls) + 2)
+    at = {name: number for number, name in enumerate(names)}
+    column = max(30 + LETTER * len(text) // max(1, abs(at[caller] - at[callee])) for caller, _, callee, text in calls)
+    place = {name: column // 2 + column * number for name, number in at.items()}
+    width, height = column * len(names) + column // 2, STEP * (len(calls) + 2)
     out = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" '
-           f'font-size="{SMALL}" role="img"><defs><marker id="end" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" '
+           f'font-size="{SMALL}" style="width:100%;max-width:{width}px" role="img"><defs><marker id="end" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" '
            'markerHeight="8" orient="auto-start-reverse"><path d="M0 0 8 4 0 8z"/></marker></defs>']
     for name, x in place.items():
         out.append(f'<path d="M{x} {STEP - 8}V{height}" stroke="#bbb"/>'

@@ -24,13 +24,14 @@ def compounds(xml, *kinds):
 
 
 def groups(xml):
-    """The groups of functions of callorv.h, in its order: name, title and functions of each."""
+    """The groups of functions of callorv.h, in its order: name, title, functions, and what is said of all of them."""
     found = []
     for group in compounds(xml, "group"):
         functions = group.findall(".//memberdef[@kind='function']")
         names = [function.findtext("name") for function in functions]
         line = int(functions[0].find("location").get("line"))
-        found.append((line, group.findtext("compoundname"), group.findtext("title"), names))
+        said = group.findtext("detaileddescription/para/verbatim").split("\n")[1:]    # behind "embed:rst"
+        found.append((line, group.findtext("compoundname"), group.findtext("title"), names, [*said, ""]))
     return [group[1:] for group in sorted(found)]
 
 
@@ -38,7 +39,7 @@ def man_pages(xml, author):
     """What Sphinx makes man pages of. Section 3 has one for each group of C functions, named after the first of them, and
     one for each room of classes."""
     return [
-        *((f"reference/{group}", names[0], title.lower(), author, 3) for group, title, names in groups(xml)),
+        *((f"reference/{group}", names[0], title.lower(), author, 3) for group, title, names, _ in groups(xml)),
         *((f"reference/cpp_{room}", name, f"C++: {title.lower()}", author, 3) for room, (title, name) in ROOMS.items()),
         *((page, name, words, author, 5) for page, (name, words) in MAN_5.items()),
     ]
@@ -76,10 +77,10 @@ def c_reference(xml, folder, man):
     yield write(folder / "c.rst", titled("What holds for all of them"),
                 directive("doxygenfile", "callorv.h", "sections: detaileddescription"),
                 directive("doxygenstruct", "CallOrv_Error", "members:"))
-    for name, title, functions in groups(xml):
+    for name, title, functions, said in groups(xml):
         alias(man, functions, functions[0])
         yield write(folder / f"{name}.rst", titled(title), include("callorv/callorv.h", "c"),
-                    directive("doxygengroup", name, "content-only:"))
+                    said, directive("doxygengroup", name, "content-only:"))
 
 
 def cpp_reference(xml, folder, man):
