@@ -65,7 +65,7 @@ class Filter:
         self.out = []
         self.scopes = []        # of each open brace: "class", "around" others that hold declarations, None for the rest
         self.statement = ""     # what has come of the one that is not over
-        self.said = None        # the comment that goes on, and the depth at which it does
+        self.said = None        # the comment that goes on, the depth at which it does, whether its first declaration is to come
         self.preface = []       # what is said of all that follows in a class
         self.group = False      # one is open
 
@@ -92,7 +92,8 @@ class Filter:
             name, _, more = name.partition(": ")
             rest = f"{more}. {rest}" if more else rest
             self.close()
-            self.out.append(doc([rest[:1].upper() + rest[1:], *lines[1:]], "", f"@defgroup {re.sub('[^a-z]+', '_', name.lower())} {name}"))
+            group = re.sub("[^a-z]+", "_", name.lower())
+            self.out.append(doc([rest[:1].upper() + rest[1:], *lines[1:]], "", f"@defgroup {group} {name}"))
             self.out.append("/** @{ */")
             self.group = True
         elif title or "class" in self.scopes:

@@ -39,8 +39,9 @@ def sequence(lines):
     place = {name: column // 2 + column * number for name, number in at.items()}
     width, height = column * len(names) + column // 2, STEP * (len(calls) + 2)
     out = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" '
-           f'font-size="{SMALL}" style="width:100%;max-width:{width}px" role="img"><defs><marker id="end" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" '
-           'markerHeight="8" orient="auto-start-reverse"><path d="M0 0 8 4 0 8z"/></marker></defs>']
+           f'font-size="{SMALL}" style="width:100%;max-width:{width}px" role="img"><defs>'
+           '<marker id="end" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" markerHeight="8" '
+           'orient="auto-start-reverse"><path d="M0 0 8 4 0 8z"/></marker></defs>']
     for name, x in place.items():
         out.append(f'<path d="M{x} {STEP - 8}V{height}" stroke="#bbb"/>'
                    f'<text x="{x}" y="{STEP - 14}" text-anchor="middle" font-weight="bold">{name}</text>')
