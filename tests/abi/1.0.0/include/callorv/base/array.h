@@ -33,7 +33,7 @@ class CALLORV_API CArray {
   // The element; outside 0 to GetSize() - 1: a zero, false, empty or unset one.
   Item GetAt(int p_iIndex) const;
   Item operator[](int p_iIndex) const { return GetAt(p_iIndex); }
-  int GetSize() const { return m_iSize; }
+  int GetSize() const { return m_iSize; }    // elements
   void RemoveAll();    // empties the array and gives its memory back
 
  private:

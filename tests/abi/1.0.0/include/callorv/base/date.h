@@ -18,11 +18,11 @@ class CALLORV_API CDate {
   CDate() noexcept;    // unset
   CDate(const CDate& p_c) noexcept = default;
   CDate& operator=(const CDate& p_c) noexcept = default;
-  CDate(const char* p_sz) noexcept;
+  CDate(const char* p_sz) noexcept;    // as Set
   ~CDate() = default;
 
   void Set(const char* p_sz) noexcept;    // replaces the text and the set flag
-  bool IsSet() const { return m_bSet; }
+  bool IsSet() const { return m_bSet; }    // whether it holds a value
   const char* ToStr() const { return m_szDate; }    // never null
 };
 static_assert(offsetof(CDate, m_bSet) == 9 && sizeof(CDate) == 10, "programs know its layout");

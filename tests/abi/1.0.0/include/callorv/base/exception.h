@@ -15,7 +15,7 @@ class CALLORV_API CException {
   CException& operator=(const CException& p_c) noexcept;
   virtual ~CException();    // virtual: the type is known by one symbol in every library that throws or catches it
 
-  int GetCode() const { return m_iCode; }
+  int GetCode() const { return m_iCode; }    // as it was given, normally negative
   const char* GetText() const;    // borrowed: lives as long as the exception and its copies
 
  private:

@@ -25,7 +25,7 @@ class CALLORV_API CPtrArray {
   void Add(CPtrArrayItem* p_pItem);
   CPtrArrayItem* GetAt(int p_iIndex) const;    // borrowed; null outside 0 to GetSize() - 1
   void RemoveLast();                           // deletes the item when owning; nothing on an empty array
-  int GetSize() const { return m_iSize; }
+  int GetSize() const { return m_iSize; }      // items, null ones included
 
  private:
   CPtrArrayItem** m_apItem;

@@ -17,13 +17,14 @@ typedef CArray<CString> CStrArray;
 class CALLORV_API CString {
  public:
   CString() noexcept { SetInline(0); }
-  CString(const char* p_sz);
+  CString(const char* p_sz);          // a copy of the text
   CString(const CString& p_s);
   CString(CString&& p_s) noexcept;    // p_s becomes empty
   ~CString() {
     if (IsHeap()) FreeHeap();
   }
 
+  // A copy of the text, which may be, or lie inside, this one.
   void Set(const char* p_sz);
   void Set(const CString& p_s);
   // The p_iLen bytes from p_p on, NULs among them included; p_iLen below 1 gives "". p_p may lie inside this text;
@@ -31,13 +32,13 @@ class CALLORV_API CString {
   void Set(const char* p_p, int p_iLen);
   CString& operator=(const CString& p_s);
   CString& operator=(CString&& p_s) noexcept;
-  CString& operator=(const char* p_sz);
+  CString& operator=(const char* p_sz);    // as Set
 
   // The C text, never null. Borrowed: valid until the text is next changed or destroyed.
   const char* ToStr() const { return IsHeap() ? m_u.tHeap.pData : m_u.szInline; }
   // Length in bytes without the terminator.
   int GetSize() const { return IsHeap() ? m_u.tHeap.iSize : INLINE_MAX - m_u.szInline[INLINE_MAX]; }
-  bool IsEmpty() const { return GetSize() == 0; }
+  bool IsEmpty() const { return GetSize() == 0; }    // whether it is ""
 
   void Empty();    // make the text empty
   void Clear();    // the same

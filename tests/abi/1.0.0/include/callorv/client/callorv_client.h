@@ -61,7 +61,7 @@ class CALLORV_API CCallOrv {
     CStream stReceived;     // the reply's body after decompression
 
     T_Exchange();
-    void Clear();
+    void Clear();    // as new
   };
   // The same, telling p_pExchange (null: nobody) what went over the connection.
   static int CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr, T_Exchange* p_pExchange);

@@ -16,9 +16,11 @@ class CALLORV_API CCallOrvError {
   void Clear();                              // 0, "", 0
   void SetError(const char* p_szText);       // 0, the text, 0
   int SetError(int p_iCode, const char* p_szText, int p_iRefSvcNum);    // returns p_iRefSvcNum
+  // The members of the same name.
   int GetCode() const { return iCode; }
   CString GetText() const { return sText; }
   int GetRefSvcNum() const { return iRefSvcNum; }
+
   // "CCallOrvError: Code=%d, Text=%s, RefSvcNum=%d" for a positive code, else "CCallOrvError: %s".
   CString Repr() const;
 };

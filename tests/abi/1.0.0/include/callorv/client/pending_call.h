@@ -22,9 +22,10 @@ class CALLORV_API CPendingCall {
   CPendingCall& operator=(const CPendingCall&) = delete;
   ~CPendingCall() { Cancel(); }
 
-  explicit operator bool() const { return m_pCall != nullptr; }
+  explicit operator bool() const { return m_pCall != nullptr; }    // whether there is a call
   CallOrv_Call* Release() noexcept;    // hands the call to the caller, for the C functions; none is left here
 
+  // As CallOrv_GetFd, CallOrv_GetEvents, CallOrv_GetTimeLeft and CallOrv_Step.
   int GetFd() const;
   int GetEvents() const;
   int GetTimeLeft() const;
@@ -36,8 +37,9 @@ class CALLORV_API CPendingCall {
   //            -3 (-11 "Out of memory"); -4 as the other Finish; -5 (-1 with p_pOut's sLastError)
   // Throws CException when LoadFromMsg does.
   int Finish(CMsgBase* p_pOut, CCallOrvError* p_pErr);
-  void Cancel() noexcept;
+  void Cancel() noexcept;    // as CallOrv_Cancel; none is left here
 
+  // As CallOrv_SetUser and CallOrv_GetUser.
   void SetUser(void* p_pUser);
   void* GetUser() const;
 

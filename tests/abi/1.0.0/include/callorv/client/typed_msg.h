@@ -31,8 +31,8 @@ class T_SubMsg {
     if (!IsSet()) m_pValue.reset(new T);
     return *m_pValue;
   }
-  void Clear() { m_pValue.reset(); }
-  bool IsSet() const { return m_pValue != nullptr; }
+  void Clear() { m_pValue.reset(); }                    // frees it
+  bool IsSet() const { return m_pValue != nullptr; }    // whether there is one
   // Borrowed until Clear, assignment or destruction; null when absent.
   T* Get() { return m_pValue.get(); }
   const T* Get() const { return m_pValue.get(); }

@@ -31,6 +31,7 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CMsgInfo(const CMsgInfo&) = delete;
   CMsgInfo& operator=(const CMsgInfo&) = delete;
 
+  // What the dictionary says of the message; the hash key as it is used, 1 to 128.
   int GetMsgNum() const { return m_iMsgNum; }
   CString GetMsgName() const { return m_sName; }
   CString GetVersion() const { return m_sVer; }
@@ -42,7 +43,7 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
 
   // The first definition of the tag, or null. Borrowed: lives as long as this object.
   const CTagInfo* GetTagInfo(int p_iTagNum) const;
-  bool IsDefinedTag(int p_iTagNum) const { return GetTagInfo(p_iTagNum) != nullptr; }
+  bool IsDefinedTag(int p_iTagNum) const { return GetTagInfo(p_iTagNum) != nullptr; }    // whether there is one
   bool IsMultiTag(int p_iTagNum) const;            // false when undefined
   E_TagType GetTagType(int p_iTagNum) const;       // TAG_UNKNOWN when undefined
   const char* GetTagName(int p_iTagNum) const;     // "" when undefined; borrowed as for GetTagInfo

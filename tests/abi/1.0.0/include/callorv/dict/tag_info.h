@@ -26,6 +26,7 @@ struct CALLORV_API CTagInfo {
   bool m_bArray;        // the tag may hold several values
   CTagInfo* m_pNext;    // next definition in the same bucket
 
+  // A tag as it is described, in no bucket yet.
   CTagInfo() noexcept;
   CTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType, int p_iSubMsg, bool p_bArray);
   CTagInfo(const CTagInfo&) = delete;

@@ -106,8 +106,8 @@ class CALLORV_API CMsg : public CLastError {
   void Clear();
 
   int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
-  int GetRootNum() const { return m_iRootNum; }
-  int GetParentTag() const { return m_iParentTag; }
+  int GetRootNum() const { return m_iRootNum; }        // as Init took it, or of the message that took this one
+  int GetParentTag() const { return m_iParentTag; }    // as Init took it
   bool IsEmpty() const { return m_bEmpty; }            // no value was ever stored
   // Borrowed; null for one that stands in no other, and after an Init (or LoadXml) of its own, which leaves it in its place.
   CMsg* GetParent() const { return m_pParent; }

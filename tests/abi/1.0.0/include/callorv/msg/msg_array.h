@@ -12,8 +12,9 @@ class CALLORV_API CMsgArray : public CLastError {
   explicit CMsgArray(bool p_bAdopt) noexcept;    // true: the array owns its messages and frees them
   ~CMsgArray();
 
-  int GetSize() const { return m_iSize; }
+  int GetSize() const { return m_iSize; }            // messages in it, null ones included
   int GetCapacity() const { return m_iCapacity; }    // messages that fit without growing
+  // Whether the array owns its messages; changing it frees none.
   void SetAdoptFlag(bool p_bAdopt) { m_bAdopt = p_bAdopt; }
   bool GetAdoptFlag() const { return m_bAdopt; }
 

@@ -4,13 +4,15 @@
 
 #include <cstddef>
 
+// A value that may be absent. Throws what copying a T throws.
 template <class T>
 struct T_Nullable {
   T m_Value;
   bool m_bSet;    // whether m_Value is there
 
   T_Nullable() : m_Value(), m_bSet(false) {}
-  explicit T_Nullable(T p_Value) : m_Value(p_Value), m_bSet(true) {}
+  explicit T_Nullable(T p_Value) : m_Value(p_Value), m_bSet(true) {}    // is set
+  // Makes it present, or absent.
   void Set(T p_Value) {
     m_Value = p_Value;
     m_bSet = true;
@@ -20,7 +22,7 @@ struct T_Nullable {
     m_bSet = false;
   }
   T Get() const { return m_Value; }    // T() when absent
-  bool IsSet() const { return m_bSet; }
+  bool IsSet() const { return m_bSet; }    // whether the value is there
 };
 
 typedef T_Nullable<int> CInt;
