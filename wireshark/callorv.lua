@@ -679,9 +679,10 @@ function callorv.dissector(tvb, pinfo, root)
   end
   if not pinfo.visited then
     local connection, number = FindOrMake(pinfo)
-    local side = connection[number]
-    side.read, side.waits = side.read + math.min(at, #bytes), waits
-    side.skip = side.skip + math.max(at - #bytes, 0)
+    local side, sent = connection[number], tvb:reported_len()
+    if sent > #bytes then at = math.max(at, sent) end    -- the capture has only the beginning of the frame
+    side.read, side.waits = side.read + math.min(at, sent), waits
+    side.skip = side.skip + math.max(at - sent, 0)
   end
   if infos[1] then
     pinfo.cols.protocol = "CALLORV"
