@@ -269,25 +269,31 @@ size_t CXmlHandler::ParseText(const char* p_pText, size_t p_uLen, const char16_t
 
 size_t CXmlHandler::ParseFile(const char* p_szPath) { return ParseNew<CFileSource>(false, p_szPath); }
 
-void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const try {
-  const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
-  size_t uErrors = 0;
+void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const {
+  const char* szNoMemory = nullptr;
   try {
-    uErrors = p_fnParse();
+    const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
+    size_t uErrors = 0;
+    try {
+      uErrors = p_fnParse();
+    } catch (const XMLException& cError) {
+      ThrowInternal(cError.getMessage());
+    } catch (const SAXException& cError) {
+      ThrowInternal(cError.getMessage());
+    } catch (const CException& cError) {
+      throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
+    }
+    if (uErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(uErrors));
   } catch (const T_NoSource&) {
-    throw CException(m_tUse.szNoSource, MSG_MEMORY);
+    szNoMemory = m_tUse.szNoSource;
   } catch (const OutOfMemoryException&) {
-    throw CException(s_szNoMemory, MSG_MEMORY);
-  } catch (const XMLException& cError) {
-    ThrowInternal(cError.getMessage());
-  } catch (const SAXException& cError) {
-    ThrowInternal(cError.getMessage());
-  } catch (const CException& cError) {
-    throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
+    szNoMemory = s_szNoMemory;
+  } catch (const std::bad_alloc&) {    // also for the text of an error
+    szNoMemory = s_szNoMemory;
   }
-  if (uErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(uErrors));
-} catch (const std::bad_alloc&) {    // also for the text of an error
-  throw CException(s_szNoMemory, MSG_MEMORY);
+  // Only when the others are gone: without memory exceptions stand in the C++ library's reserve of some kilobytes, which
+  // loses pieces when they go in another order than they came.
+  if (szNoMemory != nullptr) throw CException(szNoMemory, MSG_MEMORY);
 }
 
 }    // namespace callorv::detail
