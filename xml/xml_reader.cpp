@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <new>
-#include <optional>
 #include <type_traits>
 #include <utility>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -104,7 +103,6 @@ class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  private:
   const char* m_szPath;
 };
-struct T_NoSource {};    // thrown when there is no memory for one of them
 
 // A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
 // the parser gets a view of it, and deletes that without giving memory back.
@@ -235,16 +233,11 @@ void CXmlHandler::ThrowInternal(const XMLCh* p_szMessage) const {
 
 template <class SOURCE, class... ARGS>
 size_t CXmlHandler::ParseNew(bool p_bKept, const ARGS&... p_args) {
-  std::optional<SOURCE> oSource;
-  try {
-    oSource.emplace(p_args...);
-  } catch (const OutOfMemoryException&) {
-    throw T_NoSource();
-  } catch (const std::bad_alloc&) {
-    throw T_NoSource();
-  }
+  m_bMakesSource = true;
+  const SOURCE cNamed(p_args...);
+  m_bMakesSource = false;
   SecurityManager cBounds;
-  const COwningSource cSource(*oSource);    // outlives the reader
+  const COwningSource cSource(cNamed);      // outlives the reader
   CSax cCallbacks(*this);                   // and so do these
   CReaderPtr pReader = p_bKept ? TakeReader() : std::make_unique<T_Reader>();
   CSaxReader& cReader = *pReader->pSax;
@@ -270,7 +263,7 @@ size_t CXmlHandler::ParseText(const char* p_pText, size_t p_uLen, const char16_t
 size_t CXmlHandler::ParseFile(const char* p_szPath) { return ParseNew<CFileSource>(false, p_szPath); }
 
 void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const {
-  const char* szNoMemory = nullptr;
+  bool bNoMemory = false;
   try {
     const CNoCancel cWhole;    // the parser catches everything, and a cancellation that is caught ends the process
     size_t uErrors = 0;
@@ -284,16 +277,14 @@ void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const {
       throw CException(cError.GetCode(), "Handler error : %s", cError.GetText());
     }
     if (uErrors > 0) throw CException(MSG_XML, "XMLParser internal error : %d", static_cast<int>(uErrors));
-  } catch (const T_NoSource&) {
-    szNoMemory = m_tUse.szNoSource;
   } catch (const OutOfMemoryException&) {
-    szNoMemory = s_szNoMemory;
+    bNoMemory = true;
   } catch (const std::bad_alloc&) {    // also for the text of an error
-    szNoMemory = s_szNoMemory;
+    bNoMemory = true;
   }
   // Only when the others are gone: without memory exceptions stand in the C++ library's reserve of some kilobytes, which
   // loses pieces when they go in another order than they came.
-  if (szNoMemory != nullptr) throw CException(szNoMemory, MSG_MEMORY);
+  if (bNoMemory) throw CException(m_bMakesSource ? m_tUse.szNoSource : s_szNoMemory, MSG_MEMORY);
 }
 
 }    // namespace callorv::detail

@@ -117,6 +117,7 @@ class CXmlHandler {
 
  private:
   const T_XmlUse& m_tUse;
+  bool m_bMakesSource = false;     // memory that is lacking now is lacking for what is to be parsed
   const CSax* m_pSax = nullptr;    // while it parses
 
   template <class SOURCE, class... ARGS>

@@ -10,7 +10,7 @@ from typing import Callable, List
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE.parent), str(HERE.parent / "tests")]
 import callorv  # noqa: E402
-from conftest import BUILD, COMMAND, LIBRARY, write_config  # noqa: E402
+from conftest import BUILD, LIBRARY, echoing, write_config  # noqa: E402
 
 ROUNDS, CALLS, READS = 40, 50, 20
 LIMITS = {"columns": 5.0, "mappings": 10.0}    # times C
@@ -27,18 +27,10 @@ def timed(work: Callable[[], object], count: int, clock: Callable[[], float]) ->
 def main() -> int:
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        subprocess.run([COMMAND, "key", "make", "--user-key", "TEST-USER-1", "-o", folder / "user.key"], check=True)
-        (folder / "client.xml").write_bytes((HERE.parent / "tests" / "dictionary.xml").read_bytes())
         subprocess.run(["cc", "-O2", "-I", HERE.parents[2] / "include", HERE / "rows.c", "-o", folder / "rows", f"-L{BUILD}",
                         "-lcallorv", f"-Wl,-rpath,{BUILD},-rpath-link,{BUILD}"], check=True)
-        with subprocess.Popen([COMMAND, "serve", "--dictionary", folder / "client.xml", "--echo", "--quiet"],
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as server:
-            assert server.stdout is not None
-            config = write_config(folder, int(server.stdout.readline().split()[-1]))
-            try:
-                return compare(config, folder / "rows")
-            finally:
-                server.terminate()
+        with echoing(folder) as port:
+            return compare(write_config(folder, port), folder / "rows")
 
 
 def compare(config: pathlib.Path, program: pathlib.Path) -> int:

@@ -3,14 +3,13 @@ million take some minutes."""
 import asyncio
 import pathlib
 import resource
-import subprocess
 import sys
 import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE.parent), str(HERE)]
 import callorv  # noqa: E402
-from conftest import COMMAND, LIBRARY, write_config  # noqa: E402
+from conftest import LIBRARY, echoing, write_config  # noqa: E402
 
 GROWTH = 1 << 20    # bytes that may come from the allocator's way of keeping memory
 WARM = 2000         # calls before the first look
@@ -24,16 +23,8 @@ def resident() -> int:
 def main(calls: int) -> int:
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        subprocess.run([COMMAND, "key", "make", "--user-key", "TEST-USER-1", "-o", folder / "user.key"], check=True)
-        (folder / "client.xml").write_bytes((HERE / "dictionary.xml").read_bytes())
-        with subprocess.Popen([COMMAND, "serve", "--dictionary", folder / "client.xml", "--echo", "--quiet"],
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as server:
-            assert server.stdout is not None
-            config = write_config(folder, int(server.stdout.readline().split()[-1]))
-            try:
-                return run(callorv.Client(config, library=LIBRARY), calls)
-            finally:
-                server.terminate()
+        with echoing(folder) as port:
+            return run(callorv.Client(write_config(folder, port), library=LIBRARY), calls)
 
 
 def run(client: callorv.Client, calls: int) -> int:

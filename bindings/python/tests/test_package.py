@@ -11,7 +11,7 @@ import callorv
 import pytest
 from callorv import _native
 
-from conftest import COMMAND, LIBRARY, World, write_config
+from conftest import LIBRARY, World, serving, write_config
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 HEADER = (ROOT / "include" / "callorv" / "callorv.h").read_text("ascii")
@@ -71,13 +71,11 @@ def test_the_lines_of_the_documents(world: World, tmp_path: pathlib.Path, docume
     data = ROOT / "examples" / "data"
     shutil.copy(data / "dictionary.xml", tmp_path / "client.xml")
     shutil.copy(world.config.parent / "user.key", tmp_path)
-    with subprocess.Popen([COMMAND, "serve", "--dictionary", data / "dictionary.xml", "--replies", data / "replies", "--quiet"],
-                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as server:
-        assert server.stdout is not None
-        write_config(tmp_path, int(server.stdout.readline().split()[-1]), "shop.cfg")
+    with serving("--dictionary", data / "dictionary.xml", "--replies", data / "replies") as port:
+        write_config(tmp_path, port, "shop.cfg")
         environment = {"PYTHONPATH": str(ROOT / "bindings" / "python"), "LD_LIBRARY_PATH": str(LIBRARY.parent)}
-        ran = subprocess.run([sys.executable, "-c", snippet.stdout], cwd=tmp_path, env=environment, capture_output=True, text=True)
-        server.terminate()
+        ran = subprocess.run([sys.executable, "-c", snippet.stdout], cwd=tmp_path, env=environment, capture_output=True,
+                             text=True)
     assert (ran.returncode, ran.stdout, ran.stderr) == (0, said, "")
 
 
