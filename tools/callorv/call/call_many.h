@@ -1,0 +1,14 @@
+// Many calls with one request, which are measured.
+#ifndef CALLORV_TOOLS_CALL_MANY_H
+#define CALLORV_TOOLS_CALL_MANY_H
+
+#include <string>
+
+#include "call/call_options.h"
+#include "call/client_setup.h"
+
+// Returns what is to be said of calls that failed, "" when none did. Throws CFailure.
+//   p_sXml  what stands in the file of --xml
+std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer);
+
+#endif

@@ -1,0 +1,16 @@
+// One call, whose reply is printed.
+#ifndef CALLORV_TOOLS_CALL_ONCE_H
+#define CALLORV_TOOLS_CALL_ONCE_H
+
+#include <string>
+
+#include "call/call_error.h"
+#include "call/call_options.h"
+#include "call/client_setup.h"
+
+// Throws CFailure; p_tError then says more of a call that failed.
+//   p_sXml  what stands in the file of --xml
+void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer,
+              T_CallError& p_tError);
+
+#endif

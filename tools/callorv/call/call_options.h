@@ -1,0 +1,27 @@
+// What the arguments of `callorv call` say.
+#ifndef CALLORV_TOOLS_CALL_OPTIONS_H
+#define CALLORV_TOOLS_CALL_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+struct T_CallOptions {
+  std::string sConfig;
+  std::string sDictionary, sKeyFile, sServer;    // instead of the configuration file
+  int iTimeOut = 90;
+  int iService = 0;
+  std::string sMessage;
+  std::vector<std::string> asValues;
+  std::string sXml;
+  std::string sFormat = "dump";
+  bool bAsLibrary = false;    // the library reads sXml
+  bool bJson = false;
+  bool bTrace = false;
+  bool bShowKey = false;
+  int iRepeat = 0;
+  int iThreads = 1;
+  int iInFlight = 0;    // 0: each call holds its thread
+  int iDeadline = 0;    // milliseconds; 0: none but the time-out
+};
+
+#endif
