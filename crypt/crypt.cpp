@@ -11,14 +11,16 @@
 
 using namespace callorv::detail;
 
-static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK);
+static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK && CCrypt::SEED_KEY_SIZE == sizeof(SeedKey));
 
 namespace {
 
 // The round keys for as long as they are needed.
 struct T_RoundKeys {
   unsigned long ai[SEED_ROUND_KEYS];
-  T_RoundKeys() { CCrypt::CreateRoundKey(ai); }
+  explicit T_RoundKeys(const unsigned char* p_pSeedKey) {    // null: the built-in one
+    p_pSeedKey != nullptr ? SeedRoundKey(ai, p_pSeedKey) : CCrypt::CreateRoundKey(ai);
+  }
   ~T_RoundKeys() { explicit_bzero(ai, sizeof(ai)); }
   T_RoundKeys(const T_RoundKeys&) = delete;
   T_RoundKeys& operator=(const T_RoundKeys&) = delete;
@@ -34,6 +36,10 @@ void CCrypt::CreateRoundKey(unsigned long* p_aiRoundKeys) {
 }
 
 int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
+  return DecryptStream(p_stIn, p_stOut, p_sErr, nullptr);
+}
+
+int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr, const unsigned char* p_pSeedKey) {
   p_stOut.Clear();
   const int iSize = p_stIn.GetSize();
   if (iSize % CIPHER_BLOCK != 0) {
@@ -41,7 +47,7 @@ int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
     return -1;
   }
   if (iSize == 0) return 0;
-  const T_RoundKeys tKeys;
+  const T_RoundKeys tKeys(p_pSeedKey);
   auto* pOut = reinterpret_cast<unsigned char*>(p_stOut.GetBuffer(iSize));
   memcpy(pOut, p_stIn.GetData(), static_cast<size_t>(iSize));
   for (int i = 0; i < iSize; i += CIPHER_BLOCK) SeedDecrypt(pOut + i, tKeys.ai);
@@ -51,6 +57,10 @@ int CCrypt::DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
 }
 
 int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
+  return EncryptStream(p_stIn, p_stOut, p_sErr, nullptr);
+}
+
+int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr, const unsigned char* p_pSeedKey) {
   p_stOut.Clear();
   const int iSize = p_stIn.GetSize();
   if (iSize > INT_MAX - 2 * CIPHER_BLOCK) {
@@ -58,7 +68,7 @@ int CCrypt::EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr) {
     return -1;
   }
   const int iPadding = CIPHER_BLOCK - iSize % CIPHER_BLOCK, iOut = iSize + iPadding;
-  const T_RoundKeys tKeys;
+  const T_RoundKeys tKeys(p_pSeedKey);
   auto* pOut = reinterpret_cast<unsigned char*>(p_stOut.GetBuffer(iOut));
   memcpy(pOut, p_stIn.GetData(), static_cast<size_t>(iSize));
   memset(pOut + iSize, iPadding, static_cast<size_t>(iPadding));

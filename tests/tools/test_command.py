@@ -11,7 +11,7 @@ SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 with open(os.path.join(SOURCE, "include/callorv/version.h"), encoding="ascii") as header:
     VERSION = re.search(r'CALLORV_VERSION "(.*)"', header.read())[1]
 COMMANDS = ["call", "serve", "decode", "dict check", "dict dump", "dict encrypt", "dict decrypt", "dict html",
-            "key make", "key check", "generate"]
+            "dict rekey", "key make", "key check", "key rekey", "generate"]
 
 
 def options(command):
@@ -27,7 +27,7 @@ def man_page(name):
 
 class CommandTest(ToolTest):
     def test_version(self):
-        self.assert_run(run("--version"), 0, f"callorv {VERSION}\n", "")
+        self.assert_run(run("--version"), 0, f"callorv {VERSION}\nSEED key 52c533\n", "")    # the development key's
 
     def test_help_lists_the_commands(self):
         result = run("--help")
@@ -43,8 +43,8 @@ class CommandTest(ToolTest):
                 (("nosuch",), "callorv", "there is no command 'nosuch': " + commands),
                 (("--nosuch",), "callorv", "unknown option --nosuch"),
                 (("nos\x1buch",), "callorv", "there is no command 'nos\ufffduch': " + commands),
-                (("key",), "callorv key", "a command is needed: make, check"),
-                (("key", "nosuch"), "callorv key", "there is no command 'nosuch': make, check"),
+                (("key",), "callorv key", "a command is needed: make, check, rekey"),
+                (("key", "nosuch"), "callorv key", "there is no command 'nosuch': make, check, rekey"),
                 (("serve", "--dictonary"), "callorv serve",
                  "unknown option --dictonary; did you mean '--dictionary'?")):
             with self.subTest(args=args):
@@ -63,7 +63,7 @@ class CommandTest(ToolTest):
                 (("generate", "d.xml", "--out", "x"), "generate", "unknown option --out; did you mean '--output'?"),
                 (("generate", "d.xml", "--output"), "generate", "--output needs DIR behind it"),
                 (("dict", "chek"), "dict",
-                 "there is no command 'chek': check, dump, encrypt, decrypt, html; did you mean 'check'?"),
+                 "there is no command 'chek': check, dump, encrypt, decrypt, rekey, html; did you mean 'check'?"),
                 (("decode", "a", "b"), "decode", "unexpected argument 'b'")):
             with self.subTest(args=args):
                 self.assert_usage(command, run(*args), text)
@@ -122,7 +122,7 @@ class ManPageTest(ToolTest):
     def test_no_option_is_made_up(self):
         for name in ("call", "serve", "decode", "dict", "key", "generate"):
             page = man_page("callorv-" + name)
-            known = {option for command in COMMANDS for option in options(command)} | {"--help"}
+            known = {option for command in COMMANDS for option in options(command)} | {"--help", "--version"}
             known |= {"--cflags", "--libs"}    # of pkg-config
             self.assertEqual(set(re.findall(r"(?<![-\w])--[\w-]+", page)) - known, set())
 
@@ -164,7 +164,7 @@ class CompletionTest(ToolTest):
         self.assertEqual(self.complete("callorv ''"), ["call", "serve", "decode", "dict", "key", "generate", "--help",
                                                        "--version"])
         self.assertEqual(self.complete("callorv d"), ["decode", "dict"])
-        self.assertEqual(self.complete("callorv dict ''"), ["check", "dump", "encrypt", "decrypt", "html", "--help"])
+        self.assertEqual(self.complete("callorv dict ''"), ["check", "dump", "encrypt", "decrypt", "rekey", "html", "--help"])
         self.assertEqual(self.complete("callorv key m"), ["make"])
 
     def test_every_option(self):

@@ -115,7 +115,7 @@ class MakeTest(ToolTest):
         self.assert_usage("key make", run("key", "make", "--user-key", "K"), "--output is required")
         self.assert_usage("key make", run("key", "make", "-o", self.path("k")), "--user-key is required")
         self.assert_usage("key make", self.make("K", "k", "more"), "unexpected argument 'more'")
-        self.assert_usage("key", run("key"), "a command is needed: make, check")
+        self.assert_usage("key", run("key"), "a command is needed: make, check, rekey")
         self.assertEqual(os.listdir(self.dir), ["dictionary.xml"])
 
 
@@ -226,7 +226,7 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("key check", run("key", "check"), "FILE is required")
-        self.assert_usage("key", run("key", "unmake"), "there is no command 'unmake': make, check; "
+        self.assert_usage("key", run("key", "unmake"), "there is no command 'unmake': make, check, rekey; "
                           "did you mean 'make'?")
 
     def test_help_teaches_by_example(self):

@@ -37,6 +37,8 @@ class ManTest(ToolTest):
         for name in ("dictionary.exml", "msg_dic.exml"):
             self.assert_run(run("dict", "encrypt", self.dictionary, self.path(name)), 0, "", "")
         self.assert_run(run("key", "make", "--user-key", "TRYOUT", "-o", self.path("user.key")), 0)
+        self.write("new.seed", "00112233445566778899aabbccddeeff\n")
+        os.chmod(self.path("new.seed"), 0o600)
         for service in (1201, 1202):
             self.write(f"replies/{service}.xml", "<msg no='3'><t1>{{tag:code}}</t1><t2>1.5</t2></msg>")
 
@@ -101,17 +103,23 @@ class ManTest(ToolTest):
         for line in lines.splitlines():
             with self.subTest(line):
                 self.assert_run(self.shell(line), 0, err="")
+        self.assert_run(self.shell("callorv dict rekey --from new.seed msg_dic.exml && callorv dict decrypt msg_dic.exml"), 0,
+                        DICTIONARY, "")
         result = self.shell(wrong)
         self.assertEqual((result.returncode, (result.stdout + result.stderr).decode()), (1, report))
 
     def test_key(self):
         os.remove(self.path("user.key"))
-        make, check, ask = examples("callorv-key")[0].splitlines()
+        lines, rekey = examples("callorv-key")
+        make, check, ask = lines.splitlines()
         self.assert_run(self.shell(make), 0, "", "")
         self.assert_run(self.shell(check), 0, "user.key: sound, a key of 11 characters in the 16-byte form\n", "")
         person = "systemd-ask-password() { echo TYPED; }\n"    # nobody is there to be asked
         self.assert_run(self.shell(person + ask), 0, "", "")
         self.assert_run(self.shell("callorv key check --show user.key | tail -1"), 0, "TYPED\n", "")
+        self.assert_run(self.shell(rekey), 0, "", "")
+        self.assert_run(self.shell("callorv key rekey --from new.seed user.key && callorv key check --show user.key | tail -1"),
+                        0, "TYPED\n", "")
 
     def test_generate(self):
         make, program, build = examples("callorv-generate")

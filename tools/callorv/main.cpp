@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "common/near.h"
+#include "common/seal.h"
 #include "common/text.h"
 
 namespace {
@@ -138,7 +139,7 @@ int main(int p_iArgs, char** p_apArgs) {
   try {
     CLI::App cApp{"Calls numbered remote services, plays a server for them, and makes the files that they need.",
                   "callorv"};
-    cApp.set_version_flag("--version", "callorv " CALLORV_VERSION);
+    cApp.set_version_flag("--version", [] { return "callorv " CALLORV_VERSION "\nSEED key " + SeedFingerprint(); });
     cApp.formatter(std::make_shared<CHelp>());
     cApp.require_subcommand(1);
     cApp.footer(s_szFooter);

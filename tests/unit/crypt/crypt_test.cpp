@@ -1,4 +1,4 @@
-// Streams encrypted and decrypted under the key that is built in.
+// Streams encrypted and decrypted under the key that is built in, and under one that is given.
 #include <callorv/crypt/crypt.h>
 
 #include <climits>
@@ -198,4 +198,44 @@ TEST_CASE("DecryptStream: the output is emptied before anything else, also when 
     CHECK(CCrypt::DecryptStream(stBoth, stBoth, sErr) == 0);
     CHECK(stBoth.GetSize() == 0);
   }
+}
+
+TEST_CASE("a key that is given: the vectors of RFC 4269, and OpenSSL") {
+  struct T_Vector {
+    const char *szKey, *szPlain, *szCipher;
+  };
+  for (const T_Vector& t : {
+           T_Vector{"00000000000000000000000000000000", "000102030405060708090a0b0c0d0e0f", "5ebac6e0054e166819aff1cc6d346cdb"},
+           T_Vector{"000102030405060708090a0b0c0d0e0f", "00000000000000000000000000000000", "c11f22f20140505084483597e4370f43"},
+           T_Vector{"4706480851e61be85d74bfb3fd956185", "83a2f8a288641fb9a4e9a5cc2f131c7d", "ee54d13ebcae706d226bc3142cd40d4a"},
+           T_Vector{"28dbc3bc49ffd87dcfa509b11d422be7", "b41e6be2eba84a148e2eed84593c5ec7", "9b9b7bfcd1813cb95d0b3618f40f5122"},
+       }) {
+    CAPTURE(t.szKey);
+    const std::string sKey = FromHex(t.szKey), sPlain = FromHex(t.szPlain);
+    CStream stIn(0, 512), stSecret(0, 512), stAgain(0, 512);
+    CString sErr("before");
+    Fill(stIn, sPlain);
+    CHECK(CCrypt::EncryptStream(stIn, stSecret, sErr, Unsigned(sKey)) == 0);
+    CHECK(ToHex(Bytes(stSecret).substr(0, 16)) == t.szCipher);
+    CHECK((Bytes(stSecret) == Openssl(sPlain, t.szKey, "-e")));
+    CHECK(CCrypt::DecryptStream(stSecret, stAgain, sErr, Unsigned(sKey)) == 0);
+    CHECK((Bytes(stAgain) == sPlain));
+    CHECK(sErr == "before");
+  }
+}
+
+TEST_CASE("a key that is given: null is the built-in key, and what is refused is refused in the same words") {
+  const std::string sKey = FromHex("00112233445566778899aabbccddeeff");
+  CStream stIn(0, 512), stOut(0, 512), stBuiltIn(0, 512);
+  CString sErr;
+  Fill(stIn, "a text");
+  CHECK(CCrypt::EncryptStream(stIn, stOut, sErr, nullptr) == 0);
+  CHECK(CCrypt::EncryptStream(stIn, stBuiltIn, sErr) == 0);
+  CHECK((Bytes(stOut) == Bytes(stBuiltIn)));
+  CHECK(CCrypt::DecryptStream(stBuiltIn, stOut, sErr, nullptr) == 0);
+  CHECK(Bytes(stOut) == "a text");
+  Fill(stIn, std::string(15, 'x'));
+  CHECK(CCrypt::DecryptStream(stIn, stOut, sErr, Unsigned(sKey)) == -1);
+  CHECK(sErr == "Input data is corrupted");
+  CHECK(stOut.GetSize() == 0);
 }

@@ -43,6 +43,11 @@ class CDescriptor {
   void SetMode(mode_t p_iMode) const {
     if (fchmod(m_iFd, p_iMode) < 0) Fail(m_sPath, errno);
   }
+  void SetOwner(const struct stat& p_tOwned) const {
+    // Others than root may keep their own groups, but give no file away.
+    const uid_t iSame = static_cast<uid_t>(-1);
+    if (fchown(m_iFd, p_tOwned.st_uid, p_tOwned.st_gid) < 0 && fchown(m_iFd, iSame, p_tOwned.st_gid) < 0) return;
+  }
   // Some file systems tell of a full disk only here.
   void Finish() {
     if (fsync(m_iFd) < 0) Fail(m_sPath, errno);
@@ -87,6 +92,16 @@ std::string Target(const std::string& p_sPath) {
 
 }    // namespace
 
+T_WriteMode KeptMode(const std::string& p_sPath) {
+  struct stat tStat;
+  T_WriteMode tMode;
+  if (stat(p_sPath.c_str(), &tStat) != 0) return tMode;
+  tMode.iPermissions = tStat.st_mode & 0777;
+  tMode.bExact = true;
+  tMode.bKeepOwner = true;
+  return tMode;
+}
+
 void WriteFile(const std::string& p_sPath, std::string_view p_sData, const T_WriteMode& p_tMode) {
   if (p_sPath == "-") {
     std::cout.write(p_sData.data(), static_cast<std::streamsize>(p_sData.size()));
@@ -107,7 +122,8 @@ void WriteFile(const std::string& p_sPath, std::string_view p_sData, const T_Wri
   CDescriptor cFile(iFd, p_sPath);
   CTempName cTemp(sTemplate);
   cFile.Write(p_sData);
-  cFile.SetMode(p_tMode.iPermissions & ~Umask());
+  if (bThere && p_tMode.bKeepOwner) cFile.SetOwner(tStat);
+  cFile.SetMode(p_tMode.bExact ? p_tMode.iPermissions : p_tMode.iPermissions & ~Umask());
   cFile.Finish();
   // link() fails, where rename() would replace, when somebody else was quicker.
   if (!p_tMode.bReplace) {

@@ -7,8 +7,13 @@
 
 struct T_WriteMode {
   unsigned iPermissions = 0666;    // less the umask
+  bool bExact = false;             // not less the umask
   bool bReplace = true;            // what is there may be replaced
+  bool bKeepOwner = false;         // a file that replaces one has its owner and group, where that is allowed
 };
+
+// How to replace a file that is there without changing who may use it; how else files are made when there is none.
+T_WriteMode KeptMode(const std::string& p_sPath);
 
 // Writes p_sData to a new file that takes the name p_sPath when it is complete, so that nobody ever reads half a file
 // and a failure leaves the old one as it was. "-" is standard output; a device or pipe is written as it is.

@@ -17,8 +17,8 @@
 namespace {
 
 constexpr size_t BLOCK = CCrypt::CIPHER_BLOCK;
-constexpr char s_szForeign[] =
-    "encrypted under another SEED key, or damaged; try the callorv that was built with its SEED key, or ";
+constexpr char s_szForeign[] = "encrypted under another SEED key, or damaged; ";
+constexpr char s_szTry[] = "try the callorv that was built with its SEED key, or ";
 
 std::string WhyNoFile(const std::string& p_sPath) {
   if (std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
@@ -45,16 +45,20 @@ bool IsNoKey(const T_Unsealed& p_t) {
 
 std::string SealedReason(const std::string& p_sPath) {
   if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
-  const std::string sSecret = ReadWholeFile(p_sPath);
-  if (sSecret.empty()) return "an empty file";
-  if (BeginsLikeXml(sSecret)) return "plain XML, not encrypted; encrypt it: callorv dict encrypt";
-  if (sSecret.size() % BLOCK != 0) {
-    return Counted(sSecret.size(), "byte") + ", which is no multiple of 16; not encrypted, or cut off: copy it again";
+  const std::string sTry = s_szTry + std::string("encrypt the dictionary again: callorv dict encrypt");
+  return SealedBytesReason(ReadWholeFile(p_sPath), nullptr, sTry);
+}
+
+std::string SealedBytesReason(const std::string& p_sBytes, const unsigned char* p_pSeedKey, const std::string& p_sTry) {
+  if (p_sBytes.empty()) return "an empty file";
+  if (BeginsLikeXml(p_sBytes)) return "plain XML, not encrypted; encrypt it: callorv dict encrypt";
+  if (p_sBytes.size() % BLOCK != 0) {
+    return Counted(p_sBytes.size(), "byte") + ", which is no multiple of 16; not encrypted, or cut off: copy it again";
   }
-  const T_Unsealed t = Unseal(sSecret);
-  if (IsSealedXml(t.sPlain)) return "encrypted twice; decrypt it once: callorv dict decrypt";
+  const T_Unsealed t = Unseal(p_sBytes, p_pSeedKey);
+  if (IsSealedXml(t.sPlain, p_pSeedKey)) return "encrypted twice; decrypt it once: callorv dict decrypt";
   const bool bNoise = HasNoise(t.sPlain);
-  if (bNoise || IsForeign(t)) return s_szForeign + std::string("encrypt the dictionary again: callorv dict encrypt");
+  if (bNoise || IsForeign(t)) return s_szForeign + p_sTry;
   return BeginsLikeXml(t.sPlain) ? "" : "encrypted, but what was encrypted is no XML";
 }
 
@@ -70,25 +74,35 @@ std::string DictionaryReason(const std::string& p_sPath) {
 
 std::string KeyReason(const std::string& p_sPath) {
   if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
-  const std::string sFile = ReadWholeFile(p_sPath);
-  if (sFile.size() < CCrypt::KEY_FILE_SIZE) {
-    return Counted(sFile.size(), "byte") + " instead of 4144: no key file, or cut off; copy it again, or make one: "
+  const std::string sTry = s_szTry + std::string("make the key file again: callorv key make");
+  return KeyBytesReason(ReadWholeFile(p_sPath), nullptr, sTry);
+}
+
+std::string KeyBytesReason(const std::string& p_sBytes, const unsigned char* p_pSeedKey, const std::string& p_sTry) {
+  if (p_sBytes.size() < CCrypt::KEY_FILE_SIZE) {
+    return Counted(p_sBytes.size(), "byte") + " instead of 4144: no key file, or cut off; copy it again, or make one: "
            "callorv key make";
   }
   CStream stFile(0, 512);
   CString sKey, sError;
-  if (stFile.AppendData(sFile.data(), CCrypt::KEY_FILE_SIZE) < 0) throw CFailure("out of memory");
+  if (stFile.AppendData(p_sBytes.data(), CCrypt::KEY_FILE_SIZE) < 0) throw CFailure("out of memory");
   const int iRet = CCrypt::ExtractUserKey(stFile, sKey, sError);
   if (iRet == -2) return "no key file, or changed after it was made; copy it again, or make one: callorv key make";
   if (iRet < 0) return "made wrongly: its list of places ends before the key does; make it again: callorv key make";
+  T_Unsealed t = Unseal(SealedKey(p_sBytes), p_pSeedKey);
+  const bool bNone = IsNoKey(t), bEmpty = t.sPlain.empty() || t.sPlain[0] == '\0';
+  explicit_bzero(t.sPlain.data(), t.sPlain.size());
+  if (bNone) return s_szForeign + p_sTry;
+  return bEmpty ? "the key in it is empty; make it again: callorv key make" : "";
+}
+
+std::string SealedKey(std::string_view p_sBytes) {
   T_KeyFile tFile;
-  memcpy(&tFile, sFile.data(), sizeof(tFile));
+  memcpy(&tFile, p_sBytes.data(), sizeof(tFile));
   std::string sSecret;
   const size_t iSize = tFile.abIndex[BLOCK] != 0 ? 2 * BLOCK : BLOCK;
   for (size_t i = 0; i < iSize; ++i) sSecret += static_cast<char>(tFile.abTable[tFile.abIndex[i]]);
-  const T_Unsealed t = Unseal(sSecret);
-  if (IsNoKey(t)) return s_szForeign + std::string("make the key file again: callorv key make");
-  return sKey.IsEmpty() ? "the key in it is empty; make it again: callorv key make" : "";
+  return sSecret;
 }
 
 std::string Refusal(const std::string& p_sName, const std::string& p_sReason, const std::string& p_sLibrary) {

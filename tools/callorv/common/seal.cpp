@@ -5,21 +5,35 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 
 #include "command.h"
 
 namespace {
 
-using Operation = int (*)(CStream&, CStream&, CString&);
+using Operation = int (*)(CStream&, CStream&, CString&, const unsigned char*);
 
-std::string Run(Operation p_fnRun, std::string_view p_sIn) {
-  CStream stIn(0, 512), stOut(0, 512);
+// A stream that is wiped: a user key may have stood in it.
+struct T_WipedStream : CStream {
+  T_WipedStream() : CStream(0, 512) {}
+  ~T_WipedStream() { explicit_bzero(GetData(), static_cast<size_t>(GetSize())); }
+  T_WipedStream(const T_WipedStream&) = delete;
+  T_WipedStream& operator=(const T_WipedStream&) = delete;
+};
+
+std::string Run(Operation p_fnRun, std::string_view p_sIn, const unsigned char* p_pSeedKey) {
+  T_WipedStream stIn, stOut;
   CString sError("Input data is too long");
   if (p_sIn.size() > INT_MAX || stIn.AppendData(p_sIn.data(), static_cast<int>(p_sIn.size())) < 0 ||
-      p_fnRun(stIn, stOut, sError) < 0) {
+      p_fnRun(stIn, stOut, sError, p_pSeedKey) < 0) {
     throw CFailure(sError.ToStr());
   }
   return {stOut.GetData(), static_cast<size_t>(stOut.GetSize())};
+}
+
+// The blocks as they were encrypted, with their padding: that of a block of nothing but padding behind them goes.
+std::string Blocks(std::string_view p_sSecret, const unsigned char* p_pSeedKey) {
+  return Run(CCrypt::DecryptStream, std::string(p_sSecret) + Run(CCrypt::EncryptStream, "", p_pSeedKey), p_pSeedKey);
 }
 
 bool StartsWith(std::string_view p_sText, std::string_view p_sStart) {
@@ -36,10 +50,9 @@ bool IsUtf16(std::string_view p_sText) {
 
 }    // namespace
 
-T_Unsealed Unseal(std::string_view p_sSecret) {
-  // A block of nothing but padding behind it shows the last block whole.
+T_Unsealed Unseal(std::string_view p_sSecret, const unsigned char* p_pSeedKey) {
   T_Unsealed t;
-  t.sPlain = Run(CCrypt::DecryptStream, std::string(p_sSecret) + Run(CCrypt::EncryptStream, ""));
+  t.sPlain = Blocks(p_sSecret, p_pSeedKey);
   t.iPadding = static_cast<unsigned char>(t.sPlain.back());
   const size_t iCut = static_cast<size_t>(std::min(t.iPadding, +CCrypt::CIPHER_BLOCK));
   const std::string sBefore(iCut > 0 ? iCut - 1 : 0, static_cast<char>(iCut));    // the padding without its last byte
@@ -50,7 +63,22 @@ T_Unsealed Unseal(std::string_view p_sSecret) {
   return t;
 }
 
-std::string Seal(std::string_view p_sPlain) { return Run(CCrypt::EncryptStream, p_sPlain); }
+std::string Seal(std::string_view p_sPlain) { return Run(CCrypt::EncryptStream, p_sPlain, nullptr); }
+
+std::string Reseal(std::string_view p_sSecret, const unsigned char* p_pFrom, const unsigned char* p_pTo) {
+  std::string sBlocks = Blocks(p_sSecret, p_pFrom);
+  std::string sSecret = Run(CCrypt::EncryptStream, sBlocks, p_pTo);
+  explicit_bzero(sBlocks.data(), sBlocks.size());
+  sSecret.resize(p_sSecret.size());    // without the padding behind the padding
+  return sSecret;
+}
+
+std::string SeedFingerprint(const unsigned char* p_pSeedKey) {
+  const std::string sBlock = Run(CCrypt::EncryptStream, std::string(CCrypt::CIPHER_BLOCK, '\0'), p_pSeedKey);
+  std::string sDigits;
+  for (size_t i = 0; i < 3; ++i) sDigits += CFormat("%02x", static_cast<unsigned char>(sBlock[i])).ToStr();
+  return sDigits;
+}
 
 bool BeginsLikeXml(std::string_view p_sText) {
   if (IsUtf16(p_sText)) return true;
@@ -70,8 +98,8 @@ bool IsForeign(const T_Unsealed& p_t) {
   return p_t.iPadding > CCrypt::CIPHER_BLOCK || (!BeginsLikeXml(p_t.sPlain) && HasNoise(p_t.sPlain));
 }
 
-bool IsSealedXml(std::string_view p_sBytes) {
+bool IsSealedXml(std::string_view p_sBytes, const unsigned char* p_pSeedKey) {
   if (p_sBytes.empty() || p_sBytes.size() % CCrypt::CIPHER_BLOCK != 0) return false;
-  const std::string sPlain = Unseal(p_sBytes).sPlain;
+  const std::string sPlain = Unseal(p_sBytes, p_pSeedKey).sPlain;
   return BeginsLikeXml(sPlain) && !HasNoise(sPlain);
 }

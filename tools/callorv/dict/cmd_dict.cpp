@@ -1,4 +1,4 @@
-// callorv dict: checks, shows, encrypts and decrypts message dictionaries.
+// callorv dict: checks, shows, encrypts, decrypts and rekeys message dictionaries.
 #include <callorv/base/exception.h>
 #include <callorv/base/stream.h>
 #include <callorv/crypt/crypt.h>
@@ -18,6 +18,7 @@
 #include "common/text.h"
 #include "dict/dict_check.h"
 #include "dict/dict_html.h"
+#include "dict/dict_rekey.h"
 
 namespace {
 
@@ -257,7 +258,7 @@ void AddHtml(CLI::App& p_cDict) {
 }    // namespace
 
 void AddDict(CLI::App& p_cApp) {
-  CLI::App* pDict = p_cApp.add_subcommand("dict", "Check, show, encrypt and decrypt message dictionaries");
+  CLI::App* pDict = p_cApp.add_subcommand("dict", "Check, show, encrypt, decrypt and rekey message dictionaries");
   pDict->require_subcommand(1);
   pDict->footer(
       "Examples:\n"
@@ -268,5 +269,6 @@ void AddDict(CLI::App& p_cApp) {
   AddDump(*pDict);
   AddEncrypt(*pDict);
   AddDecrypt(*pDict);
+  AddDictRekey(*pDict);
   AddHtml(*pDict);
 }

@@ -1,4 +1,4 @@
-// callorv key: makes and checks user-key files.
+// callorv key: makes, checks and rekeys user-key files.
 #include <callorv/client/callorv_client.h>
 #include <sys/stat.h>
 
@@ -12,8 +12,10 @@
 #include "common/files.h"
 #include "common/json_out.h"
 #include "common/refusal.h"
+#include "common/seal.h"
 #include "common/text.h"
 #include "key/key_maker.h"
+#include "key/key_rekey.h"
 
 namespace {
 
@@ -54,11 +56,11 @@ void Make(const T_MakeOptions& p_tOptions) {
     throw CUsage("--user-key: the key has " + std::to_string(sKey.size()) + " characters, more than " +
                  std::to_string(KEY_MAX));
   }
-  const T_KeyFile tFile = MakeKeyFile(sKey);
+  const T_KeyFile tFile = MakeKeyFile(Seal(sKey));
   T_WriteMode tMode;
   tMode.iPermissions = 0600;
   tMode.bReplace = p_tOptions.bForce;
-  WriteFile(p_tOptions.sFile, std::string_view(reinterpret_cast<const char*>(&tFile), sizeof(tFile)), tMode);
+  WriteFile(p_tOptions.sFile, View(tFile), tMode);
   if (sKey.size() > KEY_PACKET_MAX) Warn(TooLongForPacket(sKey.size()));
 }
 
@@ -125,7 +127,7 @@ void Check(const T_CheckOptions& p_tOptions) {
 }    // namespace
 
 void AddKey(CLI::App& p_cApp) {
-  CLI::App* pKey = p_cApp.add_subcommand("key", "Make and check user-key files");
+  CLI::App* pKey = p_cApp.add_subcommand("key", "Make, check and rekey user-key files");
   pKey->require_subcommand(1);
   pKey->footer(
       "Examples:\n"
@@ -163,4 +165,5 @@ void AddKey(CLI::App& p_cApp) {
       "  callorv key check user.key\n"
       "  callorv key check user.key --show --json");
   pCheck->callback([pCheckOptions] { Check(*pCheckOptions); });
+  AddKeyRekey(*pKey);
 }

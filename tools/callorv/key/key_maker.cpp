@@ -46,13 +46,7 @@ void Digest(const T_KeyFile& p_tFile, unsigned char* p_pOut) {
 
 }    // namespace
 
-T_KeyFile MakeKeyFile(const std::string& p_sKey) {
-  CStream stPlain(0, 512), stSecret(0, 512);
-  CString sError;
-  if (stPlain.AppendData(p_sKey.data(), static_cast<int>(p_sKey.size())) < 0 ||
-      CCrypt::EncryptStream(stPlain, stSecret, sError) < 0) {
-    throw CFailure(sError.IsEmpty() ? "out of memory" : sError.ToStr());
-  }
+T_KeyFile MakeKeyFile(std::string_view p_sSecret) {
   T_KeyFile tFile;
   T_Random::Fill(tFile.abTable, sizeof(tFile.abTable));
   unsigned char abPlace[255];    // 1 to 255, each once, in random order
@@ -60,9 +54,9 @@ T_KeyFile MakeKeyFile(const std::string& p_sKey) {
   std::shuffle(std::begin(abPlace), std::end(abPlace), T_Random());
   // What stands behind the end of a list of 16 is never read: it is filler like the rest of the table.
   std::copy_n(abPlace, sizeof(tFile.abIndex), tFile.abIndex);
-  if (stSecret.GetSize() == CCrypt::CIPHER_BLOCK) tFile.abIndex[CCrypt::CIPHER_BLOCK] = 0;
-  for (int i = 0; i < stSecret.GetSize(); ++i) {
-    tFile.abTable[tFile.abIndex[i]] = static_cast<unsigned char>(stSecret.GetData()[i]);
+  if (p_sSecret.size() == CCrypt::CIPHER_BLOCK) tFile.abIndex[CCrypt::CIPHER_BLOCK] = 0;
+  for (size_t i = 0; i < p_sSecret.size(); ++i) {
+    tFile.abTable[tFile.abIndex[i]] = static_cast<unsigned char>(p_sSecret[i]);
   }
   Digest(tFile, tFile.abDigest);
   return tFile;

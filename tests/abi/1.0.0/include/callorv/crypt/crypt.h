@@ -18,13 +18,14 @@ struct T_KeyFile {
 static_assert(offsetof(T_KeyFile, abTable) == 16 && offsetof(T_KeyFile, abIndex) == 4112 && sizeof(T_KeyFile) == 4144,
               "a key file is read as it stands");
 
-// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE).
+// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE), or, where
+// a key is given, under that: for programs that change the key of files.
 // Encrypted data is a multiple of 16 bytes; the last plain byte says how many bytes of the last block are padding.
 // All operations report failure by a negative result and a text in p_sErr; they throw only std::bad_alloc.
 // Any thread; the streams and texts passed belong to one thread at a time.
 class CALLORV_API CCrypt {
  public:
-  enum { CIPHER_BLOCK = 16, KEY_FILE_SIZE = sizeof(T_KeyFile) };
+  enum { CIPHER_BLOCK = 16, KEY_FILE_SIZE = sizeof(T_KeyFile), SEED_KEY_SIZE = 16 };
 
   // Fills p_aiRoundKeys (32 words, caller's) with the round keys of the built-in key; each fits in 32 bits.
   static void CreateRoundKey(unsigned long* p_aiRoundKeys);
@@ -33,11 +34,16 @@ class CALLORV_API CCrypt {
   // of 16 or more drops it whole. Empty input gives empty output.
   //   returns  0, or -1 "Input data is corrupted" when the length is no multiple of 16
   static int DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr);
+  // The same under the key p_pSeedKey (SEED_KEY_SIZE bytes, borrowed for the call), or under the built-in key for NULL. What is
+  // made of the key is wiped from memory before the call returns.
+  static int DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr, const unsigned char* p_pSeedKey);
 
   // Encrypts p_stIn into p_stOut (another stream, emptied first) so that DecryptStream gives it back: 1 to 16 bytes of
   // padding are added, the last of which says how many; 16 for an input that is a multiple of 16 bytes.
   //   returns  0, or -1 "Input data is too long" above 2147483615 bytes
   static int EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr);
+  // The same under the key p_pSeedKey, as for DecryptStream.
+  static int EncryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr, const unsigned char* p_pSeedKey);
 
   // Decrypts a whole file. A pipe or a device counts as empty: it is not opened, since that could wait.
   //   returns  0; -1 "p_szFileName is NULL" (p_stOut is then as it was); -2 "File not found(%s)"; -3 "File may be
