@@ -9,8 +9,8 @@
 
 namespace callorv::detail {
 
-// While this lives, a pthread_cancel of the calling thread waits. For what must not end half-way, and for destructors: closing
-// a file is a cancellation point, and a cancellation that leaves a destructor ends the process.
+// While this lives, a pthread_cancel of the calling thread waits. For what must not end half-way, and for destructors:
+// closing a file is a cancellation point, and a cancellation that leaves a destructor ends the process.
 class CNoCancel {
  public:
   CNoCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_iBefore); }

@@ -12,8 +12,8 @@ inline constexpr int CHAINS = 128, LONG_CHAIN = 16;
 // What is seldom so: it is kept off the short way through the code.
 inline bool Seldom(bool p_b) { return __builtin_expect(p_b, false); }
 
-// Short cuts into 128 chains once one of them is long, so that neither finding nor appending a node walks it. A NODE has
-// m_iTagNum and m_pNext. The chains stay what they are; the index only points into them.
+// Short cuts into 128 chains once one of them is long, so that neither finding nor appending a node walks it. A NODE
+// has m_iTagNum and m_pNext. The chains stay what they are; the index only points into them.
 template <class NODE>
 class CChainIndex {
  public:
@@ -37,8 +37,8 @@ class CChainIndex {
   NODE* m_apLast[CHAINS] = {};
 };
 
-// Tag numbers are not negative as a rule, but a negative one must not leave the table either. Hash keys are powers of two as
-// a rule, and then no division is needed.
+// Tag numbers are not negative as a rule, but a negative one must not leave the table either. Hash keys are powers of
+// two as a rule, and then no division is needed.
 inline unsigned ChainOf(int p_iTag, int p_iHashKey) {
   const unsigned uTag = static_cast<unsigned>(p_iTag), uKey = static_cast<unsigned>(p_iHashKey);
   return Seldom((uKey & (uKey - 1)) != 0) ? uTag % uKey : uTag & (uKey - 1);
@@ -51,8 +51,8 @@ NODE* FindInChain(NODE* p_pHead, const CChainIndex<NODE>* p_pIndex, int p_iTag) 
   return p_pHead;
 }
 
-// Puts what p_fnNew() gives at the end of its chain and returns it (null when that gives null). p_pIndex is made when the
-// chain has become long, and given up when there is no memory for it: everything works without, only slower.
+// Puts what p_fnNew() gives at the end of its chain and returns it (null when that gives null). p_pIndex is made when
+// the chain has become long, and given up when there is no memory for it: everything works without, only slower.
 template <class NODE, class F>
 NODE* AddToChain(NODE* (&p_apHead)[CHAINS], CChainIndex<NODE>*& p_pIndex, int p_iHashKey, int p_iTag, F p_fnNew) {
   const unsigned iChain = ChainOf(p_iTag, p_iHashKey);

@@ -34,10 +34,11 @@ T_Word Fold(T_Word p_uA, T_Word p_uB) {
   return static_cast<T_Word>(uProduct) ^ static_cast<T_Word>(uProduct >> (8 * WORD));
 }
 
-// Two words a step, as names are short and looked up often; the last step overlaps the one before it, and its words each
-// other when there are fewer than two. Built like wyhash (Wang Yi), without its defence against chosen keys.
+// Two words a step, as names are short and looked up often; the last step overlaps the one before it, and its words
+// each other when there are fewer than two. Built like wyhash (Wang Yi), without its defence against chosen keys.
 inline unsigned Hash(const char* p_szKey, size_t p_iLen) {
-  const T_Word uFirstKey = static_cast<T_Word>(0xE7037ED1A0B428DBu), uSecondKey = static_cast<T_Word>(0x9E3779B97F4A7C15u);
+  const T_Word uFirstKey = static_cast<T_Word>(0xE7037ED1A0B428DBu),
+               uSecondKey = static_cast<T_Word>(0x9E3779B97F4A7C15u);
   T_Word uHash = uSecondKey + p_iLen, uFirst = 0, uSecond = 0;
   if (p_iLen >= WORD) {
     const char* pEnd = p_szKey + p_iLen;
@@ -57,13 +58,14 @@ inline unsigned Hash(const char* p_szKey, size_t p_iLen) {
   return static_cast<unsigned>(uHash ^ (uHash >> (4 * WORD)));
 }
 
-// An entry is a byte of the hash that is not in the slot's number, the key with its NUL, and the value; nothing is aligned.
+// An entry is a byte of the hash that is not in the slot's number, the key with its NUL, and the value; nothing is
+// aligned.
 constexpr size_t KEY_AT = 1, VALUE_BEHIND_KEY = 1;
 
 char Check(unsigned p_uHash) { return static_cast<char>(p_uHash >> 24); }
 
-// Whether an entry's key is p_szKey of p_iLen bytes. Four bytes a step do not leave the entry: where its key ends earlier, the
-// value stands behind the NUL, and that step is the last.
+// Whether an entry's key is p_szKey of p_iLen bytes. Four bytes a step do not leave the entry: where its key ends
+// earlier, the value stands behind the NUL, and that step is the last.
 inline bool SameKey(const char* p_szOfEntry, const char* p_szKey, size_t p_iLen) {
   static_assert(sizeof(int) == 4);
   if (p_iLen < 4) return strcmp(p_szOfEntry, p_szKey) == 0;
@@ -73,8 +75,8 @@ inline bool SameKey(const char* p_szOfEntry, const char* p_szKey, size_t p_iLen)
   return Four(p_szOfEntry + p_iLen - 4) == Four(p_szKey + p_iLen - 4) && p_szOfEntry[p_iLen] == 0;
 }
 
-// An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at most
-// three quarters full.
+// An open-addressing table: a key is in the first free-or-equal slot from its hash on, wrapping around. Slots are at
+// most three quarters full.
 void Put(unsigned* p_pSlot, unsigned p_uSlots, unsigned p_uHash, unsigned p_uEntry) {
   unsigned i = p_uHash & (p_uSlots - 1);
   while (p_pSlot[i] != 0) i = (i + 1) & (p_uSlots - 1);

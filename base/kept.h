@@ -6,8 +6,8 @@
 
 namespace callorv::detail {
 
-// At most SLOTS things, taken and put back by any thread with one atomic exchange, so threads never wait for each other.
-// Nothing is made or destroyed here.
+// At most SLOTS things, taken and put back by any thread with one atomic exchange, so threads never wait for each
+// other. Nothing is made or destroyed here.
 template <class T, int SLOTS>
 class CKept {
  public:

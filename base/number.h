@@ -30,8 +30,8 @@ inline int ParseInt32(const char* p_sz) {
   return static_cast<int>(bNegative ? -iValue : iValue);
 }
 
-// A number in the form that "%.15e" has for magnitudes around 1, without its sign: a digit, a point, fifteen digits, "e"
-// and a two-digit exponent. False for any other, and when its digits or the power of ten are not exact as doubles;
+// A number in the form that "%.15e" has for magnitudes around 1, without its sign: a digit, a point, fifteen digits,
+// "e" and a two-digit exponent. False for any other, and when its digits or the power of ten are not exact as doubles;
 // otherwise the one operation on them rounds as it should, once. Not for the x87 unit, which rounds twice.
 inline bool ParsePlainDouble(const char* p_sz, size_t p_iLen, double& p_dOut) {
   static constexpr double s_adPower[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,

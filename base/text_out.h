@@ -14,8 +14,8 @@
 
 namespace callorv::detail {
 
-// Writes straight into the stream's spare room; the stream's length is right again once this object is gone, also when an
-// exception ended the writing. Throws std::bad_alloc when the stream cannot grow.
+// Writes straight into the stream's spare room; the stream's length is right again once this object is gone, also when
+// an exception ended the writing. Throws std::bad_alloc when the stream cannot grow.
 class CTextOut {
  public:
   explicit CTextOut(CStream& p_st)

@@ -19,8 +19,8 @@
 
 namespace {
 
-// A queue of connections holds 4096 as a rule, and what is too much for it is asked for a second later only: so one port has
-// several.
+// A queue of connections holds 4096 as a rule, and what is too much for it is asked for a second later only: so one
+// port has several.
 enum { LISTENERS = 6 };
 
 int Listener(int& p_iPort) {

@@ -9,11 +9,12 @@ enum { LATE = 1000 };             // added to a service's number: the same reply
 enum { LATE_BY_MS = 1000 };       // so much
 enum { MOST_CONNECTIONS = 10000 };
 
-// Lets this process, and those that it forks, have a descriptor for each of MOST_CONNECTIONS. Throws std::runtime_error.
+// Lets this process, and those that it forks, have a descriptor for each of MOST_CONNECTIONS. Throws
+// std::runtime_error.
 void AllowManyDescriptors();
 
-// Answers a packet for service n with the n-th reply, whatever stands in the packet. It closes first, so that no port of the
-// clients is left waiting.
+// Answers a packet for service n with the n-th reply, whatever stands in the packet. It closes first, so that no port
+// of the clients is left waiting.
 class CCrowdServer {
  public:
   // To be made before the process has threads.

@@ -19,8 +19,8 @@ inline double Quantile(std::vector<double> p_ad, double p_dPart) {
 }
 inline double Median(const std::vector<double>& p_ad) { return Quantile(p_ad, 0.5); }
 
-// WORK: processor time of the thread, which other programs on the machine do not lengthen. WALL: where others have a part
-// in the work: a server, more threads. ALL_WORK: processor time of all threads.
+// WORK: processor time of the thread, which other programs on the machine do not lengthen. WALL: where others have a
+// part in the work: a server, more threads. ALL_WORK: processor time of all threads.
 enum E_Clock : clockid_t { WORK = CLOCK_THREAD_CPUTIME_ID, WALL = CLOCK_MONOTONIC, ALL_WORK = CLOCK_PROCESS_CPUTIME_ID };
 inline double Now(E_Clock p_eClock) {
   timespec tNow;

@@ -66,7 +66,8 @@ const auto s_fnGet = [](CMsg& p_cMsg, auto p_Tag) {
 };
 const auto s_fnSetString = [](CMsg& p_cMsg, auto p_Tag) { return p_cMsg.SetValue(p_Tag, s_szText); };
 
-// A text through the C interface: MSG_GetStr against GetValue, and the length of a long text against that of a short one.
+// A text through the C interface: MSG_GetStr against GetValue, and the length of a long text against that of a short
+// one.
 void GetStr(benchmark::State& p_cState) {
   const CMsgPtr pMsg = NewFields();
   CString sValue;

@@ -18,7 +18,8 @@ using callorv::detail::ValueTraits;
 
 namespace {
 
-// The value in a row, of an array the first. 1; 0: there is none; or why there can be none, with the text on the message.
+// The value in a row, of an array the first. 1; 0: there is none; or why there can be none, with the text on the
+// message.
 template <class T>
 int GetFromRow(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag, T* p_pOut) {
   using V = ValueTraits<T>;
@@ -53,7 +54,8 @@ int ReadColumn(CMsg& p_cMsg, int p_iRowsTag, int p_iTag, int p_iN, STORE p_fnSto
 
 // A column as callers get it: p_fnStore puts a value, or for null what stands for none, into their p_pOut.
 template <class T, class STORE>
-int GetColumn(CMsg* p_pMsg, int p_iRowsTag, int p_iTag, const void* p_pOut, unsigned char* p_abSet, int p_iN, STORE p_fnStore) {
+int GetColumn(CMsg* p_pMsg, int p_iRowsTag, int p_iTag, const void* p_pOut, unsigned char* p_abSet, int p_iN,
+              STORE p_fnStore) {
   if (p_pMsg == nullptr) return MSG_NULL;
   const auto fnStore = [&](int p_i, const T* p_pValue) {
     if (p_pOut != nullptr) p_fnStore(p_i, p_pValue);
@@ -70,7 +72,8 @@ int GetColumn(CMsg* p_pMsg, int p_iRowsTag, int p_iTag, const void* p_pOut, unsi
 }    // namespace
 
 int MSG_GetIntColumn(CMsg* msg, int rowsTag, int tag, int* out, unsigned char* set, int n) {
-  return GetColumn<int>(msg, rowsTag, tag, out, set, n, [=](int p_i, const int* p_p) { out[p_i] = p_p != nullptr ? *p_p : 0; });
+  return GetColumn<int>(msg, rowsTag, tag, out, set, n,
+                        [=](int p_i, const int* p_p) { out[p_i] = p_p != nullptr ? *p_p : 0; });
 }
 
 int MSG_GetDblColumn(CMsg* msg, int rowsTag, int tag, double* out, unsigned char* set, int n) {
@@ -95,7 +98,8 @@ int MSG_GetDateColumn(CMsg* msg, int rowsTag, int tag, char* out, unsigned char*
   });
 }
 
-int MSG_GetStrColumn(CMsg* msg, int rowsTag, int tag, char* buf, size_t size, size_t* offsets, unsigned char* set, int n) {
+int MSG_GetStrColumn(CMsg* msg, int rowsTag, int tag, char* buf, size_t size, size_t* offsets, unsigned char* set,
+                     int n) {
   const size_t iRoom = buf != nullptr ? size : 0;
   const int iRet = GetColumn<std::string_view>(
       msg, rowsTag, tag, offsets, set, n, [=](int p_i, const std::string_view* p_p) {

@@ -38,7 +38,8 @@ int CCallOrv::Resolve(CCallOrvError* p_pErr) {
 }
 
 // 0, or what CallServiceByMsg returns, with p_cErr filled and p_cCall as it was.
-int CCallOrv::StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallOrvError& p_cErr, CPendingCall& p_cCall) {
+int CCallOrv::StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallOrvError& p_cErr,
+                           CPendingCall& p_cCall) {
   const CNoCancel cWhole;
   if (p_iDeadlineMs <= 0) {
     const int iSeconds = s_iTimeOut < 0 ? ADAPTORS_TIME_OUT : s_iTimeOut;
@@ -83,7 +84,8 @@ CPendingCall CCallOrv::Start(int p_iSvcNum, CMsgBase* p_pIn, int p_iDeadlineMs, 
   return cCall;
 }
 
-int CCallOrv::CallServiceByMsgWithin(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iDeadlineMs, CCallOrvError* p_pErr) {
+int CCallOrv::CallServiceByMsgWithin(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iDeadlineMs,
+                                     CCallOrvError* p_pErr) {
   int iRet = CheckCall(s_bSetupOK, p_iSvcNum, p_pIn != nullptr && p_pOut != nullptr, p_pErr);
   if (iRet < 0) return iRet;
   CPendingCall cCall;

@@ -33,7 +33,8 @@ class CCalls {
     int iCalls = 0;
     for (int i = iFirst; i < m_iCount; i = Next(i + 1)) ++iCalls;
     pollfd atFew[FEW];
-    const std::unique_ptr<pollfd[]> pMany(iCalls > FEW ? new (std::nothrow) pollfd[static_cast<size_t>(iCalls)] : nullptr);
+    const std::unique_ptr<pollfd[]> pMany(iCalls > FEW ? new (std::nothrow) pollfd[static_cast<size_t>(iCalls)]
+                                                       : nullptr);
     pollfd* ptPoll = iCalls > FEW ? pMany.get() : atFew;
     if (ptPoll == nullptr) return INTERRUPTED;
     while (iOver < 0) {
@@ -48,8 +49,8 @@ class CCalls {
   const int m_iCount;
   const AT m_fnAt;
 
-  // Where a call stands from p_iFrom on; m_iCount when there is none. Thousands of nulls may be in front of it, when most
-  // calls are finished, and are passed for each of the others: so many at a time.
+  // Where a call stands from p_iFrom on; m_iCount when there is none. Thousands of nulls may be in front of it, when
+  // most calls are finished, and are passed for each of the others: so many at a time.
   int Next(int p_iFrom) const {
     enum { AT_ONCE = 8 };
     const auto fnAllNull = [&] {
@@ -62,9 +63,9 @@ class CCalls {
     return p_iFrom;
   }
 
-  // The next call that is over, behind the one that was found before, so that each has its turn and finding all takes one
-  // round. Where that was is noted in the first call that stays; the caller is going to free, or replace, the one found.
-  // p_iFirst: where the first one stands.
+  // The next call that is over, behind the one that was found before, so that each has its turn and finding all takes
+  // one round. Where that was is noted in the first call that stays; the caller is going to free, or replace, the one
+  // found. p_iFirst: where the first one stands.
   int FindOver(int p_iFirst) const {
     const int iSecond = Next(p_iFirst + 1);
     int iStart = m_fnAt(p_iFirst)->iNext;
@@ -81,8 +82,8 @@ class CCalls {
     return NONE;
   }
 
-  // Waits once for all of them, none of which is over, until p_iEnd at most, and steps every one that can go on: to wait again
-  // for each that is returned would take a time that grows with the square of their number.
+  // Waits once for all of them, none of which is over, until p_iEnd at most, and steps every one that can go on: to
+  // wait again for each that is returned would take a time that grows with the square of their number.
   bool Poll(pollfd* p_ptPoll, long long p_iEnd) const {
     nfds_t uCalls = 0;
     long long iDeadline = LLONG_MAX;    // the first of theirs
@@ -114,5 +115,6 @@ int CPendingCall::WaitAny(CallOrv_Call** p_apCalls, int p_iCount, int p_iTimeOut
 }
 
 int CPendingCall::WaitAny(CPendingCall* p_pCalls, int p_iCount, int p_iTimeOutMs) {
-  return WaitAnyOf(p_pCalls != nullptr ? p_iCount : 0, p_iTimeOutMs, [=](int p_iAt) { return p_pCalls[p_iAt].m_pCall; });
+  return WaitAnyOf(p_pCalls != nullptr ? p_iCount : 0, p_iTimeOutMs,
+                   [=](int p_iAt) { return p_pCalls[p_iAt].m_pCall; });
 }

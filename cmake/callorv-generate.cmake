@@ -12,9 +12,9 @@
 #   OUTPUT     directory of the headers, which is added to the target's include path; <target>_messages in the binary
 #              directory when not given
 #
-# Call it in the directory that makes the target. The command is, in this order: what CALLORV_COMMAND is set to; where CallOrv
-# is part of the build, the one there, which is built for it even when CALLORV_TOOLS is off; the one that is installed
-# beside the package; one on the PATH. Cross-compiling takes one that runs on the building machine.
+# Call it in the directory that makes the target. The command is, in this order: what CALLORV_COMMAND is set to; where
+# CallOrv is part of the build, the one there, which is built for it even when CALLORV_TOOLS is off; the one that is
+# installed beside the package; one on the PATH. Cross-compiling takes one that runs on the building machine.
 function(callorv_generate TARGET DICTIONARY)
   cmake_parse_arguments(PARSE_ARGV 2 A "" "NAMESPACE;OUTPUT" "MESSAGES")
   if(A_UNPARSED_ARGUMENTS OR A_KEYWORDS_MISSING_VALUES)

@@ -1,6 +1,7 @@
-# The key under which dictionaries and key files are encrypted: SEED_KEY_DIR is where the build writes it down for the compiler.
-# The default is for development: anybody can read it here. A command line is seen and logged, a file is not; so the key goes on
-# to the compiler in one. Neither option has a cached default: one that is given and empty is a mistake.
+# The key under which dictionaries and key files are encrypted: SEED_KEY_DIR is where the build writes it down for the
+# compiler. The default is for development: anybody can read it here. A command line is seen and logged, a file is not;
+# so the key goes on to the compiler in one. Neither option has a cached default: one that is given and empty is a
+# mistake.
 if(DEFINED CALLORV_SEED_KEY_FILE)
   set(CALLORV_SEED_KEY_FILE "" CACHE FILEPATH "A file with the 16-byte SEED key: 32 hexadecimal digits and a line end")
   if(DEFINED CALLORV_SEED_KEY)

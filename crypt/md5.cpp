@@ -23,14 +23,18 @@ constexpr int s_aiShift[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23
 
 enum { BLOCK = 64, LENGTH = 8 };
 
-// One of the 64 steps, with everything but the data known to the compiler. What the algorithm calls A to D changes places in
-// p_aiState instead of its content.
+// One of the 64 steps, with everything but the data known to the compiler. What the algorithm calls A to D changes
+// places in p_aiState instead of its content.
 template <size_t STEP>
 [[gnu::always_inline]] inline void Step(uint32_t (&p_aiState)[4], const uint32_t (&p_aiWord)[16]) {
   uint32_t& iA = p_aiState[(64 - STEP) % 4];
   const uint32_t iB = p_aiState[(65 - STEP) % 4], iC = p_aiState[(66 - STEP) % 4], iD = p_aiState[(67 - STEP) % 4];
   constexpr size_t iRound = STEP / 16;
-  constexpr size_t iWord = (iRound == 0 ? STEP : iRound == 1 ? 5 * STEP + 1 : iRound == 2 ? 3 * STEP + 5 : 7 * STEP) % 16;
+  constexpr size_t iWord = (iRound == 0   ? STEP
+                            : iRound == 1 ? 5 * STEP + 1
+                            : iRound == 2 ? 3 * STEP + 5
+                                          : 7 * STEP) %
+                           16;
   const uint32_t iF = iRound == 0   ? (iB & iC) | (~iB & iD)
                       : iRound == 1 ? (iB & iD) | (iC & ~iD)
                       : iRound == 2 ? iB ^ iC ^ iD

@@ -1,4 +1,5 @@
-// The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, is in a header that the build writes.
+// The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, is in a header that the build
+// writes.
 #include "crypt/seed_key.h"
 
 #include "seed_key_value.h"

@@ -11,12 +11,12 @@ namespace callorv::detail {
 
 namespace {
 
-// A first block, without its records: room for the tags of a usual message, but not for all of one with hundreds that are
-// mostly left unset. Later blocks double up to BIG_BLOCK.
+// A first block, without its records: room for the tags of a usual message, but not for all of one with hundreds that
+// are mostly left unset. Later blocks double up to BIG_BLOCK.
 constexpr size_t FIRST_MIN = 64, FIRST_MAX = 512, BIG_BLOCK = 256 * 1024;
 
-// Up to 16 MB of blocks stay for the next long reply: to get pages from the kernel anew for each costs as much as half its
-// parsing.
+// Up to 16 MB of blocks stay for the next long reply: to get pages from the kernel anew for each costs as much as half
+// its parsing.
 CKept<void, 64> s_cKept;
 
 }    // namespace

@@ -7,8 +7,8 @@
 
 namespace callorv::detail {
 
-// Blocks that are freed together, so that a row of a reply costs no allocation of its own. The arena's own record stands in
-// its first block.
+// Blocks that are freed together, so that a row of a reply costs no allocation of its own. The arena's own record
+// stands in its first block.
 class CArena {
   struct T_Block;
 
@@ -35,7 +35,9 @@ class CArena {
   T_Mark Mark() const noexcept { return {m_pNewest, m_pNewest->iUsed}; }
   void GoBack(const T_Mark& p_tMark) noexcept;
 
-  static constexpr size_t Rounded(size_t p_iSize) { return (p_iSize + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*); }
+  static constexpr size_t Rounded(size_t p_iSize) {
+    return (p_iSize + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*);
+  }
 
   // Gives the kept blocks back.
   static void DropKept() noexcept;

@@ -13,7 +13,8 @@ namespace {
 
 constexpr T_XmlUse s_tUse{" : ", " : ", "", s_szNoMemory, true};
 
-// How much of each of the parser's characters a name is compared by: attributes are known by the low bytes, elements are not.
+// How much of each of the parser's characters a name is compared by: attributes are known by the low bytes, elements
+// are not.
 enum : unsigned { LOW_BYTE = 0xff, WHOLE = 0xffff };
 
 bool IsName(const char16_t* p_szWide, const char* p_sz, unsigned p_uMask) {
@@ -54,7 +55,8 @@ void CDicFileHandler::Action(const char* p_szPath) {
     if (!CString(p_szPath).EndsWith(".exml")) return ParseFile(p_szPath);
     CStream stXml(0, 512);
     CString sReason;
-    if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0) throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
+    if (CCrypt::DecryptFileToStream(p_szPath, stXml, sReason) < 0)
+      throw CException(MSG_DIC_LOAD, "%s", sReason.ToStr());
     return ParseText(stXml.GetData(), static_cast<size_t>(stXml.GetSize()), u"MsgDic.xml", false);
   };
   Parse(std::ref(fnParse));

@@ -43,7 +43,8 @@ constexpr const char* s_szaErrStr[50] = {
     "Not Initialized",
     "Dictionary loading failed",
 };
-static_assert(sizeof(s_szaErrStr) / sizeof(*s_szaErrStr) == 50 && s_szaErrStr[36] != nullptr && s_szaErrStr[37] == nullptr);
+static_assert(sizeof(s_szaErrStr) / sizeof(*s_szaErrStr) == 50 && s_szaErrStr[36] != nullptr &&
+              s_szaErrStr[37] == nullptr);
 
 // The source file and the lines that the texts of a failed allocation name.
 const char s_szSource[] = "msg_error";

@@ -24,7 +24,8 @@ const MsgHandler::T_TagTexts MsgHandler::s_tStart{"start", "tagnum"};
 const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
 
 MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
-    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg), m_pCurrentMsg(p_pMsg) {
+    : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg),
+      m_pCurrentMsg(p_pMsg) {
   if (p_pMsg == nullptr || p_pDic == nullptr) {
     throw CException(MSG_NULL, "MsgHandler::MsgHandler - Parameter is NULL(%p,%p)", static_cast<void*>(p_pMsg),
                      static_cast<void*>(p_pDic));
@@ -57,7 +58,8 @@ void MsgHandler::StartRoot(const char* p_szName, const CXmlAttributes& p_cAttrs)
   m_atOpen.push_back({nullptr, nullptr, pMsgInfo});
 }
 
-// The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is known.
+// The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is
+// known.
 const CTagInfo& MsgHandler::Resolve(const char16_t* p_szWide, const T_TagTexts& p_tTexts) const {
   const CNarrow cName(p_szWide);
   const char* szName = cName.Text();
@@ -99,7 +101,8 @@ void MsgHandler::OnText(const char16_t* p_p, size_t p_uLen) {
   const CNarrow cText(p_p, p_uLen);
   const std::string_view svText = Trimmed(cText.Text());
   if (svText.empty() || m_iCurrentTag < 0) return;
-  CAccess::StoreText(*m_pCurrentMsg, CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(), TextLen(svText.size()));
+  CAccess::StoreText(*m_pCurrentMsg, CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(),
+                     TextLen(svText.size()));
 }
 
 void MsgHandler::OnEnd(const char16_t* p_szName, int p_iDepth) {

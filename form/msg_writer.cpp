@@ -134,8 +134,8 @@ struct CMsgWalk {
 
 namespace {
 
-// Values as every form prints them: at most MaxChars from p_p on; returns the end. Texts end at their first NUL, as "%s"
-// prints them.
+// Values as every form prints them: at most MaxChars from p_p on; returns the end. Texts end at their first NUL, as
+// "%s" prints them.
 size_t MaxChars(const CString& p_s) { return static_cast<size_t>(p_s.GetSize()); }
 size_t MaxChars(const CDate& p_c) { return sizeof(p_c.m_szDate); }
 size_t MaxChars(int) { return INT_CHARS; }

@@ -1,5 +1,5 @@
-// A call's exchange under random programs of operations, against a peer that sends its packet in any pieces: it ends as the
-// packet's model says, whatever came when.
+// A call's exchange under random programs of operations, against a peer that sends its packet in any pieces: it ends as
+// the packet's model says, whatever came when.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>

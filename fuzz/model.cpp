@@ -78,7 +78,8 @@ std::string TextOf(const T_TagDef& p_tTag, const T_Value& p_tValue) {
   }
 }
 
-// p_fn(tag definition, row, value) for every value in the dictionary's order, but not for sub-messages that are left out.
+// p_fn(tag definition, row, value) for every value in the dictionary's order, but not for sub-messages that are left
+// out.
 template <class F>
 void ForEachValue(const T_ModelMsg& p_cMsg, F p_fn) {
   if (p_cMsg.pDef == nullptr) return;

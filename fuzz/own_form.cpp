@@ -1,4 +1,5 @@
-// A text that ToXml wrote, with one piece changed: LoadXml, which has a short way for such texts, ends as the parser alone does.
+// A text that ToXml wrote, with one piece changed: LoadXml, which has a short way for such texts, ends as the parser
+// alone does.
 #include <iterator>
 
 #include "model.h"
@@ -7,7 +8,8 @@
 
 namespace {
 
-// What the model's messages do not have: names that XML does not allow, numbers and names defined twice, and types that are none.
+// What the model's messages do not have: names that XML does not allow, numbers and names defined twice, and types that
+// are none.
 CMsgDic& Dictionary() {
   static CMsgDic& s_cDic = [] () -> CMsgDic& {
     GetMsgDef(0);

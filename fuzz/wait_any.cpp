@@ -1,5 +1,5 @@
-// The C functions of calls in flight under random programs: some calls in an array, servers that send any packets in any pieces,
-// and WaitAny. Each call ends as the packet's model and the reader of its body say, and each has its turn.
+// The C functions of calls in flight under random programs: some calls in an array, servers that send any packets in
+// any pieces, and WaitAny. Each call ends as the packet's model and the reader of its body say, and each has its turn.
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>

@@ -172,7 +172,9 @@ int CAccess::ArrSize(CMsg& p_cMsg, int p_iTag) {
     return p_cMsg.Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);    // sic: the detail is about the type here
   }
   if (!pCell->m_bMulti) return 1;
-  const auto fnSize = [&](auto* p_pArray) { return p_pArray != nullptr ? p_pArray->GetSize() : FailNull(p_cMsg, p_iTag); };
+  const auto fnSize = [&](auto* p_pArray) {
+    return p_pArray != nullptr ? p_pArray->GetSize() : FailNull(p_cMsg, p_iTag);
+  };
   switch (pCell->m_eType) {
     case TAG_STRING: return fnSize(pCell->m_pStrArr);
     case TAG_INTEGER: return fnSize(pCell->m_pIntArr);
@@ -212,7 +214,9 @@ void CAccess::StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, 
     case TAG_STRING: StoreParsed<CString>(p_cMsg, cCell, T_Text{p_sz, p_iLen}); break;
     case TAG_INTEGER: StoreParsed<int>(p_cMsg, cCell, ParseInt32(p_sz)); break;
     case TAG_DOUBLE: StoreParsed<double>(p_cMsg, cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
-    case TAG_BOOL: StoreParsed<bool>(p_cMsg, cCell, strncmp(p_sz, "true", static_cast<size_t>(std::max(p_iLen, 4))) == 0); break;
+    case TAG_BOOL:
+      StoreParsed<bool>(p_cMsg, cCell, strncmp(p_sz, "true", static_cast<size_t>(std::max(p_iLen, 4))) == 0);
+      break;
     case TAG_DATE: {    // there need be no NUL behind it
       char szDate[sizeof(CDate::m_szDate)] = "";
       std::string_view(p_sz, static_cast<size_t>(p_iLen)).copy(szDate, sizeof(szDate) - 1);
@@ -285,11 +289,15 @@ int CMsg::GetValue(int p_iTag, CMsgArray* p_pOut) { return CAccess::GetArray(*th
 int CMsg::GetValueAt(int p_iTag, int p_iIndex, CString* p_psOut) {
   return CAccess::GetAt(*this, p_iTag, p_iIndex, p_psOut);
 }
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, int* p_piOut) { return CAccess::GetAt(*this, p_iTag, p_iIndex, p_piOut); }
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, int* p_piOut) {
+  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_piOut);
+}
 int CMsg::GetValueAt(int p_iTag, int p_iIndex, double* p_pdOut) {
   return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pdOut);
 }
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut) { return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pbOut); }
+int CMsg::GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut) {
+  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pbOut);
+}
 int CMsg::GetValueAt(int p_iTag, int p_iIndex, CDate* p_pcOut) {
   return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pcOut);
 }

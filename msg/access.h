@@ -12,7 +12,8 @@ struct CAccess {
   // ---- failures
   // What went wrong, as code; its text is kept. Apart from the checks, which are on every value's way.
   [[gnu::cold]] static int FailTag(CMsg& p_cMsg, int p_iTag) { return FailTag(p_cMsg, p_cMsg, p_iTag); }
-  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag);    // of a row, but told by the message
+  // Of a row, but told by the message.
+  [[gnu::cold]] static int FailTag(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag);
   [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
   [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
   [[gnu::cold]] static int FailUndefined(CMsg& p_cMsg);    // the message itself
@@ -38,18 +39,21 @@ struct CAccess {
     return p_fnByTag(p_cMsg.m_pMsgInfo->m_cNameMap.GetOr(p_szName, -1));    // GetTagNumByName, one call less
   }
 
-  static const char* NameOf(const CMsgInfo& p_cInfo) { return p_cInfo.m_sName.ToStr(); }    // borrowed from the dictionary
+  static const char* NameOf(const CMsgInfo& p_cInfo) { return p_cInfo.m_sName.ToStr(); }    // the dictionary's
 
   // ---- reading: failures are thrown
-  static bool IsDefined(const CMsg& p_cMsg, int p_iMsgNum) { return p_cMsg.m_pMsgDic->GetMsgInfo(p_iMsgNum) != nullptr; }
-  // The two steps of CMsg::SetParsedData. Behind the text there must stand a byte that ends numbers and words: a NUL, markup or a
-  // blank.
+  static bool IsDefined(const CMsg& p_cMsg, int p_iMsgNum) {
+    return p_cMsg.m_pMsgDic->GetMsgInfo(p_iMsgNum) != nullptr;
+  }
+  // The two steps of CMsg::SetParsedData. Behind the text there must stand a byte that ends numbers and words: a NUL,
+  // markup or a blank.
   static const CTagInfo& ParsedTag(CMsg& p_cMsg, int p_iTag);
   static void StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen);
   static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);
 
  private:
-  // Set and Get where FirstCell gives nothing; Get also for arrays. They go all the way, so that the usual way stays short.
+  // Set and Get where FirstCell gives nothing; Get also for arrays. They go all the way, so that the usual way stays
+  // short.
   template <class T, class VALUE>
   [[gnu::noinline]] static int SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value);
   template <class T>

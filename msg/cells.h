@@ -10,8 +10,8 @@ namespace callorv::detail {
 
 // What few messages need.
 struct T_MsgExtra {
-  CMsgValue* pAbandoned = nullptr;             // cells in no slot any more, chained by m_pNext: those from before an Init, and
-                                               // one for each sub-message that this message made and that was replaced
+  CMsgValue* pAbandoned = nullptr;    // cells in no slot any more, chained by m_pNext: those from before an Init, and
+                                      // one for each sub-message that this message made and that was replaced
   CChainIndex<CMsgValue>* pIndex = nullptr;    // made once a slot's chain grows long
 };
 
@@ -23,8 +23,8 @@ struct CCells {
     if (pMsgInfo == nullptr || p_iTag < 0) return nullptr;
     return FindInChain(pMsgInfo->m_apBucket[ChainOf(p_iTag, pMsgInfo->m_iHashKey)], pMsgInfo->m_pIndex, p_iTag);
   }
-  // As a rule the tag's cell: the first one of its slot, if it is that tag's and of this type. Such a tag is defined, and so it
-  // need not be looked up.
+  // As a rule the tag's cell: the first one of its slot, if it is that tag's and of this type. Such a tag is defined,
+  // and so it need not be looked up.
   static CMsgValue* FirstCell(const CMsg& p_cMsg, int p_iTag, E_TagType p_eType) {
     if (p_cMsg.m_pMsgInfo == nullptr || p_iTag < 0) return nullptr;
     CMsgValue* pCell = p_cMsg.m_apSlot[ChainOf(p_iTag, p_cMsg.m_pMsgInfo->GetHashKey())];

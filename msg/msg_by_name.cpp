@@ -6,15 +6,18 @@ namespace {
 
 template <class T>
 int SetByName(CMsg& p_cMsg, const char* p_szName, T p_Value) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
+                                          [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
 }
 template <class T>
 int GetByName(CMsg& p_cMsg, const char* p_szName, T* p_pOut) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
+                                          [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
 }
 template <class T>
 int GetAtByName(CMsg& p_cMsg, const char* p_szName, int p_iIndex, T* p_pOut) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
+  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
+                                          [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
 }
 
 }    // namespace

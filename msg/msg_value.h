@@ -4,8 +4,8 @@
 
 #include "callorv/msg/msg.h"
 
-// Owned by its message, in whose arena it lives with its text or date. A new cell is all zero. Unset: no value was stored
-// yet (an earlier setter found no memory).
+// Owned by its message, in whose arena it lives with its text or date. A new cell is all zero. Unset: no value was
+// stored yet (an earlier setter found no memory).
 struct CMsgValue {
   int m_iTagNum = 0;
   E_TagType m_eType = TAG_UNKNOWN;

@@ -21,9 +21,9 @@ constexpr size_t KEPT_MEMORY = 256 * 1024;
 }    // namespace
 
 CMsg::CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic)
-    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr),
-      m_pChildren(nullptr), m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pOwner(nullptr), m_pCell(nullptr), m_iRow(0),
-      m_bMade(false), m_bLent(false), m_bVacant(false), m_bSharesArena(false), m_bHolds(false), m_bHasSubs(false), m_iCells(0),
+    : m_iRootNum(0), m_iMsgNum(0), m_iParentTag(0), m_bEmpty(true), m_szVer(), m_pParent(nullptr), m_pChildren(nullptr),
+      m_pMsgDic(p_pDic), m_pMsgInfo(nullptr), m_pOwner(nullptr), m_pCell(nullptr), m_iRow(0), m_bMade(false),
+      m_bLent(false), m_bVacant(false), m_bSharesArena(false), m_bHolds(false), m_bHasSubs(false), m_iCells(0),
       m_pArena(nullptr), m_pExtra(nullptr) {
   if (p_pDic == nullptr) throw CException("CMsg: Parameter is NULL", MSG_NULL);
   if (p_iMsgNum >= 1) Init(p_iMsgNum, p_iRootNum, p_iParentTag);

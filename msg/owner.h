@@ -17,8 +17,8 @@ struct COwner {
   static void Abandon(CMsg& p_cMsg);
   // The definition for Init; throws what that throws.
   static CMsgInfo* Definition(CMsgDic& p_cDic, int p_iMsgNum, int p_iRootNum);
-  // Between Init and EndRead a message may be read into on trial: where p_bGood is false, EndRead gives back what was stored, with
-  // its memory, and nobody can tell.
+  // Between Init and EndRead a message may be read into on trial: where p_bGood is false, EndRead gives back what was
+  // stored, with its memory, and nobody can tell.
   struct T_Trial {
     bool bEmpty, bVacant;
     CArena::T_Mark tMark;    // null: it has no arena yet
@@ -36,8 +36,8 @@ struct COwner {
 
  private:
   static void Destroy(CMsg& p_cMsg);    // wherever its memory is
-  // Frees what the message owns, but puts sub-messages that may own something themselves on p_pList, linked by m_pOwner,
-  // and its arena on p_pArenas.
+  // Frees what the message owns, but puts sub-messages that may own something themselves on p_pList, linked by
+  // m_pOwner, and its arena on p_pArenas.
   static void Release(CMsg& p_cMsg, CMsg*& p_pList, CArena*& p_pArenas);
   template <class F>
   static void TakeCells(CMsg& p_cMsg, F p_fn);
@@ -47,7 +47,8 @@ struct COwner {
   static const CMsg* NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg);
   static const CMsg* NextSub(const CMsg& p_cMsg, const CMsgValue* p_pCell, int p_iRow);
   static const CMsgValue* NextCell(const CMsg& p_cMsg, const CMsgValue* p_pCell);
-  // A new sub-message in the message's memory, which stands nowhere yet; null when there is none. Throws what Init throws.
+  // A new sub-message in the message's memory, which stands nowhere yet; null when there is none. Throws what Init
+  // throws.
   static CMsg* Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag);
   static void Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell);
   static const char* AppendRow(CMsgValue& p_cCell, CMsg* p_pSub);    // null, or the text why not

@@ -9,8 +9,8 @@
 
 namespace callorv::detail {
 
-// A row's message is long and few of its lines are touched, so no processor foresees which ones come next, and 10,000 rows are more
-// than its caches hold.
+// A row's message is long and few of its lines are touched, so no processor foresees which ones come next, and 10,000
+// rows are more than its caches hold.
 struct CPrefetch {
   enum { ROWS_AHEAD = 4, CACHE_LINE = 64 };
   // A row's own lines. Nothing for a row behind the last.
@@ -43,9 +43,9 @@ struct CPrefetch {
   static void Lines(uintptr_t p_uFirst, unsigned p_uLines) {
     for (unsigned u = 0; u < p_uLines; ++u) Line(p_uFirst + u * CACHE_LINE);
   }
-  // Asks for the cache line of an address, which may be any. Not by the compiler's builtin: that is nothing on i686, though every
-  // i686 takes the instruction, if only as a hint to ignore, and functions that only prefetch count as doing nothing, so that
-  // their calls are dropped.
+  // Asks for the cache line of an address, which may be any. Not by the compiler's builtin: that is nothing on i686,
+  // though every i686 takes the instruction, if only as a hint to ignore, and functions that only prefetch count as
+  // doing nothing, so that their calls are dropped.
   static void Line(uintptr_t p_uAddress) {
 #if defined(__i386__) || defined(__x86_64__)
     asm volatile("prefetcht0 (%0)" : : "r"(p_uAddress));

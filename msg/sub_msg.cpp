@@ -109,9 +109,9 @@ const CMsg* COwner::NextBelow(const CMsg& p_cTop, const CMsg* p_pMsg) {
   return pNext;
 }
 
-// Goes up from the message. Where that is far, it also goes through all that stands in p_cTop, at the same pace: when nothing is
-// left there, the message is further down than p_cTop goes, and so elsewhere. The shorter way decides: so a tree is built in
-// about linear time whether it grows inwards or outwards.
+// Goes up from the message. Where that is far, it also goes through all that stands in p_cTop, at the same pace: when
+// nothing is left there, the message is further down than p_cTop goes, and so elsewhere. The shorter way decides: so a
+// tree is built in about linear time whether it grows inwards or outwards.
 bool COwner::IsWithin(const CMsg& p_cMsg, const CMsg& p_cTop) {
   if (!p_cTop.m_bHasSubs) return &p_cMsg == &p_cTop;
   const CMsg* pUp = &p_cMsg;
@@ -139,7 +139,8 @@ int COwner::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     return 0;
   }
   if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
+  if (pTag->m_eType != TAG_SUBMSG)
+    return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
   if (eStanding == STANDS_ELSEWHERE || eStanding == STANDS_AROUND) {
     return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
   }
@@ -218,7 +219,8 @@ CMsg* COwner::Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag)
 int COwner::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
   const CTagInfo* pTag = CCells::FindTag(p_cMsg, p_iTag);
   if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG) return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
+  if (pTag->m_eType != TAG_SUBMSG)
+    return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
   CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
   if (pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg != nullptr) {
     p_pSub = pCell->m_pMsg;
@@ -257,7 +259,7 @@ CMsg* COwner::MakeSub(CMsg& p_cMsg, int p_iTag) {
     throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_iTag, static_cast<int>(pTag->m_eType));
   }
   CMsgValue& cCell = CAccess::ParsedCell(p_cMsg, *pTag);
-  if (cCell.m_bMulti && cCell.m_pMsgArr == nullptr) {    // there before its first row, and also when that cannot be made
+  if (cCell.m_bMulti && cCell.m_pMsgArr == nullptr) {    // there before its first row, which perhaps cannot be made
     cCell.m_pMsgArr = new (std::nothrow) CMsgArray(true);
     if (cCell.m_pMsgArr == nullptr) throw CException(ValueTraits<CMsg*>::szNewArray, MSG_MEMORY);
     cCell.m_bSet = true;

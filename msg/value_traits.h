@@ -17,7 +17,8 @@ namespace callorv::detail {
 struct T_Lines {
   int iSet, iGet, iGetArr, iGetAt;
 };
-template <class T> inline constexpr T_Lines s_tLines{};    // by the type that callers pass; 0: there is no such operation
+template <class T>
+inline constexpr T_Lines s_tLines{};    // by the type that callers pass; 0: there is no such operation
 template <> inline constexpr T_Lines s_tLines<CString>{1178, 699, 943, 2355};
 template <> inline constexpr T_Lines s_tLines<std::string_view> = s_tLines<CString>;
 template <> inline constexpr T_Lines s_tLines<int>{1233, 740, 983, 2393};
@@ -56,8 +57,8 @@ inline void Assign(std::string_view& p_svOut, const CString& p_s) {
 
 // For each type: its tag type, its array and the text for no memory for that, and
 //   Clear   what a getter does to its output before any check
-//   Store   keeps a value in a single cell, with memory of the arena; null, or the text why not (the cell's value is then
-//           as it was)
+//   Store   keeps a value in a single cell, with memory of the arena; null, or the text why not (the cell's value is
+//           then as it was)
 //   Load    the value of a single cell; false when there is none
 // For a value kept in the cell itself:
 template <class T, E_TagType TYPE, class ARRAY, T CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
@@ -164,7 +165,8 @@ inline CString ToElement(const T_Text& p_t) {
 // Appends; throws std::bad_alloc.
 template <class T> void AddTo(CArray<T>& p_aOut, T p_Value) { p_aOut.Add(std::move(p_Value)); }
 inline void AddTo(CMsgArray& p_apOut, CMsg* p_pMsg) {
-  if (p_pMsg == nullptr) return p_apOut.SetSize(p_apOut.GetSize() + 1);    // a row whose message is gone keeps its index
+  if (p_pMsg == nullptr)
+    return p_apOut.SetSize(p_apOut.GetSize() + 1);    // a row whose message is gone keeps its index
   if (p_apOut.Add(p_pMsg) == MSG_MEMORY) throw std::bad_alloc();
 }
 

@@ -11,9 +11,9 @@
 
 namespace callorv::detail {
 
-// The memory of a compression, which zlib asks for in five blocks, as one. Freed pieces at the end of the heap the C library
-// gives back to the kernel, to fault them in again for the next request, which takes longer than compressing a short one; but
-// once a block of this size is freed, it keeps as much.
+// The memory of a compression, which zlib asks for in five blocks, as one. Freed pieces at the end of the heap the C
+// library gives back to the kernel, to fault them in again for the next request, which takes longer than compressing a
+// short one; but once a block of this size is freed, it keeps as much.
 class CDeflateMemory {
  public:
   CDeflateMemory() : m_pBlock(static_cast<char*>(malloc(SIZE))) {}

@@ -20,8 +20,8 @@ namespace {
 
 // A step takes so much of a packet at most, so that a long one does not keep the others waiting.
 enum { STEP_BYTES = 64 * 1024 };
-// The first bytes are received here, which spares a short packet's header and trailer a call of the system each, and needs
-// no memory for a body that is only announced.
+// The first bytes are received here, which spares a short packet's header and trailer a call of the system each, and
+// needs no memory for a body that is only announced.
 enum { FIRST_BYTES = 4 * 1024 };
 
 }    // namespace
@@ -98,8 +98,8 @@ int CExchange::Advance(T_Fault& p_tFault) {
   return m_ePhase == RECEIVE ? Receive(p_tFault) : Send(p_tFault);
 }
 
-// Sending is also how to learn whether the connection is made: EAGAIN until it is, and then why not, which the kernel tells
-// only once.
+// Sending is also how to learn whether the connection is made: EAGAIN until it is, and then why not, which the kernel
+// tells only once.
 int CExchange::Send(T_Fault& p_tFault) {
   const int iLeft = m_oPacket->GetSize() - m_iSent;
   errno = 0;
@@ -148,7 +148,8 @@ int CExchange::Receive(T_Fault& p_tFault) {
 }
 
 void CExchange::Await() {
-  struct T_CloseUnlessOver {    // when the thread is cancelled; AddressSanitizer, too, learns of it only by a destructor here
+  // When the thread is cancelled; AddressSanitizer, too, learns of it only by a destructor here.
+  struct T_CloseUnlessOver {
     CExchange& cExchange;
     ~T_CloseUnlessOver() {
       if (!cExchange.m_bOver) cExchange.Close();

@@ -40,8 +40,8 @@ class CExchange {
   bool Step();
   // Steps and waits until it is over. A signal handler ends it, as it ends the waits of CAdaptor.
   void Await();
-  // Closes what is over. The body that came, which is p_stRoom or lives as long as this; or null, with the reason in p_sErr.
-  // Throws std::bad_alloc, also when there was no memory for the reason before.
+  // Closes what is over. The body that came, which is p_stRoom or lives as long as this; or null, with the reason in
+  // p_sErr. Throws std::bad_alloc, also when there was no memory for the reason before.
   const CStream* Finish(CStream& p_stRoom, CString& p_sErr);
 
  private:

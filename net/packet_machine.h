@@ -9,9 +9,9 @@
 
 namespace callorv::detail {
 
-// Reads one packet without knowing where its bytes come from: it says where the next ones go, and is told how many came. An
-// operation that fails returns its code with the fault filled, but for a negative body length, which is its own code and
-// has no text. After a failure the machine is used up.
+// Reads one packet without knowing where its bytes come from: it says where the next ones go, and is told how many
+// came. An operation that fails returns its code with the fault filled, but for a negative body length, which is its
+// own code and has no text. After a failure the machine is used up.
 class CPacketMachine {
  public:
   enum E_Part { HEADER, BODY, TRAILER, COMPLETE };
@@ -21,8 +21,8 @@ class CPacketMachine {
     int iLen = 0;    // 1 or more
   };
 
-  // p_pInfo     gets everything; the body is uncompressed as soon as it is whole. Null: the body is kept as it was sent,
-  //             for Unpack, and the other fields are nobody's business.
+  // p_pInfo     gets everything; the body is uncompressed as soon as it is whole. Null: the body is kept as it was
+  //             sent, for Unpack, and the other fields are nobody's business.
   // p_szHeader  gets a copy of the header, unless it is null
   CPacketMachine(CAdaptor::T_PacketInfo* p_pInfo, char* p_szHeader) : m_pInfo(p_pInfo), m_szCopy(p_szHeader) {}
   CPacketMachine(const CPacketMachine&) = delete;
@@ -31,9 +31,9 @@ class CPacketMachine {
   E_Part Part() const { return m_ePart; }
   int GetHave() const { return m_iHave; }    // bytes of this part that came
 
-  // Where the next bytes go, until the machine is next used. Room for a body grows with what came, or by p_iFirst if that
-  // is more; what is only announced is not allocated. A body that is kept for Unpack stands in blocks of BLOCK_BYTES, so
-  // that what came before is not copied however long it is.
+  // Where the next bytes go, until the machine is next used. Room for a body grows with what came, or by p_iFirst if
+  // that is more; what is only announced is not allocated. A body that is kept for Unpack stands in blocks of
+  // BLOCK_BYTES, so that what came before is not copied however long it is.
   int GetRoom(int p_iFirst, T_Room& p_tRoom, T_Fault& p_tFault);
   // p_iLen bytes, not more than there was room for, stand there now.
   int Fill(int p_iLen, T_Fault& p_tFault);
@@ -42,8 +42,8 @@ class CPacketMachine {
   // No more bytes can be had, for a reason with this code. The code that the packet fails with.
   int Cut(int p_iCode, T_Fault& p_tFault);
 
-  // The body before compression, from TRAILER on, in a machine without a record: its own or p_stRoom. Null when it cannot
-  // be uncompressed, or there is no memory for it in one piece.
+  // The body before compression, from TRAILER on, in a machine without a record: its own or p_stRoom. Null when it
+  // cannot be uncompressed, or there is no memory for it in one piece.
   const CStream* Unpack(CStream& p_stRoom, T_Fault& p_tFault);
 
  private:

@@ -52,7 +52,7 @@ def rooms():
 
 def file_of(function, texts):
     """The one file in which a function is defined."""
-    pattern = re.compile(rf"^[\w:<>*&\[\] ]*?\b{re.escape(function)}\([^;]*$", re.MULTILINE)
+    pattern = re.compile(rf"^(?=\S)[\w:<>*&\[\] ]*?\b{re.escape(function)}\([^;]*$", re.MULTILINE)
     found = [path for path, text in texts.items() if pattern.search(text)]
     if len(found) != 1:
         sys.exit(f"pictures: {function} is defined in {found or 'no source'}, not in one")

@@ -82,8 +82,8 @@ inline const char* EndName(int p_iEnd) {
 
 enum { REJECT_CODE = 7 };    // of --fault reject:7
 
-// How a call of p_iSvcNum with a text and a number ended. A reply counts only when it brings both back. Of what is wrong,
-// p_sWhat says what it is.
+// How a call of p_iSvcNum with a text and a number ended. A reply counts only when it brings both back. Of what is
+// wrong, p_sWhat says what it is.
 inline E_End JudgeEcho(int p_iRet, CCallOrvError& p_cErr, CMsg& p_cOut, int p_iSvcNum, const std::string& p_sText, int p_iNumber,
                        std::string& p_sWhat) {
   const std::string sErr = p_cErr.GetText().ToStr();

@@ -1,5 +1,5 @@
-// Calls in flight, thousands at once and handed from thread to thread, to a server that plays faults; and each of them ended by its
-// owner or its deadline wherever it stands.
+// Calls in flight, thousands at once and handed from thread to thread, to a server that plays faults; and each of them
+// ended by its owner or its deadline wherever it stands.
 #include <callorv/callorv.h>
 #include <poll.h>
 #include <sys/resource.h>

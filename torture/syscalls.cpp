@@ -1,5 +1,5 @@
-// System calls that fail: each one that an operation makes, with every errno, short, without data, late, timed out, and while
-// the thread is cancelled.
+// System calls that fail: each one that an operation makes, with every errno, short, without data, late, timed out, and
+// while the thread is cancelled.
 #include <netdb.h>
 
 #include <cerrno>

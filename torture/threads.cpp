@@ -65,8 +65,8 @@ class CRound {
   }
 };
 
-// Takes everything that is kept between calls into use at one moment, as large as calls make it: documents that are longer to
-// read than a thread runs at a stretch, into messages that are there together.
+// Takes everything that is kept between calls into use at one moment, as large as calls make it: documents that are
+// longer to read than a thread runs at a stretch, into messages that are there together.
 void UseAllThatIsKept(CTally& p_cTally) {
   std::string sXml = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><msg no=\"100\" ver=\"1.0\"><t1><![CDATA[" +
                      std::string(LONG_TEXT, '.') + "]]></t1>";    // a blank less than replies have, so that the parser reads it

@@ -11,8 +11,8 @@ namespace callorv::detail {
 
 // What the reader gives back is kept for it in lists by size, as every document asks for the same again: fifty blocks
 // and one of 164 KB for the shortest. It holds what its longest document needed at once, and gives all of it back when
-// it goes, with what the parser has lost: its constructors leave blocks behind when they fail. Like its reader, it serves
-// one thread at a time. Blocks come from the memory manager that the parser was initialised with.
+// it goes, with what the parser has lost: its constructors leave blocks behind when they fail. Like its reader, it
+// serves one thread at a time. Blocks come from the memory manager that the parser was initialised with.
 class CReaderMemory final : public xercesc::MemoryManager {
  public:
   CReaderMemory() = default;

@@ -14,8 +14,8 @@
 
 namespace callorv::detail {
 
-// What the parser calls: passes on what a handler is for, turns reports into exceptions, and refuses what is made to hurt.
-// Serves one document.
+// What the parser calls: passes on what a handler is for, turns reports into exceptions, and refuses what is made to
+// hurt. Serves one document.
 class CSax final : public xercesc::DefaultHandler {
  public:
   explicit CSax(CXmlHandler& p_cHandler) : m_cHandler(p_cHandler) { m_cHandler.m_pSax = this; }

@@ -44,8 +44,8 @@ class CPanic : public PanicHandler {
 };
 CPanic s_cPanic;
 
-// The parser's reader, but it tells of every DOCTYPE; the parser's own is silent about one that neither declares nor names
-// anything.
+// The parser's reader, but it tells of every DOCTYPE; the parser's own is silent about one that neither declares nor
+// names anything.
 class CSaxReader : public SAX2XMLReaderImpl {
  public:
   using SAX2XMLReaderImpl::SAX2XMLReaderImpl;
@@ -62,8 +62,8 @@ class CSaxReader : public SAX2XMLReaderImpl {
     SAX2XMLReaderImpl::XMLDecl(p_szVersion, p_szEncoding, p_szStandalone, p_szActualEncoding);
   }
 
-  // Whether another document will be read as by a new reader: the parser goes on with XML 1.1 where the next one does not say
-  // what it is in.
+  // Whether another document will be read as by a new reader: the parser goes on with XML 1.1 where the next one does
+  // not say what it is in.
   bool IsAsNew() const { return m_bAsNew; }
 
  private:
@@ -94,7 +94,8 @@ struct T_SourceMemory {
 };
 class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
-  explicit CFileSource(const char* p_szPath) : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_szPath(p_szPath) {}
+  explicit CFileSource(const char* p_szPath)
+      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_szPath(p_szPath) {}
   BinInputStream* makeStream() const override {
     auto pFile = std::make_unique<BinFileInputStream>(m_szPath);
     return pFile->getIsOpen() ? pFile.release() : nullptr;
@@ -104,8 +105,8 @@ class CFileSource : private T_SourceMemory, public LocalFileInputSource {
   const char* m_szPath;
 };
 
-// A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its reader. So
-// the parser gets a view of it, and deletes that without giving memory back.
+// A source whose stream stays its own: the parser loses one, and the file open in it, when it has no memory for its
+// reader. So the parser gets a view of it, and deletes that without giving memory back.
 class COwningSource : public InputSource {
  public:
   explicit COwningSource(const InputSource& p_cSource) : m_cSource(p_cSource) {}
@@ -153,9 +154,9 @@ struct T_Reader {
 };
 using CReaderPtr = std::unique_ptr<T_Reader>;
 
-// Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library holds
-// an initialisation of the parser, so that no reader outlives the parser's tables, and unless a long text has left it with
-// long buffers; one without such holds 320 KB.
+// Readers between two documents: making one costs twice as much as parsing a short reply. Kept only while this library
+// holds an initialisation of the parser, so that no reader outlives the parser's tables, and unless a long text has
+// left it with long buffers; one without such holds 320 KB.
 CKept<T_Reader, 16> s_cKept;
 constexpr XMLSize_t KEEP_READER_MAX = 1024 * 1024;    // bytes
 std::atomic<int> s_iInits{0};
@@ -170,8 +171,8 @@ void KeepReader(CReaderPtr p_pReader) {
   if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
 }
 
-// The parser counts a failed initialisation like any other and so takes itself to be ready from then on, but can neither be
-// used nor be terminated: both crash. Nothing is asked of it any more.
+// The parser counts a failed initialisation like any other and so takes itself to be ready from then on, but can
+// neither be used nor be terminated: both crash. Nothing is asked of it any more.
 std::atomic<bool> s_bBroken{false};
 
 [[noreturn]] void ThrowBroken(const char* p_szText) {
@@ -282,8 +283,8 @@ void CXmlHandler::Parse(const std::function<size_t()>& p_fnParse) const {
   } catch (const std::bad_alloc&) {    // also for the text of an error
     bNoMemory = true;
   }
-  // Only when the others are gone: without memory exceptions stand in the C++ library's reserve of some kilobytes, which
-  // loses pieces when they go in another order than they came.
+  // Only when the others are gone: without memory exceptions stand in the C++ library's reserve of some kilobytes,
+  // which loses pieces when they go in another order than they came.
   if (bNoMemory) throw CException(m_bMakesSource ? m_tUse.szNoSource : s_szNoMemory, MSG_MEMORY);
 }
 

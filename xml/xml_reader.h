@@ -17,8 +17,8 @@ void InitializeParser();
 void TerminateParser();
 bool IsParserReady();    // whether anybody has initialised it
 
-// Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit or p_uLen. Short texts stay on the
-// stack.
+// Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit or p_uLen. Short texts stay on
+// the stack.
 class CNarrow {
  public:
   explicit CNarrow(const char16_t* p_sz) : CNarrow(p_sz, std::char_traits<char16_t>::length(p_sz)) {}
@@ -83,7 +83,8 @@ struct T_XmlUse {
 
 class CSax;
 
-// Is told what stands in a document. Turns every parser report into a CException (-21) and refuses documents made to hurt.
+// Is told what stands in a document. Turns every parser report into a CException (-21) and refuses documents made to
+// hurt.
 class CXmlHandler {
   friend class CSax;
 
@@ -110,8 +111,9 @@ class CXmlHandler {
   // callbacks throw becomes "Handler error : %s" with its code, what the parser throws -21, and no memory -11. Pass a
   // std::ref, which needs no memory itself.
   void Parse(const std::function<size_t()>& p_fnParse) const;
-  // Both parse, and return how many errors the parser counted; only inside Parse. p_szName: what a report calls the text.
-  // p_bKept: by a reader that may have served other documents and may serve later ones, not by one made for this document.
+  // Both parse, and return how many errors the parser counted; only inside Parse. p_szName: what a report calls the
+  // text. p_bKept: by a reader that may have served other documents and may serve later ones, not by one made for this
+  // document.
   size_t ParseText(const char* p_pText, size_t p_uLen, const char16_t* p_szName, bool p_bKept);
   size_t ParseFile(const char* p_szPath);
 

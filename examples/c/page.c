@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
   int iLeft = 0;
   int i;
   if (argc != 2) return fprintf(stderr, "usage: %s CONFIGURATION\n", argv[0]), EXIT_FAILURE;
-  if (CallOrv_Initialize(argv[1], &tErr) != 0) return fprintf(stderr, "initialisation: %s\n", tErr.szText), EXIT_FAILURE;
+  if (CallOrv_Initialize(argv[1], &tErr) != 0)
+    return fprintf(stderr, "initialisation: %s\n", tErr.szText), EXIT_FAILURE;
 
   pIn = MSG_GetNewMsg(1101, &tErr);
   if (pIn == NULL || MSG_SetStr(pIn, 1, "ACME") != 0) return fprintf(stderr, "no request\n"), EXIT_FAILURE;

@@ -11,8 +11,8 @@ enum { SVC_QUOTE = 1001, CALLS = 200, IN_FLIGHT = 16, DEADLINE_MS = 5000 };
 static int s_iEpoll;
 static int s_iAnswers = 0;
 
-/* Tells epoll what the call waits for. It wakes us as long as that is there (level-triggered), since a step does not always
- * take all of it. */
+/* Tells epoll what the call waits for. It wakes us as long as that is there (level-triggered), since a step does not
+ * always take all of it. */
 static void Watch(int p_iOperation, CallOrv_Call** p_ppCall) {
   struct epoll_event tEvent;
   tEvent.events = (unsigned)CallOrv_GetEvents(*p_ppCall); /* EPOLLIN is POLLIN, and EPOLLOUT is POLLOUT */
@@ -44,7 +44,8 @@ int main(int argc, char** argv) {
   CMsg* pIn;
   int iToStart = CALLS;
   if (argc != 2) return fprintf(stderr, "usage: %s CONFIGURATION\n", argv[0]), EXIT_FAILURE;
-  if (CallOrv_Initialize(argv[1], &tErr) != 0) return fprintf(stderr, "initialisation: %s\n", tErr.szText), EXIT_FAILURE;
+  if (CallOrv_Initialize(argv[1], &tErr) != 0)
+    return fprintf(stderr, "initialisation: %s\n", tErr.szText), EXIT_FAILURE;
   pIn = MSG_GetNewMsg(1101, &tErr);
   if (pIn == NULL || MSG_SetStr(pIn, 1, "ACME") != 0) return fprintf(stderr, "no request\n"), EXIT_FAILURE;
   s_iEpoll = epoll_create1(EPOLL_CLOEXEC);

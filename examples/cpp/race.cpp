@@ -1,5 +1,5 @@
-// Asks a service twice on Asio. The first answer counts, the other call is cancelled; after three seconds nobody waits any
-// longer.
+// Asks a service twice on Asio. The first answer counts, the other call is cancelled; after three seconds nobody waits
+// any longer.
 #include <poll.h>
 
 #include <asio.hpp>

@@ -34,7 +34,8 @@ class CNumberedMsg : public CMsgBase {
   CMsg* CreateMsg() override { return reinterpret_cast<CMsg*>(3); }
 };
 
-// Private fields that inline functions read, by their place in the object; the program names them in explicit instantiations.
+// Private fields that inline functions read, by their place in the object; the program names them in explicit
+// instantiations.
 template <int CMsg::*ROOT, int CMsg::*NUM, int CMsg::*TAG, bool CMsg::*EMPTY, char (CMsg::*VER)[CMsg::VER_SIZE],
           CMsgValue* (CMsg::*SLOT)[CMsg::SLOTS], CMsg* CMsg::*PARENT, CMsgInfo* CMsg::*INFO>
 struct T_FieldsOfMsg {

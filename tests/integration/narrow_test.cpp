@@ -1,4 +1,5 @@
-// Names and texts with characters that need more than a byte: the low byte of each counts, but for a dictionary's elements.
+// Names and texts with characters that need more than a byte: the low byte of each counts, but for a dictionary's
+// elements.
 #include <callorv/callorv.hpp>
 #include <doctest/doctest.h>
 

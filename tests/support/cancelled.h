@@ -9,8 +9,8 @@
 
 #ifdef __SANITIZE_ADDRESS__
 extern "C" void __asan_handle_no_return();
-// Frames that a cancelled thread leaves do not clear their marks around arrays, upon which AddressSanitizer itself stumbles
-// when the thread ends.
+// Frames that a cancelled thread leaves do not clear their marks around arrays, upon which AddressSanitizer itself
+// stumbles when the thread ends.
 struct T_ClearMarks {
   ~T_ClearMarks() { __asan_handle_no_return(); }
 };
@@ -18,8 +18,8 @@ struct T_ClearMarks {
 struct T_ClearMarks {};
 #endif
 
-// Runs p_fn in a thread of its own, which is cancelled once p_cReady is set; then p_fnThen runs. Whether the cancellation ended
-// the thread.
+// Runs p_fn in a thread of its own, which is cancelled once p_cReady is set; then p_fnThen runs. Whether the
+// cancellation ended the thread.
 template <class F, class THEN>
 bool IsCancelled(F p_fn, std::promise<void>& p_cReady, THEN p_fnThen) {
   const auto fnThread = [](void* p_p) -> void* {

@@ -88,8 +88,8 @@ void operator delete[](void* p_p) noexcept {
   s_fnNext(p_p);
 }
 
-// The linker's --wrap option sends our code's calls of malloc here, and calls of __real_malloc to malloc. Visible, as it
-// resolves what the shared libraries of a sanitizer build refer to in the same way.
+// The linker's --wrap option sends our code's calls of malloc here, and calls of __real_malloc to malloc. Visible, as
+// it resolves what the shared libraries of a sanitizer build refer to in the same way.
 #pragma GCC visibility push(default)
 extern "C" {
 

@@ -101,8 +101,8 @@ class CPeer {
   }
 };
 
-// What p_fnCall returns, which moves bytes. A socket with a time limit is not asked again by the system when a signal comes that
-// nobody handles: SIGCHLD, where fork() holds it back.
+// What p_fnCall returns, which moves bytes. A socket with a time limit is not asked again by the system when a signal
+// comes that nobody handles: SIGCHLD, where fork() holds it back.
 template <class F>
 ssize_t Uninterrupted(F p_fnCall) {
   ssize_t iMoved;

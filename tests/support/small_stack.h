@@ -7,8 +7,8 @@
 #include <functional>
 #include <stdexcept>
 
-// What a thread needs that calls, in all: the C library puts the thread's descriptor and the thread-local variables of every
-// library into it. The guard comes on top. Instrumented code needs more.
+// What a thread needs that calls, in all: the C library puts the thread's descriptor and the thread-local variables of
+// every library into it. The guard comes on top. Instrumented code needs more.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define IS_INSTRUMENTED 1
 #else

@@ -1,5 +1,5 @@
-/* rows CONFIGURATION: what a small call, and reading 1,000 rows of four tags of a reply, cost in C. Answers each line of standard
- * input, "call N" or "read N", with the microseconds that one of N took. */
+/* rows CONFIGURATION: what a small call, and reading 1,000 rows of four tags of a reply, cost in C. Answers each line
+ * of standard input, "call N" or "read N", with the microseconds that one of N took. */
 #include <callorv/callorv.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         CMsg* pRow = MSG_GetAtSubArr(pTable, 1, j, NULL);
         int iHalted;
         if (pRow == NULL || MSG_GetStrLen(pRow, 1) >= (int)sizeof(szText) || MSG_GetStr(pRow, 1, szText) != 0 ||
-            MSG_GetInt(pRow, 2, &iValue) != 0 || MSG_GetDbl(pRow, 3, &dValue) != 0 || MSG_GetBool(pRow, 4, &iHalted) != 0) {
+            MSG_GetInt(pRow, 2, &iValue) != 0 || MSG_GetDbl(pRow, 3, &dValue) != 0 ||
+            MSG_GetBool(pRow, 4, &iHalted) != 0) {
           return EXIT_FAILURE;
         }
         dSum += szText[0] + iValue + dValue + iHalted;

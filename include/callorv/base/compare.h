@@ -47,7 +47,8 @@ int CompareTexts(const A& p_A, const B& p_B) {
 }    // namespace detail
 }    // namespace callorv
 
-// At least one of the two is a CString or a CDate, the other one of these or a C text (a pointer to char or an array of it).
+// At least one of the two is a CString or a CDate, the other one of these or a C text (a pointer to char or an array of
+// it).
 template <class A, class B>
 callorv::detail::BoolIfTexts<A, B> operator==(const A& p_A, const B& p_B) {
   return callorv::detail::CompareTexts(p_A, p_B) == 0;

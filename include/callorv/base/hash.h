@@ -48,8 +48,8 @@ class CALLORV_API CStrHash {
   //   p_bReplace  true: it becomes the key's only value; false: it is added behind the values that are there
   // Throws std::bad_alloc, leaving the map as it was.
   int Set(const char* p_szKey, char* p_szValue, bool p_bReplace);
-  // The first value of the key, or all of them in the order in which they were added (p_pOut, not null, is emptied first).
-  // 0, or -1 with the output untouched when the key is absent or null.
+  // The first value of the key, or all of them in the order in which they were added (p_pOut, not null, is emptied
+  // first). 0, or -1 with the output untouched when the key is absent or null.
   int Get(const char* p_szKey, CString* p_pOut) const;
   int Get(const char* p_szKey, CStrArray* p_pOut) const;
 

@@ -43,8 +43,8 @@ class CALLORV_API CString {
   void Empty();    // make the text empty
   void Clear();    // the same
 
-  // Replaces the text with the printf-style formatting of the arguments, of any length that a text can have; arguments may
-  // point into the old text. A format that cannot be printed (an invalid wide character, say) gives "".
+  // Replaces the text with the printf-style formatting of the arguments, of any length that a text can have; arguments
+  // may point into the old text. A format that cannot be printed (an invalid wide character, say) gives "".
   void Format(const char* p_szFmt, ...) CALLORV_PRINTF(2, 3);
 
   void Trim();                        // removes blanks, tabs, CRs and LFs at both ends

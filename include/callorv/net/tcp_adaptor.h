@@ -36,7 +36,8 @@ class CALLORV_API CTcpAdaptor : public CAdaptor {
   // p_stOut, which is not the packet's own body, is empty.
   int BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut);
   // Reads the packet at p_pData as ReceiveFrom does, with the same results. Where it would wait for more than the
-  // p_iLen bytes that are there: -9 "OK". Bytes behind the packet are not looked at, and none of the bytes is p_pInfo's.
+  // p_iLen bytes that are there: -9 "OK". Bytes behind the packet are not looked at, and none of the bytes is
+  // p_pInfo's.
   int ParsePacket(const char* p_pData, int p_iLen, T_PacketInfo* p_pInfo);
 
   // The header's fields in their order on the wire, without a gap. Numbers are decimal digits, padded with zeros on the

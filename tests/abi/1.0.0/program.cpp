@@ -1,6 +1,6 @@
-// A program of the time of version 1.0.0: compiled with the headers of then, it must go on running with every later 1.x.
-// program DICTIONARY FOLDER PORT: the dictionary of the examples, a folder to write into, and a server on 127.0.0.1 that answers
-// every call with its own body.
+// A program of the time of version 1.0.0: compiled with the headers of then, it must go on running with every later
+// 1.x. program DICTIONARY FOLDER PORT: the dictionary of the examples, a folder to write into, and a server on
+// 127.0.0.1 that answers every call with its own body.
 #include <callorv/callorv.hpp>
 #include <cstdio>
 #include <cstdlib>

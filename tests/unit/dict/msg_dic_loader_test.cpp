@@ -41,8 +41,8 @@ class CWorkIn {
   std::filesystem::path m_cBefore;
 };
 
-// A dictionary file that is loaded. What begins with its root element, which one scanner of the parser reads, is also loaded with
-// a declaration in front, and with a comment, for which it takes the other one.
+// A dictionary file that is loaded. What begins with its root element, which one scanner of the parser reads, is also
+// loaded with a declaration in front, and with a comment, for which it takes the other one.
 class CLoad {
  public:
   explicit CLoad(const std::string& p_sXml, const char* p_szName = s_szPlainName) {

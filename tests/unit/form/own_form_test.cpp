@@ -1,5 +1,5 @@
-// Texts that ToXml wrote are read without the parser, and nobody can tell: whatever is changed in them, code, error text and
-// message are those of the parser alone.
+// Texts that ToXml wrote are read without the parser, and nobody can tell: whatever is changed in them, code, error
+// text and message are those of the parser alone.
 #include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
@@ -30,8 +30,8 @@ const int MUTANTS = IsUnderValgrind() ? 10000 : 100000;
 
 const std::string s_sHead = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>";
 
-// The test messages, 123 with what a dictionary may have though it makes little sense, and 124 with names that XML has its own
-// mind about.
+// The test messages, 123 with what a dictionary may have though it makes little sense, and 124 with names that XML has
+// its own mind about.
 class COddDic : public CLoadedDic {
  public:
   COddDic() {

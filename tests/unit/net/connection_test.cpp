@@ -37,7 +37,8 @@ const char* LocalName() {
   return "localhost";
 }
 
-// The addresses that getaddrinfo finds for TWO_ADDRESSES, in this order; what it finds for other names is the resolver's.
+// The addresses that getaddrinfo finds for TWO_ADDRESSES, in this order; what it finds for other names is the
+// resolver's.
 const char TWO_ADDRESSES[] = "two.addresses.invalid";
 const char* s_aszFound[2] = {};
 

@@ -29,9 +29,9 @@ class COpenAdaptor : public CTcpAdaptor {
 
   void SetNonBlocking() { fcntl(iSock, F_SETFL, O_NONBLOCK); }
 
-  // Puts bytes into the kernel's buffers until they are full and stay so: what is left of the peer's window, less than a
-  // segment, the kernel fills some 200 ms later.
-  // A later close resets the connection: behind all these bytes the peer would not learn of an orderly end.
+  // Puts bytes into the kernel's buffers until they are full and stay so: what is left of the peer's window, less than
+  // a segment, the kernel fills some 200 ms later. A later close resets the connection: behind all these bytes the peer
+  // would not learn of an orderly end.
   void Fill() {
     SetNonBlocking();
     const linger tNow = {1, 0};

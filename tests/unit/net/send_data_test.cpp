@@ -281,8 +281,9 @@ TEST_CASE("SendData: a thread may be cancelled while it sends") {
   CHECK(cAdaptor.Disconnect() == 0);    // it is as it was otherwise
 }
 
-// SIGPIPE reaches the thread while it is inside send(), as when the connection ends in the moment of the cancellation. From
-// glibc 2.41 on a send() that has sent something returns before the cancellation acts: then the signal is somebody else's.
+// SIGPIPE reaches the thread while it is inside send(), as when the connection ends in the moment of the cancellation.
+// From glibc 2.41 on a send() that has sent something returns before the cancellation acts: then the signal is somebody
+// else's.
 TEST_CASE("a thread that is cancelled while it sends leaves SIGPIPE as it was") {
   struct T_AtEnd {
     std::string& sState;

@@ -1,5 +1,5 @@
-// A reader that has served other documents must read the next one as a fresh reader would, whatever they were, and both as
-// the parser's own reader does.
+// A reader that has served other documents must read the next one as a fresh reader would, whatever they were, and both
+// as the parser's own reader does.
 #include <memory>
 #include <random>
 #include <string>

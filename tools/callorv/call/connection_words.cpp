@@ -93,7 +93,8 @@ T_Reason WhyNoReply(const std::string& p_sText, int p_iTimeOut) {
   return {};
 }
 
-// Of a call with a deadline, whose text is "Socket timeout(-8)((body, 400 ms))": what it was doing, and the milliseconds.
+// Of a call with a deadline, whose text is "Socket timeout(-8)((body, 400 ms))": what it was doing, and the
+// milliseconds.
 T_Reason WhyTooLate(const std::string& p_sText) {
   static constexpr std::pair<const char*, const char*> s_aszDoing[] = {{"((connect, ", "connecting"},
                                                                        {"((send, ", "sending the request"},

@@ -5,8 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
-// A number from p_iMin to p_iMax, without the range in the help: the words beside it say what matters. What CLI::Range says of
-// another one depends on its version.
+// A number from p_iMin to p_iMax, without the range in the help: the words beside it say what matters. What CLI::Range
+// says of another one depends on its version.
 inline CLI::Validator Between(int p_iMin, int p_iMax) {
   const auto fnCheck = [=](const std::string& p_sText) {
     int iValue = 0;

@@ -121,7 +121,8 @@ class CConnection : public std::enable_shared_from_this<CConnection> {
       pSelf->m_bLate = true;
       Error cIgnored;
       pSelf->m_cSocket.cancel(cIgnored);
-      pSelf->CancelAfter(std::chrono::milliseconds(10));    // it may have been between two parts of what it reads or writes
+      // It may have been between two parts of what it reads or writes.
+      pSelf->CancelAfter(std::chrono::milliseconds(10));
     });
   }
   void TakeDeadlineAway() {

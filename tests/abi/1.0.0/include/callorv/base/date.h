@@ -8,8 +8,8 @@
 #include "callorv/export.h"
 
 // The text is kept as it comes, by convention YYYYMMDD, and is not validated: a shorter one stays short, of a
-// longer one the first eight characters are kept. Null and "" leave the date unset, an absent value. Dates compare by their
-// texts, with each other, with a CString and with C texts; an unset one has the text "".
+// longer one the first eight characters are kept. Null and "" leave the date unset, an absent value. Dates compare by
+// their texts, with each other, with a CString and with C texts; an unset one has the text "".
 class CALLORV_API CDate {
  public:
   char m_szDate[9];    // the text, zero-filled behind it

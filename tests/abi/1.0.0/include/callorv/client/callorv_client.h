@@ -18,10 +18,9 @@ class CALLORV_API CCallOrv {
   //   returns  0; -12 p_pErr is null; -1 configuration or key failed; -2 dictionary failed; the text, with code 0,
   //            is in p_pErr
   static int Initialize(const char* p_szConfigFile, CCallOrvError* p_pErr);
-  // Reads the key file and the dictionary and keeps the settings. p_iTimeOut (seconds) is taken as it is; 0 does not wait for a
-  // reply, below 0 counts as 60.
-  // Again: replaces key and settings, but a dictionary that has messages already fails with -2; a failed repeat
-  // leaves the process set up, perhaps with the new key.
+  // Reads the key file and the dictionary and keeps the settings. p_iTimeOut (seconds) is taken as it is; 0 does not
+  // wait for a reply, below 0 counts as 60. Again: replaces key and settings, but a dictionary that has messages
+  // already fails with -2; a failed repeat leaves the process set up, perhaps with the new key.
   //   returns  0; -12 p_pErr is null; -1 key file failed or "Invalid UserKey"; -2 dictionary failed (CException's text)
   static int Initialize(const char* p_szKeyFile, const char* p_szMsgDicFile, const char* p_szServer, int p_iPort,
                         int p_iTimeOut, CCallOrvError* p_pErr);
@@ -33,10 +32,10 @@ class CALLORV_API CCallOrv {
   //            -4 as CallServiceByMsg; -5 (-1 with p_pOut's sLastError)
   // Throws CException when CreateMsg or LoadFromMsg does.
   static int CallService(int p_iSvcNum, CMsgBase* p_pIn, CMsgBase* p_pOut, CCallOrvError* p_pErr);
-  // Calls a service with dictionary messages (both borrowed). p_pOut is initialised again for the reply; better is a new one for
-  // each call, as CMsg::Init says. The time-out bounds each wait for more of the reply, not the call; the system decides
-  // how long connecting and sending may take. A signal handler that runs in the thread while it waits for the reply ends the
-  // call (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
+  // Calls a service with dictionary messages (both borrowed). p_pOut is initialised again for the reply; better is a
+  // new one for each call, as CMsg::Init says. The time-out bounds each wait for more of the reply, not the call; the
+  // system decides how long connecting and sending may take. A signal handler that runs in the thread while it waits
+  // for the reply ends the call (-3). pthread_cancel ends the thread at such a wait; the connection is closed.
   //   returns  0 with the reply in p_pOut, or, with p_pErr filled (code, text, reference):
   //            -1 (-35, "call CCallOrv::Initialize() first", p_iSvcNum); -2 (-12, "Parameter is NULL", p_iSvcNum);
   //            -12 p_pErr is null; -3 (-1 to -7, reason, -1): null, XML, connect, send, receive, -6 and -7 reply;
@@ -79,7 +78,8 @@ class CALLORV_API CCallOrv {
   // 0, or, with the reason in p_sErr: -1 the file cannot be read, -2 it is no key file.
   static int GetUserKey(const char* p_szKeyFile, CString& p_sKey, CString& p_sErr);
   // The bytes of a file. 0; -1 "p_szFileName is NULL"; -2 "File not found(%s)"; -5 "File cannot be open(%s)", also for
-  // more than 2147483646 bytes. A folder, a pipe and a device are empty; the last two are not opened, as that could wait.
+  // more than 2147483646 bytes. A folder, a pipe and a device are empty; the last two are not opened, as that could
+  // wait.
   static int ReadFileToStream(const char* p_szFileName, CStream& p_stOut, CString& p_sErr);
 
  private:

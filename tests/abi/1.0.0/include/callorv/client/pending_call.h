@@ -9,9 +9,9 @@
 class CMsg;
 struct CallOrv_Call;
 
-// A call under way, or none. CCallOrv::Start makes one; destroyed, it cancels. What each operation does, its results and what
-// they mean stand above the function of the same name in callorv/callorv.h; without a call it does what that does with null.
-// Used by one thread at a time, not always the same one; different calls are independent.
+// A call under way, or none. CCallOrv::Start makes one; destroyed, it cancels. What each operation does, its results
+// and what they mean stand above the function of the same name in callorv/callorv.h; without a call it does what that
+// does with null. Used by one thread at a time, not always the same one; different calls are independent.
 class CALLORV_API CPendingCall {
  public:
   CPendingCall() noexcept : m_pCall(nullptr) {}

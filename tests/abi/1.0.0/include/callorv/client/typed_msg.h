@@ -168,7 +168,8 @@ class CTagStorer : public CTagWalk {
     if (iCode != 0) return false;
     CMsg* pSub = nullptr;
     if (!Passed(m_cMsg.NewSub(p_iTag, &pSub), m_cMsg)) return false;
-    if (pSub->GetMsgNum() != T::MSG_NUM) pSub->Init(T::MSG_NUM, m_cMsg.GetRootNum(), p_iTag);    // the class is from elsewhere
+    if (pSub->GetMsgNum() != T::MSG_NUM)
+      pSub->Init(T::MSG_NUM, m_cMsg.GetRootNum(), p_iTag);    // the class is from elsewhere
     CTagStorer cStorer(*pSub);
     T::VisitTags(p_Value, cStorer);
     return Passed(cStorer);

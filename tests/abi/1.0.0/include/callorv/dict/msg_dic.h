@@ -41,10 +41,11 @@ class CALLORV_API CMsgDic : public CLastError {
   //   -16 "submsg=%s"              the sub-message's number is outside 1 to 9999 (it need not be defined)
   //   -17 "tagtype=%s"             no such type
   //   -11 "(CTagInfo)"             no memory
-  void SetMsgDetail(int p_iMsgNum, int p_iTagNum, const CString& p_sName, const CString& p_sType, const CString& p_sArray);
+  void SetMsgDetail(int p_iMsgNum, int p_iTagNum, const CString& p_sName, const CString& p_sType,
+                    const CString& p_sArray);
 
-  // Appends every definition in ascending message number, each with its tag lines and an empty line behind, to p_pOut (not null).
-  // Throws std::bad_alloc.
+  // Appends every definition in ascending message number, each with its tag lines and an empty line behind, to p_pOut
+  // (not null). Throws std::bad_alloc.
   void Dump(CStream* p_pOut) const;
 
   // Fills this dictionary from a file: XML, or, for a name that ends in ".exml", the same encrypted with SEED.
@@ -52,8 +53,8 @@ class CALLORV_API CMsgDic : public CLastError {
   // is ever opened, it may declare no parameter entity, no entity of more than 1,024 characters, no more than that of
   // attribute defaults and no more than 1,024 attributes, and at most 10,000 entity references are expanded. More than
   // 1,024 open elements are refused.
-  // Throws CException, or std::bad_alloc when there is no memory for that; what was defined before the failure stays. Code
-  // and text:
+  // Throws CException, or std::bad_alloc when there is no memory for that; what was defined before the failure stays.
+  // Code and text:
   //   -12 "MsgDic Path"            null path
   //   -26 the parser's message     the XML parser cannot be initialised
   //   otherwise "InitDictionary(%s)" around

@@ -65,7 +65,7 @@ class CALLORV_API CMsgInfo : public CPtrArrayItem {
   CTagInfo* m_apBucket[BUCKETS];
   CIntHash m_cNameMap;
   callorv::detail::CChainIndex<CTagInfo>* m_pIndex;    // made once a bucket's chain grows long
-  unsigned m_iApart;                                   // tags whose one value stands apart from its cell: texts and dates
+  unsigned m_iApart;    // tags whose one value stands apart from its cell: texts and dates
   callorv::detail::CArena* m_pArena;                   // the dictionary's, in which the tags stand; null without one
 
   friend class CMsgDic;

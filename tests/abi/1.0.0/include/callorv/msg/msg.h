@@ -36,8 +36,8 @@ template <class T, class FIRST, class... OTHERS>
 struct T_IsOneOf<T, FIRST, OTHERS...>
     : std::integral_constant<bool, std::is_same<T, FIRST>::value || T_IsOneOf<T, OTHERS...>::value> {};
 template <class T>
-using T_IsOutput = T_IsOneOf<T, CString, int, double, bool, CDate, CInt, CDbl, CBool, CMsg*, CStrArray, CIntArray, CDblArray,
-                             CBoolArray, CDateArray, CMsgArray>;
+using T_IsOutput = T_IsOneOf<T, CString, int, double, bool, CDate, CInt, CDbl, CBool, CMsg*, CStrArray, CIntArray,
+                             CDblArray, CBoolArray, CDateArray, CMsgArray>;
 
 // What a setter does not take for another type without a word: every pointer is a bool to the compiler.
 template <class T>
@@ -65,8 +65,8 @@ struct T_IsOddPointer
 //             -1  "tagnum=%d,NULL"         the same, for what is held by pointer
 // Each has a twin whose first argument is the tag's name: -19 "msgnum=%d" when the message has no definition, then as
 // by number; an unknown name counts as tag -1 and so ends as -18.
-// When there is not even memory for the error text, CException (-11) is thrown, or std::bad_alloc when there is none for that
-// either; getters of texts and arrays throw std::bad_alloc when their output cannot grow.
+// When there is not even memory for the error text, CException (-11) is thrown, or std::bad_alloc when there is none
+// for that either; getters of texts and arrays throw std::bad_alloc when their output cannot grow.
 //
 // Use a message, with its sub-messages, from one thread at a time, reading through a const CMsg& included, as a failure
 // leaves its text; distinct messages are independent.
@@ -88,28 +88,29 @@ class CALLORV_API CMsg : public CLastError {
   // p_pDic        borrowed, must outlive the message
   // Throws CException: -12 "CMsg: Parameter is NULL" for a null dictionary; then as Init.
   CMsg(int p_iMsgNum, int p_iRootNum, int p_iParentTag, CMsgDic* p_pDic);
-  // Frees the values with every sub-message, however deep. A message that the application made takes itself out of the one
-  // in which it stands, in constant time: its single tag is then without a value, its row null, and the other rows keep
-  // their indexes.
+  // Frees the values with every sub-message, however deep. A message that the application made takes itself out of the
+  // one in which it stands, in constant time: its single tag is then without a value, its row null, and the other rows
+  // keep their indexes.
   ~CMsg();
 
   // Gives the message its number and definition; it then has no values. Values that it had before cannot be reached
-  // any more, but pointers to their sub-messages stay valid until the message is destroyed: so their memory is kept as long,
-  // and a message that is filled again and again grows each time.
-  // Throws CException: -15 "1.msgnum=%d" (p_iMsgNum outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it),
-  // -19 "3.msgnum=%d" (not in the dictionary); std::bad_alloc. The message is then unchanged.
+  // any more, but pointers to their sub-messages stay valid until the message is destroyed: so their memory is kept as
+  // long, and a message that is filled again and again grows each time. Throws CException: -15 "1.msgnum=%d" (p_iMsgNum
+  // outside 1 to 9999), -15 "2.msgnum=%d" (the root outside it), -19 "3.msgnum=%d" (not in the dictionary);
+  // std::bad_alloc. The message is then unchanged.
   void Init(int p_iMsgNum, int p_iRootNum, int p_iParentTag);
-  // Frees every value and sub-message: the message is as new, with its number, root number and parent tag. Version and last
-  // error are empty, and every pointer that was borrowed from it ends. One that stands in another message keeps its place
-  // there and is counted as before, but the text forms leave it out until something is stored in it. Up to 256 KB of its
-  // memory stay with the message, so that it can receive any number of replies without growing.
+  // Frees every value and sub-message: the message is as new, with its number, root number and parent tag. Version and
+  // last error are empty, and every pointer that was borrowed from it ends. One that stands in another message keeps
+  // its place there and is counted as before, but the text forms leave it out until something is stored in it. Up to
+  // 256 KB of its memory stay with the message, so that it can receive any number of replies without growing.
   void Clear();
 
   int GetMsgNum() const { return m_iMsgNum; }          // 0: no definition yet
   int GetRootNum() const { return m_iRootNum; }        // as Init took it, or of the message that took this one
   int GetParentTag() const { return m_iParentTag; }    // as Init took it
   bool IsEmpty() const { return m_bEmpty; }            // no value was ever stored
-  // Borrowed; null for one that stands in no other, and after an Init (or LoadXml) of its own, which leaves it in its place.
+  // Borrowed; null for one that stands in no other, and after an Init (or LoadXml) of its own, which leaves it in its
+  // place.
   CMsg* GetParent() const { return m_pParent; }
   const CMsgInfo* GetMsgInfo() const { return m_pMsgInfo; }    // borrowed; null: no definition yet
   // Text of the root element's "ver" attribute.
@@ -130,8 +131,8 @@ class CALLORV_API CMsg : public CLastError {
   int SetValue(int p_iTag, CBool p_cValue);
   // As the C text, up to its first NUL.
   int SetValue(int p_iTag, const CString& p_sValue) { return SetValue(p_iTag, p_sValue.ToStr()); }
-  // As an int, checked last: -28 "tagnum=%d" for a value that has no place in one. Other integers that are wider than an
-  // int come here, too.
+  // As an int, checked last: -28 "tagnum=%d" for a value that has no place in one. Other integers that are wider than
+  // an int come here, too.
   int SetValue(int p_iTag, long long p_iValue);
   int SetValue(int p_iTag, unsigned p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
   int SetValue(int p_iTag, long p_Value) { return SetValue(p_iTag, Widened(p_Value)); }
@@ -175,34 +176,34 @@ class CALLORV_API CMsg : public CLastError {
   int GetArrSize(int p_iTag);
 
   // ---- sub-messages
-  // The message's own new sub-message under a TAG_SUBMSG: the next row of a multi tag, or the one of a single tag, which is made
-  // when there is none (whoever stored it). It stands in this message's memory, is borrowed until this message is cleared
-  // or destroyed, and there is nothing to hand over or to free. It has its place from now on: GetArrSize counts it, and row
-  // i stays row i. While nothing is stored in it or below, the text forms leave it out and this message stays empty.
-  //   returns  0; -12 for a null output; -19, -18, -17 and -11 as setters; -15 "1.msgnum=%d" or -19 "3.msgnum=%d" when the
-  //            dictionary does not have the sub-message. A failure leaves no row and no value behind.
+  // The message's own new sub-message under a TAG_SUBMSG: the next row of a multi tag, or the one of a single tag,
+  // which is made when there is none (whoever stored it). It stands in this message's memory, is borrowed until this
+  // message is cleared or destroyed, and there is nothing to hand over or to free. It has its place from now on:
+  // GetArrSize counts it, and row i stays row i. While nothing is stored in it or below, the text forms leave it out
+  // and this message stays empty.
+  //   returns  0; -12 for a null output; -19, -18, -17 and -11 as setters; -15 "1.msgnum=%d" or -19 "3.msgnum=%d" when
+  //            the dictionary does not have the sub-message. A failure leaves no row and no value behind.
   int NewSub(int p_iTag, CMsg** p_ppOut);
   CMsg* NewSub(int p_iTag);    // null on any failure
   CMsg* NewSub(const char* p_szName);
 
-  // Stores a message that the application made under a TAG_SUBMSG, appending when it is a multi tag; NewSub is simpler and
-  // faster. -12 for null. An empty p_pSub is freed, 0 is returned and nothing stored. On 0 p_pSub is taken: this message
-  // frees it, unless the application does so before (see ~CMsg). On a negative code or an exception it is the caller's to
-  // free, before or after this message, and untouched; but after -11 with the detail "tagnum=%d,msgnum=%d" (no memory for
-  // the list of AddChild) it stands here all the same, and leaves when it or this message is freed.
-  // A p_pSub that stands in another place already, or contains this message, is refused with -28 (detail
-  // "tagnum=%d,msgnum=%d"), as it would be freed twice; one that stands in this single tag stays there, with 0.
-  // Another one that stood in this single tag is replaced: it has no parent any more, and the application frees it or stores it
-  // elsewhere. (One that this message made stays in its memory and goes with it.)
-  // Takes constant time; when p_pSub has sub-messages, about as long as the shorter of two ways: up from this message, or
-  // through all that stands in p_pSub.
+  // Stores a message that the application made under a TAG_SUBMSG, appending when it is a multi tag; NewSub is simpler
+  // and faster. -12 for null. An empty p_pSub is freed, 0 is returned and nothing stored. On 0 p_pSub is taken: this
+  // message frees it, unless the application does so before (see ~CMsg). On a negative code or an exception it is the
+  // caller's to free, before or after this message, and untouched; but after -11 with the detail "tagnum=%d,msgnum=%d"
+  // (no memory for the list of AddChild) it stands here all the same, and leaves when it or this message is freed. A
+  // p_pSub that stands in another place already, or contains this message, is refused with -28 (detail
+  // "tagnum=%d,msgnum=%d"), as it would be freed twice; one that stands in this single tag stays there, with 0. Another
+  // one that stood in this single tag is replaced: it has no parent any more, and the application frees it or stores it
+  // elsewhere. (One that this message made stays in its memory and goes with it.) Takes constant time; when p_pSub has
+  // sub-messages, about as long as the shorter of two ways: up from this message, or through all that stands in p_pSub.
   int SetValue(int p_iTag, CMsg* p_pSub);
-  // The (first) sub-message, borrowed until this message is cleared or destroyed; null with 0 when an array has no rows, or
-  // when its first was freed.
+  // The (first) sub-message, borrowed until this message is cleared or destroyed; null with 0 when an array has no
+  // rows, or when its first was freed.
   int GetValue(int p_iTag, CMsg** p_ppOut);
   CMsg* GetValue(int p_iTag);    // null on any failure
-  // Adds p_pSub to the list of sub-messages that this message was given, which owns none of them and has all of them until
-  // Init or Clear, replaced and freed ones, too. 0, -11 or -12, without a text.
+  // Adds p_pSub to the list of sub-messages that this message was given, which owns none of them and has all of them
+  // until Init or Clear, replaced and freed ones, too. 0, -11 or -12, without a text.
   int AddChild(CMsg* p_pSub);
 
   // ---- the same by tag name
@@ -303,8 +304,8 @@ class CALLORV_API CMsg : public CLastError {
   // Fills the message from XML as ToXml writes it (and, in any encoding the parser reads, whatever has that shape):
   // it is initialised again for the document's message number, then every text is stored. Of a scalar that comes twice
   // the first value stays; so does the first piece of a text that a reference, a comment or the end of a CDATA section
-  // divides, or its own length (outside CDATA, after about a million characters), while an array gets each piece. Blanks, tabs
-  // and line feeds at both ends of a piece are dropped.
+  // divides, or its own length (outside CDATA, after about a million characters), while an array gets each piece.
+  // Blanks, tabs and line feeds at both ends of a piece are dropped.
   //   returns  0; -12 for a null text
   // Throws CException; the message keeps what was stored before the failure:
   //   -21 "Handler error : [F]MemData (L:%d, C:%d) %s"  malformed ([E] error, [W] warning)
@@ -339,15 +340,15 @@ class CALLORV_API CMsg : public CLastError {
   CMsgArray* m_pChildren;        // every sub-message given to this message; owns none
   CMsgDic* m_pMsgDic;
   CMsgInfo* m_pMsgInfo;
-  // Where it stands: m_pOwner frees it and holds it in m_pCell, at m_iRow when that is an array. Both are null for a message
-  // that stands nowhere. Init of the owner clears neither, though its cell cannot be reached any more, nor does Init of
-  // this message, which clears m_pParent.
+  // Where it stands: m_pOwner frees it and holds it in m_pCell, at m_iRow when that is an array. Both are null for a
+  // message that stands nowhere. Init of the owner clears neither, though its cell cannot be reached any more, nor does
+  // Init of this message, which clears m_pParent.
   CMsg* m_pOwner;
   CMsgValue* m_pCell;
   int m_iRow;
   bool m_bMade;            // its owner made it, in its own memory, and alone may free it
   bool m_bLent;            // it stands there, but the application frees it
-  bool m_bVacant;          // it has its place, but nothing was stored in it yet: m_bEmpty, and left out of the text forms
+  bool m_bVacant;    // it has its place, but nothing was stored in it yet: m_bEmpty, and left out of the text forms
   // What it holds: its cells and texts stand in m_pArena.
   bool m_bSharesArena;     // which is the owner's, who frees it
   bool m_bHolds;           // the cells may hold what does not stand there
@@ -373,8 +374,8 @@ class CALLORV_API CMsg : public CLastError {
 // A new message with the process-wide dictionary; without a definition when p_iMsgNum is below 1. The caller's, until
 // it is given to a parent. Null when the number is unknown or memory is short. Never throws.
 CALLORV_API CMsg* MA_NewMsg(int p_iMsgNum);
-// Destroys and frees a message that the application made, wherever it stands. Null is ignored, and so is one that the library
-// made in another one.
+// Destroys and frees a message that the application made, wherever it stands. Null is ignored, and so is one that the
+// library made in another one.
 CALLORV_API void MA_FreeMsg(CMsg* p_pMsg);
 
 #endif
