@@ -589,7 +589,7 @@ class ArgumentTest(CallTest):
                 ((*config, "10000", "3"), "SERVICE: Value 10000 not in range 0 to 9999"),
                 ((*config, "-1", "3"), "SERVICE: Value -1 not in range 0 to 9999"),
                 ((*config, "x", "3"), "SERVICE: Value x not in range 0 to 9999"),
-                ((*config, "1"), "MESSAGE or --xml FILE is needed"),
+                ((*config, "1"), "MESSAGE, --xml FILE or --data JSON is needed"),
                 ((*config, "1", "Quote", "code"), "'code'" + shape),
                 ((*config, "1", "Quote", "=1"), "'=1'" + shape),
                 ((*config, "1", "Quote", ".code=1"), "'.code=1'" + shape),

@@ -181,6 +181,7 @@ class CompletionTest(ToolTest):
         for line in ("callorv call --config", "callorv serve --dictionary", "callorv dict check", "callorv decode",
                      "callorv generate", "callorv dict html dictionary.xml -o"):
             self.assertEqual(sorted(self.complete(line + " ''")), ["dictionary.xml", "other.exml", "replies"])
+        self.assertEqual(sorted(self.complete("callorv call --data @")), ["@dictionary.xml", "@other.exml", "@replies"])
         for line in ("callorv serve --replies", "callorv serve --record", "callorv generate -o"):
             self.assertEqual(self.complete(line + " ''"), ["replies"])
 

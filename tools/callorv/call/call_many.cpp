@@ -98,10 +98,10 @@ T_Caller MakeCaller(const T_CallOptions& p_tOptions, const std::shared_ptr<CMsg>
 
 }    // namespace
 
-std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer) {
-  MakeRequest(p_tOptions, p_sXml);    // what is wrong with the request is said once
+std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer) {
+  MakeRequest(p_tOptions, p_sDocument);    // what is wrong with the request is said once
   T_Measurement tResult = Measure(p_tOptions.iRepeat, p_tOptions.iThreads, p_tOptions.iInFlight, [&] {
-    return MakeCaller(p_tOptions, MakeRequest(p_tOptions, p_sXml));    // a message belongs to one thread
+    return MakeCaller(p_tOptions, MakeRequest(p_tOptions, p_sDocument));    // a message belongs to one thread
   });
   ExplainMeasurement(p_tServer, tResult);
   PrintMeasurement(tResult, p_tOptions.sFormat == "json");

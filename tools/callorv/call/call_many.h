@@ -8,7 +8,7 @@
 #include "call/client_setup.h"
 
 // Returns what is to be said of calls that failed, "" when none did. Throws CFailure.
-//   p_sXml  what stands in the file of --xml
-std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer);
+//   p_sDocument  as ReadDocument (request.h) gave it
+std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer);
 
 #endif

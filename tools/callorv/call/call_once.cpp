@@ -7,7 +7,7 @@
 #include <iostream>
 
 #include "call/connection_words.h"
-#include "call/msg_json.h"
+#include "common/msg_json.h"
 #include "call/request.h"
 #include "command.h"
 #include "common/packet_view.h"
@@ -67,9 +67,9 @@ double SecondsSince(std::chrono::steady_clock::time_point p_tStart) {
 
 }    // namespace
 
-void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer,
+void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer,
               T_CallError& p_tError) {
-  const auto pRequest = MakeRequest(p_tOptions, p_sXml);
+  const auto pRequest = MakeRequest(p_tOptions, p_sDocument);
   CMsg cReply(0, 0, 0, MA_GetMsgDic());
   CCallOrvError cError;
   CCallOrv::T_Exchange tExchange;

@@ -9,8 +9,8 @@
 #include "call/client_setup.h"
 
 // Throws CFailure; p_tError then says more of a call that failed.
-//   p_sXml  what stands in the file of --xml
-void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sXml, const T_Server& p_tServer,
+//   p_sDocument  as ReadDocument (request.h) gave it
+void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer,
               T_CallError& p_tError);
 
 #endif

@@ -13,6 +13,7 @@ struct T_CallOptions {
   std::string sMessage;
   std::vector<std::string> asValues;
   std::string sXml;
+  std::string sData;
   std::string sFormat = "dump";
   bool bAsLibrary = false;    // the library reads sXml
   bool bJson = false;

@@ -3,14 +3,15 @@
 
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "call/call_error.h"
 #include "call/call_many.h"
 #include "call/call_once.h"
 #include "call/call_options.h"
 #include "call/client_setup.h"
+#include "call/request.h"
 #include "command.h"
-#include "common/input.h"
 #include "common/options.h"
 #include "common/text.h"
 
@@ -25,6 +26,7 @@ Examples:
   callorv call --config client.cfg 1201 Quote code=ABC volume=100
   callorv call --config client.cfg 1201 3 1=ABC 'rows[0].price=1.5' 'rows[1].price=2'
   callorv call --config client.cfg --json 1201 --xml request.xml
+  callorv call --config client.cfg 1201 Quote --data '{"code":"ABC","rows":[{"price":1.5}]}'
   callorv call --config client.cfg --repeat 10000 --threads 8 1201 Quote code=ABC
   callorv call --config client.cfg --repeat 10000 --in-flight 64 1201 Quote code=ABC
   callorv call --config client.cfg --trace 1201 Quote code=ABC
@@ -38,9 +40,9 @@ std::string SetUpAndCall(const T_CallOptions& p_tOptions, T_Server p_tServer, T_
     SetUpClient({p_tOptions.sDictionary, p_tOptions.sKeyFile}, p_tServer, p_tError.eStage);
   }
   p_tError.eStage = CALL_REQUEST;
-  const std::string sXml = p_tOptions.sXml.empty() ? "" : ReadWholeFile(p_tOptions.sXml);
-  if (p_tOptions.iRepeat > 0) return CallMany(p_tOptions, sXml, p_tServer);
-  CallOnce(p_tOptions, sXml, p_tServer, p_tError);
+  const std::string sDocument = ReadDocument(p_tOptions);
+  if (p_tOptions.iRepeat > 0) return CallMany(p_tOptions, sDocument, p_tServer);
+  CallOnce(p_tOptions, sDocument, p_tServer, p_tError);
   return "";
 }
 
@@ -51,20 +53,25 @@ std::string SetUpAndCall(const T_CallOptions& p_tOptions, T_Server p_tServer, T_
   throw CFailure(p_sText);
 }
 
+// Whether MESSAGE is there where it must be. Where a document may say it, the first TAG=VALUE stands in its place.
+void CheckMessage(T_CallOptions& p_tOptions) {
+  const bool bValue = p_tOptions.sMessage.find('=') != std::string::npos;
+  if (p_tOptions.sXml.empty() && p_tOptions.sData.empty()) {
+    if (p_tOptions.sMessage.empty()) throw CUsage("MESSAGE, --xml FILE or --data JSON is needed");
+  } else if (bValue) {
+    p_tOptions.asValues.insert(p_tOptions.asValues.begin(), std::exchange(p_tOptions.sMessage, ""));
+  } else if (!p_tOptions.sXml.empty() && !p_tOptions.sMessage.empty()) {    // the document says which message it is
+    throw CUsage("--xml brings the message: '" + p_tOptions.sMessage + "' must be TAG=VALUE or go");
+  }
+}
+
 void Call(T_CallOptions& p_tOptions) {
   if (p_tOptions.bJson) p_tOptions.sFormat = "json";
   const bool bDirect = !p_tOptions.sDictionary.empty();
   if (bDirect == !p_tOptions.sConfig.empty()) {
     throw CUsage("either --config FILE or --dictionary, --key-file and --server are needed");
   }
-  if (!p_tOptions.sXml.empty() && !p_tOptions.sMessage.empty()) {    // the document says which message it is
-    if (p_tOptions.sMessage.find('=') == std::string::npos) {
-      throw CUsage("--xml brings the message: '" + p_tOptions.sMessage + "' must be TAG=VALUE or go");
-    }
-    p_tOptions.asValues.insert(p_tOptions.asValues.begin(), p_tOptions.sMessage);
-  } else if (p_tOptions.sXml.empty() && p_tOptions.sMessage.empty()) {
-    throw CUsage("MESSAGE or --xml FILE is needed");
-  }
+  CheckMessage(p_tOptions);
   T_Server tServer;
   if (bDirect) {
     tServer = ParseServer(p_tOptions.sServer);
@@ -111,10 +118,14 @@ void AddCall(CLI::App& p_cApp) {
       ->excludes(pConfig)
       ->capture_default_str();
   pCommand->add_option("SERVICE", t.iService, "Service number")->required()->check(Between(0, 9999));
-  pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml brings it");
+  pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml or --data brings it");
   pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
   CLI::Option* pXml = pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")
                           ->type_name("FILE");
+  pCommand->add_option("--data", t.sData, "Take the request from JSON, as it stands here or in @FILE; - is standard input")
+      ->type_name("JSON")
+      ->check([](const std::string& p_s) { return p_s.empty() ? "JSON or @FILE is needed" : ""; })
+      ->excludes(pXml);
   pCommand->add_flag("--as-library", t.bAsLibrary, "Send what the library makes of the XML file, unchecked")
       ->needs(pXml);
   CLI::Option* pFormat = pCommand->add_option("--format", t.sFormat, "How to print the reply: dump, xml or json")

@@ -9,11 +9,11 @@
 
 #include "call/call_options.h"
 
-// The number of a message of the dictionary that is given by number or by name. Throws CFailure.
-int FindMessage(const std::string& p_sMessage);
+// The document of --xml or --data, "" when there is neither. Throws CFailure.
+std::string ReadDocument(const T_CallOptions& p_tOptions);
 
-//   p_sXml  what stands in the file of --xml
-// Throws CFailure, and CUsage for a TAG=VALUE that is none.
-std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::string& p_sXml);
+//   p_sDocument  as ReadDocument gave it
+// Throws CFailure, and CUsage for a TAG=VALUE that is none and for a message that nobody names.
+std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::string& p_sDocument);
 
 #endif

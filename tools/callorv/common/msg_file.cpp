@@ -61,18 +61,9 @@ class CMsgReader {
     p_cMsg.SetVer(sVer.c_str());
   }
 
-  // A version that survives being written: the library cuts it, and writes it as it is.
   std::string Version(const pugi::xml_node& p_cRoot, std::string p_sText) const {
     try {
-      if (m_fnFilter && !m_fnFilter(p_sText)) return "";
-      std::string sVer = ToLatin1(p_sText);
-      if (sVer.size() >= CMsg::VER_SIZE) throw CFailure("ver: '" + p_sText + "' has more than 16 characters");
-      for (const char c : sVer) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\'' || c == '<' || c == '&') {
-          throw CFailure("ver: '" + p_sText + "' has a character that a version cannot have");
-        }
-      }
-      return sVer;
+      return m_fnFilter && !m_fnFilter(p_sText) ? "" : WireVersion(p_sText, "ver: ");
     } catch (const CFailure& cError) {
       m_cFile.Fail(p_cRoot, cError.what());
     }

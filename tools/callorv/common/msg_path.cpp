@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "command.h"
+#include "common/msg_names.h"
 #include "common/msg_value.h"
 #include "common/text.h"
 
@@ -37,18 +38,6 @@ bool ParsePath(const std::string& p_sPath, std::vector<T_Step>& p_aSteps) {
   return true;
 }
 
-// The definition of the tag that a step names.
-const CTagInfo& FindTag(const CMsg& p_cMsg, const T_Step& p_tStep) {
-  const CMsgInfo* pInfo = p_cMsg.GetMsgInfo();
-  int iTag = 0;
-  if (!ParseNumber(p_tStep.sTag, 0, INT_MAX, iTag)) iTag = pInfo->GetTagNumByName(ToLatin1(p_tStep.sTag).c_str());
-  const CTagInfo* pTag = iTag < 0 ? nullptr : pInfo->GetTagInfo(iTag);
-  if (pTag == nullptr) {
-    throw CFailure("message " + std::to_string(p_cMsg.GetMsgNum()) + " has no tag '" + p_tStep.sTag + "'");
-  }
-  return *pTag;
-}
-
 int CountOf(CMsg& p_cMsg, int p_iTag) {
   const int iCount = p_cMsg.GetArrSize(p_iTag);
   return iCount < 0 ? 0 : iCount;
@@ -64,7 +53,7 @@ void CheckIndex(CMsg& p_cMsg, const CTagInfo& p_tTag, const T_Step& p_tStep, int
 
 // The sub-message that a step enters; a missing one is made.
 CMsg& Enter(CMsg& p_cMsg, const T_Step& p_tStep) {
-  const CTagInfo& tTag = FindTag(p_cMsg, p_tStep);
+  const CTagInfo& tTag = FindTag(p_cMsg, p_tStep.sTag);
   if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + p_tStep.sTag + "' is no sub-message");
   const int iCount = CountOf(p_cMsg, tTag.m_iTagNum);
   CheckIndex(p_cMsg, tTag, p_tStep, iCount);
@@ -89,7 +78,7 @@ void SetByPath(CMsg& p_cMsg, const std::string& p_sAssignment) {
   CMsg* pMsg = &p_cMsg;
   for (size_t i = 0; i + 1 < aSteps.size(); ++i) pMsg = &Enter(*pMsg, aSteps[i]);
   const T_Step& tLast = aSteps.back();
-  const CTagInfo& tTag = FindTag(*pMsg, tLast);
+  const CTagInfo& tTag = FindTag(*pMsg, tLast.sTag);
   const int iCount = CountOf(*pMsg, tTag.m_iTagNum);
   CheckIndex(*pMsg, tTag, tLast, iCount);
   if (tLast.iIndex != NO_INDEX && tLast.iIndex < iCount) throw CFailure(sPath + " has a value already");
@@ -111,7 +100,7 @@ std::string GetByPath(CMsg& p_cMsg, const std::string& p_sPath) {
   CMsg* pMsg = &p_cMsg;
   for (size_t i = 0;; ++i) {
     const int iIndex = std::max(aSteps[i].iIndex, 0);
-    const CTagInfo& tTag = FindTag(*pMsg, aSteps[i]);
+    const CTagInfo& tTag = FindTag(*pMsg, aSteps[i].sTag);
     if (i + 1 == aSteps.size()) return GetValue(*pMsg, tTag, iIndex, aSteps[i].sTag);
     if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + aSteps[i].sTag + "' is no sub-message");
     CMsg* pSub = nullptr;

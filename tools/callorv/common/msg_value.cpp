@@ -14,24 +14,9 @@ namespace {
   throw CFailure(p_sName + ": '" + p_sValue + "' is no " + p_szType);
 }
 
-// What XML cannot carry would make a message that nobody can read, or reads as another one.
-std::string CheckedText(const std::string& p_sName, const std::string& p_sValue) {
-  std::string sText = ToLatin1(p_sValue);
-  if (sText.find("]]>") != std::string::npos) throw CFailure(p_sName + ": a text cannot hold ]]>");
-  if (sText.find('\r') != std::string::npos) {
-    throw CFailure(p_sName + ": a text cannot hold a carriage return, which arrives as a line feed");
-  }
-  for (const char c : sText) {
-    if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n') {
-      throw CFailure(p_sName + ": a text cannot hold control characters");
-    }
-  }
-  return sText;
-}
-
 int Store(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sName, const std::string& p_sValue) {
   switch (p_tTag.m_eType) {
-    case TAG_STRING: return p_cMsg.SetValue(p_tTag.m_iTagNum, CheckedText(p_sName, p_sValue).c_str());
+    case TAG_STRING: return p_cMsg.SetValue(p_tTag.m_iTagNum, WireText(p_sValue, p_sName + ": ").c_str());
     case TAG_INTEGER: {
       int i = 0;
       if (!ParseNumber(p_sValue, INT_MIN, INT_MAX, i)) WrongType(p_sName, p_sValue, "integer of 32 bits");
@@ -48,9 +33,7 @@ int Store(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sName, cons
       if (p_sValue != "true" && p_sValue != "false") WrongType(p_sName, p_sValue, "bool (true or false)");
       return p_cMsg.SetValue(p_tTag.m_iTagNum, p_sValue == "true");
     case TAG_DATE:
-      if (p_sValue.size() > 8 || p_sValue.find_first_not_of("0123456789-/.: ") != std::string::npos) {
-        WrongType(p_sName, p_sValue, "date (YYYYMMDD)");
-      }
+      if (!IsDate(p_sValue)) WrongType(p_sName, p_sValue, "date (YYYYMMDD)");
       return p_cMsg.SetValue(p_tTag.m_iTagNum, CDate(p_sValue.c_str()));
     default: throw CFailure(p_sName + " is a sub-message");
   }
@@ -70,6 +53,38 @@ std::string ValueAt(CMsg& p_cMsg, int p_iTag, int p_iIndex) {
 }
 
 }    // namespace
+
+// What XML cannot carry would make a message that nobody can read, or reads as another one.
+std::string WireText(const std::string& p_sText, const std::string& p_sBefore) {
+  std::string sText = ToLatin1(p_sText);
+  if (sText.find("]]>") != std::string::npos) throw CFailure(p_sBefore + "a text cannot hold ]]>");
+  if (sText.find('\r') != std::string::npos) {
+    throw CFailure(p_sBefore + "a text cannot hold a carriage return, which arrives as a line feed");
+  }
+  for (const char c : sText) {
+    if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n') {
+      throw CFailure(p_sBefore + "a text cannot hold control characters");
+    }
+  }
+  return sText;
+}
+
+// One that survives being written: the library cuts it, and writes it as it is.
+std::string WireVersion(const std::string& p_sText, const std::string& p_sBefore) {
+  std::string sVer = ToLatin1(p_sText);
+  const std::string sWhich = p_sBefore + '\'' + p_sText;
+  if (sVer.size() >= CMsg::VER_SIZE) throw CFailure(sWhich + "' has more than 16 characters");
+  for (const char c : sVer) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\'' || c == '<' || c == '&') {
+      throw CFailure(sWhich + "' has a character that a version cannot have");
+    }
+  }
+  return sVer;
+}
+
+bool IsDate(std::string_view p_sText) {
+  return p_sText.size() <= 8 && p_sText.find_first_not_of("0123456789-/.: ") == std::string_view::npos;
+}
 
 void SetValue(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sName, const std::string& p_sValue) {
   if (Store(p_cMsg, p_tTag, p_sName, p_sValue) < 0) throw CFailure(p_sName + ": " + p_cMsg.GetLastError());

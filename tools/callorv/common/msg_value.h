@@ -5,11 +5,19 @@
 #include <callorv/msg/msg.h>
 
 #include <string>
+#include <string_view>
 
 // Stores a value under a tag that holds no sub-messages; an array grows by one element. The text is UTF-8 and must have
 // the tag's type to the letter: a text that ISO-8859-1 can write, a number, true or false, a date of up to eight
 // characters. "" is stored by no text and no date. Throws CFailure, the reason beginning with p_sName.
 void SetValue(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sName, const std::string& p_sValue);
+
+// A text and a version for the wire (ISO-8859-1). Both throw CFailure, the reason beginning with p_sBefore, unless it is a
+// character that ISO-8859-1 lacks.
+std::string WireText(const std::string& p_sText, const std::string& p_sBefore);
+std::string WireVersion(const std::string& p_sText, const std::string& p_sBefore);
+// Whether it has the shape that SetValue wants of a date.
+bool IsDate(std::string_view p_sText);
 
 // One value as the wire has it (ISO-8859-1), "" when there is none: of an array the element at p_iIndex. Throws
 // CFailure, the reason beginning with p_sName, for a tag that holds sub-messages.

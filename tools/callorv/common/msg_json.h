@@ -7,7 +7,8 @@
 #include <nlohmann/json.hpp>
 
 // {"message": 3, "name": "Quote", "version": "1.0", "values": {"code": "ABC", "rows": [{"price": 1.5}]}}
-// Values stand in the dictionary's order under the tag's name; under its number when the name is empty or taken.
+// Values stand in the dictionary's order under the tag's name; under its number when the name is empty, a number, or an
+// earlier tag's, so that MsgFromJson (msg_from_json.h) finds the tag again.
 // Tags without a value are left out.
 nlohmann::ordered_json MsgToJson(CMsg& p_cMsg);
 

@@ -1,5 +1,7 @@
 // A message as JSON.
-#include "call/msg_json.h"
+#include "common/msg_json.h"
+
+#include <climits>
 
 #include "common/text.h"
 
@@ -39,6 +41,15 @@ Json ElementsOf(CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
   }
 }
 
+// Its name, if that leads back to it.
+std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag) {
+  const char* szName = p_tTag.m_sName.ToStr();
+  int iOther = 0;
+  const bool bNumber = ParseNumber(szName, 0, INT_MAX, iOther);
+  return *szName == 0 || bNumber || p_cInfo.GetTagNumByName(szName) != p_tTag.m_iTagNum ? std::to_string(p_tTag.m_iTagNum)
+                                                                                       : ToUtf8(szName);
+}
+
 Json ValuesOf(CMsg& p_cMsg) {
   Json cValues = Json::object();
   const CMsgInfo* pInfo = p_cMsg.GetMsgInfo();
@@ -46,9 +57,7 @@ Json ValuesOf(CMsg& p_cMsg) {
     const CTagInfo* pTag = pInfo->GetTagInfo(pInfo->GetTagNumAt(i));
     const int iCount = p_cMsg.GetArrSize(pTag->m_iTagNum);
     if (iCount < 0) continue;
-    std::string sName = ToUtf8(pTag->m_sName.ToStr());
-    if (sName.empty() || cValues.contains(sName)) sName = std::to_string(pTag->m_iTagNum);
-    cValues[sName] = ElementsOf(p_cMsg, *pTag, iCount);
+    cValues[JsonName(*pInfo, *pTag)] = ElementsOf(p_cMsg, *pTag, iCount);
   }
   return cValues;
 }
