@@ -18,8 +18,8 @@ struct T_KeyFile {
 static_assert(offsetof(T_KeyFile, abTable) == 16 && offsetof(T_KeyFile, abIndex) == 4112 && sizeof(T_KeyFile) == 4144,
               "a key file is read as it stands");
 
-// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE), or, where
-// a key is given, under that: for programs that change the key of files.
+// SEED (RFC 4269) in ECB mode under one fixed key, which is chosen when the library is built (-DCALLORV_SEED_KEY_FILE),
+// or, where a key is given, under that: for programs that change the key of files.
 // Encrypted data is a multiple of 16 bytes; the last plain byte says how many bytes of the last block are padding.
 // All operations report failure by a negative result and a text in p_sErr; they throw only std::bad_alloc.
 // Any thread; the streams and texts passed belong to one thread at a time.
@@ -34,8 +34,8 @@ class CALLORV_API CCrypt {
   // of 16 or more drops it whole. Empty input gives empty output.
   //   returns  0, or -1 "Input data is corrupted" when the length is no multiple of 16
   static int DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr);
-  // The same under the key p_pSeedKey (SEED_KEY_SIZE bytes, borrowed for the call), or under the built-in key for NULL. What is
-  // made of the key is wiped from memory before the call returns.
+  // The same under the key p_pSeedKey (SEED_KEY_SIZE bytes, borrowed for the call), or under the built-in key for NULL.
+  // What is made of the key is wiped from memory before the call returns.
   static int DecryptStream(CStream& p_stIn, CStream& p_stOut, CString& p_sErr, const unsigned char* p_pSeedKey);
 
   // Encrypts p_stIn into p_stOut (another stream, emptied first) so that DecryptStream gives it back: 1 to 16 bytes of
