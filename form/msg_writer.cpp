@@ -43,96 +43,104 @@ void ForEachValue(const CMsgValue& p_cCell, F p_fn) {
   }
 }
 
-// A place in the walk: a tag of a message and, in a sub-message tag, the row that comes next.
-struct T_Place {
-  const CMsg* pMsg;
-  int iOrder = 0;
-  int iRow = 0;
-  const CMsgValue* pCell = nullptr;    // of the tag at iOrder once it was begun
-  const CTagInfo* pTag = nullptr;
-};
+// Goes through a message and its sub-messages, each in the dictionary's order; every form is printed along it. Not
+// recursive: an application may nest messages deeper than a thread's stack reaches.
+class CMsgWalk {
+ public:
+  enum E_Step { BAD_TAG, VALUES, OPEN, CLOSE, END };
 
-}    // namespace
+  // p_iDepth  of the message's own tags
+  CMsgWalk(const CMsg& p_cTop, int p_iDepth) : m_iDepth(p_iDepth) { m_aPlace.push_back({&p_cTop}); }
 
-// Visits the values of a message and its sub-messages, each in the dictionary's order; every form prints through it.
-// Not recursive: an application may nest messages deeper than a thread's stack reaches.
-// A FORM has  Head(msg) and Tail() at depth 1,  BadTag(tag number),  Value(elem, row, value),  EndValues(elem) after a
-// plain tag's values,  OpenSub(elem, row, msg) and CloseSub(elem) around each sub-message.
-struct CMsgWalk {
-  template <class FORM>
-  static void Run(const CMsg& p_cTop, int p_iDepth, FORM&& p_cForm) {
-    if (p_iDepth == 1) p_cForm.Head(p_cTop);
-    std::byte abNear[16 * sizeof(T_Place)];    // messages nested up to eight deep need no memory but this
-    std::pmr::monotonic_buffer_resource cMemory(abNear, sizeof(abNear));
-    std::pmr::vector<T_Place> aPlace(&cMemory);
-    aPlace.push_back({&p_cTop});
-    for (;;) {
-      T_Place& tPlace = aPlace.back();
-      const int iDepth = p_iDepth + static_cast<int>(aPlace.size()) - 1;
-      const CMsg* pSub = nullptr;
-      while (pSub == nullptr && Begin(tPlace, p_cForm)) {
-        const T_Elem tElem{*tPlace.pTag, tPlace.pCell->m_bMulti, iDepth};
-        if (tPlace.pCell->m_eType != TAG_SUBMSG) {
-          ForEachValue(*tPlace.pCell, [&](int p_iRow, const auto& p_Value) { p_cForm.Value(tElem, p_iRow, p_Value); });
-          p_cForm.EndValues(tElem);
-          Next(tPlace);
-        } else if ((pSub = NextRow(tPlace)) != nullptr) {
-          p_cForm.OpenSub(tElem, tPlace.iRow - 1, *pSub);
-        } else {
-          Next(tPlace);
-        }
-      }
-      if (pSub != nullptr) {
-        aPlace.push_back({pSub});
-        continue;
-      }
-      aPlace.pop_back();
-      if (aPlace.empty()) break;
-      const T_Place& tOuter = aPlace.back();
-      p_cForm.CloseSub({*tOuter.pTag, tOuter.pCell->m_bMulti, iDepth - 1});
-    }
-    if (p_iDepth == 1) p_cForm.Tail();
+  // Goes on: to a tag number below 0, a plain tag that has values, a sub-message's beginning or end, or the end of all.
+  [[gnu::always_inline]] E_Step Next() {
+    if (m_eStep == OPEN) m_aPlace.push_back({m_pSub});
+    return m_eStep = Seek(m_aPlace.back());
   }
+  // Where it is now; of a sub-message, the tag that has it and its row there.
+  int TagNum() const { return m_aPlace.back().pMsg->GetMsgInfo()->GetTagNumAt(m_aPlace.back().iOrder); }
+  const CMsgValue& Cell() const { return *m_aPlace.back().pCell; }
+  [[gnu::always_inline]] T_Elem Elem() const {
+    return {*m_aPlace.back().pTag, Cell().m_bMulti, m_iDepth + static_cast<int>(m_aPlace.size()) - 1};
+  }
+  int Row() const { return m_aPlace.back().iRow; }
+  const CMsg& Sub() const { return *m_pSub; }    // after OPEN
 
  private:
-  // Goes on to the next tag that has a value, unless one is under way; false at the end.
-  template <class FORM>
-  static bool Begin(T_Place& p_tPlace, FORM& p_cForm) {
-    const CMsgInfo* pMsgInfo = p_tPlace.pMsg->GetMsgInfo();
-    const int iTags = pMsgInfo != nullptr ? pMsgInfo->GetNoTags() : 0;
-    for (; p_tPlace.pCell == nullptr && p_tPlace.iOrder < iTags; ++p_tPlace.iOrder) {
-      const int iTag = pMsgInfo->GetTagNumAt(p_tPlace.iOrder);
-      if (iTag < 0) p_cForm.BadTag(iTag);
+  struct T_Place {
+    const CMsg* pMsg;
+    int iOrder = -1;                     // of the tag among the message's
+    int iRow = -1;                       // of the sub-message in the tag
+    const CMsgValue* pCell = nullptr;    // of the tag, if it has one that is printed
+    const CTagInfo* pTag = nullptr;
+  };
+
+  const int m_iDepth;
+  E_Step m_eStep = CLOSE;
+  const CMsg* m_pSub = nullptr;
+  std::byte m_abNear[16 * sizeof(T_Place)];    // messages nested up to eight deep need no memory but this
+  std::pmr::monotonic_buffer_resource m_cMemory{m_abNear, sizeof(m_abNear)};
+  std::pmr::vector<T_Place> m_aPlace{&m_cMemory};
+
+  [[gnu::always_inline]] E_Step Seek(T_Place& p_tPlace) {
+    if (m_eStep == CLOSE && p_tPlace.pCell != nullptr && NextRow(p_tPlace)) return OPEN;
+    const CMsgInfo* pInfo = p_tPlace.pMsg->GetMsgInfo();
+    const int iTags = pInfo != nullptr ? pInfo->GetNoTags() : 0;
+    for (bool bTold = m_eStep == BAD_TAG; bTold || ++p_tPlace.iOrder < iTags; bTold = false) {
+      const int iTag = pInfo->GetTagNumAt(p_tPlace.iOrder);
+      if (iTag < 0 && !bTold) return BAD_TAG;
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
       if (pCell == nullptr || !pCell->m_bSet || pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) continue;
       p_tPlace.pCell = pCell;
-      p_tPlace.pTag = pMsgInfo->GetTagInfo(iTag);
-      break;
+      p_tPlace.pTag = pInfo->GetTagInfo(iTag);
+      p_tPlace.iRow = -1;
+      if (pCell->m_eType != TAG_SUBMSG) return VALUES;
+      if (NextRow(p_tPlace)) return OPEN;
     }
-    return p_tPlace.pCell != nullptr;
+    m_aPlace.pop_back();
+    return m_aPlace.empty() ? END : CLOSE;
   }
-  static void Next(T_Place& p_tPlace) {
-    p_tPlace.pCell = nullptr;
-    p_tPlace.iRow = 0;
-    ++p_tPlace.iOrder;
-  }
-  // The next sub-message of the tag, null after the last.
-  static const CMsg* NextRow(T_Place& p_tPlace) {
+  // The next sub-message of the tag becomes m_pSub; false after the last.
+  bool NextRow(T_Place& p_tPlace) {
     const CMsgValue& cCell = *p_tPlace.pCell;
-    if (!cCell.m_bMulti) return p_tPlace.iRow++ == 0 && IsWritten(cCell.m_pMsg) ? cCell.m_pMsg : nullptr;
-    if (cCell.m_pMsgArr == nullptr) return nullptr;
-    CPrefetch::Row(*cCell.m_pMsgArr, p_tPlace.iRow + 2 * CPrefetch::ROWS_AHEAD);
-    CPrefetch::Cells(*cCell.m_pMsgArr, p_tPlace.iRow + CPrefetch::ROWS_AHEAD);
-    while (p_tPlace.iRow < cCell.m_pMsgArr->GetSize()) {
-      const CMsg* pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow++);
-      if (IsWritten(pSub)) return pSub;
+    if (!cCell.m_bMulti) {
+      m_pSub = cCell.m_pMsg;
+      return ++p_tPlace.iRow == 0 && IsWritten();
     }
-    return nullptr;
+    if (cCell.m_pMsgArr == nullptr) return false;
+    CPrefetch::Row(*cCell.m_pMsgArr, p_tPlace.iRow + 1 + 2 * CPrefetch::ROWS_AHEAD);
+    CPrefetch::Cells(*cCell.m_pMsgArr, p_tPlace.iRow + 1 + CPrefetch::ROWS_AHEAD);
+    while (++p_tPlace.iRow < cCell.m_pMsgArr->GetSize()) {
+      m_pSub = cCell.m_pMsgArr->GetAt(p_tPlace.iRow);
+      if (IsWritten()) return true;
+    }
+    return false;
   }
-  static bool IsWritten(const CMsg* p_pSub) { return p_pSub != nullptr && !CCells::IsVacant(*p_pSub); }
+  bool IsWritten() const { return m_pSub != nullptr && !CCells::IsVacant(*m_pSub); }
 };
 
-namespace {
+// A FORM has  Head(msg) and Tail() around a message at depth 1,  BadTag(tag number),  Value(elem, row, value),
+// EndValues(elem) after a plain tag's values,  OpenSub(elem, row, msg) and CloseSub(elem) around each sub-message.
+template <class FORM>
+void Write(const CMsg& p_cMsg, int p_iDepth, FORM&& p_cForm) {
+  if (p_iDepth == 1) p_cForm.Head(p_cMsg);
+  for (CMsgWalk cWalk(p_cMsg, p_iDepth);;) {
+    switch (cWalk.Next()) {
+      case CMsgWalk::BAD_TAG: p_cForm.BadTag(cWalk.TagNum()); break;
+      case CMsgWalk::VALUES: {
+        const T_Elem tElem = cWalk.Elem();
+        ForEachValue(cWalk.Cell(), [&](int p_iRow, const auto& p_Value) { p_cForm.Value(tElem, p_iRow, p_Value); });
+        p_cForm.EndValues(tElem);
+        break;
+      }
+      case CMsgWalk::OPEN: p_cForm.OpenSub(cWalk.Elem(), cWalk.Row(), cWalk.Sub()); break;
+      case CMsgWalk::CLOSE: p_cForm.CloseSub(cWalk.Elem()); break;
+      case CMsgWalk::END:
+        if (p_iDepth == 1) p_cForm.Tail();
+        return;
+    }
+  }
+}
 
 // Values as every form prints them: at most MaxChars from p_p on; returns the end. Texts end at their first NUL, as
 // "%s" prints them.
@@ -333,14 +341,14 @@ class CListForm {
 
 int CMsg::ToXml(CStream* p_pOut, bool p_bArrayPrefix, bool p_bByName, int p_iDepth) const {
   if (p_iDepth == 1) p_pOut->Clear();
-  CMsgWalk::Run(*this, p_iDepth, CXmlForm(*p_pOut, false, p_bArrayPrefix, p_bByName));
+  Write(*this, p_iDepth, CXmlForm(*p_pOut, false, p_bArrayPrefix, p_bByName));
   return 0;
 }
 
 void CMsg::DumpXml(CStream* p_pOut, bool p_bByName, int p_iDepth) const {
-  CMsgWalk::Run(*this, p_iDepth, CXmlForm(*p_pOut, true, false, p_bByName));
+  Write(*this, p_iDepth, CXmlForm(*p_pOut, true, false, p_bByName));
 }
 
 void CMsg::Dump(CStream* p_pOut, bool p_bByName, int p_iDepth) const {
-  CMsgWalk::Run(*this, p_iDepth, CListForm(*p_pOut, p_bByName));
+  Write(*this, p_iDepth, CListForm(*p_pOut, p_bByName));
 }
