@@ -13,6 +13,8 @@ import threading
 import unittest
 import zlib
 
+import schemas
+
 COMMAND = os.environ["CALLORV"]
 
 DICTIONARY = """<?xml version='1.0' encoding='ISO-8859-1' ?>
@@ -69,9 +71,12 @@ def run_unprivileged(*args, **more):
 
 
 def run(*args, stdin=b"", timeout=60, before=()):
-    """Runs the command to its end; standard input and both outputs are bytes."""
-    return subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
-                          check=False)
+    """Runs the command to its end; standard input and both outputs are bytes. What --json prints is as docs/schemas says."""
+    result = subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
+                            check=False)
+    if args:
+        schemas.check(args, result.stdout)
+    return result
 
 
 def message(number, tags):

@@ -122,7 +122,8 @@ void AddCall(CLI::App& p_cApp) {
   pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
   CLI::Option* pXml = pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")
                           ->type_name("FILE");
-  pCommand->add_option("--data", t.sData, "Take the request from JSON, as it stands here or in @FILE; - is standard input")
+  pCommand
+      ->add_option("--data", t.sData, "Take the request from JSON, as it stands here or in @FILE; - is standard input")
       ->type_name("JSON")
       ->check([](const std::string& p_s) { return p_s.empty() ? "JSON or @FILE is needed" : ""; })
       ->excludes(pXml);

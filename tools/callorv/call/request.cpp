@@ -23,7 +23,10 @@ int MessageOf(const std::string& p_sMessage) {
 }
 
 // The file that --data names, "" when it is the document itself.
-std::string FileOf(const std::string& p_sData) { return p_sData[0] == '@' ? p_sData.substr(1) : p_sData == "-" ? "-" : ""; }
+std::string FileOf(const std::string& p_sData) {
+  if (p_sData[0] == '@') return p_sData.substr(1);
+  return p_sData == "-" ? "-" : "";
+}
 
 void ReadData(CMsg& p_cRequest, const T_CallOptions& p_tOptions, const std::string& p_sDocument) {
   const std::string sFile = FileOf(p_tOptions.sData);

@@ -23,8 +23,8 @@ std::string Escaped(std::string_view p_sName) {
   return s;
 }
 
-// "[json.exception.parse_error.101] parse error at line 1, column 8: syntax error while parsing value - invalid literal; last
-// read: '{"a": x'; expected ..." in fewer words: what was read last may be long.
+// "[json.exception.parse_error.101] parse error at line 1, column 8: syntax error while parsing value - invalid
+// literal; last read: '{"a": x'; expected ..." in fewer words: what was read last may be long.
 std::string SyntaxError(const std::string& p_sWhat) {
   std::string s = p_sWhat.substr(p_sWhat.find("] ") + 2);
   const size_t iLine = s.find("line ");
@@ -153,7 +153,8 @@ CJsonIn::CValue CJsonIn::CValue::First() const {
 
 CJsonIn::CValue CJsonIn::CValue::Next() const {
   const T_Node& tNode = m_pDocument->m_atNode[m_iNode];
-  return m_iNode > 0 && tNode.iEnd < m_pDocument->m_atNode[tNode.iParent].iEnd ? CValue(m_pDocument, tNode.iEnd) : CValue();
+  const bool bMore = m_iNode > 0 && tNode.iEnd < m_pDocument->m_atNode[tNode.iParent].iEnd;
+  return bMore ? CValue(m_pDocument, tNode.iEnd) : CValue();
 }
 
 CJsonIn::CValue CJsonIn::CValue::Find(std::string_view p_sName) const {

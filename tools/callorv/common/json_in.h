@@ -1,4 +1,4 @@
-// JSON that people and programs write: nothing in it is taken twice or left out, and what is wrong is refused with its place.
+// JSON that people and programs write: nothing in it is left out, and what is wrong is refused with its place.
 #ifndef CALLORV_TOOLS_JSON_IN_H
 #define CALLORV_TOOLS_JSON_IN_H
 
@@ -19,8 +19,7 @@ class CJsonIn {
     explicit operator bool() const { return m_pDocument != nullptr; }
 
     E_JsonKind Kind() const;
-    // A text's characters in UTF-8; a number as it was written, but an integer without an exponent in its plain form; true,
-    // false or null; "" of arrays and objects.
+    // A text's characters in UTF-8; a number as it was written; true, false or null; "" of arrays and objects.
     std::string_view Text() const;
     std::string_view Name() const;    // of a member of an object
     CValue First() const;             // element or member; none when there is none

@@ -9,7 +9,8 @@
 
 namespace {
 
-enum { SURE_DIGITS = 15, WIRE_DIGITS = 16, MOST_DIGITS = 17 };    // that every double keeps, that are sent, that say which it is
+// That every double keeps, that go over the wire, and that tell every double from the next.
+enum { SURE_DIGITS = 15, WIRE_DIGITS = 16, MOST_DIGITS = 17 };
 
 // digits * 10^exponent, the digits without zeroes at either end; of zero there are none.
 struct T_Decimal {

@@ -49,7 +49,9 @@ double DoubleOf(const CJsonIn::CValue& p_cValue) {
   double d = 0;
   switch (ToDouble(p_cValue.Text(), d)) {
     case FIT_WHOLE: return d;
-    case FIT_SHORTER: p_cValue.WarnOf(p_cValue.Words() + " has more than the 16 digits that go over the wire"); return d;
+    case FIT_SHORTER:
+      p_cValue.WarnOf(p_cValue.Words() + " has more than the 16 digits that go over the wire");
+      return d;
     default: p_cValue.Fail(p_cValue.Words() + " does not fit into a double to its last digit");
   }
 }
@@ -133,7 +135,8 @@ int MessageOf(const CJsonIn::CValue& p_cWhole, int p_iMessage) {
   const std::string sMessage = bNumber ? std::to_string(iMessage) : std::string(cMessage.Text());
   iMessage = At(cMessage, [&] { return FindMessage(sMessage); });
   if (p_iMessage != 0 && p_iMessage != iMessage) {
-    cMessage.Fail("message " + std::to_string(iMessage) + " contradicts MESSAGE, which is " + std::to_string(p_iMessage));
+    cMessage.Fail("message " + std::to_string(iMessage) + " contradicts MESSAGE, which is " +
+                  std::to_string(p_iMessage));
   }
   if (cName && cName.Kind() != JSON_NULL) {
     Require(cName, cName.Kind() == JSON_TEXT, "a message's name");

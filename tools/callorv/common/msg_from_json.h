@@ -8,13 +8,13 @@
 
 #include "common/json_in.h"
 
-// A message comes as its values alone, an object with a member for each tag by name or by number, or as the whole object
-// that MsgToJson (msg_json.h) makes, which has the members `message` and `values`.
+// A message comes as its values alone, an object with a member for each tag by name or by number, or as the whole
+// object that MsgToJson (msg_json.h) makes, which has the members `message` and `values`.
 bool IsWholeMessage(const CJsonIn::CValue& p_cData);
 
-// Fills p_cMsg, which is initialised again. Of a whole message the version is taken, too; it may be of no other message than
-// p_iMessage, and its name must be that of its number. null is no value. A double whose text on the wire is shorter than
-// it was written is warned of.
+// Fills p_cMsg, which is initialised again. Of a whole message the version is taken, too; it may be of no other message
+// than p_iMessage, and its name must be that of its number. null is no value. A double whose text on the wire is
+// shorter than it was written is warned of.
 //   p_iMessage  the message's number; 0: p_cData says which it is
 // Throws CFailure with the place of what a message cannot take: p_cMsg then keeps what it got.
 void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage);

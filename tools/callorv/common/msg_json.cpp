@@ -46,8 +46,8 @@ std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag) {
   const char* szName = p_tTag.m_sName.ToStr();
   int iOther = 0;
   const bool bNumber = ParseNumber(szName, 0, INT_MAX, iOther);
-  return *szName == 0 || bNumber || p_cInfo.GetTagNumByName(szName) != p_tTag.m_iTagNum ? std::to_string(p_tTag.m_iTagNum)
-                                                                                       : ToUtf8(szName);
+  const bool bFound = *szName != 0 && !bNumber && p_cInfo.GetTagNumByName(szName) == p_tTag.m_iTagNum;
+  return bFound ? ToUtf8(szName) : std::to_string(p_tTag.m_iTagNum);
 }
 
 Json ValuesOf(CMsg& p_cMsg) {

@@ -25,7 +25,7 @@ int FindMessage(const std::string& p_sMessage) {
     }
   }
   if (cDic.GetMsgInfo(iFound) != nullptr) return iFound;
-  throw CFailure("no message '" + p_sMessage + "' in the dictionary" + (iFound == 0 ? DidYouMean(p_sMessage, asName) : ""));
+  throw CFailure("no message '" + p_sMessage + "' in the dictionary" + DidYouMean(p_sMessage, asName));
 }
 
 const CTagInfo& FindTag(const CMsg& p_cMsg, const std::string& p_sTag) {
@@ -35,7 +35,9 @@ const CTagInfo& FindTag(const CMsg& p_cMsg, const std::string& p_sTag) {
   const CTagInfo* pTag = iTag < 0 ? nullptr : cInfo.GetTagInfo(iTag);
   if (pTag != nullptr) return *pTag;
   std::vector<std::string> asName;
-  for (int i = 0; iTag < 0 && i < cInfo.GetNoTags(); ++i) asName.push_back(ToUtf8(cInfo.GetTagName(cInfo.GetTagNumAt(i))));
+  for (int i = 0; iTag < 0 && i < cInfo.GetNoTags(); ++i) {
+    asName.push_back(ToUtf8(cInfo.GetTagName(cInfo.GetTagNumAt(i))));
+  }
   throw CFailure("message " + std::to_string(p_cMsg.GetMsgNum()) + " has no tag '" + p_sTag + '\'' +
                  DidYouMean(p_sTag, asName));
 }

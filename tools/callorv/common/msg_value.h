@@ -12,8 +12,8 @@
 // characters. "" is stored by no text and no date. Throws CFailure, the reason beginning with p_sName.
 void SetValue(CMsg& p_cMsg, const CTagInfo& p_tTag, const std::string& p_sName, const std::string& p_sValue);
 
-// A text and a version for the wire (ISO-8859-1). Both throw CFailure, the reason beginning with p_sBefore, unless it is a
-// character that ISO-8859-1 lacks.
+// A text and a version for the wire (ISO-8859-1). Both throw CFailure, the reason beginning with p_sBefore, unless it
+// is a character that ISO-8859-1 lacks.
 std::string WireText(const std::string& p_sText, const std::string& p_sBefore);
 std::string WireVersion(const std::string& p_sText, const std::string& p_sBefore);
 // Whether it has the shape that SetValue wants of a date.
