@@ -16,6 +16,7 @@ class CBenchServer {
   CBenchServer& operator=(const CBenchServer&) = delete;
 
   int Port() const { return m_iPort; }
+  int Pid() const { return m_iProcess; }
 
  private:
   int m_iPort = 0;

@@ -84,6 +84,7 @@ class CProgram {
   CProgram(const CProgram&) = delete;
   CProgram& operator=(const CProgram&) = delete;
 
+  pid_t Pid() const { return m_iPid; }
   // The next line without its end; waits for it. What there was when the program ended before.
   std::string ReadLine() {
     std::string sLine;

@@ -9,7 +9,6 @@
 #include "command.h"
 #include "common/msg_value.h"
 #include "common/text.h"
-#include "common/xml_file.h"
 
 namespace {
 
@@ -54,10 +53,11 @@ class CMsgReader {
       }
     }
     if (iMsg == 0) m_cFile.Fail(p_cRoot, "attribute 'no', the message's number, is missing");
-    if (MA_GetMsgDic()->GetMsgInfo(iMsg) == nullptr) {
+    try {
+      p_cMsg.Init(iMsg, 0, 0);
+    } catch (const CException&) {
       m_cFile.Fail(p_cRoot, "no message '" + std::to_string(iMsg) + "' in the dictionary");
     }
-    p_cMsg.Init(iMsg, 0, 0);
     p_cMsg.SetVer(sVer.c_str());
   }
 
@@ -144,6 +144,9 @@ class CMsgReader {
 }    // namespace
 
 void ReadMsgFile(CMsg& p_cMsg, const std::string& p_sName, const std::string& p_sData, const CTextFilter& p_fnFilter) {
-  const CXmlFile cFile(p_sName, p_sData);
-  CMsgReader(cFile, p_fnFilter).Read(p_cMsg);
+  ReadMsgFile(p_cMsg, CXmlFile(p_sName, p_sData), p_fnFilter);
+}
+
+void ReadMsgFile(CMsg& p_cMsg, const CXmlFile& p_cFile, const CTextFilter& p_fnFilter) {
+  CMsgReader(p_cFile, p_fnFilter).Read(p_cMsg);
 }

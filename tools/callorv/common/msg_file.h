@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+#include "common/xml_file.h"
+
 // Changes a text before it is stored; false: it cannot be said yet, nothing is stored. May throw CFailure.
 using CTextFilter = std::function<bool(std::string& p_sText)>;
 
@@ -19,5 +21,7 @@ using CTextFilter = std::function<bool(std::string& p_sText)>;
 // Throws CFailure "NAME:LINE: reason"; the message then keeps what it got.
 void ReadMsgFile(CMsg& p_cMsg, const std::string& p_sName, const std::string& p_sData,
                  const CTextFilter& p_fnFilter = nullptr);
+// The same from a document that is read more than once. Any number of threads may read one.
+void ReadMsgFile(CMsg& p_cMsg, const CXmlFile& p_cFile, const CTextFilter& p_fnFilter);
 
 #endif

@@ -20,8 +20,8 @@ enum { REJECT_MSG = 10, REJECT_CODE = 6, REJECT_TEXT = 7, REJECT_SERVICE = 8 };
 enum { CODE_BAD_REQUEST = 400, CODE_NO_SERVICE = 404, CODE_BAD_REPLY = 500 };
 
 // Fills p_cReply with a rejection. False when the dictionary has none that can carry one.
-bool MakeReject(CMsg& p_cReply, int p_iCode, const std::string& p_sText, int p_iSvcNum) {
-  if (MA_GetMsgDic()->GetMsgInfo(REJECT_MSG) == nullptr) return false;
+bool MakeReject(CMsg& p_cReply, const CMsgDic& p_cDic, int p_iCode, const std::string& p_sText, int p_iSvcNum) {
+  if (p_cDic.GetMsgInfo(REJECT_MSG) == nullptr) return false;
   p_cReply.Init(REJECT_MSG, 0, 0);
   return p_cReply.SetValue(REJECT_CODE, p_iCode) == 0 && p_cReply.SetValue(REJECT_TEXT, p_sText.c_str()) == 0 &&
          p_cReply.SetValue(REJECT_SERVICE, p_iSvcNum) == 0;
@@ -32,12 +32,6 @@ std::string WireText(const std::string& p_sText) {
   std::string sOut = NearestLatin1(PrintableFailure(p_sText));
   for (size_t i; (i = sOut.find("]]>")) != std::string::npos;) sOut[i + 2] = '?';
   return sOut;
-}
-
-void PutCheckSum(std::string& p_sPacket, int p_iCheckSum) {
-  char szTrailer[CTcpAdaptor::TRAILER_SIZE + 1];
-  std::snprintf(szTrailer, sizeof szTrailer, "%03d", p_iCheckSum & 0xFF);
-  p_sPacket.replace(p_sPacket.size() - CTcpAdaptor::TRAILER_SIZE, CTcpAdaptor::TRAILER_SIZE, szTrailer);
 }
 
 int CheckSumOf(const std::string& p_sPacket) {
@@ -70,22 +64,32 @@ std::string Joined(const std::vector<std::string>& p_as) {
 
 }    // namespace
 
-CAnswerer::CAnswerer(const T_ServeOptions& p_tOptions) : m_tOptions(p_tOptions), m_cFaults(p_tOptions.asFaults) {
-  if (!m_tOptions.bEcho) m_cReplies.emplace(m_tOptions.sReplies, m_tOptions.bAsLibrary);
+CAnswerer::CAnswerer(const T_ServeOptions& p_tOptions, CServeLog& p_cLog)
+    : m_tOptions(p_tOptions), m_cFaults(p_tOptions.asFaults), m_cWorlds(p_tOptions, p_cLog) {
   if (!m_tOptions.sRecord.empty()) m_cRecorder.emplace(m_tOptions.sRecord);
 }
 
-bool CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan,
-                          CAdaptor::T_PacketInfo& p_tReply, T_CallRecord& p_tCall) const {
-  CMsg cRequest(0, 0, 0, MA_GetMsgDic());
-  CMsg cReply(0, 0, 0, MA_GetMsgDic());
+std::string CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan,
+                                 T_CallRecord& p_tCall) {
+  const std::shared_ptr<const T_World> pWorld = m_cWorlds.Now();
+  CMsg cRequest(0, 0, 0, pWorld->pDic.get());
+  CMsg cReply(0, 0, 0, pWorld->pDic.get());
+  CAdaptor::T_PacketInfo tReply;
+  tReply.iSvcNum = p_tRequest.iSvcNum;
+  tReply.iExtra = p_tRequest.iExtra;
+  const auto fnPacket = [&](int p_iMsgNum) {
+    tReply.iMsgNum = p_iMsgNum;
+    tReply.bCompressed = p_tPlan.eKind == FAULT_ZLIB || tReply.stBody.GetSize() > m_tOptions.iCompressOver;
+    return MakePacket(tReply);
+  };
   const auto fnReject = [&](int p_iCode, const std::string& p_sText) {
     const std::string sText = WireText(p_sText);
     p_tCall.bError = true;
     p_tCall.sResult = "rejected " + std::to_string(p_iCode) + ' ' + sText;
-    return MakeReject(cReply, p_iCode, sText, p_tRequest.iSvcNum);
+    return MakeReject(cReply, *pWorld->pDic, p_iCode, sText, p_tRequest.iSvcNum);
   };
-  bool bAnswer = true;
+  CReplyPtr pReply;
+  bool bAnswer = true, bEcho = false;
   try {
     cRequest.LoadXml(p_tRequest.stBody.GetData());
     if (p_tPlan.eKind == FAULT_REJECT) {
@@ -93,13 +97,13 @@ bool CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan&
     } else if (cRequest.GetMsgNum() != p_tRequest.iMsgNum) {
       bAnswer = fnReject(CODE_BAD_REQUEST, "message " + std::to_string(p_tRequest.iMsgNum) + " in the header, " +
                                                std::to_string(cRequest.GetMsgNum()) + " in the body");
-    } else if (!m_cReplies) {
-      p_tReply.stBody.AppendData(p_tRequest.stBody.GetData(), p_tRequest.stBody.GetSize());
-      p_tReply.iMsgNum = p_tRequest.iMsgNum;
-      return true;
+    } else if (!pWorld->cReplies) {
+      bEcho = true;
     } else {
-      m_cReplies->Load(p_tRequest.iSvcNum, cRequest, cReply);
-      if (cReply.GetMsgNum() == REJECT_MSG) p_tCall.sResult = "rejected by its reply file";
+      pReply = pWorld->cReplies->Find(std::to_string(p_tRequest.iSvcNum) + ".xml");
+      if (!pReply->cPrepared) pReply->fnFill(cReply, {cRequest, {}});
+      const int iMsgNum = pReply->cPrepared ? pReply->cPrepared->MsgNum() : cReply.GetMsgNum();
+      if (iMsgNum == REJECT_MSG) p_tCall.sResult = "rejected by its reply file";
     }
   } catch (const CException& cError) {
     bAnswer = fnReject(CODE_BAD_REQUEST, cError.GetText());
@@ -110,11 +114,18 @@ bool CAnswerer::MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan&
   }
   if (!bAnswer) {
     p_tCall.sResult += " (not sent: message 10 of the dictionary cannot carry it)";
-    return false;
+    return "";
   }
-  cReply.ToXml(&p_tReply.stBody, false, false, 1);
-  p_tReply.iMsgNum = cReply.GetRootNum();
-  return true;
+  if (bEcho) {
+    tReply.stBody.AppendData(p_tRequest.stBody.GetData(), p_tRequest.stBody.GetSize());
+    return fnPacket(p_tRequest.iMsgNum);
+  }
+  if (pReply != nullptr && pReply->cPrepared) {
+    tReply.iMsgNum = pReply->cPrepared->MsgNum();
+    return pReply->cPrepared->Packet(tReply, p_tPlan.eKind == FAULT_ZLIB);
+  }
+  cReply.ToXml(&tReply.stBody, false, false, 1);
+  return fnPacket(cReply.GetRootNum());
 }
 
 T_Answer CAnswerer::Answer(const std::string& p_sPacket, T_CallRecord& p_tCall) {
@@ -135,22 +146,18 @@ T_Answer CAnswerer::Answer(const std::string& p_sPacket, T_CallRecord& p_tCall) 
 
   const T_FaultPlan tPlan = m_cFaults.Next();
   tAnswer.iDelay = m_tOptions.iDelay + tPlan.iDelay;
-  CAdaptor::T_PacketInfo tReply;
   if (tPlan.eKind == FAULT_RESET || tPlan.eKind == FAULT_CLOSE) {
     if (tPlan.eKind == FAULT_RESET) tAnswer.eThen = T_Answer::RESET;
-  } else if (MakeReply(tRequest, tPlan, tReply, p_tCall)) {
-    tReply.iSvcNum = tRequest.iSvcNum;
-    tReply.iExtra = tRequest.iExtra;
-    tReply.bCompressed = tPlan.eKind == FAULT_ZLIB || tReply.stBody.GetSize() > m_tOptions.iCompressOver;
-    CStream stPacket(0, 512);
-    CTcpAdaptor cBuilder;
-    if (cBuilder.BuildPacket(&tReply, stPacket) < 0) {
+  } else {
+    try {
+      tAnswer.sBytes = MakeReply(tRequest, tPlan, p_tCall);
+      if (!tAnswer.sBytes.empty()) {
+        tAnswer.eThen = T_Answer::READ_NEXT;
+        Spoil(tPlan, tAnswer);
+      }
+    } catch (const CFailure& cError) {
       p_tCall.bError = true;
-      p_tCall.sResult = std::string("reply not made: ") + cBuilder.GetLastError();
-    } else {
-      tAnswer.sBytes.assign(stPacket.GetData(), stPacket.GetSize());
-      tAnswer.eThen = T_Answer::READ_NEXT;
-      Spoil(tPlan, tAnswer);
+      p_tCall.sResult = cError.what();
     }
   }
   if (tPlan.eKind != FAULT_NONE && tPlan.eKind != FAULT_REJECT) {

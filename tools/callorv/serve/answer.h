@@ -10,9 +10,9 @@
 
 #include "serve/fault.h"
 #include "serve/recorder.h"
-#include "serve/reply_store.h"
 #include "serve/serve_log.h"
 #include "serve/server.h"
+#include "serve/world.h"
 
 // What is to be done with the connection.
 struct T_Answer {
@@ -26,7 +26,7 @@ struct T_Answer {
 class CAnswerer {
  public:
   // Throws CFailure and CUsage.
-  explicit CAnswerer(const T_ServeOptions& p_tOptions);
+  CAnswerer(const T_ServeOptions& p_tOptions, CServeLog& p_cLog);
 
   // p_sPacket  one packet, as long as its header says
   // p_tCall    receives all but the peer, the times and the bytes sent
@@ -34,14 +34,13 @@ class CAnswerer {
   T_Answer Answer(const std::string& p_sPacket, T_CallRecord& p_tCall);
 
  private:
-  const T_ServeOptions m_tOptions;
-  std::optional<CReplyStore> m_cReplies;    // none: echo
-  std::optional<CRecorder> m_cRecorder;
+  const T_ServeOptions& m_tOptions;
   CFaults m_cFaults;
+  CWorlds m_cWorlds;
+  std::optional<CRecorder> m_cRecorder;
 
-  // The body and the message number of the reply; the result goes into p_tCall. False: there is no way to answer.
-  bool MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan, CAdaptor::T_PacketInfo& p_tReply,
-                 T_CallRecord& p_tCall) const;
+  // The packet that answers p_tRequest, "" when there is no way to; the result goes into p_tCall. Throws CFailure.
+  std::string MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan, T_CallRecord& p_tCall);
 };
 
 #endif

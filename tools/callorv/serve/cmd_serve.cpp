@@ -1,19 +1,16 @@
 // callorv serve: a simulated service for people who develop against one that they cannot reach.
-#include <callorv/dict/msg_dic.h>
-
 #include <climits>
 #include <memory>
 
 #include "command.h"
 #include "common/options.h"
-#include "common/refusal.h"
 #include "serve/server.h"
 
 namespace {
 
-constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml, which is read
-again for every call; {{tag:1}} or {{tag:rows[0].price}} in it stands for that value
-of the request. A service without a file is rejected (message 10, code 404), a file with
+constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml; {{tag:1}} or
+{{tag:rows[0].price}} in it stands for that value of the request. A file that changes
+counts at once, and so does the dictionary. A service without a file is rejected (message 10, code 404), a file with
 a value that the dictionary does not allow ends the server at its start.
 
 Faults, each for PERCENT of the calls (100 when left out):
@@ -30,7 +27,6 @@ Examples:
 
 void RunServe(const T_ServeOptions& p_tOptions) {
   if (!p_tOptions.bEcho && p_tOptions.sReplies.empty()) throw CUsage("--replies DIR or --echo is needed");
-  LoadDictionary(*MA_GetMsgDic(), p_tOptions.sDictionary);
   Serve(p_tOptions);
 }
 

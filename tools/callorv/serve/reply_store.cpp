@@ -1,59 +1,17 @@
 // The simulator's answers: a folder of reply files.
 #include "serve/reply_store.h"
 
-#include <callorv/base/exception.h>
-
-#include <algorithm>
-#include <cctype>
 #include <climits>
 #include <filesystem>
 #include <map>
 
 #include "command.h"
 #include "common/input.h"
-#include "common/msg_file.h"
-#include "common/msg_path.h"
 #include "common/text.h"
-#include "serve/placeholder.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// Whether an XML document is written in ISO-8859-1; otherwise it counts as UTF-8, as XML itself has it.
-bool IsLatin1(const std::string& p_sXml) {
-  std::string sHead = p_sXml.substr(0, p_sXml.find("?>"));
-  std::transform(sHead.begin(), sHead.end(), sHead.begin(), [](unsigned char c) { return std::toupper(c); });
-  return sHead.rfind("<?XML", 0) == 0 && sHead.find("ISO-8859-1") != std::string::npos;
-}
-
-// Whether the end of p_sXml is inside a CDATA section.
-bool EndsInCData(const std::string& p_sXml) {
-  const size_t iOpen = p_sXml.rfind("<![CDATA[");
-  const size_t iClose = p_sXml.rfind("]]>");
-  return iOpen != std::string::npos && (iClose == std::string::npos || iClose < iOpen);
-}
-
-// The document filled in, for the library. A value that markup would break stands in a CDATA section of its own.
-std::string FillXml(const std::string& p_sXml, CMsg& p_cRequest) {
-  const bool bLatin1 = IsLatin1(p_sXml);
-  return ReplacePlaceholders(p_sXml, [&](const std::string& p_sPath, const std::string& p_sBefore) {
-    std::string sValue = GetByPath(p_cRequest, p_sPath);
-    if (!bLatin1) sValue = ToUtf8(sValue);
-    const bool bWrap = sValue.find_first_of("<&") != std::string::npos && !EndsInCData(p_sBefore);
-    return bWrap ? "<![CDATA[" + sValue + "]]>" : sValue;
-  });
-}
-
-// Stores no text that has a placeholder.
-bool NeedsNoRequest(std::string& p_sText) {
-  bool bNeeds = false;
-  ReplacePlaceholders(p_sText, [&](const std::string&, const std::string&) {
-    bNeeds = true;
-    return "";
-  });
-  return !bNeeds;
-}
 
 // The reply files of a folder by their services.
 std::map<int, fs::path> FilesIn(const std::string& p_sFolder) {
@@ -74,21 +32,20 @@ std::map<int, fs::path> FilesIn(const std::string& p_sFolder) {
 
 }    // namespace
 
-CReplyStore::CReplyStore(const std::string& p_sFolder, bool p_bAsLibrary)
-    : m_sFolder(p_sFolder), m_bAsLibrary(p_bAsLibrary) {
+CReplyStore::CReplyStore(std::string p_sFolder, const T_ReplyMode& p_tMode, CMsgDic& p_cDic)
+    : m_sFolder(std::move(p_sFolder)), m_tMode(p_tMode), m_cDic(p_cDic) {
   std::error_code cError;
-  if (!fs::is_directory(p_sFolder, cError)) {
-    throw CFailure(p_sFolder + ": " + (cError ? cError.message() : "not a folder"));
+  if (!fs::is_directory(m_sFolder, cError)) {
+    throw CFailure(m_sFolder + ": " + (cError ? cError.message() : "not a folder"));
   }
-  if (!p_bAsLibrary) CheckAll();
 }
 
 void CReplyStore::CheckAll() const {
+  if (m_tMode.bAsLibrary) return;
   std::string sWrong;
   for (const auto& [iService, cPath] : FilesIn(m_sFolder)) {
     try {
-      CMsg cReply(0, 0, 0, MA_GetMsgDic());
-      ReadMsgFile(cReply, cPath.string(), ReadWholeFile(cPath.string()), NeedsNoRequest);
+      ReplyFromFile(cPath.string(), ReadWholeFile(cPath.string()), m_tMode, m_cDic);
     } catch (const CFailure& cError) {
       sWrong += (sWrong.empty() ? "" : "\n") + std::string(cError.what());
     }
@@ -96,25 +53,32 @@ void CReplyStore::CheckAll() const {
   if (!sWrong.empty()) throw CFailure(sWrong);
 }
 
-void CReplyStore::Load(int p_iSvcNum, CMsg& p_cRequest, CMsg& p_cReply) const {
-  const std::string sName = std::to_string(p_iSvcNum) + ".xml";
-  const std::string sPath = m_sFolder + "/" + sName;
-  if (!fs::exists(sPath)) throw CNoReply("no reply file " + sName);
-  const std::string sData = ReadWholeFile(sPath);
-  if (!m_bAsLibrary) {
-    const auto fnValue = [&](const std::string& p_sPath, const std::string&) {
-      return ToUtf8(GetByPath(p_cRequest, p_sPath));
-    };
-    return ReadMsgFile(p_cReply, sName, sData, [&](std::string& p_sText) {
-      p_sText = ReplacePlaceholders(p_sText, fnValue);
-      return true;
-    });
-  }
+CReplyStore::T_Entry& CReplyStore::Entry(const std::string& p_sName, const std::string& p_sPath) const {
+  const std::lock_guard<std::mutex> cLock(m_cMutex);
+  std::unique_ptr<T_Entry>& pEntry = m_cEntries[p_sName];
+  if (!pEntry) pEntry = std::make_unique<T_Entry>(p_sPath);
+  return *pEntry;
+}
+
+void CReplyStore::Read(T_Entry& p_tEntry, const std::string& p_sName) const {
+  p_tEntry.pReply.reset();
   try {
-    p_cReply.LoadXml(FillXml(sData, p_cRequest).data());
-  } catch (const CException& cError) {
-    throw CFailure(sName + ": " + cError.GetText());
+    p_tEntry.pReply = ReplyFromFile(p_sName, p_tEntry.cFile.Bytes(), m_tMode, m_cDic);
   } catch (const CFailure& cError) {
-    throw CFailure(sName + ": " + cError.what());
+    p_tEntry.sWhy = cError.what();
+  } catch (...) {    // out of memory: another call may have more
+    p_tEntry.cFile.Forget();
+    throw;
   }
+}
+
+CReplyPtr CReplyStore::Find(const std::string& p_sName) const {
+  const std::string sPath = m_sFolder + "/" + p_sName;
+  const CFileState cNow = CFileState::Of(sPath);
+  if (!cNow.IsFile() && !fs::exists(sPath)) throw CNoReply("no reply file " + p_sName);
+  T_Entry& tEntry = Entry(p_sName, sPath);
+  const std::lock_guard<std::mutex> cLock(tEntry.cMutex);
+  if (tEntry.cFile.Refresh(cNow)) Read(tEntry, p_sName);
+  if (!tEntry.pReply) throw CFailure(tEntry.sWhy);
+  return tEntry.pReply;
 }

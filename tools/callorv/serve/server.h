@@ -21,7 +21,7 @@ struct T_ServeOptions {
   bool bQuiet = false;
 };
 
-// Serves until SIGINT or SIGTERM, then returns. The dictionary is loaded. Throws CFailure and CUsage.
+// Serves until SIGINT or SIGTERM, then returns. Throws CFailure and CUsage.
 void Serve(const T_ServeOptions& p_tOptions);
 
 #endif
