@@ -473,7 +473,9 @@ class MeasureTest(CallTest):
         self.assert_run(result, 0, err="")
         self.assertRegex(result.stdout.decode(),
                          r"\A200 calls from 4 threads in \d+\.\d{3} s: \d+ calls/s\n"
-                         r"latency  50 % \d+\.\d{3} ms  90 % \d+\.\d{3} ms  99 % \d+\.\d{3} ms  max \d+\.\d{3} ms\n\Z")
+                         r"latency  50 % \d+\.\d{3} ms  90 % \d+\.\d{3} ms  99 % \d+\.\d{3} ms  max \d+\.\d{3} ms\n"
+                         r"         99.9 % \d+\.\d{3} ms  99.99 % \d+\.\d{3} ms  min \d+\.\d{3} ms  mean \d+\.\d{3} ms\n"
+                         r"( +\d+\.\d{3} to +\d+\.\d{3} ms +\d+(  #{1,50})?\n){1,20}\Z")
         self.assertIn("served 200 calls, 0 errors", server.log)
 
     def test_calls_in_flight(self):
@@ -493,11 +495,11 @@ class MeasureTest(CallTest):
         with self.echo("--quiet", "--fault", "reject:17@25", "--fault", "close@50") as server:
             result = self.call(server, 1201, "Quote", "--repeat", 16, "--in-flight", 4)
             self.assertEqual(result.stderr.decode(), "callorv: 10 of 16 calls failed\n")
-            self.assertEqual(result.stdout.decode().splitlines()[2:],
+            self.assertEqual(result.stdout.decode().splitlines()[-2:],
                              [f"6 x -5  127.0.0.1:{server.port}: the connection was closed before the reply was complete "
                               "(the library says: Socket closed(-9)(OK))", "4 x 17  rejected on request of --fault"])
         result = self.call(1, 1201, "Quote", "--repeat", 7, "--in-flight", 4)
-        self.assertRegex(result.stdout.decode().splitlines()[2],
+        self.assertRegex(result.stdout.decode().splitlines()[-1],
                          r"\A7 x -3  127.0.0.1:1: .*Failed in connect\(\)\(-5\)\(\(connect\)\)")
 
     def test_a_deadline_bounds_each_call(self):
@@ -507,7 +509,7 @@ class MeasureTest(CallTest):
             self.assert_run(self.call(server, 1201, "Quote", "--deadline", 400), 1, "", f"callorv: {text}\n")
             for more in (), ("--in-flight", 2):
                 result = self.call(server, 1201, "Quote", "--deadline", 400, "--repeat", 2, *more)
-                self.assertEqual(result.stdout.decode().splitlines()[2:], [f"2 x -5  {text}"])
+                self.assertEqual(result.stdout.decode().splitlines()[-1:], [f"2 x -5  {text}"])
         with self.echo("--quiet") as server:
             self.assert_run(self.call(server, 1201, "Quote", "--deadline", 20000, "--repeat", 3), 0, err="")
             self.assertIn(b"MsgNum : 3", self.call(server, 1201, "Quote", "--deadline", 20000).stdout)
@@ -518,11 +520,13 @@ class MeasureTest(CallTest):
         self.assert_run(result, 0, err="")
         seen = json.loads(result.stdout)
         self.assertEqual(list(seen), ["calls", "threads", "seconds", "calls_per_second", "latency_us", "failed",
-                                      "errors"])
+                                      "errors", "begun", "rate", "duration", "warm_up", "not_begun", "interrupted",
+                                      "histogram", "over_time"])
         self.assertEqual((seen["calls"], seen["threads"], seen["failed"], seen["errors"]), (10, 1, 0, []))
         latency = seen["latency_us"]
-        self.assertEqual(list(latency), ["p50", "p90", "p99", "max"])
-        self.assertGreaterEqual(latency["p50"], 20000)
+        self.assertEqual(list(latency), ["p50", "p90", "p99", "p99_9", "p99_99", "max", "min", "mean"])
+        self.assertGreaterEqual(latency["min"], 20000)
+        self.assertLessEqual(latency["min"], latency["p50"])
         self.assertLessEqual(latency["p50"], latency["p90"])
         self.assertLessEqual(latency["p90"], latency["p99"])
         self.assertLessEqual(latency["p99"], latency["max"])
@@ -536,7 +540,7 @@ class MeasureTest(CallTest):
             result = self.call(server, 1201, "Quote", "--repeat", 16)
             self.assertEqual(result.returncode, 1)
             self.assertEqual(result.stderr.decode(), "callorv: 10 of 16 calls failed\n")
-            self.assertEqual(result.stdout.decode().splitlines()[2:],
+            self.assertEqual(result.stdout.decode().splitlines()[-2:],
                              [f"6 x -5  {closed}", "4 x 17  rejected on request of --fault"])
             seen = json.loads(self.call(server, 1201, "Quote", "--repeat", 16, "--json").stdout)
             self.assertEqual(seen["failed"], 10)
@@ -602,11 +606,11 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--format", "yaml"), "--format: yaml not in {dump,xml,json}"),
                 ((*config, "1", "3", "--format", "xml", "--json"), "--format excludes --json"),
                 ((*config, "1", "3", "--repeat", "0"), "--repeat: Value 0 not in range 1 to 1000000000"),
-                ((*config, "1", "3", "--threads", "2"), "--threads requires --repeat"),
+                ((*config, "1", "3", "--threads", "2"), "--threads requires --repeat or --duration"),
                 ((*config, "1", "3", "--repeat", "1", "--threads", "1025"),
                  "--threads: Value 1025 not in range 1 to 1024"),
                 ((*config, "1", "3", "--repeat", "1", "--trace"), "--repeat excludes --trace"),
-                ((*config, "1", "3", "--in-flight", "2"), "--in-flight requires --repeat"),
+                ((*config, "1", "3", "--in-flight", "2"), "--in-flight requires --repeat or --duration"),
                 ((*config, "1", "3", "--repeat", "1", "--in-flight", "0"),
                  "--in-flight: Value 0 not in range 1 to 100000"),
                 ((*config, "1", "3", "--deadline", "0"), "--deadline: Value 0 not in range 1 to 86400000"),

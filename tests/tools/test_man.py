@@ -26,6 +26,7 @@ def examples(name, section="EXAMPLES"):
     """The blocks of a page's section as somebody copies them from the terminal."""
     text = (SOURCE / "docs" / "man" / f"{name}.1").read_text(encoding="ascii")
     text = text.replace("\\-", "-").replace("\\(aq", "'").replace("\\en", "\\n").replace("\\&", "")
+    text = text.replace("\\e\n", "\\\n")
     return re.findall(r"\.EX\n(.*?)\.EE\n", text.split(f".SH {section}\n")[1].split("\n.SH ")[0] + "\n", re.S)
 
 

@@ -1,4 +1,4 @@
-// Many calls with one request, which are measured.
+// Many calls, which are measured.
 #ifndef CALLORV_TOOLS_CALL_MANY_H
 #define CALLORV_TOOLS_CALL_MANY_H
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "call/measure.h"
+
 struct T_CallOptions {
   std::string sConfig;
   std::string sDictionary, sKeyFile, sServer;    // instead of the configuration file
@@ -19,9 +21,7 @@ struct T_CallOptions {
   bool bJson = false;
   bool bTrace = false;
   bool bShowKey = false;
-  int iRepeat = 0;
-  int iThreads = 1;
-  int iInFlight = 0;    // 0: each call holds its thread
+  T_Load tLoad;               // of many calls; neither their number nor a duration for a single one
   int iDeadline = 0;    // milliseconds; 0: none but the time-out
 };
 

@@ -10,6 +10,7 @@
 #include "call/call_once.h"
 #include "call/call_options.h"
 #include "call/client_setup.h"
+#include "call/load_options.h"
 #include "call/request.h"
 #include "command.h"
 #include "common/options.h"
@@ -29,6 +30,7 @@ Examples:
   callorv call --config client.cfg 1201 Quote --data '{"code":"ABC","rows":[{"price":1.5}]}'
   callorv call --config client.cfg --repeat 10000 --threads 8 1201 Quote code=ABC
   callorv call --config client.cfg --repeat 10000 --in-flight 64 1201 Quote code=ABC
+  callorv call --config client.cfg --rate 500 --duration 30s 1201 Quote 'code={{uuid}}'
   callorv call --config client.cfg --trace 1201 Quote code=ABC
   callorv call --dictionary d.xml --key-file user.key --server localhost:7000 1201 Quote)";
 
@@ -41,7 +43,7 @@ std::string SetUpAndCall(const T_CallOptions& p_tOptions, T_Server p_tServer, T_
   }
   p_tError.eStage = CALL_REQUEST;
   const std::string sDocument = ReadDocument(p_tOptions);
-  if (p_tOptions.iRepeat > 0) return CallMany(p_tOptions, sDocument, p_tServer);
+  if (p_tOptions.tLoad.IsMany()) return CallMany(p_tOptions, sDocument, p_tServer);
   CallOnce(p_tOptions, sDocument, p_tServer, p_tError);
   return "";
 }
@@ -134,26 +136,22 @@ void AddCall(CLI::App& p_cApp) {
                              ->check(CLI::IsMember({"dump", "xml", "json"}))
                              ->capture_default_str();
   pCommand->add_flag("--json", t.bJson, "The same as --format json")->excludes(pFormat);
-  CLI::Option* pRepeat = pCommand->add_option("--repeat", t.iRepeat, "Call N times and measure, printing no reply")
+  CLI::Option* pRepeat = pCommand->add_option("--repeat", t.tLoad.uCalls, "Call N times and measure, printing no reply")
                              ->type_name("N")
                              ->check(Between(1, 1000000000));
-  pCommand->add_option("--threads", t.iThreads, "Threads for --repeat")
-      ->type_name("T")
-      ->check(Between(1, 1024))
-      ->needs(pRepeat)
-      ->capture_default_str();
-  pCommand->add_option("--in-flight", t.iInFlight, "Calls that each thread of --repeat has under way at once")
-      ->type_name("K")
-      ->check(Between(1, 100000))
-      ->needs(pRepeat);
+  CLI::Option* pDuration = AddLoadOptions(*pCommand, t.tLoad);
   CLI::Option* pDeadline =
       pCommand->add_option("--deadline", t.iDeadline, "Milliseconds for all of a call, connecting and sending included")
           ->type_name("MS")
           ->check(Between(1, 86400000));
   CLI::Option* pTrace = pCommand->add_flag("--trace", t.bTrace, "Print both packets on standard error")
                             ->excludes(pRepeat)
+                            ->excludes(pDuration)
                             ->excludes(pDeadline);
   pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace")->needs(pTrace);
   pCommand->footer(s_szFooter);
-  pCommand->callback([pOptions] { Call(*pOptions); });
+  pCommand->callback([pOptions, pCommand] {
+    CheckLoad(*pCommand, pOptions->tLoad);
+    Call(*pOptions);
+  });
 }

@@ -3,6 +3,8 @@
 
 #include <callorv/callorv.hpp>
 
+#include <algorithm>
+
 #include "command.h"
 #include "common/input.h"
 #include "common/json_in.h"
@@ -52,10 +54,11 @@ std::string ReadDocument(const T_CallOptions& p_tOptions) {
   return sFile.empty() ? p_tOptions.sData : ReadWholeFile(sFile);
 }
 
-std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::string& p_sDocument) {
+std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::string& p_sDocument,
+                                  const std::function<std::string(const std::string&)>& p_fnText) {
   auto pRequest = std::make_shared<CMsg>(0, 0, 0, MA_GetMsgDic());
   if (!p_tOptions.sData.empty()) {
-    ReadData(*pRequest, p_tOptions, p_sDocument);
+    ReadData(*pRequest, p_tOptions, p_fnText ? p_fnText(p_sDocument) : p_sDocument);
   } else if (p_tOptions.sXml.empty()) {
     pRequest->Init(MessageOf(p_tOptions.sMessage), 0, 0);
   } else if (p_tOptions.bAsLibrary) {
@@ -65,8 +68,32 @@ std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::st
       throw CFailure(InputName(p_tOptions.sXml) + ": " + cError.GetText());
     }
   } else {
-    ReadMsgFile(*pRequest, InputName(p_tOptions.sXml), p_sDocument);
+    ReadMsgFile(*pRequest, InputName(p_tOptions.sXml), p_sDocument, [&](std::string& p_sText) {
+      if (p_fnText) p_sText = p_fnText(p_sText);
+      return true;
+    });
   }
-  for (const std::string& s : p_tOptions.asValues) SetByPath(*pRequest, s);
+  for (const std::string& s : p_tOptions.asValues) SetByPath(*pRequest, p_fnText ? p_fnText(s) : s);
   return pRequest;
+}
+
+CRequestMaker::CRequestMaker(const T_CallOptions& p_tOptions, const std::string& p_sDocument)
+    : m_tOptions(p_tOptions), m_sDocument(p_sDocument) {
+  CVariables cVariables;
+  MakeRequest(p_tOptions, p_sDocument, [&](const std::string& p_sText) {
+    const E_Quoting eQuoting = !p_tOptions.sData.empty() && p_sText == p_sDocument ? QUOTE_JSON : QUOTE_NONE;
+    return m_cTexts.emplace(p_sText, cVariables.Compile(p_sText, eQuoting)).first->second.ForCall(1);
+  });
+  for (uint64_t i = 2; i <= cVariables.Rows(); ++i) Make(i);
+}
+
+bool CRequestMaker::Varies() const {
+  return std::any_of(m_cTexts.begin(), m_cTexts.end(), [](const auto& t) { return t.second.Varies(); });
+}
+
+std::shared_ptr<CMsg> CRequestMaker::Make(uint64_t p_uCall) const try {
+  return MakeRequest(m_tOptions, m_sDocument,
+                     [&](const std::string& p_sText) { return m_cTexts.at(p_sText).ForCall(p_uCall); });
+} catch (const CFailure& cError) {
+  throw CFailure("the request of call " + std::to_string(p_uCall) + ": " + cError.what());
 }
