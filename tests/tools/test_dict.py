@@ -254,6 +254,28 @@ class CheckTest(ToolTest):
                 self.assertEqual((piped.returncode, piped.stdout.replace(b"standard input", b"dictionary.xml")),
                                  (0, named.stdout) if stdin == DICTIONARY.encode() else (1, b""))
 
+    def test_several_files(self):
+        good, bad, odd = self.dictionary, self.write("bad.xml", dictionary(message(3, (1, "a", "strin")))), self.path("no.xml")
+        warned = self.write("warned.xml", "<msg_dictionary/>")
+        lines = {name: run("dict", "check", name).stdout.decode() for name in (good, bad, warned)}
+        refused = f"callorv: {bad}: the library says: InitDictionary(Handler error : tagtype=strin)\n"
+        missing = (f"callorv: {odd}: No such file or directory (the library says: Handler error : [F] (L:0, C:0) : unable "
+                   f"to open primary document entity '{odd}')\n")
+        self.assert_run(run("dict", "check", bad, good, odd, warned), 1, lines[bad] + lines[good] + lines[warned],
+                        refused + missing)
+        self.assert_run(run("dict", "check", warned, good), 0, lines[warned] + lines[good], "")
+        self.assert_run(run("dict", "check", "--strict", warned, good), 1, lines[warned] + lines[good], "")
+        self.assert_run(run("dict", "check", good, "-", stdin=DICTIONARY.encode()), 0,
+                        lines[good] + lines[good].replace(good, "standard input"), "")
+        result = run("dict", "check", "--json", bad, odd, good)
+        self.assert_run(result, 1, err=missing)
+        one = [json.loads(run("dict", "check", "--json", name).stdout) for name in (bad, odd, good)]
+        self.assertEqual(json.loads(result.stdout), {"files": one})
+        self.assertEqual([sorted(file) for file in one[1:]], [["error", "file"], ["errors", "file", "findings", "messages",
+                                                                                  "tags", "warnings"]])
+        self.assert_usage("dict check", run("dict", "check", "-", good, "-"),
+                          "FILE - is standard input, which is there once")
+
     def test_near_names(self):
         known = "is none of string, integer, double, bool, date, and m with a number"
         for kind, meant in (("Double", "double"), ("STRING", "string"), ("strnig", "string"), ("int", "integer"),
@@ -278,7 +300,6 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("dict check", run("dict", "check"), "FILE is required")
-        self.assert_usage("dict check", run("dict", "check", "a", "b"), "unexpected argument 'b'")
         self.assert_usage("dict", run("dict"), "a command is needed: check, dump, encrypt, decrypt, rekey, html")
 
 

@@ -58,6 +58,14 @@ class GenerateTest(ToolTest):
         self.generate("--message", 6, to="one")
         self.assertEqual(list(files(self.path("one"))), ["quote_row_6_msg.h"])
 
+    def test_what_can_be_made_again_is_not_waited_for(self):
+        seen = self.path("calls")
+        subprocess.run(["strace", "-f", "-o", seen, "-e", "trace=fsync,fdatasync,sync,syncfs,rename", os.environ["CALLORV"],
+                        "generate", DICTIONARY, "-o", self.path("out")], check=True, capture_output=True, timeout=60,
+                       env={**os.environ, "LSAN_OPTIONS": "detect_leaks=0"})    # which cannot be traced
+        text = self.read("calls").decode()
+        self.assertEqual((text.count("rename("), text.count("sync")), (12, 0), text)
+
     def test_the_directory_is_made(self):
         self.assert_run(self.generate("--message", 6, to="some/new/place"), 0,
                         f"1 class in {self.path('some/new/place')}, 1 header changed\n", "")

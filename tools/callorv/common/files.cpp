@@ -49,8 +49,8 @@ class CDescriptor {
     if (fchown(m_iFd, p_tOwned.st_uid, p_tOwned.st_gid) < 0 && fchown(m_iFd, iSame, p_tOwned.st_gid) < 0) return;
   }
   // Some file systems tell of a full disk only here.
-  void Finish() {
-    if (fsync(m_iFd) < 0) Fail(m_sPath, errno);
+  void Finish(bool p_bDurable) {
+    if (p_bDurable && fsync(m_iFd) < 0) Fail(m_sPath, errno);
     const int iRet = close(m_iFd);
     m_iFd = -1;
     if (iRet < 0) Fail(m_sPath, errno);
@@ -124,7 +124,7 @@ void WriteFile(const std::string& p_sPath, std::string_view p_sData, const T_Wri
   cFile.Write(p_sData);
   if (bThere && p_tMode.bKeepOwner) cFile.SetOwner(tStat);
   cFile.SetMode(p_tMode.bExact ? p_tMode.iPermissions : p_tMode.iPermissions & ~Umask());
-  cFile.Finish();
+  cFile.Finish(p_tMode.bDurable);
   // link() fails, where rename() would replace, when somebody else was quicker.
   if (!p_tMode.bReplace) {
     if (link(cTemp.Name(), sTarget.c_str()) < 0) Fail(p_sPath, errno);

@@ -5,6 +5,7 @@
 #include <callorv/dict/msg_dic.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <climits>
 #include <iostream>
 #include <memory>
@@ -26,6 +27,7 @@ using Json = nlohmann::ordered_json;
 
 struct T_Options {
   std::string sIn;
+  std::vector<std::string> asIn;    // of check
   std::string sOut = "-";
   std::string sTitle;
   bool bStrict = false;
@@ -89,15 +91,48 @@ T_DictReport Report(const CInputFile& p_cFile) {
   return tReport;
 }
 
-void Check(const T_Options& p_tOptions) {
-  const auto fnCheck = [&](Json& p_cReport) {
-    p_cReport["file"] = InputName(p_tOptions.sIn);
-    const T_DictReport tReport = Report(CInputFile(p_tOptions.sIn));
-    p_tOptions.bJson ? ReportAsJson(tReport, p_cReport) : PrintReport(InputName(p_tOptions.sIn), tReport);
-    const bool bRefused = !tReport.sLoader.empty();
-    if (bRefused && !p_tOptions.bJson) throw CFailure(Refusal(InputName(p_tOptions.sIn), "", tReport.sLoader));
-    if (bRefused || (p_tOptions.bStrict && !tReport.atFinding.empty())) throw CFailure("");    // the report says all
+// Throws CFailure when a file fails.
+void CheckFile(const T_Options& p_tOptions, const std::string& p_sIn, Json& p_cReport) {
+  const std::string sName = InputName(p_sIn);
+  p_cReport["file"] = sName;
+  const T_DictReport tReport = Report(CInputFile(p_sIn));
+  p_tOptions.bJson ? ReportAsJson(tReport, p_cReport) : PrintReport(sName, tReport);
+  const bool bRefused = !tReport.sLoader.empty();
+  if (bRefused && !p_tOptions.bJson) throw CFailure(Refusal(sName, "", tReport.sLoader));
+  if (bRefused || (p_tOptions.bStrict && !tReport.atFinding.empty())) throw CFailure("");    // the report says all
+}
+
+// One after the other, whatever is wrong with those before.
+void CheckFiles(const T_Options& p_tOptions) {
+  Json cReports = Json::array();
+  std::string sSaid;
+  bool bFailed = false;
+  const auto fnFail = [&](Json& p_cReport, const std::string& p_sText) {
+    bFailed = true;
+    if (p_sText.empty()) return;
+    p_cReport["error"] = JsonError(p_sText);
+    sSaid += (sSaid.empty() ? "" : "\ncallorv: ") + p_sText;
   };
+  for (const std::string& sIn : p_tOptions.asIn) {
+    Json cReport = Json::object();
+    try {
+      CheckFile(p_tOptions, sIn, cReport);
+    } catch (const CException& cError) {
+      fnFail(cReport, cError.GetText());
+    } catch (const CFailure& cError) {
+      fnFail(cReport, cError.what());
+    }
+    cReports.push_back(std::move(cReport));
+  }
+  if (p_tOptions.bJson) PrintJson({{"files", std::move(cReports)}});
+  if (bFailed) throw CFailure(sSaid);
+}
+
+void Check(const T_Options& p_tOptions) {
+  const std::vector<std::string>& asIn = p_tOptions.asIn;
+  if (std::count(asIn.begin(), asIn.end(), "-") > 1) throw CUsage("FILE - is standard input, which is there once");
+  if (asIn.size() > 1) return CheckFiles(p_tOptions);
+  const auto fnCheck = [&](Json& p_cReport) { CheckFile(p_tOptions, asIn[0], p_cReport); };
   Json cUnused;
   p_tOptions.bJson ? PrintObject(fnCheck) : fnCheck(cUnused);
 }
@@ -195,15 +230,15 @@ CLI::App* AddCommand(CLI::App& p_cDict, const char* p_szName, const char* p_szWh
 void AddCheck(CLI::App& p_cDict) {
   const auto pOptions = std::make_shared<T_Options>();
   CLI::App* pCommand = AddCommand(p_cDict, "check", "Say everything that is wrong or suspicious", Check, pOptions);
-  pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml; - is standard input")->required();
+  pCommand->add_option("FILE", pOptions->asIn, "Dictionaries, plain or .exml; - is standard input")->required();
   pCommand->add_flag("--strict", pOptions->bStrict, "Fail for warnings, too");
   pCommand->add_flag("--json", pOptions->bJson, "Report as JSON");
   pCommand->footer(
       "An error is what the library refuses to load; a warning is what it loads, but perhaps not\n"
-      "as it was meant. Exit status 0 when the library loads the file, else 1.\n"
+      "as it was meant. Exit status 0 when the library loads every file, else 1.\n"
       "\n"
       "Examples:\n"
-      "  callorv dict check msg_dic.xml\n"
+      "  callorv dict check msg_dic.xml msg_dic.exml\n"
       "  callorv dict check --strict --json msg_dic.exml");
 }
 

@@ -45,6 +45,8 @@ void Generate(const T_Options& p_tOptions, nlohmann::ordered_json& p_cList) {
   std::error_code cError;
   std::filesystem::create_directories(p_tOptions.sDir, cError);
   if (cError) throw CFailure(p_tOptions.sDir + ": " + cError.message());
+  T_WriteMode tMode;
+  tMode.bDurable = false;
   size_t iWritten = 0;
   for (int iMsg : cMsgs) {
     const T_ClassName& tName = cWriter.Name(iMsg);
@@ -52,7 +54,7 @@ void Generate(const T_Options& p_tOptions, nlohmann::ordered_json& p_cList) {
     const std::string sText = cWriter.Header(iMsg);
     const std::vector<std::string> aLeftOut = cWriter.LeftOut(iMsg);
     const bool bWrite = !IsUpToDate(sPath, sText);
-    if (bWrite) WriteFile(sPath, sText);
+    if (bWrite) WriteFile(sPath, sText, tMode);
     iWritten += bWrite;
     for (const std::string& s : aLeftOut) Warn("message " + std::to_string(iMsg) + ": " + s);
     p_cList.push_back({{"message", iMsg},
