@@ -10,7 +10,8 @@ from support import COMMAND, Server, ToolTest, run
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 with open(os.path.join(SOURCE, "include/callorv/version.h"), encoding="ascii") as header:
     VERSION = re.search(r'CALLORV_VERSION "(.*)"', header.read())[1]
-COMMANDS = ["call", "serve", "decode", "dict check", "dict dump", "dict encrypt", "dict decrypt", "dict html",
+COMMANDS = ["call", "serve", "decode", "dict check", "dict show", "dict diff", "dict schema",
+            "dict dump", "dict encrypt", "dict decrypt", "dict html",
             "dict rekey", "key make", "key check", "key rekey", "generate"]
 
 
@@ -63,7 +64,7 @@ class CommandTest(ToolTest):
                 (("generate", "d.xml", "--out", "x"), "generate", "unknown option --out; did you mean '--output'?"),
                 (("generate", "d.xml", "--output"), "generate", "--output needs DIR behind it"),
                 (("dict", "chek"), "dict",
-                 "there is no command 'chek': check, dump, encrypt, decrypt, rekey, html; did you mean 'check'?"),
+                 "there is no command 'chek': check, show, diff, schema, dump, encrypt, decrypt, rekey, html; did you mean 'check'?"),
                 (("decode", "a", "b"), "decode", "unexpected argument 'b'")):
             with self.subTest(args=args):
                 self.assert_usage(command, run(*args), text)
@@ -164,7 +165,7 @@ class CompletionTest(ToolTest):
         self.assertEqual(self.complete("callorv ''"), ["call", "serve", "decode", "dict", "key", "generate", "--help",
                                                        "--version"])
         self.assertEqual(self.complete("callorv d"), ["decode", "dict"])
-        self.assertEqual(self.complete("callorv dict ''"), ["check", "dump", "encrypt", "decrypt", "rekey", "html", "--help"])
+        self.assertEqual(self.complete("callorv dict ''"), ["check", "show", "diff", "schema", "dump", "encrypt", "decrypt", "rekey", "html", "--help"])
         self.assertEqual(self.complete("callorv key m"), ["make"])
 
     def test_every_option(self):

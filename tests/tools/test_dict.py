@@ -300,7 +300,7 @@ class CheckTest(ToolTest):
 
     def test_wrong_usage(self):
         self.assert_usage("dict check", run("dict", "check"), "FILE is required")
-        self.assert_usage("dict", run("dict"), "a command is needed: check, dump, encrypt, decrypt, rekey, html")
+        self.assert_usage("dict", run("dict"), "a command is needed: check, show, diff, schema, dump, encrypt, decrypt, rekey, html")
 
 
 class DumpTest(ToolTest):

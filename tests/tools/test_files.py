@@ -6,7 +6,8 @@ from support import (FOREIGN_DICTIONARY, FOREIGN_DICTIONARY_TEXT, FOREIGN_KEY_16
                      ToolTest, key_file, run, run_unprivileged)
 
 # Commands that read a dictionary, a key file, or any file; FILE stands for its name, DIR for the test's folder.
-DICTIONARY_READERS = ["dict check FILE", "dict dump FILE", "dict html FILE -o DIR/o.html", "generate FILE -o DIR/out",
+DICTIONARY_READERS = ["dict check FILE", "dict dump FILE", "dict show FILE", "dict schema FILE",
+                      "dict html FILE -o DIR/o.html", "generate FILE -o DIR/out",
                       "serve --dictionary FILE --echo",
                       "call --dictionary FILE --key-file DIR/user.key --server 127.0.0.1:1 1 Quote"]
 KEY_READERS = ["key check FILE", "call --dictionary DIR/dictionary.xml --key-file FILE --server 127.0.0.1:1 1 Quote"]

@@ -100,7 +100,7 @@ class ManTest(ToolTest):
         self.assert_run(digits, 0, one.stdout.decode(), "")
 
     def test_dict(self):
-        lines, wrong, report = examples("callorv-dict")
+        lines, wrong, report, change, changes, line = examples("callorv-dict")
         for line in lines.splitlines():
             with self.subTest(line):
                 self.assert_run(self.shell(line), 0, err="")
@@ -108,6 +108,10 @@ class ManTest(ToolTest):
                         DICTIONARY, "")
         result = self.shell(wrong)
         self.assertEqual((result.returncode, (result.stdout + result.stderr).decode()), (1, report))
+        result = self.shell(change)
+        self.assertEqual((result.returncode, (result.stdout + result.stderr).decode()), (1, changes))
+        self.served("--echo")
+        self.assert_run(self.shell(self.shell(line).stdout.decode()), 0, err="")    # what is printed can be sent
 
     def test_key(self):
         os.remove(self.path("user.key"))

@@ -9,11 +9,15 @@ namespace CLI {
 class App;
 }
 
-// The command could not do what was asked: "callorv: <text>" on standard error, exit status 1. An empty text: the
-// command has said everything itself.
+// The command could not do what was asked: "callorv: <text>" on standard error, exit status 1, unless it says another. An
+// empty text: the command has said everything itself.
 class CFailure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit CFailure(const std::string& p_sText, int p_iStatus = 1) : std::runtime_error(p_sText), m_iStatus(p_iStatus) {}
+  int Status() const { return m_iStatus; }
+
+ private:
+  int m_iStatus;
 };
 
 // The arguments parse but make no sense together: the text on standard error, exit status 2.

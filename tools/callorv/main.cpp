@@ -84,9 +84,9 @@ int Usage(const CLI::App& p_cApp, const std::string& p_sText) {
   return EXIT_USAGE;
 }
 
-int Failed(const std::string& p_sText) {
+int Failed(const std::string& p_sText, int p_iStatus = EXIT_FAILED) {
   if (!p_sText.empty()) std::cerr << "callorv: " << PrintableFailure(p_sText) << '\n';
-  return EXIT_FAILED;
+  return p_iStatus;
 }
 
 int Done() {
@@ -124,6 +124,8 @@ int Run(CLI::App& p_cApp, int p_iArgs, char** p_apArgs) {
     return Usage(p_cApp, bArguments ? MissingText(p_cApp, cError) : NeedsText(cError.what()));
   } catch (const CUsage& cError) {
     return Usage(p_cApp, cError.what());
+  } catch (const CFailure& cError) {
+    return Failed(cError.what(), cError.Status());
   } catch (const CException& cError) {
     return Failed(cError.GetText());
   } catch (const std::exception& cError) {

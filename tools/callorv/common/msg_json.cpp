@@ -41,7 +41,8 @@ Json ElementsOf(CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
   }
 }
 
-// Its name, if that leads back to it.
+}    // namespace
+
 std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag) {
   const char* szName = p_tTag.m_sName.ToStr();
   int iOther = 0;
@@ -49,6 +50,8 @@ std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag) {
   const bool bFound = *szName != 0 && !bNumber && p_cInfo.GetTagNumByName(szName) == p_tTag.m_iTagNum;
   return bFound ? ToUtf8(szName) : std::to_string(p_tTag.m_iTagNum);
 }
+
+namespace {
 
 Json ValuesOf(CMsg& p_cMsg) {
   Json cValues = Json::object();

@@ -10,21 +10,20 @@
 #include "common/near.h"
 #include "common/text.h"
 
-int FindMessage(const std::string& p_sMessage) {
-  const CMsgDic& cDic = *MA_GetMsgDic();
+int FindMessage(const std::string& p_sMessage, const CMsgDic& p_cDic) {
   int iFound = 0;
   std::vector<std::string> asName;
   if (!ParseNumber(p_sMessage, 0, INT_MAX, iFound)) {
     const std::string sName = ToLatin1(p_sMessage);
     for (int i = 1; i < CMsgDic::SLOTS && iFound == 0; ++i) {
-      const CMsgInfo* pInfo = cDic.GetMsgInfo(i);
+      const CMsgInfo* pInfo = p_cDic.GetMsgInfo(i);
       if (pInfo == nullptr) continue;
       const CString sKnown = pInfo->GetMsgName();
       if (sKnown == sName.c_str()) iFound = i;
       else asName.push_back(ToUtf8(sKnown.ToStr()));
     }
   }
-  if (cDic.GetMsgInfo(iFound) != nullptr) return iFound;
+  if (p_cDic.GetMsgInfo(iFound) != nullptr) return iFound;
   throw CFailure("no message '" + p_sMessage + "' in the dictionary" + DidYouMean(p_sMessage, asName));
 }
 

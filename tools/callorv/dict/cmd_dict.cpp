@@ -18,7 +18,9 @@
 #include "common/seal.h"
 #include "common/text.h"
 #include "dict/dict_check.h"
+#include "dict/dict_file.h"
 #include "dict/dict_html.h"
+#include "dict/dict_parts.h"
 #include "dict/dict_rekey.h"
 
 namespace {
@@ -35,17 +37,6 @@ struct T_Options {
 };
 
 std::string_view View(const CStream& p_st) { return {p_st.GetData(), static_cast<size_t>(p_st.GetSize())}; }
-
-std::unique_ptr<CMsgDic> Load(const std::string& p_sPath) {
-  const CInputFile cFile(p_sPath);
-  auto pDic = std::make_unique<CMsgDic>();
-  try {
-    LoadDictionary(*pDic, cFile.Path());
-  } catch (const CFailure& cError) {
-    throw CFailure(cFile.Named(cError.what()));
-  }
-  return pDic;
-}
 
 void PrintReport(const std::string& p_sName, const T_DictReport& p_tReport) {
   for (const T_Finding& tFinding : p_tReport.atFinding) {
@@ -137,36 +128,16 @@ void Check(const T_Options& p_tOptions) {
   p_tOptions.bJson ? PrintObject(fnCheck) : fnCheck(cUnused);
 }
 
-Json MessageAsJson(const CMsgInfo& p_cInfo) {
-  Json cTags = Json::array();
-  for (int i = 0; i < p_cInfo.GetNoTags(); ++i) {
-    const CTagInfo& tTag = *p_cInfo.GetTagInfo(p_cInfo.GetTagNumAt(i));
-    Json cTag = {{"number", tTag.m_iTagNum},
-                           {"name", ToUtf8(tTag.m_sName.ToStr())},
-                           {"type", CTagInfo::ReprType(tTag.m_eType).ToStr()},
-                           {"array", tTag.m_bArray}};
-    if (tTag.m_eType == TAG_SUBMSG) cTag["submessage"] = tTag.m_iSubMsg;
-    cTags.push_back(cTag);
-  }
-  return {{"number", p_cInfo.GetMsgNum()},
-          {"name", ToUtf8(p_cInfo.GetMsgName().ToStr())},
-          {"version", ToUtf8(p_cInfo.GetVersion().ToStr())},
-          {"hash", p_cInfo.GetHashKey()},
-          {"tags", cTags}};
-}
-
-void Show(const T_Options& p_tOptions) {
+void Dump(const T_Options& p_tOptions) {
   if (p_tOptions.bJson) {
     return PrintObject([&](Json& p_cObject) {
-      const auto pDic = Load(p_tOptions.sIn);
+      const auto pDic = LoadInput(p_tOptions.sIn);
       Json& cMessages = p_cObject["messages"] = Json::array();
-      for (int iMsg = 1; iMsg < CMsgDic::SLOTS; ++iMsg) {
-        if (const CMsgInfo* pInfo = pDic->GetMsgInfo(iMsg)) cMessages.push_back(MessageAsJson(*pInfo));
-      }
+      for (const CMsgInfo* pInfo : Messages(*pDic)) cMessages.push_back(MessageToJson(*pInfo));
     });
   }
   CStream stOut(0, 512);
-  Load(p_tOptions.sIn)->Dump(&stOut);
+  LoadInput(p_tOptions.sIn)->Dump(&stOut);
   std::cout << Printable(View(stOut), true);
 }
 
@@ -215,7 +186,7 @@ void Decrypt(const T_Options& p_tOptions) {
 void Html(const T_Options& p_tOptions) {
   const std::string sName = InputName(p_tOptions.sIn.substr(p_tOptions.sIn.rfind('/') + 1));
   const std::string& sTitle = p_tOptions.sTitle.empty() ? sName : p_tOptions.sTitle;
-  WriteFile(p_tOptions.sOut, DictionaryPage(*Load(p_tOptions.sIn), sTitle));
+  WriteFile(p_tOptions.sOut, DictionaryPage(*LoadInput(p_tOptions.sIn), sTitle));
 }
 
 using T_OptionsPtr = std::shared_ptr<T_Options>;
@@ -244,7 +215,7 @@ void AddCheck(CLI::App& p_cDict) {
 
 void AddDump(CLI::App& p_cDict) {
   const auto pOptions = std::make_shared<T_Options>();
-  CLI::App* pCommand = AddCommand(p_cDict, "dump", "Show what the library makes of a dictionary", Show, pOptions);
+  CLI::App* pCommand = AddCommand(p_cDict, "dump", "Show what the library makes of a dictionary", Dump, pOptions);
   pCommand->add_option("FILE", pOptions->sIn, "Dictionary, plain or .exml; - is standard input")->required();
   pCommand->add_flag("--json", pOptions->bJson, "As JSON");
   pCommand->footer(
@@ -298,9 +269,13 @@ void AddDict(CLI::App& p_cApp) {
   pDict->footer(
       "Examples:\n"
       "  callorv dict check msg_dic.xml\n"
+      "  callorv dict show msg_dic.xml Quote\n"
       "  callorv dict encrypt msg_dic.xml msg_dic.exml\n"
       "  callorv dict html msg_dic.xml -o msg_dic.html");
   AddCheck(*pDict);
+  AddDictShow(*pDict);
+  AddDictDiff(*pDict);
+  AddDictSchema(*pDict);
   AddDump(*pDict);
   AddEncrypt(*pDict);
   AddDecrypt(*pDict);

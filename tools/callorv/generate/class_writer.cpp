@@ -4,20 +4,10 @@
 #include <algorithm>
 
 #include "command.h"
+#include "common/tags.h"
 #include "common/text.h"
 
 namespace {
-
-// The definitions that count, in order: of a tag number that comes twice the first.
-std::vector<const CTagInfo*> Tags(const CMsgInfo& p_cInfo) {
-  std::vector<const CTagInfo*> aTag;
-  std::set<int> cSeen;
-  for (int i = 0; i < p_cInfo.GetNoTags(); ++i) {
-    const int iTag = p_cInfo.GetTagNumAt(i);
-    if (cSeen.insert(iTag).second) aTag.push_back(p_cInfo.GetTagInfo(iTag));
-  }
-  return aTag;
-}
 
 // A name of the dictionary inside a comment. The closing quote keeps a backslash from joining two lines.
 std::string Quoted(const CString& p_sName) { return '"' + Printable(p_sName.ToStr(), false) + '"'; }
@@ -106,7 +96,7 @@ std::set<int> CClassWriter::WithSubMsgs(const std::set<int>& p_cMsgs) const {
 
 std::set<int> CClassWriter::SubMsgs(int p_iMsg) const {
   std::set<int> cSubs;
-  for (const CTagInfo* pTag : Tags(*m_cDic.GetMsgInfo(p_iMsg))) {
+  for (const CTagInfo* pTag : FirstTags(*m_cDic.GetMsgInfo(p_iMsg))) {
     if (pTag->m_eType == TAG_SUBMSG && m_cNames.count(pTag->m_iSubMsg) != 0) cSubs.insert(pTag->m_iSubMsg);
   }
   return cSubs;
@@ -139,7 +129,7 @@ std::string CClassWriter::MemberType(const CTagInfo& p_tTag) const {
 
 std::vector<std::string> CClassWriter::LeftOut(int p_iMsg) const {
   std::vector<std::string> aText;
-  for (const CTagInfo* pTag : Tags(*m_cDic.GetMsgInfo(p_iMsg))) {
+  for (const CTagInfo* pTag : FirstTags(*m_cDic.GetMsgInfo(p_iMsg))) {
     if (pTag->m_eType != TAG_SUBMSG || m_cNames.count(pTag->m_iSubMsg) != 0) continue;
     aText.push_back("tag " + std::to_string(pTag->m_iTagNum) + " " + Quoted(pTag->m_sName) + " is left out: message " +
                     std::to_string(pTag->m_iSubMsg) + " is not in the dictionary");
@@ -156,7 +146,7 @@ std::string CClassWriter::Header(int p_iMsg) const {
 
   std::vector<T_Line> atMember;
   std::string sVisits, sForward, sIncludes;
-  for (const CTagInfo* pTag : Tags(cInfo)) {
+  for (const CTagInfo* pTag : FirstTags(cInfo)) {
     if (pTag->m_eType == TAG_SUBMSG && cSubs.count(pTag->m_iSubMsg) == 0) continue;
     const std::string& sMember = cMembers.at(pTag->m_iTagNum);
     const std::string sTag = std::to_string(pTag->m_iTagNum);
