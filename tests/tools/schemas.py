@@ -49,8 +49,10 @@ def check(args, output):
     """Raises AssertionError when a command's output under --json is not what docs/schemas promises."""
     words = [str(arg) for arg in args]
     kind = "-".join(words[:2] if words[0] in ("dict", "key") else words[:1])
-    if kind == "call" and "--stream" in words:
-        values = [("call-stream-result", json.loads(line)) for line in output.splitlines()]
+    lines = {("call", "--stream"): "call-stream-result", ("decode", "--follow"): "decode-call"}
+    line_kind = [lines[words[0], word] for word in words if (words[0], word) in lines]
+    if line_kind and (words[0] == "call" or "--json" in words):
+        values = [(line_kind[0], json.loads(line)) for line in output.splitlines()]
     elif "--json" in words or "json" in words[1:]:
         values = [(kind, json.loads(output))] if output else []
     else:

@@ -1,10 +1,12 @@
 """The examples of the man pages, each as it is printed, with the command as it is installed."""
+import json
 import os
 import pathlib
 import re
 import subprocess
 import unittest
 
+from pcap import frames, pcap
 from support import Server, ToolTest, run
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -94,18 +96,35 @@ class ManTest(ToolTest):
     def test_decode(self):
         self.recorded()
         self.write("capture.bin", self.read("packets/000001-1201-request.packet"))
-        one, services, digits = (self.shell(block) for block in examples("callorv-decode"))
+        blocks = examples("callorv-decode")
+        one, services, digits = (self.shell(block) for block in blocks[:3])
         self.assert_run(one, 0, err="")
         self.assert_run(services, 0, "1201\n", "")
         self.assert_run(digits, 0, one.stdout.decode(), "")
+        request, reply = (self.read(f"packets/000001-1201-{kind}.packet") for kind in ("request", "reply"))
+
+        def call(capture):
+            connection = capture.connect()
+            connection.ask(request)
+            connection.answer(reply, after=20000)
+        self.write("calls.pcap", pcap(frames(call)))
+        lines, follow = blocks[3:]
+        line, slow = (self.shell(part) for part in lines.splitlines())
+        self.assert_run(line, 0, "2023-11-14T22:13:20.000400Z  127.0.0.1:40000 > 127.0.0.1:7000  service 1201  "
+                        f"message 3, {len(request)} bytes  20.000 ms  reply: message 3, {len(reply)} bytes\n"
+                        "1 call: 1 reply\n", "")
+        self.assert_run(slow, 0, err="")
+        self.assertEqual(json.loads(slow.stdout)["latency_us"], 20000)
+        nobody = "tcpdump() { cat calls.pcap; }\n"    # not everybody may listen
+        self.assert_run(self.shell(nobody + follow), 0, line.stdout.decode().split("1 call:")[0], "")
 
     def test_dict(self):
         lines, wrong, report, change, changes, line = examples("callorv-dict")
         for line in lines.splitlines():
             with self.subTest(line):
                 self.assert_run(self.shell(line), 0, err="")
-        self.assert_run(self.shell("callorv dict rekey --from new.seed msg_dic.exml && callorv dict decrypt msg_dic.exml"), 0,
-                        DICTIONARY, "")
+        back = "callorv dict rekey --from new.seed msg_dic.exml && callorv dict decrypt msg_dic.exml"
+        self.assert_run(self.shell(back), 0, DICTIONARY, "")
         result = self.shell(wrong)
         self.assertEqual((result.returncode, (result.stdout + result.stderr).decode()), (1, report))
         result = self.shell(change)
@@ -123,8 +142,8 @@ class ManTest(ToolTest):
         self.assert_run(self.shell(person + ask), 0, "", "")
         self.assert_run(self.shell("callorv key check --show user.key | tail -1"), 0, "TYPED\n", "")
         self.assert_run(self.shell(rekey), 0, "", "")
-        self.assert_run(self.shell("callorv key rekey --from new.seed user.key && callorv key check --show user.key | tail -1"),
-                        0, "TYPED\n", "")
+        back = "callorv key rekey --from new.seed user.key && callorv key check --show user.key | tail -1"
+        self.assert_run(self.shell(back), 0, "TYPED\n", "")
 
     def test_generate(self):
         make, program, build = examples("callorv-generate")

@@ -138,7 +138,8 @@ class SeedFileTest(RekeyTest):
         self.write("d.exml", openssl(TEXT, OURS))
         path = self.path("bad.seed")
         for text, end in ((OLD, ""), (OLD, "\r\n"), (OLD, "\n\n"), (OLD[:-1], "\n"), (OLD + "0", "\n"), ("", ""),
-                          (OLD[:-1] + "g", "\n"), ("0x" + OLD[2:], "\n"), (OLD + OLD, "\n"), (OLD[:16] + "-" * 16, "\n")):
+                          (OLD[:-1] + "g", "\n"), ("0x" + OLD[2:], "\n"), (OLD + OLD, "\n"),
+                          (OLD[:16] + "-" * 16, "\n")):
             with self.subTest(text=text, end=end):
                 self.seed("bad.seed", text, end)
                 result = self.rekey("dict", "d.exml", "--to", path)
