@@ -1,6 +1,7 @@
 """callorv call --duration, --rate, --warm-up, and requests that vary."""
 import collections
 import json
+import os
 import re
 import signal
 import socket
@@ -9,7 +10,7 @@ import threading
 import time
 import unittest
 
-from support import COMMAND, CallTest, Server, packet, read_packet, run
+from support import COMMAND, CallTest, message, packet, read_packet, run
 
 UUID = r"[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}"
 
@@ -17,8 +18,9 @@ UUID = r"[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}"
 class Peer:
     """A server that keeps the requests' bodies, in the order in which they came, and asks hold(number) before each answer."""
 
-    def __init__(self, hold=lambda number: None):
+    def __init__(self, hold=lambda number: None, answer=b"<msg no='3'/>", number=3):
         self.hold = hold
+        self.reply = packet(answer, message=number)
         self.bodies = []
         self.changed = threading.Condition()
         self.threads = []
@@ -47,7 +49,7 @@ class Peer:
                 number = len(self.bodies)
                 self.changed.notify_all()
             self.hold(number)
-            sock.sendall(packet(b"<msg no='3'/>"))
+            sock.sendall(self.reply)
 
     def wait_for(self, count):
         """Until so many requests have come."""
@@ -301,12 +303,73 @@ class PlaceholderTest(LoadTest):
         self.assertEqual(peer.bodies, [])
 
 
+class ReportTest(LoadTest):
+    def test_every_kind_says_the_same(self):
+        with self.echo("--quiet", "--fault", "reject:17@20") as server:
+            args = ("--data", '{"code":"secret"}', "head.text=secret", "list=1", "list=2")
+            result = self.call(server, 1201, "Quote", *args, "--repeat", 10, "--json", "--report", self.path("a.json"))
+            self.assert_run(result, 1, err="callorv: 2 of 10 calls failed\n")
+            self.assertEqual(result.stdout, self.read("a.json"))
+            result = self.call(server, 1201, "Quote", *args, "--repeat", 10, "--threads", 2, "--json", "--report",
+                               self.path("a.csv"))
+            seen = json.loads(result.stdout)["over_time"]
+            self.assertEqual(self.read("a.csv").decode(), "second,calls,failed,p50_us,p90_us,p99_us,max_us\r\n" + "".join(
+                ",".join(map(str, (one["second"], one["calls"], one["failed"], *one["latency_us"].values()))) + "\r\n"
+                for one in seen))
+            result = self.call(server, 1201, "Quote", *args, "--repeat", 10, "--report", self.path("a b.html"))
+        self.assertRegex(result.stdout, rb"\A10 calls from 1 thread in ")
+        page = self.read("a b.html").decode()
+        self.assertIn(f"<code>callorv call --config {self.path('client.cfg')} --data \u2026 --repeat 10 --report "
+                      f"'{self.path('a b.html')}' 1201 Quote head.text=\u2026 list=\u2026 list=\u2026</code>", page)
+        self.assertNotIn("secret", page)
+        self.assertIn("<td class=\"number\">2</td><td class=\"number\">17</td><td>rejected on request of --fault</td>", page)
+        self.assertNotRegex(page, r"<script|https?:|@import|url\(")
+        self.assertEqual(sorted(os.listdir(self.dir)),
+                         ["a b.html", "a.csv", "a.json", "client.cfg", "dictionary.xml", "user.key"])
+
+    def test_what_a_server_says_is_text_in_the_page(self):
+        answer = message(10, "<t6>5</t6><t7><![CDATA[<script>x</script>&AE]]></t7>").replace(b"AE", b"\xe4")
+        with Peer(answer=answer, number=10) as peer:
+            self.call(peer, 1201, "Quote", "--repeat", 1, "--report", self.path("a.html"))
+        self.assertIn("<td>&lt;script&gt;x&lt;/script&gt;&amp;\u00e4</td>", self.read("a.html").decode())
+
+    def test_without_calls(self):
+        with Peer() as peer:
+            seen = self.measure(peer, "--duration", "20ms", "--rate", 0.001, "--warm-up", "10ms", "--report", self.path("a.html"))
+        self.assertEqual((seen["calls"], seen["warm_up"]["calls"], seen["calls_per_second"]), (0, 1, 0))
+        self.assertIn("<dt>calls</dt><dd>0</dd>", self.read("a.html").decode())
+
+    def test_a_file_that_cannot_be_is_said_before_anything_is_sent(self):
+        os.mkdir(self.path("folder.csv"))
+        with Peer() as peer:
+            for name, status, text in (
+                    ("lost/a.html", 1, "No such file or directory"), ("folder.csv", 1, "a folder, not a file"),
+                    ("user.key/a.csv", 1, "Not a directory")):
+                result = self.call(peer, 1201, "Quote", "--repeat", 1, "--report", self.path(name))
+                self.assert_run(result, status, "", f"callorv: {self.path(name)}: {text}\n")
+        self.assertEqual(peer.bodies, [])
+
+    def test_a_file_that_cannot_be_written_in_the_end(self):
+        def remove(_):
+            os.rmdir(self.path("gone"))
+
+        os.mkdir(self.path("gone"))
+        path = self.path("gone/a.json")
+        with Peer(remove) as peer:
+            result = self.call(peer, 1201, "Quote", "--repeat", 1, "--report", path, "--json")
+        self.assert_run(result, 1, err=f"callorv: {path}: No such file or directory\n")
+        self.assertEqual(json.loads(result.stdout)["calls"], 1)
+
+
 class ArgumentTest(CallTest):
     def test_usage(self):
         time_text = " is no time up to 168h, as 500ms, 30s, 5m or 1.5h are"
         rate_text = " is no rate from 0.001 to 1000000 with up to three decimals"
         for args, text in (
                 (("--rate", 5), "--rate requires --repeat or --duration"),
+                (("--report", "a.html"), "--report requires --repeat or --duration"),
+                *((("--repeat", 1, "--report", bad), f"--report: '{bad}' must end in .html, .csv or .json")
+                  for bad in ("a.txt", "a", "-", ".html", "a.HTML", "a.html.gz", "html")),
                 (("--warm-up", "1s"), "--warm-up requires --repeat or --duration"),
                 (("--duration", "1s", "--trace"), "--duration excludes --trace"),
                 (("--duration",), "--duration needs TIME behind it"),

@@ -12,6 +12,7 @@
 #include "call/measure.h"
 #include "call/measurement_out.h"
 #include "call/request.h"
+#include "command.h"
 #include "common/text.h"
 
 namespace {
@@ -68,6 +69,7 @@ T_Caller MakeCaller(const T_CallOptions& p_tOptions, const CRequestOf& p_fnReque
 }    // namespace
 
 std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer) {
+  if (!p_tOptions.tReport.sPath.empty()) CheckReportFolder(p_tOptions.tReport.sPath);
   const CRequestMaker cMaker(p_tOptions, p_sDocument);
   T_Measurement tResult = Measure(p_tOptions.tLoad, [&] {
     if (cMaker.Varies()) return MakeCaller(p_tOptions, [&](uint64_t p_uCall) { return cMaker.Make(p_uCall); });
@@ -81,6 +83,15 @@ std::string CallMany(const T_CallOptions& p_tOptions, const std::string& p_sDocu
     PrintMeasurement(std::cout, tResult, p_tOptions.tLoad);
   }
   std::cout.flush();
-  if (tResult.uFailed == 0) return "";
-  return std::to_string(tResult.uFailed) + " of " + std::to_string(tResult.uCalls) + " calls failed";
+  std::string sSaid;
+  if (tResult.uFailed > 0) {
+    sSaid = std::to_string(tResult.uFailed) + " of " + std::to_string(tResult.uCalls) + " calls failed";
+  }
+  if (p_tOptions.tReport.sPath.empty()) return sSaid;
+  try {
+    WriteReport(p_tOptions.tReport, tResult, p_tOptions.tLoad);
+  } catch (const CFailure& cError) {    // --json has printed its object
+    sSaid += (sSaid.empty() ? "" : "; ") + std::string(cError.what());
+  }
+  return sSaid;
 }

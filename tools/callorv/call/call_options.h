@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "call/measure.h"
+#include "call/report.h"
 
 struct T_CallOptions {
   std::string sConfig;
@@ -21,6 +22,7 @@ struct T_CallOptions {
   bool bJson = false;
   bool bTrace = false;
   bool bShowKey = false;
+  T_Report tReport;
   T_Load tLoad;               // of many calls; neither their number nor a duration for a single one
   int iDeadline = 0;    // milliseconds; 0: none but the time-out
 };

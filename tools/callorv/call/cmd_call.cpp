@@ -139,7 +139,7 @@ void AddCall(CLI::App& p_cApp) {
   CLI::Option* pRepeat = pCommand->add_option("--repeat", t.tLoad.uCalls, "Call N times and measure, printing no reply")
                              ->type_name("N")
                              ->check(Between(1, 1000000000));
-  CLI::Option* pDuration = AddLoadOptions(*pCommand, t.tLoad);
+  CLI::Option* pDuration = AddLoadOptions(*pCommand, t.tLoad, t.tReport);
   CLI::Option* pDeadline =
       pCommand->add_option("--deadline", t.iDeadline, "Milliseconds for all of a call, connecting and sending included")
           ->type_name("MS")
@@ -151,7 +151,7 @@ void AddCall(CLI::App& p_cApp) {
   pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace")->needs(pTrace);
   pCommand->footer(s_szFooter);
   pCommand->callback([pOptions, pCommand] {
-    CheckLoad(*pCommand, pOptions->tLoad);
+    CheckLoad(*pCommand, pOptions->tLoad, pOptions->tReport);
     Call(*pOptions);
   });
 }

@@ -24,7 +24,7 @@ CLI::Option* AddParsed(CLI::App& p_cCommand, const char* p_szName, const char* p
 
 }    // namespace
 
-CLI::Option* AddLoadOptions(CLI::App& p_cCommand, T_Load& p_t) {
+CLI::Option* AddLoadOptions(CLI::App& p_cCommand, T_Load& p_t, T_Report& p_tReport) {
   CLI::Option* pDuration =
       AddParsed<Time>(p_cCommand, "--duration", "Call for so long and measure, as in 30s", s_szTime, ParseDuration,
                       [&](Time p_tTime) { p_t.tDuration = p_tTime; })
@@ -42,12 +42,17 @@ CLI::Option* AddLoadOptions(CLI::App& p_cCommand, T_Load& p_t) {
   p_cCommand.add_option("--in-flight", p_t.iInFlight, "Calls that each of these threads has under way at once")
       ->type_name("K")
       ->check(Between(1, 100000));
+  p_cCommand.add_option("--report", p_tReport.sPath, "Write what was measured to FILE.html, FILE.csv or FILE.json")
+      ->type_name("FILE");
   return pDuration;
 }
 
-void CheckLoad(const CLI::App& p_cCommand, const T_Load& p_t) {
-  if (p_t.IsMany()) return;
-  for (const char* szOption : {"--rate", "--warm-up", "--threads", "--in-flight"}) {
-    if (p_cCommand.count(szOption) > 0) throw CUsage(std::string(szOption) + " requires --repeat or --duration");
+void CheckLoad(const CLI::App& p_cCommand, const T_Load& p_t, T_Report& p_tReport) {
+  for (const char* szOption : {"--rate", "--warm-up", "--threads", "--in-flight", "--report"}) {
+    if (p_t.IsMany() || p_cCommand.count(szOption) == 0) continue;
+    throw CUsage(std::string(szOption) + " requires --repeat or --duration");
   }
+  if (p_cCommand.count("--report") == 0) return;
+  CheckReportName(p_tReport.sPath);
+  p_tReport.sCommandLine = CommandLine(p_cCommand);
 }
