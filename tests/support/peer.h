@@ -150,7 +150,7 @@ inline std::string ReadToEnd(int p_iSock) {
 // Waits, without reading, until the other side closes or the peer ends.
 inline void WaitForEnd(int p_iSock) {
   pollfd tPoll = {p_iSock, POLLRDHUP, 0};
-  poll(&tPoll, 1, 20000);
+  poll(&tPoll, 1, -1);
 }
 
 // Makes the close of the socket a reset (RST) instead of an orderly end.
