@@ -78,7 +78,7 @@ class ManTest(ToolTest):
                 self.assertNotEqual(result.stdout, b"")
 
     def test_serve(self):
-        starts, turn = examples("callorv-serve")
+        starts, rules, turn = examples("callorv-serve")
         here = os.getcwd()
         os.chdir(self.dir)
         self.addCleanup(os.chdir, here)
@@ -87,6 +87,13 @@ class ManTest(ToolTest):
             self.assertEqual(words[:2], ["callorv", "serve"])
             with self.subTest(line), Server(*words[2:]):
                 pass    # it has greeted
+        *document, start = rules.splitlines()
+        self.assert_run(self.shell("\n".join(document)), 0, "", "")
+        self.served(*start.split()[4:])
+        self.assert_run(self.shell("callorv call --config client.cfg 1201 Quote code=A"), 0, err="")
+        self.assert_run(self.shell("callorv call --config client.cfg 1201 Quote code=B"), 0, err="")
+        self.assert_run(self.shell("callorv call --config client.cfg 1201 Quote code=C"), 1, "", "callorv: rejected by "
+                        "the server: Code=17, Text=closed after B, RefSvcNum=1201\n")
         self.recorded()
         before = self.read("replies/1201.xml")
         self.assert_run(self.shell(turn), 0, "", "")

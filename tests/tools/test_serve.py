@@ -638,7 +638,7 @@ class ArgumentTest(ServeTest):
         needed = ("--dictionary", self.dictionary, "--echo")
         for args, text in (
                 ((), "--dictionary is required"),
-                (("--dictionary", self.dictionary), "--replies DIR or --echo is needed"),
+                (("--dictionary", self.dictionary), "--replies DIR, --rules FILE or --echo is needed"),
                 ((*needed, "--replies", self.dir), "--replies excludes --echo"),
                 ((*needed, "--port", "65536"), "--port: Value 65536 not in range 0 to 65535"),
                 ((*needed, "--port", "-1"), "--port: Value -1 not in range 0 to 65535"),

@@ -4,13 +4,10 @@
 
 #include <callorv/msg/msg.h>
 
-#include <functional>
 #include <string>
 
+#include "common/msg_value.h"
 #include "common/xml_file.h"
-
-// Changes a text before it is stored; false: it cannot be said yet, nothing is stored. May throw CFailure.
-using CTextFilter = std::function<bool(std::string& p_sText)>;
 
 // Fills p_cMsg from a document as CMsg::ToXml and DumpXml write it. A value is the element's whole text, to the letter,
 // checked as SetValue (msg_value.h) does; an empty one counts as none. Unknown elements and attributes, text between

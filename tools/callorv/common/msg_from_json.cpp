@@ -56,8 +56,21 @@ double DoubleOf(const CJsonIn::CValue& p_cValue) {
   }
 }
 
+// Whether the filter has dealt with a value: it is stored, or nothing is to be stored.
+bool IsFiltered(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cValue, const CTextFilter& p_fnFilter) {
+  if (!p_fnFilter || p_cValue.Kind() != JSON_TEXT) return false;
+  std::string sText(p_cValue.Text());
+  return At(p_cValue, [&] {
+    if (!p_fnFilter(sText)) return true;
+    if (sText == p_cValue.Text()) return false;
+    if (!sText.empty()) SetValue(p_cMsg, p_tTag, std::string(p_cValue.Name()), sText);
+    return true;
+  });
+}
+
 // One value of what is no array, or one element. Returns the library's code.
-int StoreOne(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cValue) {
+int StoreOne(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cValue, const CTextFilter& p_fnFilter) {
+  if (IsFiltered(p_cMsg, p_tTag, p_cValue, p_fnFilter)) return 0;
   const int iTag = p_tTag.m_iTagNum;
   const E_JsonKind eKind = p_cValue.Kind();
   const char* szWhat = WhatBelongs(p_tTag.m_eType);
@@ -82,28 +95,30 @@ int StoreOne(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cVal
   }
 }
 
-void ReadValues(CMsg& p_cMsg, const CJsonIn::CValue& p_cValues, int p_iDepth);
+void ReadValues(CMsg& p_cMsg, const CJsonIn::CValue& p_cValues, int p_iDepth, const CTextFilter& p_fnFilter);
 
-void Store(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cValue, int p_iDepth) {
+void Store(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cValue, int p_iDepth,
+           const CTextFilter& p_fnFilter) {
   if (p_tTag.m_eType == TAG_SUBMSG) {
     Require(p_cValue, p_cValue.Kind() == JSON_OBJECT, WhatBelongs(TAG_SUBMSG));
     CMsg* pSub = At(p_cValue, [&] { return p_cMsg.MakeSubMsgEntry(p_tTag.m_iTagNum); });
-    return ReadValues(*pSub, p_cValue, p_iDepth + 1);
+    return ReadValues(*pSub, p_cValue, p_iDepth + 1, p_fnFilter);
   }
-  if (StoreOne(p_cMsg, p_tTag, p_cValue) < 0) p_cValue.Fail(p_cMsg.GetLastError());
+  if (StoreOne(p_cMsg, p_tTag, p_cValue, p_fnFilter) < 0) p_cValue.Fail(p_cMsg.GetLastError());
 }
 
 // The elements behind one that goes over the wire as nothing would move up.
-void StoreElement(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cElement, int p_iDepth) {
+void StoreElement(CMsg& p_cMsg, const CTagInfo& p_tTag, const CJsonIn::CValue& p_cElement, int p_iDepth,
+                  const CTextFilter& p_fnFilter) {
   if (p_cElement.Kind() == JSON_NULL) p_cElement.Fail("an array has no place for null: leave it out");
   const bool bText = p_tTag.m_eType == TAG_STRING || p_tTag.m_eType == TAG_DATE;
   if (bText && p_cElement.Kind() == JSON_TEXT && p_cElement.Text().empty()) {
     p_cElement.Fail("an empty text is not sent, and an array has no place without a value: leave it out");
   }
-  Store(p_cMsg, p_tTag, p_cElement, p_iDepth);
+  Store(p_cMsg, p_tTag, p_cElement, p_iDepth, p_fnFilter);
 }
 
-void ReadValues(CMsg& p_cMsg, const CJsonIn::CValue& p_cValues, int p_iDepth) {
+void ReadValues(CMsg& p_cMsg, const CJsonIn::CValue& p_cValues, int p_iDepth, const CTextFilter& p_fnFilter) {
   if (p_iDepth > MAX_DEPTH) p_cValues.Fail("more than 1023 messages, one in the other");
   std::vector<const CTagInfo*> aSeen;
   for (CJsonIn::CValue c = p_cValues.First(); c; c = c.Next()) {
@@ -114,12 +129,12 @@ void ReadValues(CMsg& p_cMsg, const CJsonIn::CValue& p_cValues, int p_iDepth) {
     aSeen.push_back(pTag);
     if (c.Kind() == JSON_NULL) continue;
     if (!pTag->m_bArray) {
-      Store(p_cMsg, *pTag, c, p_iDepth);
+      Store(p_cMsg, *pTag, c, p_iDepth, p_fnFilter);
       continue;
     }
     Require(c, c.Kind() == JSON_ARRAY, "an array");
     for (CJsonIn::CValue cElement = c.First(); cElement; cElement = cElement.Next()) {
-      StoreElement(p_cMsg, *pTag, cElement, p_iDepth);
+      StoreElement(p_cMsg, *pTag, cElement, p_iDepth, p_fnFilter);
     }
   }
 }
@@ -157,12 +172,12 @@ int MessageOf(const CJsonIn::CValue& p_cWhole, int p_iMessage) {
 
 bool IsWholeMessage(const CJsonIn::CValue& p_cData) { return p_cData.Find("message") && p_cData.Find("values"); }
 
-void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage) {
+void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage, const CTextFilter& p_fnFilter) {
   Require(p_cData, p_cData.Kind() == JSON_OBJECT, "an object with values");
   if (!IsWholeMessage(p_cData)) {
     if (p_iMessage == 0) p_cData.Fail("says not which message it is: its members message and values would");
     p_cMsg.Init(p_iMessage, 0, 0);
-    return ReadValues(p_cMsg, p_cData, 1);
+    return ReadValues(p_cMsg, p_cData, 1, p_fnFilter);
   }
   p_cMsg.Init(MessageOf(p_cData, p_iMessage), 0, 0);
   const CJsonIn::CValue cVersion = p_cData.Find("version"), cValues = p_cData.Find("values");
@@ -172,5 +187,5 @@ void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage) {
   }
   if (cValues.Kind() == JSON_NULL) return;
   Require(cValues, cValues.Kind() == JSON_OBJECT, "an object with values");
-  ReadValues(p_cMsg, cValues, 1);
+  ReadValues(p_cMsg, cValues, 1, p_fnFilter);
 }

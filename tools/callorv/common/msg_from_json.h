@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/json_in.h"
+#include "common/msg_value.h"
 
 // A message comes as its values alone, an object with a member for each tag by name or by number, or as the whole
 // object that MsgToJson (msg_json.h) makes, which has the members `message` and `values`.
@@ -16,7 +17,10 @@ bool IsWholeMessage(const CJsonIn::CValue& p_cData);
 // than p_iMessage, and its name must be that of its number. null is no value. A double whose text on the wire is
 // shorter than it was written is warned of.
 //   p_iMessage  the message's number; 0: p_cData says which it is
+//   p_fnFilter  for each text of a value; one that it changes is stored as SetValue (msg_value.h) does, whatever type
+//               the tag has, and "" is no value; may be null
 // Throws CFailure with the place of what a message cannot take: p_cMsg then keeps what it got.
-void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage);
+void MsgFromJson(CMsg& p_cMsg, const CJsonIn::CValue& p_cData, int p_iMessage,
+                 const CTextFilter& p_fnFilter = nullptr);
 
 #endif

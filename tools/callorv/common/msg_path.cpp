@@ -94,6 +94,20 @@ bool IsPath(const std::string& p_sPath) {
   return ParsePath(p_sPath, aSteps);
 }
 
+E_TagType TypeAt(CMsgDic& p_cDic, int p_iMsgNum, const std::string& p_sPath) {
+  std::vector<T_Step> aSteps;
+  if (!ParsePath(p_sPath, aSteps)) throw CFailure("'" + p_sPath + "' is no tag");
+  for (size_t i = 0;; ++i) {
+    if (p_cDic.GetMsgInfo(p_iMsgNum) == nullptr) {
+      throw CFailure("no message '" + std::to_string(p_iMsgNum) + "' in the dictionary");
+    }
+    const CTagInfo& tTag = FindTag(CMsg(p_iMsgNum, 0, 0, &p_cDic), aSteps[i].sTag);
+    if (i + 1 == aSteps.size()) return tTag.m_eType;
+    if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + aSteps[i].sTag + "' is no sub-message");
+    p_iMsgNum = tTag.m_iSubMsg;
+  }
+}
+
 std::string GetByPath(CMsg& p_cMsg, const std::string& p_sPath) {
   std::vector<T_Step> aSteps;
   if (!ParsePath(p_sPath, aSteps)) throw CFailure("'" + p_sPath + "' is no tag");

@@ -11,6 +11,9 @@
 // Whether the text has a path's shape.
 bool IsPath(const std::string& p_sPath);
 
+// The type of the value at a path in message p_iMsgNum of the dictionary. Throws CFailure when there is no such tag.
+E_TagType TypeAt(CMsgDic& p_cDic, int p_iMsgNum, const std::string& p_sPath);
+
 // Stores PATH=VALUE, the value as SetValue (msg_value.h) takes it. An array tag grows by one element, and an index must
 // be that of the next; rows that the path names are made in order as well. Throws CUsage when the text has another
 // shape, CFailure when the message cannot take it.

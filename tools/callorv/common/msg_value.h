@@ -4,8 +4,12 @@
 
 #include <callorv/msg/msg.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
+
+// Changes a text before it is stored; false: it cannot be said yet, nothing is stored. May throw CFailure.
+using CTextFilter = std::function<bool(std::string& p_sText)>;
 
 // Stores a value under a tag that holds no sub-messages; an array grows by one element. The text is UTF-8 and must have
 // the tag's type to the letter: a text that ISO-8859-1 can write, a number, true or false, a date of up to eight

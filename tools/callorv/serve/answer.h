@@ -2,9 +2,7 @@
 #ifndef CALLORV_TOOLS_ANSWER_H
 #define CALLORV_TOOLS_ANSWER_H
 
-#include <callorv/msg/msg.h>
-#include <callorv/net/adaptor.h>
-
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -18,7 +16,7 @@
 struct T_Answer {
   enum E_Then { READ_NEXT, STALL, CLOSE, RESET, REFUSE };
   std::string sBytes;    // to be sent first
-  int iDelay = 0;        // milliseconds before
+  std::chrono::microseconds tDelay{0};    // before
   E_Then eThen = READ_NEXT;
 };
 
@@ -38,9 +36,7 @@ class CAnswerer {
   CFaults m_cFaults;
   CWorlds m_cWorlds;
   std::optional<CRecorder> m_cRecorder;
-
-  // The packet that answers p_tRequest, "" when there is no way to; the result goes into p_tCall. Throws CFailure.
-  std::string MakeReply(CAdaptor::T_PacketInfo& p_tRequest, const T_FaultPlan& p_tPlan, T_CallRecord& p_tCall);
+  T_State m_tState;
 };
 
 #endif

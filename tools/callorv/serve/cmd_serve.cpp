@@ -1,6 +1,7 @@
 // callorv serve: a simulated service for people who develop against one that they cannot reach.
 #include <climits>
 #include <memory>
+#include <random>
 
 #include "command.h"
 #include "common/options.h"
@@ -23,10 +24,14 @@ Examples:
   callorv serve --dictionary dictionary.xml --replies replies --port 7000
   callorv serve --dictionary dictionary.exml --echo --delay 200
   callorv serve --dictionary dictionary.xml --replies replies --fault reset@10 --fault delay:500@50
-  callorv serve --dictionary dictionary.xml --replies replies --record packets)";
+  callorv serve --dictionary dictionary.xml --replies replies --record packets
+  callorv serve --dictionary dictionary.xml --replies replies --rules rules.json)";
 
-void RunServe(const T_ServeOptions& p_tOptions) {
-  if (!p_tOptions.bEcho && p_tOptions.sReplies.empty()) throw CUsage("--replies DIR or --echo is needed");
+void RunServe(T_ServeOptions& p_tOptions) {
+  if (!p_tOptions.bEcho && p_tOptions.sReplies.empty() && p_tOptions.sRules.empty()) {
+    throw CUsage("--replies DIR, --rules FILE or --echo is needed");
+  }
+  while (p_tOptions.iSeed == 0) p_tOptions.iSeed = static_cast<int>(std::random_device()() >> 1);
   Serve(p_tOptions);
 }
 
@@ -43,6 +48,12 @@ void AddServe(CLI::App& p_cApp) {
   pCommand->add_flag("--as-library", t.bAsLibrary, "Answer what the library makes of the reply files, unchecked")
       ->needs(pReplies);
   pCommand->add_flag("--echo", t.bEcho, "Answer every request with itself")->excludes(pReplies);
+  CLI::Option* pRules =
+      pCommand->add_option("--rules", t.sRules, "Rules, JSON: which request gets which reply")->type_name("FILE");
+  pCommand->add_option("--seed", t.iSeed, "What the delays of rules are drawn from; 0 is another one at each start")
+      ->type_name("N")
+      ->check(Between(0, INT_MAX))
+      ->needs(pRules);
   pCommand->add_option("--host", t.sHost, "Address to listen on")->type_name("HOST")->capture_default_str();
   pCommand->add_option("--port", t.iPort, "Port to listen on; 0 takes a free one and prints it")
       ->type_name("PORT")

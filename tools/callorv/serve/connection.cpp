@@ -192,8 +192,8 @@ void CConnection::Answer(const std::string& p_sPacket) {
     m_cService.CallEnds();
     return Refuse(m_tCall.sResult);
   }
-  if (m_tAnswer.iDelay == 0) return Send();
-  m_cDelay.expires_after(std::chrono::milliseconds(m_tAnswer.iDelay));
+  if (m_tAnswer.tDelay.count() == 0) return Send();
+  m_cDelay.expires_after(m_tAnswer.tDelay);
   m_cDelay.async_wait([pSelf = shared_from_this()](const Error&) { pSelf->Send(); });
 }
 

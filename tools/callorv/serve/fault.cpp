@@ -31,7 +31,7 @@ CFaults::CFaults(const std::vector<std::string>& p_asFaults) {
 }
 
 CFaults::T_Fault CFaults::Parse(const std::string& p_sText) {
-  const auto fnWrong = [&](const std::string& p_sWhy) { throw CUsage("--fault " + p_sText + ": " + p_sWhy); };
+  const auto fnWrong = [&](const std::string& p_sWhy) { throw CFailure(p_sText + ": " + p_sWhy); };
   const size_t iAt = p_sText.find('@');
   int iPercent = 100;
   if (iAt != std::string::npos && !ParseNumber(p_sText.substr(iAt + 1), 1, 100, iPercent)) {

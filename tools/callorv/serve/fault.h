@@ -28,7 +28,7 @@ struct T_FaultPlan {
 // The faults in the order given. Any thread.
 class CFaults {
  public:
-  // Throws CUsage for one that cannot be read.
+  // Throws CFailure "TEXT: reason" for one that cannot be read.
   explicit CFaults(const std::vector<std::string>& p_asFaults);
 
   // The plan for the next call: the delays that apply and the first other fault that does. Each fault hits PERCENT of

@@ -50,12 +50,6 @@ std::string FillXml(const std::string& p_sXml, const T_CallValues& p_t, bool p_b
   return ReplacePlaceholders(p_sXml, t);
 }
 
-CReplyPtr CallReply(std::function<void(CMsg&, const T_CallValues&)> p_fnFill) {
-  auto pReply = std::make_shared<T_Reply>();
-  pReply->fnFill = std::move(p_fnFill);
-  return pReply;
-}
-
 // The library parses it, for every call anew when it has placeholders.
 CReplyPtr LibraryReply(const std::string& p_sName, const std::string& p_sXml, const T_ReplyMode& p_tMode,
                        CMsgDic& p_cDic) {
@@ -92,6 +86,12 @@ std::string FillText(const std::string& p_sText, const T_CallValues& p_t, bool p
     t.fnState = [&](const std::string& p_sName, const std::string&) { return StateValue(p_t.cState, p_sName); };
   }
   return ReplacePlaceholders(p_sText, t);
+}
+
+CReplyPtr CallReply(std::function<void(CMsg&, const T_CallValues&)> p_fnFill) {
+  auto pReply = std::make_shared<T_Reply>();
+  pReply->fnFill = std::move(p_fnFill);
+  return pReply;
 }
 
 CReplyPtr FixedReply(const CMsg& p_cMsg, const T_ReplyMode& p_tMode) {

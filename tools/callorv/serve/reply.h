@@ -42,7 +42,8 @@ struct T_Reply {
 };
 using CReplyPtr = std::shared_ptr<const T_Reply>;
 
-// A reply that is the same for every call. Throws CFailure.
+// A reply that depends on the call, and one that is the same for every call. Throws CFailure.
+CReplyPtr CallReply(std::function<void(CMsg&, const T_CallValues&)> p_fnFill);
 CReplyPtr FixedReply(const CMsg& p_cMsg, const T_ReplyMode& p_tMode);
 
 // The reply of a file named p_sName with these bytes. Throws CFailure, the text beginning with p_sName.

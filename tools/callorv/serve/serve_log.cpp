@@ -63,7 +63,8 @@ void CServeLog::Call(const T_CallRecord& p_tCall) {
     sLine = Now() + ' ' + p_tCall.sPeer + " service=" + std::to_string(p_tCall.iSvcNum) +
             " message=" + std::to_string(p_tCall.iMsgNum) + " user=" + MaskKey(p_tCall.sUserKey) +
             " in=" + std::to_string(p_tCall.iIn) + " out=" + std::to_string(p_tCall.iOut) +
-            " us=" + std::to_string(iMicros) + " result=" + Printable(p_tCall.sResult, false);
+            " us=" + std::to_string(iMicros) +
+            (p_tCall.sRule.empty() ? "" : " rule=" + Printable(p_tCall.sRule, false)) + " result=" + Printable(p_tCall.sResult, false);
   }
   const std::lock_guard<std::mutex> cLock(m_cMutex);
   ++m_iCalls;

@@ -15,6 +15,7 @@ struct T_CallRecord {
   size_t iIn = 0;                                  // bytes received
   size_t iOut = 0;                                 // bytes sent
   std::chrono::steady_clock::time_point tStart;    // when the request was there
+  std::string sRule;                               // that said what to answer; "": none
   std::string sResult;                             // "ok", or why not
   bool bError = false;
 };

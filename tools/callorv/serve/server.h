@@ -12,6 +12,8 @@ struct T_ServeOptions {
   std::string sReplies;    // folder; "" with bEcho
   bool bAsLibrary = false;    // the library reads the reply files
   bool bEcho = false;
+  std::string sRules;    // file; "": none
+  int iSeed = 0;         // of the delays in rules
   int iDelay = 0;              // milliseconds before every answer
   int iCompressOver = 1024;    // bytes of XML; a longer reply is compressed
   std::string sRecord;         // folder; "": nothing is kept

@@ -1,0 +1,31 @@
+// Members of a JSON object that is a form: what may stand there, and what it must be.
+#ifndef CALLORV_TOOLS_JSON_MEMBERS_H
+#define CALLORV_TOOLS_JSON_MEMBERS_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "command.h"
+#include "common/json_in.h"
+
+// p_fn, whose CFailure gets the place of p_cJson.
+template <class F>
+auto Placed(const CJsonIn::CValue& p_cJson, F p_fn) {
+  try {
+    return p_fn();
+  } catch (const CFailure& cError) {
+    p_cJson.Fail(cError.what());
+  }
+}
+
+// All of these throw CFailure with the place.
+void CheckMembers(const CJsonIn::CValue& p_cObject, const std::vector<std::string>& p_asKnown);    // no others
+std::string TextOf(const CJsonIn::CValue& p_cJson);
+bool BoolOf(const CJsonIn::CValue& p_cJson);
+int IntOf(const CJsonIn::CValue& p_cJson, int p_iMin, int p_iMax);
+double DoubleOf(const CJsonIn::CValue& p_cJson, double p_dMin, double p_dMax);
+// p_cObject's member, which must be there.
+CJsonIn::CValue Needed(const CJsonIn::CValue& p_cObject, const char* p_szName);
+
+#endif
