@@ -29,10 +29,11 @@ class ReportPageTest(unittest.TestCase):
                         "reject:7@5") as server:
                 base = [COMMAND, "call", "--dictionary", "dictionary.xml", "--key-file", "user.key", "--server",
                         f"127.0.0.1:{server.port}", "1201", "Quote", "code=<i>secret</i>"]
-                cls.open_loop = subprocess.run([*base, "--rate", "200", "--duration", "2500ms", "--report", "open.html"],
-                                               stdout=subprocess.DEVNULL, check=False).returncode
-                cls.closed_loop = subprocess.run([*base, "--repeat", "1", "--report", "one.html"],
-                                                 stdout=subprocess.DEVNULL, check=False).returncode
+                def status(*args):
+                    return subprocess.run([*base, *args], stdout=subprocess.DEVNULL, check=False).returncode
+
+                cls.open_loop = status("--rate", "200", "--duration", "2500ms", "--report", "open.html")
+                cls.closed_loop = status("--repeat", "1", "--report", "one.html")
         finally:
             os.chdir(here)
         cls.browser = cls.enterClassContext(Browser(1000, 2600))
@@ -45,7 +46,8 @@ class ReportPageTest(unittest.TestCase):
             "features": [{"name": "prefers-color-scheme", "value": scheme}]}})
         self.browser.open(f"file://{self.dir}/{name}")
         if SHOTS:
-            pathlib.Path(SHOTS, f"{name}-{scheme}.png").write_bytes(base64.b64decode(self.browser.call("GET", "/screenshot")))
+            picture = base64.b64decode(self.browser.call("GET", "/screenshot"))
+            pathlib.Path(SHOTS, f"{name}-{scheme}.png").write_bytes(picture)
 
     def texts(self, css):
         return self.browser.script("return [...document.querySelectorAll(arguments[0])].map(e => e.textContent)", css)
@@ -55,7 +57,8 @@ class ReportPageTest(unittest.TestCase):
         for scheme, back, text in LIGHT, DARK:
             with self.subTest(scheme):
                 self.open("open.html", scheme)
-                colours = self.browser.script("const s = getComputedStyle(document.body); return [s.backgroundColor, s.color]")
+                colours = self.browser.script("const s = getComputedStyle(document.body);"
+                                              "return [s.backgroundColor, s.color]")
                 self.assertEqual(colours, [back, text])
                 self.assertEqual(self.texts("h2"), ["Latency over time", "Calls a second", "Percentiles", "Histogram",
                                                     "Errors"])
@@ -73,8 +76,8 @@ class ReportPageTest(unittest.TestCase):
                     "getComputedStyle(e).fill === getComputedStyle(e.parentNode.querySelector('polyline.' + "
                     "e.classList[0])).stroke)")
                 self.assertTrue(same)
-                self.assertEqual(self.texts("dt"), ["calls", "calls a second", "wanted", "50 %", "99 %", "99.9 %", "longest",
-                                                    "failed"])
+                self.assertEqual(self.texts("dt"), ["calls", "calls a second", "wanted", "50 %", "99 %", "99.9 %",
+                                                    "longest", "failed"])
                 values = self.texts("dd")
                 self.assertEqual((values[0], values[2]), ("500", "200"))
                 self.assertEqual(self.texts("td")[-3:], [values[-1], "7", "rejected on request of --fault"])

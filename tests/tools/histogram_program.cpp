@@ -17,6 +17,8 @@ int main(int p_iArgs, char** p_apArgs) {
   for (int i = 1; i < p_iArgs; ++i) std::cout << cAll.Percentile(std::atof(p_apArgs[i])) << '\n';
   std::cout << cAll.Min() << '\n' << cAll.Max() << '\n' << std::fixed << cAll.Mean() << '\n';
   for (const bool bThree : {false, true}) {
-    for (const auto& t : cAll.Buckets(bThree)) std::cout << bThree << ' ' << t.uFrom << ' ' << t.uBelow << ' ' << t.uCount << '\n';
+    for (const auto& t : cAll.Buckets(bThree)) {
+      std::cout << bThree << ' ' << t.uFrom << ' ' << t.uBelow << ' ' << t.uCount << '\n';
+    }
   }
 }

@@ -70,6 +70,7 @@ double SecondsSince(std::chrono::steady_clock::time_point p_tStart) {
 void CallOnce(const T_CallOptions& p_tOptions, const std::string& p_sDocument, const T_Server& p_tServer,
               T_CallError& p_tError) {
   const auto pRequest = MakeRequest(p_tOptions, p_sDocument);
+  WarnOfPlaceholders(p_tOptions, p_sDocument);
   CMsg cReply(0, 0, 0, MA_GetMsgDic());
   CCallOrvError cError;
   CCallOrv::T_Exchange tExchange;

@@ -123,12 +123,12 @@ void PrintMeasurement(std::ostream& p_cOut, const T_Measurement& p_t, const T_Lo
 }
 
 std::string MeasurementToCsv(const T_Measurement& p_t) {
-  std::string sOut = "second,calls,failed,p50_us,p90_us,p99_us,max_us\r\n";
+  std::string sOut = "second,calls,failed,p50_us,p90_us,p99_us,max_us\n";
   for (size_t i = 0; i < p_t.atSeconds.size(); ++i) {
     const T_Second& t = p_t.atSeconds[i];
     sOut += std::to_string(i);
     for (const uint64_t u : {t.uCalls, t.uFailed, t.uP50, t.uP90, t.uP99, t.uMax}) sOut += ',' + std::to_string(u);
-    sOut += "\r\n";
+    sOut += '\n';
   }
   return sOut;
 }

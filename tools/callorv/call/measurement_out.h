@@ -13,7 +13,7 @@ nlohmann::ordered_json MeasurementToJson(const T_Measurement& p_t, const T_Load&
 // With a bar for each class of latencies.
 void PrintMeasurement(std::ostream& p_cOut, const T_Measurement& p_t, const T_Load& p_tLoad);
 
-// The seconds, one a line, below a line with names. Lines end as RFC 4180 says.
+// The seconds, one a line, below a line with names.
 std::string MeasurementToCsv(const T_Measurement& p_t);
 
 // "2026-01-31T23:59:59Z".

@@ -77,6 +77,13 @@ std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::st
   return pRequest;
 }
 
+void WarnOfPlaceholders(const T_CallOptions& p_tOptions, const std::string& p_sDocument) {
+  std::string sFound = FindPlaceholder(p_sDocument);
+  for (const std::string& s : p_tOptions.asValues) sFound = sFound.empty() ? FindPlaceholder(s) : sFound;
+  if (sFound.empty()) return;
+  Warn(sFound + " is sent as it stands: it is replaced with --repeat, --duration and --stream");
+}
+
 CRequestMaker::CRequestMaker(const T_CallOptions& p_tOptions, const std::string& p_sDocument)
     : m_tOptions(p_tOptions), m_sDocument(p_sDocument) {
   CVariables cVariables;

@@ -23,6 +23,9 @@ std::string ReadDocument(const T_CallOptions& p_tOptions);
 std::shared_ptr<CMsg> MakeRequest(const T_CallOptions& p_tOptions, const std::string& p_sDocument,
                                   const std::function<std::string(const std::string&)>& p_fnText = nullptr);
 
+// Says what would be replaced if there were many calls, and is sent as it stands.
+void WarnOfPlaceholders(const T_CallOptions& p_tOptions, const std::string& p_sDocument);
+
 // Requests that may vary from call to call: their texts have placeholders (common/variables.h), which are found once.
 class CRequestMaker {
  public:

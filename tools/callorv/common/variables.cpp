@@ -98,6 +98,17 @@ std::string CVaryingText::ForCall(uint64_t p_uCall) const {
   return sOut;
 }
 
+std::string FindPlaceholder(const std::string& p_sText) {
+  for (size_t iOpen = 0; (iOpen = p_sText.find(s_sOpen, iOpen)) != std::string::npos; ++iOpen) {
+    const size_t iClose = p_sText.find(s_sClose, iOpen);
+    if (iClose == std::string::npos) break;
+    std::string sAll = p_sText.substr(iOpen, iClose + s_sClose.size() - iOpen);
+    const bool bLong = sAll.rfind("{{rand:", 0) == 0 || sAll.rfind("{{csv:", 0) == 0;
+    if (bLong || sAll == "{{n}}" || sAll == "{{uuid}}") return sAll;
+  }
+  return "";
+}
+
 CVaryingText CVariables::Compile(const std::string& p_sText, E_Quoting p_eQuoting) {
   CVaryingText cText;
   cText.m_eQuoting = p_eQuoting;

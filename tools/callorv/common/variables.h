@@ -38,6 +38,9 @@ class CVaryingText {
   E_Quoting m_eQuoting = QUOTE_NONE;
 };
 
+// The first placeholder in a text that is sent as it stands, perhaps a wrong one; "" when there is none.
+std::string FindPlaceholder(const std::string& p_sText);
+
 // Finds placeholders, and keeps the tables that they name, each of which is read once. Used by one thread at a time.
 class CVariables {
  public:
