@@ -1,14 +1,15 @@
-# callorv_generate(<target> <dictionary> [MESSAGES <number>...] [NAMESPACE <name>] [OUTPUT <directory>])
+# callorv_generate(<target> <dictionary> [LANGUAGE c++|c] [MESSAGES <number>...] [NAMESPACE <name>] [OUTPUT <directory>])
 #
-# Gives <target> the typed classes that `callorv generate` writes for the messages of a dictionary: the headers are made
-# before the target is compiled, and again, with the target's sources, when the dictionary changes.
+# Gives <target> the typed classes, or functions of C, that `callorv generate` writes for the messages of a dictionary: the
+# headers are made before the target is compiled, and again, with the target's sources, when the dictionary changes.
 #
 #   add_executable(shop main.cpp)                          #include "quote_msg.h"
 #   target_link_libraries(shop PRIVATE callorv::callorv)   msgs::CQuote cQuote;
 #   callorv_generate(shop dictionary.xml)
 #
+#   LANGUAGE   c++ when not given
 #   MESSAGES   only these messages and what they hold; without it all
-#   NAMESPACE  name space of the classes; "msgs" when not given
+#   NAMESPACE  name space of the classes, or what the functions' names begin with; "msgs" when not given
 #   OUTPUT     directory of the headers, which is added to the target's include path; <target>_messages in the binary
 #              directory when not given
 #
@@ -16,9 +17,12 @@
 # CallOrv is part of the build, the one there, which is built for it even when CALLORV_TOOLS is off; the one that is
 # installed beside the package; one on the PATH. Cross-compiling takes one that runs on the building machine.
 function(callorv_generate TARGET DICTIONARY)
-  cmake_parse_arguments(PARSE_ARGV 2 A "" "NAMESPACE;OUTPUT" "MESSAGES")
+  cmake_parse_arguments(PARSE_ARGV 2 A "" "LANGUAGE;NAMESPACE;OUTPUT" "MESSAGES")
   if(A_UNPARSED_ARGUMENTS OR A_KEYWORDS_MISSING_VALUES)
     message(FATAL_ERROR "callorv_generate: wrong arguments: ${A_UNPARSED_ARGUMENTS}${A_KEYWORDS_MISSING_VALUES}")
+  endif()
+  if(A_LANGUAGE AND NOT A_LANGUAGE MATCHES "^(c|c[+][+])$")
+    message(FATAL_ERROR "callorv_generate: LANGUAGE is c++ or c, not ${A_LANGUAGE}")
   endif()
   get_target_property(SOURCE_DIR ${TARGET} SOURCE_DIR)
   if(NOT SOURCE_DIR STREQUAL CMAKE_CURRENT_SOURCE_DIR)
@@ -47,6 +51,9 @@ function(callorv_generate TARGET DICTIONARY)
     get_filename_component(DIR "${A_OUTPUT}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_BINARY_DIR}")
   endif()
   set(OPTIONS)
+  if(A_LANGUAGE)
+    list(APPEND OPTIONS --language ${A_LANGUAGE})
+  endif()
   if(A_NAMESPACE)
     list(APPEND OPTIONS --namespace "${A_NAMESPACE}")
   endif()

@@ -177,6 +177,7 @@ class CompletionTest(ToolTest):
         self.assertEqual(self.complete("callorv call --format ''"), ["dump", "xml", "json"])
         self.assertEqual(self.complete("callorv serve --fault re"), ["reset", "reject"])
         self.assertEqual(self.complete("callorv serve --port ''"), [])
+        self.assertEqual(self.complete("callorv generate --language c"), ["c++", "c"])
         self.write("other.exml", "")
         os.mkdir(self.path("replies"))
         for line in ("callorv call --config", "callorv serve --dictionary", "callorv dict check", "callorv decode",

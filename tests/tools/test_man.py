@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import subprocess
+import sys
 import unittest
 
 from pcap import frames, pcap
@@ -163,6 +164,20 @@ class ManTest(ToolTest):
                                        "<rows><volume>8</volume></rows></msg>")
         self.served()
         self.assert_run(self.shell("./shop"), 0, "7\n8\n", "")
+
+    def test_generate_for_c_and_python(self):
+        self.write("replies/1201.xml", "<msg no='120' type='name'><rows><volume>7</volume></rows>"
+                                       "<rows><volume>8</volume></rows></msg>")
+        self.served()
+        make, program, build = examples("callorv-generate", "C")[2:]
+        self.assert_run(self.shell(make), 0, "4 messages in generated, 4 headers changed\n", "")
+        self.write("quote.c", program)
+        self.assert_run(self.shell(build + "./quote"), 0, "7\n8\n", "")
+        make, program = examples("callorv-generate", "PYTHON")[1:]
+        self.assert_run(self.shell(make), 0, "4 classes in shop_messages, 4 modules changed\n", "")
+        self.write("quote.py", program)
+        module = f"PYTHONPATH={SOURCE}/bindings/python {sys.executable} -B quote.py"
+        self.assert_run(self.shell(module), 0, "7\n8\n", "")
 
     def test_generate_with_cmake(self):
         self.write("main.cpp", '#include "quote_msg.h"\nint main() { return msgs::CQuote().code.IsSet(); }\n')

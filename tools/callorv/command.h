@@ -9,11 +9,12 @@ namespace CLI {
 class App;
 }
 
-// The command could not do what was asked: "callorv: <text>" on standard error, exit status 1, unless it says another. An
-// empty text: the command has said everything itself.
+// The command could not do what was asked: "callorv: <text>" on standard error, exit status 1, unless it says another.
+// An empty text: the command has said everything itself.
 class CFailure : public std::runtime_error {
  public:
-  explicit CFailure(const std::string& p_sText, int p_iStatus = 1) : std::runtime_error(p_sText), m_iStatus(p_iStatus) {}
+  explicit CFailure(const std::string& p_sText, int p_iStatus = 1)
+      : std::runtime_error(p_sText), m_iStatus(p_iStatus) {}
   int Status() const { return m_iStatus; }
 
  private:

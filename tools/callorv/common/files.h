@@ -10,8 +10,8 @@ struct T_WriteMode {
   bool bExact = false;             // not less the umask
   bool bReplace = true;            // what is there may be replaced
   bool bKeepOwner = false;         // a file that replaces one has its owner and group, where that is allowed
-  bool bDurable = true;            // is on the disk when WriteFile returns; what can be made again need not be, which is
-                                   // faster by far for thousands of files
+  bool bDurable = true;            // is on the disk when WriteFile returns; what can be made again need not be, which
+                                   // is faster by far for thousands of files
 };
 
 // How to replace a file that is there without changing who may use it; how else files are made when there is none.

@@ -2,7 +2,8 @@
 #include "generate/class_names.h"
 
 #include <algorithm>
-#include <string_view>
+
+#include "generate/names.h"
 
 namespace {
 
@@ -31,60 +32,6 @@ constexpr std::string_view s_aszTaken[] = {
 // What every generated class has itself.
 constexpr std::string_view s_aszOwn[] = {"CMsgBase", "CreateMsg", "LoadFromMsg", "MSG_NUM", "VisitTags", "sLastError"};
 
-template <size_t N>
-bool IsIn(const std::string_view (&p_asz)[N], std::string_view p_sName) {
-  return std::find(std::begin(p_asz), std::end(p_asz), p_sName) != std::end(p_asz);
-}
-
-// Of the "C" locale, whatever locale is set.
-bool IsUpper(char p_c) { return p_c >= 'A' && p_c <= 'Z'; }
-bool IsLower(char p_c) { return p_c >= 'a' && p_c <= 'z'; }
-bool IsDigit(char p_c) { return p_c >= '0' && p_c <= '9'; }
-char ToUpper(char p_c) { return IsLower(p_c) ? static_cast<char>(p_c - 'a' + 'A') : p_c; }
-char ToLower(char p_c) { return IsUpper(p_c) ? static_cast<char>(p_c - 'A' + 'a') : p_c; }
-
-std::string Words(const char* p_szName) {
-  std::string sWords;
-  bool bGap = false;
-  for (; *p_szName != 0; ++p_szName) {
-    if (!IsUpper(*p_szName) && !IsLower(*p_szName) && !IsDigit(*p_szName)) {
-      bGap = true;
-      continue;
-    }
-    if (bGap && !sWords.empty()) sWords += '_';
-    bGap = false;
-    sWords += *p_szName;
-  }
-  return sWords;
-}
-
-// QuoteRow is quote_row.
-std::string Stem(const std::string& p_sName) {
-  std::string sStem;
-  for (size_t i = 0; i < p_sName.size(); ++i) {
-    if (i > 0 && IsUpper(p_sName[i]) && p_sName[i - 1] != '_' && !IsUpper(p_sName[i - 1])) sStem += '_';
-    sStem += ToLower(p_sName[i]);
-  }
-  return sStem;
-}
-
-// Gives every name that is not the only one with its key its number, until all keys differ. Ends, as no two names that
-// have their numbers can be the same.
-template <class KEY>
-void MakeUnique(std::map<int, std::string>& p_cNames, KEY p_fnKey) {
-  for (bool bAgain = true; bAgain;) {
-    std::map<std::string, int> cCount;
-    for (const auto& [iNum, sName] : p_cNames) ++cCount[p_fnKey(sName)];
-    bAgain = false;
-    for (auto& [iNum, sName] : p_cNames) {
-      if (cCount[p_fnKey(sName)] == 1) continue;
-      if (sName.back() != '_') sName += '_';    // two together are reserved
-      sName += std::to_string(iNum);
-      bAgain = true;
-    }
-  }
-}
-
 }    // namespace
 
 std::map<int, T_ClassName> ClassNames(const CMsgDic& p_cDic) {
@@ -97,24 +44,18 @@ std::map<int, T_ClassName> ClassNames(const CMsgDic& p_cDic) {
     sName[0] = ToUpper(sName[0]);
     cNames[iMsg] = sName;
   }
-  MakeUnique(cNames, Stem);
+  MakeUnique(cNames, Stem, "_");
   std::map<int, T_ClassName> cClasses;
   for (const auto& [iMsg, sName] : cNames) cClasses[iMsg] = {"C" + sName, Stem(sName) + "_msg.h"};
   return cClasses;
 }
 
 std::map<int, std::string> MemberNames(const CMsgInfo& p_cInfo, const std::string& p_sClass) {
-  std::map<int, std::string> cNames;
-  for (int i = 0; i < p_cInfo.GetNoTags(); ++i) {
-    const int iTag = p_cInfo.GetTagNumAt(i);
-    std::string sName = Words(p_cInfo.GetTagName(iTag));
-    if (sName.empty()) sName = std::to_string(iTag);
-    if (IsDigit(sName[0])) sName.insert(0, "t");
-    if (IsIn(s_aszTaken, sName) || IsIn(s_aszOwn, sName) || sName == p_sClass) sName += '_';
-    cNames[iTag] = sName;
-  }
-  MakeUnique(cNames, [](const std::string& p_sName) { return p_sName; });
-  return cNames;
+  return TagNames(p_cInfo, [&](std::string p_sName) {
+    if (IsDigit(p_sName[0])) p_sName.insert(0, "t");
+    if (IsIn(s_aszTaken, p_sName) || IsIn(s_aszOwn, p_sName) || p_sName == p_sClass) p_sName += '_';
+    return p_sName;
+  });
 }
 
 bool IsNamespace(const std::string& p_sName) {

@@ -5,12 +5,9 @@
 
 #include "command.h"
 #include "common/tags.h"
-#include "common/text.h"
+#include "generate/names.h"
 
 namespace {
-
-// A name of the dictionary inside a comment. The closing quote keeps a backslash from joining two lines.
-std::string Quoted(const CString& p_sName) { return '"' + Printable(p_sName.ToStr(), false) + '"'; }
 
 std::string OpenNamespace(const std::string& p_sName) {
   std::string sText = "namespace " + p_sName + " {";
@@ -22,14 +19,6 @@ std::string CloseNamespace(const std::string& p_sName) {
   std::string sText = "}";
   for (size_t i = 0; (i = p_sName.find("::", i)) != std::string::npos; i += 2) sText += " }";
   return sText + "    // namespace " + p_sName + "\n";
-}
-
-// The text with every %C replaced.
-std::string Filled(std::string p_sText, const std::string& p_sClass) {
-  for (size_t i = 0; (i = p_sText.find("%C", i)) != std::string::npos; i += p_sClass.size()) {
-    p_sText.replace(i, 2, p_sClass);
-  }
-  return p_sText;
 }
 
 constexpr char s_szOperations[] =
@@ -76,41 +65,7 @@ std::string Aligned(const std::vector<T_Line>& p_atLine) {
 }    // namespace
 
 CClassWriter::CClassWriter(const CMsgDic& p_cDic, std::string p_sNamespace)
-    : m_cDic(p_cDic), m_sNamespace(std::move(p_sNamespace)), m_cNames(ClassNames(p_cDic)) {}
-
-std::set<int> CClassWriter::WithSubMsgs(const std::set<int>& p_cMsgs) const {
-  std::set<int> cAll;
-  std::vector<int> aNew(p_cMsgs.begin(), p_cMsgs.end());
-  if (p_cMsgs.empty()) {
-    for (const auto& [iMsg, tName] : m_cNames) cAll.insert(iMsg);
-  }
-  while (!aNew.empty()) {
-    const int iMsg = aNew.back();
-    aNew.pop_back();
-    if (m_cNames.count(iMsg) == 0) throw CFailure("message " + std::to_string(iMsg) + " is not in the dictionary");
-    if (!cAll.insert(iMsg).second) continue;
-    for (int iSub : SubMsgs(iMsg)) aNew.push_back(iSub);
-  }
-  return cAll;
-}
-
-std::set<int> CClassWriter::SubMsgs(int p_iMsg) const {
-  std::set<int> cSubs;
-  for (const CTagInfo* pTag : FirstTags(*m_cDic.GetMsgInfo(p_iMsg))) {
-    if (pTag->m_eType == TAG_SUBMSG && m_cNames.count(pTag->m_iSubMsg) != 0) cSubs.insert(pTag->m_iSubMsg);
-  }
-  return cSubs;
-}
-
-std::string CClassWriter::Guard(const std::string& p_sHeader) const {
-  std::string sGuard;
-  for (char c : m_sNamespace + "_" + p_sHeader) {
-    const bool bMark = c == ':' || c == '.';
-    if (bMark && sGuard.back() == '_') continue;
-    sGuard += bMark ? '_' : c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-  }
-  return sGuard;
-}
+    : CCodeWriter(p_cDic), m_sNamespace(std::move(p_sNamespace)), m_cNames(ClassNames(p_cDic)) {}
 
 // Names are qualified from the global one on, as members and classes may be called like anything.
 std::string CClassWriter::MemberType(const CTagInfo& p_tTag) const {
@@ -127,27 +82,17 @@ std::string CClassWriter::MemberType(const CTagInfo& p_tTag) const {
   throw CFailure("tag " + std::to_string(p_tTag.m_iTagNum) + " has no type");
 }
 
-std::vector<std::string> CClassWriter::LeftOut(int p_iMsg) const {
-  std::vector<std::string> aText;
-  for (const CTagInfo* pTag : FirstTags(*m_cDic.GetMsgInfo(p_iMsg))) {
-    if (pTag->m_eType != TAG_SUBMSG || m_cNames.count(pTag->m_iSubMsg) != 0) continue;
-    aText.push_back("tag " + std::to_string(pTag->m_iTagNum) + " " + Quoted(pTag->m_sName) + " is left out: message " +
-                    std::to_string(pTag->m_iSubMsg) + " is not in the dictionary");
-  }
-  return aText;
-}
-
-std::string CClassWriter::Header(int p_iMsg) const {
+std::string CClassWriter::Text(int p_iMsg) const {
   const CMsgInfo& cInfo = *m_cDic.GetMsgInfo(p_iMsg);
-  const T_ClassName& tName = Name(p_iMsg);
-  const std::string sGuard = Guard(tName.sHeader);
+  const T_ClassName& tName = Names(p_iMsg);
+  const std::string sGuard = Guard(m_sNamespace, tName.sHeader);
   const std::set<int> cSubs = SubMsgs(p_iMsg);
   const std::map<int, std::string> cMembers = MemberNames(cInfo, tName.sClass);
 
   std::vector<T_Line> atMember;
   std::string sVisits, sForward, sIncludes;
   for (const CTagInfo* pTag : FirstTags(cInfo)) {
-    if (pTag->m_eType == TAG_SUBMSG && cSubs.count(pTag->m_iSubMsg) == 0) continue;
+    if (IsLost(*pTag)) continue;
     const std::string& sMember = cMembers.at(pTag->m_iTagNum);
     const std::string sTag = std::to_string(pTag->m_iTagNum);
     atMember.push_back({"  " + MemberType(*pTag) + " " + sMember + ";", "tag " + sTag + " " + Quoted(pTag->m_sName)});
@@ -155,8 +100,8 @@ std::string CClassWriter::Header(int p_iMsg) const {
   }
   for (int iSub : cSubs) {
     if (iSub == p_iMsg) continue;
-    sForward += "class " + Name(iSub).sClass + ";\n";
-    sIncludes += "#include \"" + Name(iSub).sHeader + "\"\n";
+    sForward += "class " + Names(iSub).sClass + ";\n";
+    sIncludes += "#include \"" + Names(iSub).sHeader + "\"\n";
   }
   std::string sMembers = Aligned(atMember);
   for (const std::string& sText : LeftOut(p_iMsg)) sMembers += "  // " + sText + "\n";
@@ -165,12 +110,10 @@ std::string CClassWriter::Header(int p_iMsg) const {
   sText += "#ifndef " + sGuard + "\n#define " + sGuard + "\n\n#include <callorv/client/typed_msg.h>\n\n";
   sText += OpenNamespace(m_sNamespace);
   if (!sForward.empty()) sText += sForward + "\n";
-  sText += "// Message " + std::to_string(p_iMsg) + " " + Quoted(cInfo.GetMsgName());
-  if (!cInfo.GetVersion().IsEmpty()) sText += ", version " + Quoted(cInfo.GetVersion());
-  sText += "\nclass " + tName.sClass + " : public ::CMsgBase {\n public:\n";
+  sText += "// " + Title(p_iMsg) + "\nclass " + tName.sClass + " : public ::CMsgBase {\n public:\n";
   sText += "  enum { MSG_NUM = " + std::to_string(p_iMsg) + " };\n\n";
   if (!sMembers.empty()) sText += sMembers + "\n";
-  sText += Filled(cSubs.empty() ? s_szOperations : s_szDeclarations, tName.sClass);
+  sText += Filled(cSubs.empty() ? s_szOperations : s_szDeclarations, {{'C', tName.sClass}});
   sText += "\n  // Calls p_Visitor(tag number, member) for every tag, in the dictionary's order.\n";
   sText += "  template <class SELF, class VISITOR>\n";
   sText += sVisits.empty() ? "  static void VisitTags(SELF&, VISITOR&) {}\n"
@@ -179,7 +122,7 @@ std::string CClassWriter::Header(int p_iMsg) const {
   // Behind the class, so that headers of messages that hold each other can include each other.
   if (!sIncludes.empty()) sText += "\n" + sIncludes;
   if (!cSubs.empty()) {
-    sText += "\n" + OpenNamespace(m_sNamespace) + Filled(s_szDefinitions, tName.sClass) + "\n" +
+    sText += "\n" + OpenNamespace(m_sNamespace) + Filled(s_szDefinitions, {{'C', tName.sClass}}) + "\n" +
              CloseNamespace(m_sNamespace);
   }
   return sText + "\n#endif\n";
