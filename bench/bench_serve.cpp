@@ -18,7 +18,7 @@
 
 namespace {
 
-enum { SERVICE = 1, ROWS = 100, BENCH_ROUNDS = 15 };
+enum { SERVICE = 1, ROWS = 100, RULES = 100, BENCH_ROUNDS = 15 };
 
 // Microseconds of processor time that a process has taken.
 double MicrosOf(pid_t p_iPid) {
@@ -71,14 +71,30 @@ std::string ReplyOf(int p_iPort, const std::string& p_sRequest) {
   return std::string(aWhole.data(), aWhole.size());
 }
 
+// The last of RULES fits: each has a service of its own, or all have the same and differ by a value.
+std::string Rules(bool p_bOneService) {
+  std::string sRules;
+  for (int i = RULES; i-- > 0;) {
+    sRules += std::string(sRules.empty() ? "{\"rules\": [" : ",") + "\n{\"service\": " +
+              std::to_string(p_bOneService ? SERVICE : SERVICE + i);
+    if (p_bOneService && i > 0) sRules += ", \"values\": {\"FieldNumber1\": \"none" + std::to_string(i) + "\"}";
+    sRules += ", \"reply\": \"1.xml\"}";
+  }
+  return sRules + "]}";
+}
+
 void Run(int p_iCalls) {
   const CTempDir cDir;
   const std::string sDictionary = cDir.Write("dictionary.xml", ServiceDictionary());
   MA_GetMsgDic()->InitDictionary(sDictionary.c_str());
   cDir.Write("1.xml", ToXml(*NewReply(MakeRows(ROWS))));
   const std::string sRequest = RequestFor(SERVICE);
+  const std::string sByService = cDir.Write("by_service.json", Rules(false));
+  const std::string sByValue = cDir.Write("by_value.json", Rules(true));
   std::this_thread::sleep_for(std::chrono::seconds(4));    // a file that was just written is read at every call
   const CServe cFolder({"--dictionary", sDictionary, "--replies", cDir.Path()});
+  const CServe cByService({"--dictionary", sDictionary, "--replies", cDir.Path(), "--rules", sByService});
+  const CServe cByValue({"--dictionary", sDictionary, "--replies", cDir.Path(), "--rules", sByValue});
   const std::string sReply = ReplyOf(cFolder.Port(), sRequest);
   const CBenchServer cMinimal({sReply, sReply}, 1);
   const auto fnMicros = [&](int p_iPort, pid_t p_iPid) {
@@ -87,15 +103,23 @@ void Run(int p_iCalls) {
     for (int i = 0; i < p_iCalls; ++i) ExchangeRaw(p_iPort, sRequest, aReply);
     return (MicrosOf(p_iPid) - dBefore) / p_iCalls;
   };
-  std::vector<double> adMinimal, adFolder, adRatio;
+  std::vector<double> adMinimal, adFolder, adByService, adByValue, adFolderRatio, adServiceRatio, adValueRatio;
   for (int i = 0; i < BENCH_ROUNDS; ++i) {
     adMinimal.push_back(fnMicros(cMinimal.Port(), cMinimal.Pid()));
     adFolder.push_back(fnMicros(cFolder.Port(), cFolder.Pid()));
-    adRatio.push_back(adFolder.back() / adMinimal.back());
+    adByService.push_back(fnMicros(cByService.Port(), cByService.Pid()));
+    adByValue.push_back(fnMicros(cByValue.Port(), cByValue.Pid()));
+    adFolderRatio.push_back(adFolder.back() / adMinimal.back());
+    adServiceRatio.push_back(adByService.back() / adFolder.back());
+    adValueRatio.push_back(adByValue.back() / adFolder.back());
   }
   printf("processor time of a call, %d rows, median of %d rounds of %d calls\n", ROWS, BENCH_ROUNDS, p_iCalls);
-  printf("  minimal server          %6.1f us\n", Median(adMinimal));
-  printf("  callorv serve, folder   %6.1f us, %.2f times\n", Median(adFolder), Median(adRatio));
+  printf("  minimal server                      %6.1f us\n", Median(adMinimal));
+  printf("  folder                              %6.1f us, %.2f times\n", Median(adFolder), Median(adFolderRatio));
+  printf("  %d rules of as many services       %6.1f us, %.2f times a folder\n", RULES, Median(adByService),
+         Median(adServiceRatio));
+  printf("  %d rules of one service, the last  %6.1f us, %.2f times a folder\n", RULES, Median(adByValue),
+         Median(adValueRatio));
 }
 
 }    // namespace

@@ -89,11 +89,11 @@ class CReplyMaker {
     try {
       Find(p_tPlan, p_tDelay);
     } catch (const CException& cError) {
-      Reject(CODE_BAD_REQUEST, cError.GetText());
+      Reject(ERROR_BAD_REQUEST, CODE_BAD_REQUEST, cError.GetText());
     } catch (const CNoReply& cError) {
-      Reject(CODE_NO_SERVICE, cError.what());
+      Reject(ERROR_NO_REPLY, CODE_NO_SERVICE, cError.what());
     } catch (const CFailure& cError) {
-      Reject(CODE_BAD_REPLY, cError.what());
+      Reject(ERROR_BAD_REPLY, CODE_BAD_REPLY, cError.what());
     }
     return m_eWay == NOTHING ? "" : Packet(p_tPlan.eKind == FAULT_ZLIB);
   }
@@ -125,9 +125,9 @@ class CReplyMaker {
   }
 
   // The server's own rejection.
-  void Reject(int p_iCode, const std::string& p_sText) {
+  void Reject(E_CallError p_eError, int p_iCode, const std::string& p_sText) {
     const std::string sText = WireText(p_sText);
-    m_tCall.bError = true;
+    m_tCall.eError = p_eError;
     SendReject(p_iCode, sText, "rejected " + std::to_string(p_iCode) + ' ' + sText);
   }
 
@@ -139,10 +139,11 @@ class CReplyMaker {
 
   void Find(T_FaultPlan& p_tPlan, std::chrono::microseconds& p_tDelay) {
     m_cRequest.LoadXml(m_tPacket.stBody.GetData());
-    if (p_tPlan.eKind == FAULT_REJECT) return Reject(p_tPlan.iArg, "rejected on request of --fault");
+    if (p_tPlan.eKind == FAULT_REJECT) return Reject(ERROR_FAULT, p_tPlan.iArg, "rejected on request of --fault");
     if (m_cRequest.GetMsgNum() != m_tPacket.iMsgNum) {
-      return Reject(CODE_BAD_REQUEST, "message " + std::to_string(m_tPacket.iMsgNum) + " in the header, " +
-                                          std::to_string(m_cRequest.GetMsgNum()) + " in the body");
+      return Reject(ERROR_BAD_REQUEST, CODE_BAD_REQUEST,
+                    "message " + std::to_string(m_tPacket.iMsgNum) + " in the header, " +
+                        std::to_string(m_cRequest.GetMsgNum()) + " in the body");
     }
     if (m_tWorld.pRules != nullptr) return AskRules(p_tPlan, p_tDelay);
     AnswerAsWithoutRules();
@@ -151,14 +152,14 @@ class CReplyMaker {
   void AskRules(T_FaultPlan& p_tPlan, std::chrono::microseconds& p_tDelay) {
     const T_Choice tChoice =
         m_tWorld.pRules->Choose({m_tPacket.iSvcNum, m_tPacket.sUserKey.ToStr(), m_cRequest}, m_tState);
-    if (tChoice.bKeyRefused) return Reject(CODE_BAD_KEY, "the user key is not accepted");
+    if (tChoice.bKeyRefused) return Reject(ERROR_USER_KEY, CODE_BAD_KEY, "the user key is not accepted");
     if (tChoice.pRule == nullptr) return AnswerAsWithoutRules();
     m_tCall.sRule = tChoice.pRule->sName;
     if (tChoice.pRule->pDelay) p_tDelay += tChoice.pRule->pDelay->Next();
     if (tChoice.pRule->pFaults && p_tPlan.eKind == FAULT_NONE) {
       p_tPlan = tChoice.pRule->pFaults->Next();
       p_tDelay += std::chrono::milliseconds(p_tPlan.iDelay);
-      if (p_tPlan.eKind == FAULT_REJECT) return Reject(p_tPlan.iArg, "rejected on request of a rule");
+      if (p_tPlan.eKind == FAULT_REJECT) return Reject(ERROR_FAULT, p_tPlan.iArg, "rejected on request of a rule");
       if (p_tPlan.eKind == FAULT_RESET || p_tPlan.eKind == FAULT_CLOSE) return;
     }
     const T_RuleReply* pReply = tChoice.pReply;
@@ -228,13 +229,13 @@ T_Answer CAnswerer::Answer(const std::string& p_sPacket, T_CallRecord& p_tCall) 
         Spoil(tPlan, tAnswer);
       }
     } catch (const CFailure& cError) {
-      p_tCall.bError = true;
+      p_tCall.eError = ERROR_FAILED;
       p_tCall.sResult = cError.what();
     }
   }
   if (tPlan.eKind == FAULT_RESET) tAnswer.eThen = T_Answer::RESET;
   if (tPlan.eKind != FAULT_NONE && tPlan.eKind != FAULT_REJECT) {
-    p_tCall.bError = true;
+    p_tCall.eError = ERROR_FAULT;
     p_tCall.sResult = std::string("fault ") + CFaults::Name(tPlan.eKind);
   }
   if (m_cRecorder) m_cRecorder->Save(p_sPacket, tAnswer.sBytes, tRequest.iSvcNum);

@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "common/options.h"
+#include "common/text.h"
 #include "serve/server.h"
 
 namespace {
@@ -27,10 +28,20 @@ Examples:
   callorv serve --dictionary dictionary.xml --replies replies --record packets
   callorv serve --dictionary dictionary.xml --replies replies --rules rules.json)";
 
-void RunServe(T_ServeOptions& p_tOptions) {
+void TakeMetrics(const std::string& p_sPlace, T_ServeOptions& p_tOptions) {
+  const size_t iColon = p_sPlace.rfind(':');
+  if (iColon == std::string::npos || iColon == 0 ||
+      !ParseNumber(std::string_view(p_sPlace).substr(iColon + 1), 0, 65535, p_tOptions.iMetricsPort)) {
+    throw CUsage("--metrics " + p_sPlace + ": HOST:PORT belongs here, as 127.0.0.1:9464");
+  }
+  p_tOptions.sMetricsHost = p_sPlace.substr(0, iColon);
+}
+
+void RunServe(T_ServeOptions& p_tOptions, const std::string& p_sMetrics) {
   if (!p_tOptions.bEcho && p_tOptions.sReplies.empty() && p_tOptions.sRules.empty()) {
     throw CUsage("--replies DIR, --rules FILE or --echo is needed");
   }
+  if (!p_sMetrics.empty()) TakeMetrics(p_sMetrics, p_tOptions);
   while (p_tOptions.iSeed == 0) p_tOptions.iSeed = static_cast<int>(std::random_device()() >> 1);
   Serve(p_tOptions);
 }
@@ -39,6 +50,7 @@ void RunServe(T_ServeOptions& p_tOptions) {
 
 void AddServe(CLI::App& p_cApp) {
   auto pOptions = std::make_shared<T_ServeOptions>();
+  auto psMetrics = std::make_shared<std::string>();
   T_ServeOptions& t = *pOptions;
   CLI::App* pCommand = p_cApp.add_subcommand("serve", "Play the server: answer calls from a folder of reply files");
   pCommand->add_option("--dictionary", t.sDictionary, "Dictionary, plain or .exml")->type_name("FILE")->required();
@@ -70,6 +82,8 @@ void AddServe(CLI::App& p_cApp) {
       ->type_name("KIND[:ARG][@PERCENT]")
       ->allow_extra_args(false);
   pCommand->add_option("--record", t.sRecord, "Keep every request and reply packet in this folder")->type_name("DIR");
+  pCommand->add_option("--metrics", *psMetrics, "Counters for Prometheus at this address; port 0 takes a free one")
+      ->type_name("HOST:PORT");
   pCommand->add_option("--timeout", t.iReadTimeOut, "Seconds for a request to come in, and for a reply to be taken")
       ->type_name("SECONDS")
       ->check(Between(1, 86400))
@@ -79,5 +93,5 @@ void AddServe(CLI::App& p_cApp) {
       ->check(Between(0, 256));
   pCommand->add_flag("--quiet", t.bQuiet, "No line for each call");
   pCommand->footer(s_szFooter);
-  pCommand->callback([pOptions] { RunServe(*pOptions); });
+  pCommand->callback([pOptions, psMetrics] { RunServe(*pOptions, *psMetrics); });
 }

@@ -35,11 +35,11 @@ CConnection::CConnection(asio::ip::tcp::socket p_cSocket, std::string p_sPeer, C
       m_cDelay(p_tWorker.cContext),
       m_sPeer(std::move(p_sPeer)) {
   ++m_tWorker.iOpen;
-  m_cService.Log().Opened();
+  m_cService.Opened();
 }
 
 CConnection::~CConnection() {
-  m_cService.Log().Closed();
+  m_cService.Closed();
   --m_tWorker.iOpen;
 }
 
@@ -83,7 +83,7 @@ void CConnection::Close() {
 }
 
 void CConnection::Refuse(const std::string& p_sWhy) {
-  m_cService.Log().Refused(m_sPeer, p_sWhy);
+  m_cService.Refused(m_sPeer, p_sWhy);
   End();
 }
 
@@ -199,7 +199,7 @@ void CConnection::Answer(const std::string& p_sPacket) {
 
 void CConnection::Fail(const std::string& p_sWhy) {
   m_tAnswer.eThen = T_Answer::CLOSE;
-  m_tCall.bError = true;
+  m_tCall.eError = ERROR_FAILED;
   m_tCall.sResult = "failed: " + p_sWhy;
 }
 
@@ -219,7 +219,8 @@ void CConnection::Send() {
 void CConnection::OnSent(const Error& p_cError, size_t p_iLen) {
   if (p_cError) Fail("reply not sent: " + (m_bLate ? "it was not taken in time" : p_cError.message()));
   m_tCall.iOut = p_iLen;
-  m_cService.Log().Call(m_tCall);
+  m_tCall.tTaken = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_tCall.tStart);
+  m_cService.Answered(m_tCall);
   m_tAnswer.sBytes = std::string();
   Error cIgnored;
   switch (m_tAnswer.eThen) {

@@ -39,6 +39,12 @@ double ToSeconds(DURATION p_t) {
 
 }    // namespace
 
+const char* ErrorName(E_CallError p_eError) {
+  constexpr const char* NAMES[ERROR_KINDS] = {"none",     "refused",   "bad_request", "user_key",
+                                              "no_reply", "bad_reply", "fault",       "failed"};
+  return NAMES[p_eError];
+}
+
 CServeLog::CServeLog(bool p_bQuiet)
     : m_bQuiet(p_bQuiet),
       m_bTerminal(isatty(STDERR_FILENO) == 1),
@@ -57,18 +63,18 @@ void CServeLog::Write(const std::string& p_sLine) {
 }
 
 void CServeLog::Call(const T_CallRecord& p_tCall) {
-  const auto iMicros = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - p_tCall.tStart).count();
   std::string sLine;
   if (!m_bQuiet) {
     sLine = Now() + ' ' + p_tCall.sPeer + " service=" + std::to_string(p_tCall.iSvcNum) +
             " message=" + std::to_string(p_tCall.iMsgNum) + " user=" + MaskKey(p_tCall.sUserKey) +
             " in=" + std::to_string(p_tCall.iIn) + " out=" + std::to_string(p_tCall.iOut) +
-            " us=" + std::to_string(iMicros) +
-            (p_tCall.sRule.empty() ? "" : " rule=" + Printable(p_tCall.sRule, false)) + " result=" + Printable(p_tCall.sResult, false);
+            " us=" + std::to_string(p_tCall.tTaken.count()) +
+            (p_tCall.sRule.empty() ? "" : " rule=" + Printable(p_tCall.sRule, false)) +
+            " result=" + Printable(p_tCall.sResult, false);
   }
   const std::lock_guard<std::mutex> cLock(m_cMutex);
   ++m_iCalls;
-  m_iErrors += p_tCall.bError;
+  m_iErrors += p_tCall.eError != ERROR_NONE;
   if (!m_bQuiet) Write(sLine);
 }
 

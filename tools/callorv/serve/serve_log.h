@@ -6,6 +6,20 @@
 #include <mutex>
 #include <string>
 
+// What was wrong with a call, or with what came instead of one.
+enum E_CallError {
+  ERROR_NONE,
+  ERROR_REFUSED,        // no packet as it should be
+  ERROR_BAD_REQUEST,    // a body that is no message (400)
+  ERROR_USER_KEY,       // a user key that the rules do not accept (401)
+  ERROR_NO_REPLY,       // no reply file, no rule (404)
+  ERROR_BAD_REPLY,      // a reply that cannot be used (500)
+  ERROR_FAULT,          // it was played
+  ERROR_FAILED,         // the reply could not be made or sent
+  ERROR_KINDS
+};
+const char* ErrorName(E_CallError p_eError);    // as "bad_request"
+
 // One call as it ended.
 struct T_CallRecord {
   std::string sPeer;
@@ -15,9 +29,10 @@ struct T_CallRecord {
   size_t iIn = 0;                                  // bytes received
   size_t iOut = 0;                                 // bytes sent
   std::chrono::steady_clock::time_point tStart;    // when the request was there
+  std::chrono::microseconds tTaken{0};             // from then until the answer was sent
   std::string sRule;                               // that said what to answer; "": none
   std::string sResult;                             // "ok", or why not
-  bool bError = false;
+  E_CallError eError = ERROR_NONE;
 };
 
 // Any thread.

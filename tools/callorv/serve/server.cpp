@@ -11,6 +11,7 @@
 
 #include "command.h"
 #include "serve/connection.h"
+#include "serve/metrics_server.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ class CServer {
       : m_tOptions(p_tOptions),
         m_cService(p_tOptions),
         m_cAcceptor(Own().cContext),
+        m_cMetrics(Own().cContext, m_cService.Metrics(), p_tOptions.iReadTimeOut),
         m_cSignals(Own().cContext),
         m_cRetry(Own().cContext),
         m_cSecond(Own().cContext),
@@ -40,6 +42,7 @@ class CServer {
   std::vector<std::unique_ptr<T_Worker>> m_apWorkers = OneWorker();    // the first is the thread of Run
   // All below runs there.
   tcp::acceptor m_cAcceptor;
+  CMetricsServer m_cMetrics;
   asio::posix::stream_descriptor m_cSignals;
   signalfd_siginfo m_tSignal{};
   asio::steady_timer m_cRetry;
@@ -79,33 +82,50 @@ void RaiseDescriptorLimit() {
   }
 }
 
-void CServer::Listen() {
+tcp::endpoint Bind(tcp::acceptor& p_cAcceptor, const std::string& p_sHost, int p_iPort) {
   Error cError;
-  tcp::resolver cResolver(Own().cContext);
-  const auto cFound = cResolver.resolve(tcp::v4(), m_tOptions.sHost, std::to_string(m_tOptions.iPort),
+  tcp::resolver cResolver(p_cAcceptor.get_executor());
+  const auto cFound = cResolver.resolve(tcp::v4(), p_sHost, std::to_string(p_iPort),
                                         tcp::resolver::passive | tcp::resolver::numeric_service, cError);
-  const std::string sPlace = m_tOptions.sHost + ' ' + std::to_string(m_tOptions.iPort);
+  const std::string sPlace = p_sHost + ' ' + std::to_string(p_iPort);
   if (cError) throw CFailure("listen on " + sPlace + ": " + cError.message());
   const tcp::endpoint cPlace = cFound.begin()->endpoint();
-  m_cAcceptor.open(cPlace.protocol(), cError);
-  if (!cError) m_cAcceptor.set_option(tcp::acceptor::reuse_address(true), cError);
-  if (!cError) m_cAcceptor.bind(cPlace, cError);
-  if (!cError) m_cAcceptor.set_option(tcp::no_delay(true), cError);    // what it accepts has it from there
-  if (!cError) m_cAcceptor.non_blocking(true, cError);
-  if (!cError) m_cAcceptor.listen(tcp::acceptor::max_listen_connections, cError);
+  p_cAcceptor.open(cPlace.protocol(), cError);
+  if (!cError) p_cAcceptor.set_option(tcp::acceptor::reuse_address(true), cError);
+  if (!cError) p_cAcceptor.bind(cPlace, cError);
+  if (!cError) p_cAcceptor.set_option(tcp::no_delay(true), cError);    // what it accepts has it from there
+  if (!cError) p_cAcceptor.non_blocking(true, cError);
+  if (!cError) p_cAcceptor.listen(tcp::acceptor::max_listen_connections, cError);
   if (cError) throw CFailure("listen on " + sPlace + ": " + cError.message());
-  const tcp::endpoint cBound = m_cAcceptor.local_endpoint();
-  std::cout << "listening on " << cBound.address().to_string() << ' ' << cBound.port() << std::endl;
-  if (!std::cout) throw CFailure("standard output cannot be written");    // whoever started it waits for this line
+  return p_cAcceptor.local_endpoint();
+}
+
+// Whoever started it waits for the line, or for both.
+void CServer::Listen() {
+  std::string sLines;
+  const auto fnListen = [&](tcp::acceptor& p_cAcceptor, const std::string& p_sHost, int p_iPort, const char* p_szWhat) {
+    const tcp::endpoint cPlace = Bind(p_cAcceptor, p_sHost, p_iPort);
+    sLines += p_szWhat + cPlace.address().to_string() + ' ' + std::to_string(cPlace.port()) + '\n';
+  };
+  fnListen(m_cAcceptor, m_tOptions.sHost, m_tOptions.iPort, "listening on ");
+  const bool bMetrics = !m_tOptions.sMetricsHost.empty();
+  if (bMetrics) fnListen(m_cMetrics.Acceptor(), m_tOptions.sMetricsHost, m_tOptions.iMetricsPort, "metrics on ");
+  std::cout << sLines << std::flush;
+  if (!std::cout) throw CFailure("standard output cannot be written");
+  if (bMetrics) m_cMetrics.Accept();
 }
 
 void CServer::Accept() {
   m_cAcceptor.async_wait(tcp::acceptor::wait_read, [this](const Error& p_cError) {
-    if (!p_cError) TakeOne();
+    if (p_cError) return;
+    // A client that calls again has closed its last connection a moment before: that is to be seen first.
+    if (Own().iOpen > 0) asio::post(Own().cContext, [this] { TakeOne(); });
+    else TakeOne();
   });
 }
 
 void CServer::TakeOne() {
+  if (!m_cAcceptor.is_open()) return;    // stopped meanwhile
   T_Worker& tWorker = LeastBusy();
   Error cError;
   tcp::endpoint cPeer;

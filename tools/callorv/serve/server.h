@@ -14,6 +14,8 @@ struct T_ServeOptions {
   bool bEcho = false;
   std::string sRules;    // file; "": none
   int iSeed = 0;         // of the delays in rules
+  std::string sMetricsHost;    // "": no counters over HTTP
+  int iMetricsPort = 0;        // 0: a free one
   int iDelay = 0;              // milliseconds before every answer
   int iCompressOver = 1024;    // bytes of XML; a longer reply is compressed
   std::string sRecord;         // folder; "": nothing is kept
