@@ -1,4 +1,5 @@
 """The dissector on real calls: `callorv call` to `callorv serve`, through a wire that keeps what goes over it."""
+import json
 import os
 import pathlib
 import re
@@ -9,7 +10,7 @@ import time
 import unittest
 import zlib
 
-from capture import FIN, PSH, RST, ACK, Capture, Shark
+from capture import ACK, FIN, PORT, PSH, RST, Capture, Shark
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
 from support import CallTest, Server, Wire, run
@@ -114,6 +115,60 @@ class RealCallTest(CallTest):
                 if fault == "checksum":
                     right = sum(sent[:-3]) % 256
                     self.assertEqual(said, [f"checksum {int(sent[-3:])} is incorrect, should be {right}"])
+
+    def calls_of_shark(self):
+        """(port of the client, service, message, message of the reply, microseconds until then) of each request."""
+        rows = self.shark.fields("frame.number", "tcp.srcport", "callorv.service", "callorv.message",
+                                 "callorv.request_in", "callorv.time")
+        replies = {row[4]: (int(row[3]), round(float(row[5]) * 1e6)) for row in rows if row[3] and row[4]}
+        return sorted((int(port), int(service), int(message), *replies.get(frame, (None, None)))
+                      for frame, port, service, message, asked, _ in rows
+                      if message and not asked and int(port) != PORT)
+
+    def test_decode_says_the_same_calls(self):
+        """Of sound calls, of faults, and of segments in disorder, repeated and lost."""
+        with self.serve() as server:
+            calls = self.record(server, "1201", "1202", "1203")
+        (long, replied), *_ = calls
+        with Capture(self.file) as capture:
+            for request, reply in calls:
+                connection = capture.connect()
+                connection.ask(request, mss=100)
+                connection.answer(reply, mss=200, after=1234)
+                connection.close()
+            for size, flags in ((0, FIN | ACK), (100, FIN | ACK), (len(replied) - 1, RST | ACK)):
+                connection = capture.connect()
+                connection.ask(long)
+                connection.answer(replied[:size], flags=PSH | ACK)
+                connection.answer(b"", flags=flags)
+            connection = capture.connect()
+            first = dict(connection.seq)
+            halves = ((len(long) // 2, long[len(long) // 2:]), (0, long[:len(long) // 2 + 10]), (0, long[:50]))
+            for at, part in halves:
+                capture.frame(connection.ports[True], PORT, first[True] + at, first[False], PSH | ACK, part)
+            connection.seq[True] = first[True] + len(long)
+            connection.answer(replied)
+            connection.close()
+        self.shark = Shark(self.file, "-2", "-o", "tcp.reassemble_out_of_order:TRUE")
+        result = run("decode", "--json", self.file)
+        self.assertEqual(result.returncode, 1)
+        found = json.loads(result.stdout)["calls"]
+        ours = sorted((c["client"]["port"], c["service"], c["request"]["message"], c["reply"] and c["reply"]["message"],
+                       c["latency_us"] and round(c["latency_us"]))
+                      for c in found if c["outcome"] in ("reply", "rejected"))
+        self.assertEqual(len(ours), 4)
+        self.assertEqual(ours, [call for call in self.calls_of_shark() if call[3] is not None])
+        self.assertEqual([c["outcome"] for c in found],
+                         ["reply", "rejected", "rejected", "no reply", "damaged", "damaged", "reply"])
+        said = [re.sub("frame .*", "frame", text) for text in self.said()
+                if not text.startswith("rejected")]
+        self.assertEqual(said, ["no reply to the request in frame", "reply cut off by FIN after 100 of 128 bytes",
+                                f"reply cut off by RST after {len(replied) - 1} of {len(replied)} bytes"])
+        self.assertEqual([c["why"] for c in found if c["outcome"] in ("no reply", "damaged")], [
+            "the server closed the connection",
+            "reply: the header ends after 100 of 128 bytes: the server closed the connection",
+            f"reply: the packet ends after {len(replied) - 1} of {len(replied)} bytes: the server reset the "
+            "connection"])
 
     def test_a_capture_of_the_loopback_interface(self):
         """By dumpcap where that is allowed, else from the bytes."""

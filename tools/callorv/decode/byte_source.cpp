@@ -39,7 +39,7 @@ void CByteSource::EndAtSignal() {
   sigemptyset(&tStop);
   sigaddset(&tStop, SIGINT);
   sigaddset(&tStop, SIGTERM);
-  sigprocmask(SIG_BLOCK, &tStop, &m_tWaiting);    // else one that comes just before waiting would be missed
+  pthread_sigmask(SIG_BLOCK, &tStop, &m_tWaiting);    // else one that comes just before waiting would be missed
   struct sigaction tAction = {};
   tAction.sa_handler = NoteSignal;
   sigaction(SIGINT, &tAction, nullptr);

@@ -62,7 +62,7 @@ nlohmann::ordered_json PacketAsJson(const std::optional<T_Packet>& p_t) {
   cPacket["message"] = p_t->iMessage;
   cPacket["size"] = p_t->iSize;
   cPacket["wrong"] = p_t->asWrong;
-  if (!p_t->cDetail.is_null()) cPacket["packet"] = p_t->cDetail;
+  if (p_t->pDetail != nullptr) cPacket["packet"] = *p_t->pDetail;
   return cPacket;
 }
 

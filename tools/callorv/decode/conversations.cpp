@@ -10,7 +10,7 @@ bool IsBefore(const T_Packet& p_tReply, const T_Packet& p_tRequest) {
   return p_tReply.tLast.bKnown && p_tRequest.bPacket && p_tReply.tLast.iNano < p_tRequest.tFirst.iNano;
 }
 
-std::optional<T_Packet> TakeFirst(std::deque<T_Packet>& p_atPacket) {
+std::optional<T_Packet> TakeFirst(std::list<T_Packet>& p_atPacket) {
   std::optional<T_Packet> t(std::move(p_atPacket.front()));
   p_atPacket.pop_front();
   return t;
@@ -106,8 +106,8 @@ void CConversations::Pair(T_Conversation& p_t, const std::string& p_sWhy, bool p
   const std::string sWhy = p_t.iEnder < 0 ? p_sWhy : sWho + (p_t.bReset ? "reset" : "closed") + " the connection";
   CDirection& cClient = p_t.acDirection[p_t.iClient];
   CDirection& cServer = p_t.acDirection[1 - p_t.iClient];
-  std::deque<T_Packet>& atRequest = cClient.Framer().atPacket;
-  std::deque<T_Packet>& atReply = cServer.Framer().atPacket;
+  std::list<T_Packet>& atRequest = cClient.Framer().atPacket;
+  std::list<T_Packet>& atReply = cServer.Framer().atPacket;
   const bool bNoMore = p_bLast || cServer.Closed();
   while (!atReply.empty() || !atRequest.empty()) {
     if (atReply.empty()) {

@@ -65,19 +65,24 @@ void CFramer::StartsHere() {
   if (!m_bTouched) m_bAligned = true;
 }
 
+// What came out of order was complete with the latest of its segments.
+void CFramer::SetLast(const T_Moment& p_tMoment) {
+  if (!m_tLast.bKnown || m_tLast.iNano < p_tMoment.iNano) m_tLast = p_tMoment;
+}
+
 void CFramer::Feed(std::string_view p_sBytes, const T_Moment& p_tMoment) {
   m_bTouched = true;
   if (m_iSkip > 0 && !p_sBytes.empty()) {
     const size_t iNow = static_cast<size_t>(std::min<uint64_t>(m_iSkip, p_sBytes.size()));
     m_iSkip -= iNow;
     m_iCame += iNow;
-    m_tLast = p_tMoment;
+    SetLast(p_tMoment);
     p_sBytes.remove_prefix(iNow);
     if (m_iSkip == 0) EmitSkipped();
   }
   if (p_sBytes.empty()) return;
   if (m_sBuffer.empty()) m_tFirst = p_tMoment;
-  m_tLast = p_tMoment;
+  SetLast(p_tMoment);
   m_sBuffer.append(p_sBytes);
   Parse();
 }
@@ -170,7 +175,7 @@ void CFramer::EmitSkipped() {
 void CFramer::Gap(uint64_t p_iBytes, const T_Moment& p_tMoment) {
   m_bTouched = true;
   const std::string sMissing = MissingText(p_iBytes);
-  m_tLast = p_tMoment;
+  SetLast(p_tMoment);
   if (m_bPacket && m_iSkip == 0 && m_iSize > m_sBuffer.size()) {    // where it ends is known
     StartSkipping(m_iSize - m_sBuffer.size(), sMissing);
   } else if (m_bPacket && m_iSkip > 0) {
@@ -264,8 +269,8 @@ void CFramer::Emit(T_Piece& p_tPiece, uint64_t p_iSize) {
   constexpr int REJECT = 10;
   if (t.bPacket && t.asWrong.empty() && t.iMessage == REJECT) ReadRejection(p_tPiece.sBody, t);
   if (m_tWish.bDetail && m_tWish.bJson) {
-    t.cDetail = ToJson(p_tPiece, m_tWish.bShowKey);
-    t.cBytes = p_tPiece.sBytes.size() + p_tPiece.sBody.size();
+    t.pDetail = std::make_shared<nlohmann::ordered_json>(ToJson(p_tPiece, m_tWish.bShowKey));
+    t.iDetail = p_tPiece.sBytes.size() + p_tPiece.sBody.size();
   } else if (m_tWish.bDetail) {
     std::ostringstream cText;
     PrintPiece(cText, p_tPiece, m_tWish.bShowKey);

@@ -3,7 +3,8 @@
 #define CALLORV_TOOLS_FRAMER_H
 
 #include <cstdint>
-#include <deque>
+#include <list>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -37,10 +38,10 @@ struct T_Packet {
   bool bRejection = false;
   std::string sCode, sReason;    // of a rejection, UTF-8
   std::string sDetail, sBody;    // when wished for
-  nlohmann::ordered_json cDetail;
+  std::shared_ptr<nlohmann::ordered_json> pDetail;
 
-  size_t Held() const { return sizeof(*this) + sDetail.size() + sBody.size() + 2 * cBytes; }
-  size_t cBytes = 0;    // of the packet when cDetail has it
+  size_t Held() const { return sizeof(*this) + sDetail.size() + sBody.size() + 2 * iDetail; }
+  size_t iDetail = 0;    // bytes of the packet when pDetail has it
 };
 
 class CFramer {
@@ -57,7 +58,7 @@ class CFramer {
   void StartsHere();
   bool Idle() const { return m_sBuffer.empty() && !m_bPacket && m_iJunk == 0 && m_iLost == 0; }
 
-  std::deque<T_Packet> atPacket;    // complete, in their order
+  std::list<T_Packet> atPacket;    // complete, in their order
   size_t Held() const;
 
  private:
@@ -75,6 +76,7 @@ class CFramer {
   uint64_t m_iLost = 0;    // bytes that are missing before them, where a packet was to begin
   T_Moment m_tFirst, m_tLast, m_tJunk;
 
+  void SetLast(const T_Moment& p_tMoment);
   void Parse();
   bool Search();
   bool Complete();

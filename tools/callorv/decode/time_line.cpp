@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 #include <vector>
 
 #include "command.h"
@@ -17,7 +18,7 @@ namespace {
 struct T_Entry {
   int64_t iTime = 0;
   std::string sLine;
-  nlohmann::ordered_json cCall;
+  std::shared_ptr<nlohmann::ordered_json> pCall;
 };
 
 class CTimeLine {
@@ -40,7 +41,7 @@ class CTimeLine {
       T_Entry tEntry;
       tEntry.iTime = p_tCall.Any().tFirst.iNano;
       if (tWish.bJson) {
-        tEntry.cCall = CallAsJson(p_tCall);
+        tEntry.pCall = std::make_shared<nlohmann::ordered_json>(CallAsJson(p_tCall));
       } else {
         tEntry.sLine = CallLine(p_tCall);
       }
@@ -56,7 +57,7 @@ class CTimeLine {
     });
     if (m_t.tWish.bJson) {
       nlohmann::ordered_json& cCalls = p_cObject["calls"] = nlohmann::ordered_json::array();
-      for (T_Entry& t : m_atEntry) cCalls.push_back(std::move(t.cCall));
+      for (T_Entry& t : m_atEntry) cCalls.push_back(std::move(*t.pCall));
       return;
     }
     for (const T_Entry& t : m_atEntry) std::cout << t.sLine;
