@@ -2,6 +2,7 @@
 import json
 import os
 import re
+import shutil
 import subprocess
 import unittest
 
@@ -153,11 +154,17 @@ class ManPageTest(ToolTest):
 class CompletionTest(ToolTest):
     def complete(self, line):
         """What bash offers for the last word of a line."""
+        tools = os.path.join(self.dir, "..", os.path.basename(self.dir) + ".bin")
+        if not os.path.exists(tools):
+            os.mkdir(tools)
+            self.addCleanup(shutil.rmtree, tools)
+            os.symlink(os.path.abspath(COMMAND), os.path.join(tools, "callorv"))
         script = f"""source {SOURCE}/tools/completion/callorv
             COMP_WORDS=({line}) COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1))
             _callorv callorv "${{COMP_WORDS[COMP_CWORD]}}" "${{COMP_WORDS[COMP_CWORD - 1]}}"
             printf '%s\\n' "${{COMPREPLY[@]}}" """
-        result = subprocess.run(["bash", "-c", script], cwd=self.dir, capture_output=True, check=False)
+        result = subprocess.run(["bash", "-c", script], cwd=self.dir, capture_output=True, check=False,
+                                env={**os.environ, "PATH": tools + ":" + os.environ["PATH"]})
         self.assertEqual((result.returncode, result.stderr), (0, b""))
         return result.stdout.decode().split()
 
@@ -165,7 +172,8 @@ class CompletionTest(ToolTest):
         self.assertEqual(self.complete("callorv ''"), ["call", "serve", "decode", "dict", "key", "generate", "--help",
                                                        "--version"])
         self.assertEqual(self.complete("callorv d"), ["decode", "dict"])
-        self.assertEqual(self.complete("callorv dict ''"), ["check", "show", "diff", "schema", "dump", "encrypt", "decrypt", "rekey", "html", "--help"])
+        self.assertEqual(self.complete("callorv dict ''"), ["check", "show", "diff", "schema", "dump", "encrypt", "decrypt",
+                                                            "rekey", "html", "--help"])
         self.assertEqual(self.complete("callorv key m"), ["make"])
 
     def test_every_option(self):

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -37,5 +38,15 @@ void AddDict(CLI::App& p_cApp);
 void AddGenerate(CLI::App& p_cApp);
 void AddKey(CLI::App& p_cApp);
 void AddServe(CLI::App& p_cApp);
+
+// What may stand in a place of a command line: shells ask for it, as "callorv complete", people do not.
+// p_asWords: the words behind "callorv", up to the one that is to be completed, which may be empty. Prints a line with
+// the kind of what follows, and a line for each word that fits: the word, a tab, what it means. The kinds:
+//   words           the words are whole
+//   parts           they are not: no blank behind them
+//   files PREFIX    names of files behind PREFIX, or one of the words
+//   folders PREFIX  names of folders
+// All of it follows from the commands and options that p_cApp has, and from the dictionary that the words name.
+void PrintCompletion(const CLI::App& p_cApp, const std::vector<std::string>& p_asWords);
 
 #endif

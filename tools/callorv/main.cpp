@@ -151,6 +151,10 @@ int main(int p_iArgs, char** p_apArgs) {
     AddDict(cApp);
     AddKey(cApp);
     AddGenerate(cApp);
+    if (p_iArgs > 1 && p_apArgs[1] == std::string_view("complete")) {    // its words are none of ours
+      PrintCompletion(cApp, {p_apArgs + 2, p_apArgs + p_iArgs});
+      return Done();
+    }
     return Run(cApp, p_iArgs, p_apArgs);
   } catch (...) {    // there is no memory even to say so
     return EXIT_FAILED;
