@@ -141,6 +141,8 @@ void AddValues(CAnswer& p_cAnswer, const CLI::Option& p_cOption, const T_Given& 
     }
   } else if (sOption == "--host") {
     for (const char* sz : {"127.0.0.1", "0.0.0.0", "localhost"}) p_cAnswer.Add(sz, "");
+  } else if (sOption == "--language") {
+    for (const char* sz : {"c++", "c", "python"}) p_cAnswer.Add(sz, "");
   }
   for (const std::string& s : Choices(sType)) p_cAnswer.Add(s, "");
 }
