@@ -2,6 +2,7 @@
 import collections
 import json
 import os
+import pty
 import re
 import signal
 import socket
@@ -121,6 +122,21 @@ class DurationTest(LoadTest):
             self.assertGreaterEqual(one["warm_up"]["calls"], 1)
         self.assertEqual([one["warm_up"]["calls"] for one in seen[2:]], [2, 2])    # due after 0 and 20 ms
         self.assertIn(f"served {sum(one['calls'] + one['warm_up']['calls'] for one in seen)} calls", server.log)
+
+
+    def test_a_bar_shows_the_time_that_is_over(self):
+        master, slave = pty.openpty()
+        with self.echo("--quiet") as server:
+            command = [COMMAND, "call", "--config", self.config(server.port), "1201", "Quote", "--duration", "500ms"]
+            with subprocess.Popen([*command, "--rate", "20"], stdout=subprocess.PIPE, stderr=slave) as process:
+                os.close(slave)
+                self.assertIn(b" 20 wanted\n", process.stdout.read())
+                self.assertEqual(process.wait(60), 0)
+        seen = os.read(master, 65536)
+        os.close(master)
+        self.assertRegex(seen, rb"\A(\r\x1b\[K\[#*\.*\] +\d+ %  \d+  \d+/s  0 failed)+\r\x1b\[K\Z")
+        shares = [int(share) for share in re.findall(rb"(\d+) %", seen)]
+        self.assertEqual((shares, shares[0] >= 40), (sorted(shares), True))    # after 200 ms of 500
 
 
 class RateTest(LoadTest):

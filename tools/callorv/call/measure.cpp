@@ -26,6 +26,8 @@ using Clock = CSchedule::Clock;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
+constexpr char s_szClear[] = "\r\x1b[K";    // the line of a terminal that has the bar
+
 double SecondsSince(Clock::time_point p_tStart) {
   return std::max(std::chrono::duration<double>(Clock::now() - p_tStart).count(), 0.0);
 }
@@ -88,10 +90,10 @@ class CRun {
       pollfd atPoll[] = {{m_cThrough.Fd(), POLLIN, 0}, {p_cSignal.Fd(), POLLIN, 0}};
       if (poll(atPoll, 2, bTerminal ? 200 : -1) < 0 && errno != EINTR) break;
       if (atPoll[0].revents != 0) break;
-      if (atPoll[1].revents != 0 && p_cSignal.Take()) Interrupt();
+      if (atPoll[1].revents != 0 && p_cSignal.Take()) Interrupt(bTerminal);
       if (bTerminal && IsStarted()) ShowProgress();    // not with the mutex: a terminal may be halted
     }
-    if (bTerminal) std::fputs("\r\x1b[K", stderr);
+    if (bTerminal) std::fputs(s_szClear, stderr);
   }
 
   T_Measurement TakeResult() {
@@ -146,14 +148,15 @@ class CRun {
     return m_iWaiting == 0;
   }
 
-  void Interrupt() {
+  void Interrupt(bool p_bTerminal) {
     {
       const std::lock_guard<std::mutex> cLock(m_cMutex);
       m_bInterrupted = m_bStop = true;
       m_tInterrupted = Clock::now();
       m_cChanged.notify_all();
     }
-    std::fputs("callorv: no more calls begin; those under way end. Once more, and nothing is printed.\n", stderr);
+    std::fprintf(stderr, "%scallorv: no more calls begin; those under way end. Once more, and nothing is printed.\n",
+                 p_bTerminal ? s_szClear : "");
   }
 
   void ShowProgress() const {
@@ -164,7 +167,7 @@ class CRun {
     double dPart = dAll > 0 ? std::min(dSeconds / dAll, 1.0) : 0;
     if (m_tLoad.uCalls > 0) dPart = std::max(dPart, static_cast<double>(uDone) / static_cast<double>(m_tLoad.uCalls));
     const int iFull = static_cast<int>(WIDTH * dPart);
-    std::fprintf(stderr, "\r\x1b[K[%s%s] %3d %%  %llu", std::string(static_cast<size_t>(iFull), '#').c_str(),
+    std::fprintf(stderr, "%s[%s%s] %3d %%  %llu", s_szClear, std::string(static_cast<size_t>(iFull), '#').c_str(),
                  std::string(static_cast<size_t>(WIDTH - iFull), '.').c_str(), static_cast<int>(100 * dPart), uDone);
     if (m_tLoad.uCalls > 0) std::fprintf(stderr, "/%llu", static_cast<unsigned long long>(m_tLoad.uCalls));
     std::fprintf(stderr, "  %.0f/s  %llu failed", static_cast<double>(uDone) / std::max(dSeconds, 0.001),

@@ -17,6 +17,7 @@ T_Measurement CRecorder::Take() {
 
 void CRecorder::EndSecond() {
   const CHistogram& c = m_cSecond;
+  if (c.Count() == 0) return m_tAll.atSeconds.push_back({});    // hours may pass between two calls
   m_tAll.atSeconds.push_back(
       {c.Count(), m_uSecondFailed, c.Percentile(50), c.Percentile(90), c.Percentile(99), c.Max()});
   m_tAll.uCalls += c.Count();

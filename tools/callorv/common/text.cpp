@@ -107,10 +107,10 @@ std::string PrintableFailure(std::string_view p_sText) {
   return sOut;
 }
 
-std::string Counted(size_t p_iCount, const char* p_szNoun) {
+std::string Counted(uint64_t p_uCount, const char* p_szNoun) {
   const std::string sNoun(p_szNoun);
-  const char* szEnd = p_iCount == 1 ? "" : sNoun.back() == 's' ? "es" : "s";
-  return std::to_string(p_iCount) + ' ' + sNoun + szEnd;
+  const char* szEnd = p_uCount == 1 ? "" : sNoun.back() == 's' ? "es" : "s";
+  return std::to_string(p_uCount) + ' ' + sNoun + szEnd;
 }
 
 std::string MaskKey(std::string_view p_sKey) {

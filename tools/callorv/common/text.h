@@ -2,6 +2,7 @@
 #ifndef CALLORV_TOOLS_TEXT_H
 #define CALLORV_TOOLS_TEXT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -22,7 +23,7 @@ std::string Printable(std::string_view p_sLatin1, bool p_bLines);
 std::string PrintableFailure(std::string_view p_sText);
 
 // "1 error", "2 errors", "2 classes".
-std::string Counted(size_t p_iCount, const char* p_szNoun);
+std::string Counted(uint64_t p_uCount, const char* p_szNoun);
 
 // A user key for logs: its first two characters and stars, stars alone for one of up to four characters.
 std::string MaskKey(std::string_view p_sKey);
