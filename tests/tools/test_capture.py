@@ -446,6 +446,17 @@ class FollowTest(CaptureTest):
             self.assertEqual((process.wait(60), process.stderr.read()), (0, b""))
             process.stdin.close()
 
+    def test_a_writer_that_goes_on_does_not_keep_it(self):
+        process = self.follow()
+        self.feed(process, pcap(frames(call)))
+        process.stdout.readline()    # it has begun
+        writer = subprocess.Popen(["cat", "/dev/zero"], stdout=process.stdin, stderr=subprocess.DEVNULL)
+        process.stdin.close()
+        process.send_signal(signal.SIGINT)
+        self.assertEqual((process.wait(60), process.stdout.read()), (0, b""))
+        self.assertRegex(process.stderr.read().decode(), r"\A.* frames without whole headers of IP and TCP: not read\n\Z")
+        self.assertNotEqual(writer.wait(60), 0)
+
     def test_nothing_is_not_wrong(self):
         self.assert_run(self.decode(pcap([]), "--follow"), 0, "", "")
 

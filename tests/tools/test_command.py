@@ -181,6 +181,18 @@ class CompletionTest(ToolTest):
             with self.subTest(command=command):
                 self.assertEqual(sorted(self.complete(f"callorv {command} --")), sorted([*options(command), "--help"]))
 
+    def test_what_cannot_be_read_has_no_names(self):
+        os.mkfifo(self.path("pipe"))    # nobody writes into it
+        self.write("broken.xml", "<msg_dictionary")
+        self.write("client.cfg", "msg_dic=pipe\n")
+        for args in (("--dictionary", "pipe"), ("--dictionary", "broken.xml"), ("--dictionary", "none"),
+                     ("--config", "client.cfg"), ("--config", "pipe"), ("--config", "none"), ()):
+            for more in (["1", "Q"], ["1", "Quote", "x"]):
+                args = [arg if arg[0] == "-" else self.path(arg) for arg in args]
+                self.assert_run(run("complete", "call", *args, *more), 0, "words\n" if more[-1] == "Q" else "parts\n", "")
+        self.assert_run(run("complete"), 0, err="")
+        self.assert_run(run("complete", "nosuch", "--config", "-", "--="), 0, "words\n", "")
+
     def test_values(self):
         self.assertEqual(self.complete("callorv call --format ''"), ["dump", "xml", "json"])
         self.assertEqual(self.complete("callorv serve --fault re"), ["reset", "reject"])

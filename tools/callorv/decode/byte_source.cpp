@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 
 #include "command.h"
 #include "common/input.h"
@@ -15,11 +14,9 @@
 namespace {
 
 constexpr size_t ROOM = 65536;
-constexpr long GRACE_NANOSECONDS = 250000000;    // for a writer's last bytes after a signal
-
-volatile sig_atomic_t s_iSignal = 0;
-
-void NoteSignal(int) { s_iSignal = 1; }
+// For a writer's last bytes after a signal: between two of them, and for one who never ends.
+constexpr int GRACE_MILLISECONDS = 250;
+constexpr auto LONGEST_GRACE = std::chrono::seconds(1);
 
 }    // namespace
 
@@ -34,30 +31,24 @@ CByteSource::~CByteSource() {
   if (m_iFd > 0) close(m_iFd);
 }
 
-void CByteSource::EndAtSignal() {
-  sigset_t tStop;
-  sigemptyset(&tStop);
-  sigaddset(&tStop, SIGINT);
-  sigaddset(&tStop, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &tStop, &m_tWaiting);    // else one that comes just before waiting would be missed
-  struct sigaction tAction = {};
-  tAction.sa_handler = NoteSignal;
-  sigaction(SIGINT, &tAction, nullptr);
-  sigaction(SIGTERM, &tAction, nullptr);
-  m_bSignals = true;
-}
+void CByteSource::EndAtSignal() { m_cStop.emplace(); }
 
 // Until there is something to read; false when a signal ended the bytes.
-bool CByteSource::Wait() const {
-  if (!m_bSignals) return true;
-  pollfd tPoll = {m_iFd, POLLIN, 0};
-  const timespec tGrace = {0, GRACE_NANOSECONDS};
+bool CByteSource::Wait() {
+  if (!m_cStop) return true;
   while (true) {
-    const int iReady = ppoll(&tPoll, 1, s_iSignal != 0 ? &tGrace : nullptr, &m_tWaiting);
-    if (iReady > 0) return true;
-    if (iReady == 0) return false;
+    pollfd atPoll[] = {{m_iFd, POLLIN, 0}, {m_bStopped ? -1 : m_cStop->Fd(), POLLIN, 0}};
+    const int iReady = poll(atPoll, 2, m_bStopped ? GRACE_MILLISECONDS : -1);
     const int iErrno = errno;
-    if (iErrno != EINTR) throw CFailure(m_sName + ": " + FileErrorText(iErrno));
+    if (iReady < 0 && iErrno != EINTR) throw CFailure(m_sName + ": " + FileErrorText(iErrno));
+    if (iReady == 0) return false;
+    if (iReady > 0 && atPoll[1].revents != 0 && m_cStop->Take()) {
+      m_bStopped = true;
+      m_tStopBy = std::chrono::steady_clock::now() + LONGEST_GRACE;
+    }
+    if (iReady > 0 && atPoll[0].revents != 0) {
+      return !m_bStopped || std::chrono::steady_clock::now() < m_tStopBy;
+    }
   }
 }
 

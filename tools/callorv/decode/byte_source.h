@@ -2,10 +2,12 @@
 #ifndef CALLORV_TOOLS_BYTE_SOURCE_H
 #define CALLORV_TOOLS_BYTE_SOURCE_H
 
-#include <signal.h>
-
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "common/stop_signal.h"
 
 class CByteSource {
  public:
@@ -32,11 +34,12 @@ class CByteSource {
   int m_iFd = 0;
   bool m_bEnd = false;
   std::string m_sBuffer;
-  size_t m_iAt = 0;              // where in m_sBuffer the next byte is
-  bool m_bSignals = false;       // they are blocked but while waiting
-  sigset_t m_tWaiting = {};      // the signals that are blocked while waiting
+  size_t m_iAt = 0;    // where in m_sBuffer the next byte is
+  std::optional<CStopSignal> m_cStop;
+  bool m_bStopped = false;    // one came
+  std::chrono::steady_clock::time_point m_tStopBy;
 
-  bool Wait() const;
+  bool Wait();
   bool Fill();    // reads once; false at the end
 };
 
