@@ -150,7 +150,8 @@ As JSON, for callorv call --data:
 
     def test_wrong_usage_and_names(self):
         text = f"callorv: {self.dictionary}: no message '%s' in the dictionary%s\n"
-        for name, near in (("Qoute", "; did you mean 'Quote'?"), ("quoterow", "; did you mean 'QuoteRow'?"), ("5", ""),
+        for name, near in (("Qoute", "; did you mean 'Quote'?"), ("quoterow", "; did you mean 'QuoteRow'?"),
+                           ("rej", "; did you mean 'REJECT'?"), ("5", ""),
                            ("x", ""), ("10000", "")):
             self.assert_run(run("dict", "show", self.dictionary, name), 1, "", text % (name, near))
         result = run("dict", "show", "--json", self.dictionary, "Qoute")
@@ -252,28 +253,30 @@ class DiffTest(ToolTest):
         result = self.diff(old, new)
         self.assert_run(result, 1, f"""\
 message 3 'Quote': version from '1' to '2': compatible: the library keeps it and compares it with nothing
-message 3 'Quote', tag 1 'code': type from 'string' to 'integer': BREAKS programs: what sets and gets the old type \
+message 3 'Quote', tag 1 'code': type from 'string' to 'integer': BREAKS access by number and by name: what sets and gets the old type \
 fails (-17)
-message 3 'Quote', tag 2 'price': renamed from 'price' to 'cost': BREAKS programs by name: its old name is unknown, or \
+message 3 'Quote', tag 2 'price': renamed from 'price' to 'cost': BREAKS access by name: its old name is unknown, or \
 another's; by number it is what it was
-message 3 'Quote', tag 3 '\u00e9t\u00e9': renumbered from '3' to '4': BREAKS programs by number: its old number is unknown \
+message 3 'Quote', tag 3 '\u00e9t\u00e9': renumbered from '3' to '4': BREAKS access by number: its old number is unknown \
 (-18; in a message that is read -21)
-message 3 'Quote', tag 5 'rows': array from 'Y' to 'N': BREAKS programs: of several values the last is sent, and asking \
+message 3 'Quote', tag 5 'rows': array from 'Y' to 'N': BREAKS access by number and by name: of several values the last is sent, and asking \
 for one after the other never ends; by name it is a value, where it was a list
-message 3 'Quote', tag 6 'one': array from 'N' to 'Y': BREAKS programs: a value that is set again is appended, where it \
+message 3 'Quote', tag 6 'one': array from 'N' to 'Y': BREAKS access by number and by name: a value that is set again is appended, where it \
 was replaced; by name it is a list, where it was a value
 message 3 'Quote', tag 7 'more': added, string: compatible: it is passed over where the new dictionary is loaded; where \
 the old one still is, a message that has it is refused (-21)
 message 3 'Quote': the order of its tags changed: compatible: tags are written in another order; who reads them goes by \
 number or name
-message 4 'Row': renumbered from '4' to '5': BREAKS programs by number: its old number is unknown (-19; in a reply -21)
+message 4 'Row': renumbered from '4' to '5': BREAKS access by number: its old number is unknown (-19; in a reply -21)
 message 6 'Row': added: compatible: no program that was built for the old dictionary asks for it
-{self.path('new.xml')}: 10 changes since {self.path('old.xml')}; programs that were built for that need to be looked at
+10 changes from {self.path('old.xml')} to {self.path('new.xml')}; not all programs that were built for \
+{self.path('old.xml')} go on working
 """, "")
         secret = self.path("new.exml")
         run("dict", "encrypt", self.path("new.xml"), secret)
         self.assert_run(run("dict", "diff", "-", secret, stdin=self.read("new.xml")), 0,
-                        f"{secret}: 0 changes since standard input; programs that were built for that go on working\n", "")
+                        f"0 changes from standard input to {secret}; all programs that were built for standard input go on "
+                        "working\n", "")
 
     def test_a_file_that_cannot_be_read_is_another_status(self):
         bad, missing = self.write("bad.xml", "<x/>"), self.path("missing.xml")

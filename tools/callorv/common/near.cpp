@@ -47,7 +47,8 @@ std::string Nearest(std::string_view p_sWord, const std::vector<std::string>& p_
   }
   for (size_t i = 0; pBest == nullptr && i < p_asKnown.size(); ++i) {
     const size_t iLength = std::min(sWord.size(), p_asKnown[i].size());
-    if (iLength >= PREFIX_MIN && sWord.compare(0, iLength, p_asKnown[i], 0, iLength) == 0) pBest = &p_asKnown[i];
+    const bool bBegins = sWord.compare(0, iLength, Lower(p_asKnown[i]), 0, iLength) == 0;
+    if (iLength >= PREFIX_MIN && bBegins) pBest = &p_asKnown[i];
   }
   return pBest == nullptr ? "" : *pBest;
 }

@@ -45,6 +45,7 @@ std::vector<T_Pair<T>> Paired(const std::vector<const T*>& p_apOld, const std::v
   });
   fnPair([](const T& p_c) { return NumberOf(p_c); });
   std::vector<T_Pair<T>> atPair;
+  atPair.reserve(p_apOld.size() + p_apNew.size());
   for (const T* pOld : p_apOld) atPair.push_back({pOld, cNewOf.count(pOld) != 0 ? cNewOf[pOld] : nullptr});
   for (const T* pNew : p_apNew) {
     if (cOldOf.count(pNew) == 0) atPair.push_back({nullptr, pNew});

@@ -56,8 +56,8 @@ std::string What(const T_Change& p_t) {
 // Whom it breaks.
 std::string Verdict(const T_Change& p_t) {
   if (!p_t.Breaks()) return "compatible";
-  const std::string sAll = "BREAKS programs";
-  return p_t.bByNumber && p_t.bByName ? sAll : sAll + (p_t.bByNumber ? " by number" : " by name");
+  const std::string sBoth = p_t.bByNumber && p_t.bByName ? " and" : "";
+  return "BREAKS access" + std::string(p_t.bByNumber ? " by number" : "") + sBoth + (p_t.bByName ? " by name" : "");
 }
 
 Json AsJson(const T_Change& p_t) {
@@ -95,9 +95,9 @@ void Diff(const T_Options& p_tOptions, Json& p_cObject) {
     }
   }
   if (!p_tOptions.bJson) {
-    std::cout << InputName(p_tOptions.sNew) << ": " << Counted(atChange.size(), "change") << " since "
-              << InputName(p_tOptions.sOld) << "; programs that were built for that "
-              << (bBreaks ? "need to be looked at" : "go on working") << '\n';
+    const std::string sOld = InputName(p_tOptions.sOld);
+    std::cout << Counted(atChange.size(), "change") << " from " << sOld << " to " << InputName(p_tOptions.sNew) << "; "
+              << (bBreaks ? "not all" : "all") << " programs that were built for " << sOld << " go on working\n";
   }
   if (bBreaks) throw CFailure("");    // all is said
 }
