@@ -98,9 +98,11 @@ bool CRequestMaker::Varies() const {
   return std::any_of(m_cTexts.begin(), m_cTexts.end(), [](const auto& t) { return t.second.Varies(); });
 }
 
-std::shared_ptr<CMsg> CRequestMaker::Make(uint64_t p_uCall) const try {
-  return MakeRequest(m_tOptions, m_sDocument,
-                     [&](const std::string& p_sText) { return m_cTexts.at(p_sText).ForCall(p_uCall); });
-} catch (const CFailure& cError) {
-  throw CFailure("the request of call " + std::to_string(p_uCall) + ": " + cError.what());
+std::shared_ptr<CMsg> CRequestMaker::Make(uint64_t p_uCall) const {
+  try {
+    return MakeRequest(m_tOptions, m_sDocument,
+                       [&](const std::string& p_sText) { return m_cTexts.at(p_sText).ForCall(p_uCall); });
+  } catch (const CFailure& cError) {
+    throw CFailure("the request of call " + std::to_string(p_uCall) + ": " + cError.what());
+  }
 }
