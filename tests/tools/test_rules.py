@@ -78,11 +78,11 @@ class MatchTest(RulesTest):
     def test_values(self):
         with self.serve("--quiet") as server:
             for path, yes, no in (
-                    ("code", ["ABC", ["x", "ABC"], {"pattern": "B"}, {"pattern": "^A.C$"}, {"pattern": "^[A-Z]{3}$"},
+                    ("code", ["ABC", ["x", "ABC"], {"equal": "ABC"}, {"equal": ["x", "ABC"]}, {"pattern": "B"}, {"pattern": "^A.C$"}, {"pattern": "^[A-Z]{3}$"},
                               {"pattern": "x|B"}, {"pattern": ""}, {"pattern": "^ABC|x$"},
                               {"pattern": "^[]()[:alpha:]{\\d]+$"},
                               {"present": True}],
-                     ["abc", "AB", "", 1, True, ["x", "y"], {"pattern": "^B"}, {"pattern": "^$"}, {"pattern": "[0-9]"},
+                     ["abc", "AB", "", 1, {"equal": "abc"}, True, ["x", "y"], {"pattern": "^B"}, {"pattern": "^$"}, {"pattern": "[0-9]"},
                       {"present": False}]),
                     ("1", ["ABC"], ["x"]),
                     ("price", [2.5, "2.5", [1, 2.5], {"from": 2.5, "to": 2.5}, {"from": 2}, {"to": 3},
@@ -425,7 +425,8 @@ class WrongTest(RulesTest):
         self.reply_file("<msg no='3'>\n<t6>x</t6></msg>", "bad.xml")
         number = "stands where an integer from -999 to 9999 belongs"
         cases = (    # rule, what is said of it, whether the schema refuses it, too
-            ({"servce": 1}, ["/servce: is unknown; did you mean 'service'?"], True),
+            ({"servce": 1, "mesage": 3},
+             ["/servce: is unknown; did you mean 'service'?", "/mesage: is unknown; did you mean 'message'?"], True),
             ({"xyzzy": 1}, ["/xyzzy: is unknown; known are name, service, message, user_keys, values, when, set, reply, then, "
                             "delay, fault"], True),
             (7, [": 7 stands where an object belongs"], True),
@@ -452,9 +453,11 @@ class WrongTest(RulesTest):
             ({"values": {"code": [[]]}},
              ["/values/code/0: an array stands where a text, a number, true or false belongs"], True),
             ({"values": {"code": {}}},
-             ["/values/code: it takes a pattern, a range (from, to or both) or present, one of them"], True),
+             ["/values/code: it takes equal, pattern, a range (from, to or both) or present, one of them"], True),
             ({"values": {"code": {"pattern": "a", "from": 1}}},
-             ["/values/code: it takes a pattern, a range (from, to or both) or present, one of them"], True),
+             ["/values/code: it takes equal, pattern, a range (from, to or both) or present, one of them"], True),
+            ({"values": {"code": {"equal": {}}}},
+             ["/values/code/equal: an object stands where a text, a number, true or false belongs"], True),
             ({"values": {"code": {"patern": "a"}}}, ["/values/code/patern: is unknown; did you mean 'pattern'?"], True),
             ({"values": {"code": {"pattern": "(a"}}}, ["/values/code/pattern: no pattern: Unmatched ( or \\("], False),
             ({"values": {"code": {"pattern": "a)(b"}}}, ["/values/code/pattern: no pattern: ) without ("], False),
@@ -504,7 +507,7 @@ class WrongTest(RulesTest):
              ["/reply/reject: '1' stands where an integer from -2147483648 to 2147483647 belongs"], True),
             ({"then": "last"}, ["/then: it goes with a list of replies"], True),
             ({"then": "again", "reply": [{"reject": 1}]}, ["/then: 'again' is none of last, repeat and next"], True),
-            ({"delay": "1s"}, ["/delay: '1s' stands where an object belongs"], True),
+            ({"delay": "1s"}, ["/delay: '1s' stands where a number of milliseconds or a distribution belongs"], True),
             ({"delay": 3600001}, ["/delay: 3600001 stands where a number from 0 to 3600000 belongs"], True),
             ({"delay": {"fixed": 1, "normal": {}}},
              ["/delay: it takes one of fixed, uniform, normal, lognormal, exponential"], True),
@@ -527,7 +530,7 @@ class WrongTest(RulesTest):
 
     def test_what_is_wrong_around_the_rules(self):
         for text, said in (
-                ("[]", [": an array stands where an object belongs"]),
+                ("[]", [': an array stands where {"rules": [...]} belongs']),
                 ("{}", [": 'rules' is missing"]),
                 ('{"rules": {}}', ["/rules: an object stands where a list belongs"]),
                 ('{"ruls": [], "rules": []}', ["/ruls: is unknown; did you mean 'rules'?"]),

@@ -12,8 +12,9 @@ namespace {
 
 constexpr char s_szFooter[] = R"(A call of service 1201 is answered with the message in DIR/1201.xml; {{tag:1}} or
 {{tag:rows[0].price}} in it stands for that value of the request. A file that changes
-counts at once, and so does the dictionary. A service without a file is rejected (message 10, code 404), a file with
-a value that the dictionary does not allow ends the server at its start.
+counts at once, and so does the dictionary. A service without a file is rejected
+(message 10, code 404), a file with a value that the dictionary does not allow ends the
+server at its start.
 
 Faults, each for PERCENT of the calls (100 when left out):
   delay:MS        answer later (1000)       checksum     wrong checksum
@@ -52,7 +53,7 @@ void AddServe(CLI::App& p_cApp) {
   auto pOptions = std::make_shared<T_ServeOptions>();
   auto psMetrics = std::make_shared<std::string>();
   T_ServeOptions& t = *pOptions;
-  CLI::App* pCommand = p_cApp.add_subcommand("serve", "Play the server: answer calls from a folder of reply files");
+  CLI::App* pCommand = p_cApp.add_subcommand("serve", "Play the server: answer calls from reply files and by rules");
   pCommand->add_option("--dictionary", t.sDictionary, "Dictionary, plain or .exml")->type_name("FILE")->required();
   CLI::Option* pReplies =
       pCommand->add_option("--replies", t.sReplies, "Folder of reply files, <service number>.xml each")

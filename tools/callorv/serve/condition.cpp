@@ -115,9 +115,12 @@ CCondition::T_Wanted CCondition::Wanted(const CJsonIn::CValue& p_cJson) {
 }
 
 CCondition::CCondition(const CJsonIn::CValue& p_cJson) {
-  if (p_cJson.Kind() == JSON_OBJECT) {
-    ReadObject(p_cJson);
-  } else if (p_cJson.Kind() != JSON_ARRAY) {
+  if (p_cJson.Kind() == JSON_OBJECT) ReadObject(p_cJson);
+  else ReadEqual(p_cJson);
+}
+
+void CCondition::ReadEqual(const CJsonIn::CValue& p_cJson) {
+  if (p_cJson.Kind() != JSON_ARRAY) {
     m_atOneOf.push_back(Wanted(p_cJson));
   } else if (!p_cJson.First()) {
     p_cJson.Fail("an empty list, which no value is in");
@@ -127,12 +130,14 @@ CCondition::CCondition(const CJsonIn::CValue& p_cJson) {
 }
 
 void CCondition::ReadObject(const CJsonIn::CValue& p_cJson) {
-  CheckMembers(p_cJson, {"pattern", "from", "to", "present"});
-  const CJsonIn::CValue cPattern = p_cJson.Find("pattern"), cPresent = p_cJson.Find("present");
+  CheckMembers(p_cJson, {"equal", "pattern", "from", "to", "present"});
+  const CJsonIn::CValue cEqual = p_cJson.Find("equal"), cPattern = p_cJson.Find("pattern");
+  const CJsonIn::CValue cPresent = p_cJson.Find("present");
   const CJsonIn::CValue cFrom = p_cJson.Find("from"), cTo = p_cJson.Find("to");
-  if ((cPattern ? 1 : 0) + (cPresent ? 1 : 0) + (cFrom || cTo ? 1 : 0) != 1) {
-    p_cJson.Fail("it takes a pattern, a range (from, to or both) or present, one of them");
+  if ((cEqual ? 1 : 0) + (cPattern ? 1 : 0) + (cPresent ? 1 : 0) + (cFrom || cTo ? 1 : 0) != 1) {
+    p_cJson.Fail("it takes equal, pattern, a range (from, to or both) or present, one of them");
   }
+  if (cEqual) ReadEqual(cEqual);
   if (cPattern) {
     const std::string sPattern = TextOf(cPattern);
     m_pPattern = Placed(cPattern, [&] { return std::make_shared<CPattern>(sPattern); });

@@ -54,6 +54,7 @@ class CCondition {
   std::optional<bool> m_bPresent;
 
   static T_Wanted Wanted(const CJsonIn::CValue& p_cJson);
+  void ReadEqual(const CJsonIn::CValue& p_cJson);
   void ReadObject(const CJsonIn::CValue& p_cJson);
   bool IsNumeric() const { return (m_tFrom ? m_tFrom : m_tTo)->dNumber.has_value(); }
 };

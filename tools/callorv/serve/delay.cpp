@@ -18,6 +18,9 @@ CDelay::CDelay(const CJsonIn::CValue& p_cJson, unsigned long long p_iSeed) : m_c
     m_dA = DoubleOf(p_cJson, 0, HOUR);
     return;
   }
+  if (p_cJson.Kind() != JSON_OBJECT) {
+    p_cJson.Fail(p_cJson.Words() + " stands where a number of milliseconds or a distribution belongs");
+  }
   CheckMembers(p_cJson, {"fixed", "uniform", "normal", "lognormal", "exponential"});
   const CJsonIn::CValue cKind = p_cJson.First();
   if (!cKind || cKind.Next()) p_cJson.Fail("it takes one of fixed, uniform, normal, lognormal, exponential");

@@ -20,7 +20,8 @@ auto Placed(const CJsonIn::CValue& p_cJson, F p_fn) {
 }
 
 // All of these throw CFailure with the place.
-void CheckMembers(const CJsonIn::CValue& p_cObject, const std::vector<std::string>& p_asKnown);    // no others
+// No members but the known ones; a line for each other one.
+void CheckMembers(const CJsonIn::CValue& p_cObject, const std::vector<std::string>& p_asKnown);
 std::string TextOf(const CJsonIn::CValue& p_cJson);
 bool BoolOf(const CJsonIn::CValue& p_cJson);
 int IntOf(const CJsonIn::CValue& p_cJson, int p_iMin, int p_iMax);

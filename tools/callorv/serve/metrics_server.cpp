@@ -114,7 +114,9 @@ void CMetricsServer::Accept() {
       m_cRetry.expires_after(std::chrono::milliseconds(100));
       return m_cRetry.async_wait([this](const Error&) { Accept(); });
     }
-    if (*m_piOpen < MOST_OPEN) std::make_shared<CRequest>(std::move(p_cSocket), *this)->Start(m_tTimeOut);
+    const bool bRoom = *m_piOpen < MOST_OPEN;
+    const auto pRequest = bRoom ? std::make_shared<CRequest>(std::move(p_cSocket), *this) : nullptr;
+    if (bRoom) pRequest->Start(m_tTimeOut);
     Accept();
   });
 }

@@ -28,6 +28,7 @@ class CRulesReader {
     std::vector<std::string> asKeys;
     Try([&] {
       const CValue cRoot = m_pDocument->Root();
+      if (cRoot.Kind() != JSON_OBJECT) cRoot.Fail(cRoot.Words() + " stands where {\"rules\": [...]} belongs");
       Members(cRoot, {"$schema", "user_keys", "rules"});
       if (const CValue c = cRoot.Find("user_keys")) Try([&] { asKeys = UserKeys(c); });
       const CValue cRules = Needed(cRoot, "rules");

@@ -15,7 +15,7 @@ std::shared_ptr<CMsgDic> ReadDictionary(const std::string& p_sPath) {
     const std::lock_guard<std::mutex> cLock(s_cParser);
     delete p_pDic;
   };
-  const std::shared_ptr<CMsgDic> pDic(new CMsgDic, fnFree);
+  std::shared_ptr<CMsgDic> pDic(new CMsgDic, fnFree);
   const std::lock_guard<std::mutex> cLock(s_cParser);
   LoadDictionary(*pDic, p_sPath);
   return pDic;
