@@ -52,9 +52,9 @@ FOREIGN_DICTIONARY = bytes.fromhex("f0f208c9a323f21ac7d70b3e10154cf91fc756dfeb2f
                                    "8aaa3faf48ccbc73336d54c280d74a2ac46bf061d6ab43896b5075805eca895e")
 FOREIGN_KEY_16 = bytes.fromhex("969878a48cfc8cae84c14cf8bdf7cf5d")
 FOREIGN_KEY_32 = bytes.fromhex("cf813c546205197858fbf1fe9f80ee4856e11e57fdf4e7c98a1ed3175bea5d17")
-FOREIGN = "encrypted under another SEED key, or damaged; try the callorv that was built with its SEED key, or "
-FOREIGN_DICTIONARY_TEXT = FOREIGN + "encrypt the dictionary again: callorv dict encrypt"
-FOREIGN_KEY_TEXT = FOREIGN + "make the key file again: callorv key make"
+FOREIGN = "encrypted under another SEED key, or damaged; try the callorv that was built with its SEED key, callorv "
+FOREIGN_DICTIONARY_TEXT = FOREIGN + "dict rekey --from KEY, or encrypt the dictionary again: callorv dict encrypt"
+FOREIGN_KEY_TEXT = FOREIGN + "key rekey --from KEY, or make the key file again: callorv key make"
 
 
 def key_file(secret):

@@ -18,7 +18,12 @@ namespace {
 
 constexpr size_t BLOCK = CCrypt::CIPHER_BLOCK;
 constexpr char s_szForeign[] = "encrypted under another SEED key, or damaged; ";
-constexpr char s_szTry[] = "try the callorv that was built with its SEED key, or ";
+
+// What to try, with the word before "rekey" and what else to do.
+std::string Try(const char* p_szFile, const char* p_szElse) {
+  return std::string("try the callorv that was built with its SEED key, callorv ") + p_szFile + " rekey --from KEY, or " +
+         p_szElse;
+}
 
 std::string WhyNoFile(const std::string& p_sPath) {
   if (std::string sWhy = WhyUnreadable(p_sPath); !sWhy.empty()) return sWhy;
@@ -45,7 +50,7 @@ bool IsNoKey(const T_Unsealed& p_t) {
 
 std::string SealedReason(const std::string& p_sPath) {
   if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
-  const std::string sTry = s_szTry + std::string("encrypt the dictionary again: callorv dict encrypt");
+  const std::string sTry = Try("dict", "encrypt the dictionary again: callorv dict encrypt");
   return SealedBytesReason(ReadWholeFile(p_sPath), nullptr, sTry);
 }
 
@@ -74,7 +79,7 @@ std::string DictionaryReason(const std::string& p_sPath) {
 
 std::string KeyReason(const std::string& p_sPath) {
   if (std::string sWhy = WhyNoFile(p_sPath); !sWhy.empty()) return sWhy;
-  const std::string sTry = s_szTry + std::string("make the key file again: callorv key make");
+  const std::string sTry = Try("key", "make the key file again: callorv key make");
   return KeyBytesReason(ReadWholeFile(p_sPath), nullptr, sTry);
 }
 
