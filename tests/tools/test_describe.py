@@ -234,6 +234,10 @@ class DiffTest(ToolTest):
         self.assert_tags([x], [x, x], ("times", 1, "1", "2", []))
         rows = (1, "x", "string", "array='Y'")
         self.assert_tags([rows, rows], [rows], ("times", 1, "2", "1", both))
+        # a number that is another's now
+        changes = json.loads(self.diff([message(7, "A", x, y)], [message(7, "A", (2, "x", "string"))], "--json").stdout)
+        self.assertEqual([change["why"] for change in changes["changes"]],
+                         ["its number is unknown (-18; in a message that is read -21)", "its number is tag 'x' now"])
         # a name that another tag takes away, or by which nothing was found
         self.assert_tags([y], [(1, "y", "string"), y], ("tag name", 2, "2", "1", ["name"]), ("tag added", 1, "", "string", []))
         self.assert_tags([(1, "y", "string"), y], [(1, "y", "string"), (2, "z", "string")],
@@ -257,7 +261,7 @@ message 3 'Quote', tag 1 'code': type from 'string' to 'integer': BREAKS access 
 fails (-17)
 message 3 'Quote', tag 2 'price': renamed from 'price' to 'cost': BREAKS access by name: its old name is unknown, or \
 another's; by number it is what it was
-message 3 'Quote', tag 3 '\u00e9t\u00e9': renumbered from '3' to '4': BREAKS access by number: its old number is unknown \
+message 3 'Quote', tag 3 '\u00e9t\u00e9': renumbered from '3' to '4': BREAKS access by number: its number is unknown \
 (-18; in a message that is read -21)
 message 3 'Quote', tag 5 'rows': array from 'Y' to 'N': BREAKS access by number and by name: of several values the last is sent, and asking \
 for one after the other never ends; by name it is a value, where it was a list
@@ -267,7 +271,7 @@ message 3 'Quote', tag 7 'more': added, string: compatible: it is passed over wh
 the old one still is, a message that has it is refused (-21)
 message 3 'Quote': the order of its tags changed: compatible: tags are written in another order; who reads them goes by \
 number or name
-message 4 'Row': renumbered from '4' to '5': BREAKS access by number: its old number is unknown (-19; in a reply -21)
+message 4 'Row': renumbered from '4' to '5': BREAKS access by number: its number is unknown (-19; in a reply -21)
 message 6 'Row': added: compatible: no program that was built for the old dictionary asks for it
 10 changes from {self.path('old.xml')} to {self.path('new.xml')}; not all programs that were built for \
 {self.path('old.xml')} go on working

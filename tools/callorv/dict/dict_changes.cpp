@@ -99,7 +99,9 @@ class CComparer {
       return Add("message added", COMPATIBLE, "", "", "no program that was built for the old dictionary asks for it");
     }
     if (p_pNew == nullptr) {
-      return Add("message removed", BOTH, "", "", "it cannot be made (-19), and a reply that is one is refused (-21)");
+      return Add("message removed", BOTH, "", "",
+                 NumberNow(m_cNew.GetMsgInfo(NumberOf(cAny)), "message",
+                           "it cannot be made (-19), and a reply that is one is refused (-21)"));
     }
     CompareNumber(*p_pOld, *p_pNew);
     const auto cFound = m_cNewByName.find(NameOf(*p_pOld));
@@ -118,10 +120,15 @@ class CComparer {
 
   void CompareNumber(const CMsgInfo& p_cOld, const CMsgInfo& p_cNew) {
     if (NumberOf(p_cOld) == NumberOf(p_cNew)) return;
-    const CMsgInfo* pNow = m_cNew.GetMsgInfo(NumberOf(p_cOld));
     Add("message renumbered", BY_NUMBER, std::to_string(NumberOf(p_cOld)), std::to_string(NumberOf(p_cNew)),
-        pNow == nullptr ? "its old number is unknown (-19; in a reply -21)"
-                        : "its old number is message '" + NameOf(*pNow) + "' now");
+        NumberNow(m_cNew.GetMsgInfo(NumberOf(p_cOld)), "message", "its number is unknown (-19; in a reply -21)"));
+  }
+
+  // What became of a number that was an old definition's: p_pNow has it now, and if that is null, p_szUnknown says it.
+  template <class T>
+  static std::string NumberNow(const T* p_pNow, const char* p_szWhat, const char* p_szUnknown) {
+    if (p_pNow == nullptr) return p_szUnknown;
+    return std::string("its number is ") + p_szWhat + " '" + NameOf(*p_pNow) + "' now";
   }
 
   // p_iFoundOld, p_iFoundNew: the numbers that the old name finds in the old dictionary and in the new one.
@@ -151,7 +158,8 @@ class CComparer {
             "is refused (-21)");
       } else if (t.pNew == nullptr) {
         Add("tag removed", BOTH, TypeWord(tAny) + (tAny.m_bArray ? " array" : ""), "",
-            "it is unknown (-18), also to generated classes; a message that has it is refused (-21)");
+            NumberNow(p_cNew.GetTagInfo(tAny.m_iTagNum), "tag",
+                      "it is unknown (-18), also to generated classes; a message that has it is refused (-21)"));
       } else {
         aiOld.push_back(t.pNew->m_iTagNum);
         CompareTag(p_cOld, *t.pOld, p_cNew, *t.pNew);
@@ -169,10 +177,9 @@ class CComparer {
   void CompareTag(const CMsgInfo& p_cOldMsg, const CTagInfo& p_tOld, const CMsgInfo& p_cNewMsg,
                   const CTagInfo& p_tNew) {
     if (p_tOld.m_iTagNum != p_tNew.m_iTagNum) {
-      const CTagInfo* pNow = p_cNewMsg.GetTagInfo(p_tOld.m_iTagNum);
       Add("tag renumbered", BY_NUMBER, std::to_string(p_tOld.m_iTagNum), std::to_string(p_tNew.m_iTagNum),
-          pNow == nullptr ? "its old number is unknown (-18; in a message that is read -21)"
-                          : "its old number is tag '" + NameOf(*pNow) + "' now");
+          NumberNow(p_cNewMsg.GetTagInfo(p_tOld.m_iTagNum), "tag",
+                    "its number is unknown (-18; in a message that is read -21)"));
     }
     CompareName(p_tOld, p_tNew, p_cOldMsg.GetTagNumByName(p_tOld.m_sName.ToStr()),
                 p_cNewMsg.GetTagNumByName(p_tOld.m_sName.ToStr()), "tag renamed", "tag name");

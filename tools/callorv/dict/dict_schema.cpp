@@ -1,6 +1,7 @@
 // callorv dict schema: JSON Schema of what callorv call --data takes and --json prints.
 #include <CLI/CLI.hpp>
 #include <climits>
+#include <cstdio>
 #include <memory>
 
 #include "common/input.h"

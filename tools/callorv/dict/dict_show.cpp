@@ -1,6 +1,7 @@
 // callorv dict show: one message for somebody who is to call with it.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <set>
