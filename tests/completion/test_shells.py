@@ -116,6 +116,17 @@ class ShellTest(unittest.TestCase):
         ("callorv nosuch x", "callorv nosuch x"),
         ("callorv call --config no.cfg 1 Q", "callorv call --config no.cfg 1 Q"))
 
+    # Of bash and zsh, which quote in the same way.
+    ODD_LINES = (
+        ("callorv call --dictionary odd.xml 1 Od", "callorv call --dictionary odd.xml 1 Odd\\ Name "),
+        ("callorv call --dictionary odd.xml 1 Ev",
+         "callorv call --dictionary odd.xml 1 Ev\\`touch\\ broken\\`il\\;x "),
+        ("callorv call --dictionary odd.xml 1 1 a",
+         "callorv call --dictionary odd.xml 1 1 a\\$\\(touch\\ broken\\)="),
+        ("callorv call --config my", "callorv call --config my\\ config.cfg "),
+        ("callorv call --config my\\ config.cfg 1 RE", "callorv call --config my\\ config.cfg 1 REJECT "),
+        ("callorv call --config ~/client.cfg 1 RE", "callorv call --config ~/client.cfg 1 REJECT "))
+
     def check(self, terminal, rows):
         self.addCleanup(terminal.close)
         for line, wanted in rows:
@@ -124,33 +135,16 @@ class ShellTest(unittest.TestCase):
 
     def test_bash(self):
         with Folder() as folder:
-            odd = (("callorv call --dictionary odd.xml 1 Od", "callorv call --dictionary odd.xml 1 Odd\\ Name "),
-                   ("callorv call --dictionary odd.xml 1 Ev",
-                    "callorv call --dictionary odd.xml 1 Ev\\`touch\\ broken\\`il\\;x "),
-                   ("callorv call --dictionary odd.xml 1 1 a",
-                    "callorv call --dictionary odd.xml 1 1 a\\$\\(touch\\ broken\\)="),
-                   ("callorv call --dictionary odd.xml 1 1 it", "callorv call --dictionary odd.xml 1 1 it\\'s="),
-                   ("callorv call --config my", "callorv call --config my\\ config.cfg "),
-                   ("callorv call --config my\\ config.cfg 1 RE",
-                    "callorv call --config my\\ config.cfg 1 REJECT "),
-                   ("callorv call --config 'my config.cfg' 1 RE", "callorv call --config 'my config.cfg' 1 REJECT "),
-                   ("callorv call --config ~/client.cfg 1 RE", "callorv call --config ~/client.cfg 1 REJECT "),
-                   ("~/bin/callorv dec", "~/bin/callorv decode "))
-            self.check(Terminal(folder, ["bash", "--norc", "--noprofile", "-i"], BASH), self.LINES + odd)
+            more = (("callorv call --dictionary odd.xml 1 1 it", "callorv call --dictionary odd.xml 1 1 it\\'s="),
+                    ("callorv call --config 'my config.cfg' 1 RE", "callorv call --config 'my config.cfg' 1 REJECT "),
+                    ("~/bin/callorv dec", "~/bin/callorv decode "))
+            terminal = Terminal(folder, ["bash", "--norc", "--noprofile", "-i"], BASH)
+            self.check(terminal, self.LINES + self.ODD_LINES + more)
             self.assertFalse((folder.path / "broken").exists())
 
     def test_zsh(self):
         with Folder() as folder:
-            odd = (("callorv call --dictionary odd.xml 1 Od", "callorv call --dictionary odd.xml 1 Odd\\ Name "),
-                   ("callorv call --dictionary odd.xml 1 Ev",
-                    "callorv call --dictionary odd.xml 1 Ev\\`touch\\ broken\\`il\\;x "),
-                   ("callorv call --dictionary odd.xml 1 1 a",
-                    "callorv call --dictionary odd.xml 1 1 a\\$\\(touch\\ broken\\)="),
-                   ("callorv call --config my", "callorv call --config my\\ config.cfg "),
-                   ("callorv call --config my\\ config.cfg 1 RE",
-                    "callorv call --config my\\ config.cfg 1 REJECT "),
-                   ("callorv call --config ~/client.cfg 1 RE", "callorv call --config ~/client.cfg 1 REJECT "))
-            self.check(Terminal(folder, ["zsh", "-f", "-i"], ZSH), self.LINES + odd)
+            self.check(Terminal(folder, ["zsh", "-f", "-i"], ZSH), self.LINES + self.ODD_LINES)
             self.assertFalse((folder.path / "broken").exists())
 
     def test_fish(self):

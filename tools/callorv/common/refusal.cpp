@@ -21,8 +21,8 @@ constexpr char s_szForeign[] = "encrypted under another SEED key, or damaged; ";
 
 // What to try, with the word before "rekey" and what else to do.
 std::string Try(const char* p_szFile, const char* p_szElse) {
-  return std::string("try the callorv that was built with its SEED key, callorv ") + p_szFile + " rekey --from KEY, or " +
-         p_szElse;
+  const std::string sBegin = "try the callorv that was built with its SEED key, callorv ";
+  return sBegin + p_szFile + " rekey --from KEY, or " + p_szElse;
 }
 
 std::string WhyNoFile(const std::string& p_sPath) {

@@ -110,12 +110,13 @@ void CConversations::Pair(T_Conversation& p_t, const std::string& p_sWhy, bool p
   std::list<T_Packet>& atReply = cServer.Framer().atPacket;
   const bool bNoMore = p_bLast || cServer.Closed();
   while (!atReply.empty() || !atRequest.empty()) {
+    const bool bFull = atRequest.size() > REQUESTS || cClient.Held() + cServer.Held() > BYTES;
     if (atReply.empty()) {
-      if (!bNoMore && atRequest.size() <= REQUESTS) return;
-      Emit(p_t, TakeFirst(atRequest), std::nullopt, bNoMore ? sWhy : "more than 1024 requests are behind it");
+      if (!bNoMore && !bFull) return;
+      Emit(p_t, TakeFirst(atRequest), std::nullopt, bNoMore ? sWhy : "too many requests are behind it");
     } else if (atRequest.empty()) {
       // The request may be among what waits for bytes that are still to be seen, or be answered before its end.
-      if ((cClient.Waits() || !cClient.Framer().Idle()) && !p_bLast && atReply.size() <= REPLIES) return;
+      if ((cClient.Waits() || !cClient.Framer().Idle()) && !p_bLast && atReply.size() <= REPLIES && !bFull) return;
       Emit(p_t, std::nullopt, TakeFirst(atReply), sWhy);
     } else if (IsBefore(atReply.front(), atRequest.front())) {
       Emit(p_t, std::nullopt, TakeFirst(atReply), sWhy);    // of a request before those that were seen

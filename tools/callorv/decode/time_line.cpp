@@ -38,6 +38,8 @@ class CTimeLine {
       std::cout << CallLine(p_tCall);
       PrintDetail(p_tCall);
     } else {
+      for (const auto* p : {&p_tCall.tRequest, &p_tCall.tReply}) m_iKept += *p ? (*p)->iDetail : 0;
+      if (m_iKept > MOST) throw CFailure("more than 256 MB for one object; with --follow, each call is one");
       T_Entry tEntry;
       tEntry.iTime = p_tCall.Any().tFirst.iNano;
       if (tWish.bJson) {
@@ -75,11 +77,13 @@ class CTimeLine {
   size_t Damaged() const { return m_aiOutcome[T_Call::DAMAGED]; }
 
  private:
+  enum : size_t { MOST = 256 * 1024 * 1024 };    // bytes of packets for one object
   static constexpr auto REPLACE = nlohmann::ordered_json::error_handler_t::replace;
 
   const T_TimeLineOptions& m_t;
   size_t m_aiOutcome[T_Call::OUTCOMES] = {};
   std::vector<T_Entry> m_atEntry;
+  size_t m_iKept = 0;
 
   static void PrintBody(const std::optional<T_Packet>& p_t) {
     if (p_t && p_t->bPacket && !p_t->sBody.empty()) std::cout << p_t->sBody << '\n';
