@@ -408,8 +408,8 @@ class ReadAgainTest(RulesTest):
             self.rules({"message": "Price", "reply": {"message": "Price", "values": {"price": 1}}})
             self.assertEqual(server.ask(packet(message(3, ""))).body, message(3, "<t12>1.000000000000000e+00</t12>"))
         self.assertEqual(self.said(server), [
-            "rules.json: /rules/0/message: no message 'Quote' in the dictionary; rules.json: /rules/0/reply/message: no message "
-            "'Quote' in the dictionary; the old dictionary goes on",
+            "rules.json: /rules/0/message: no message 'Quote' in the dictionary; did you mean 'QuoteRow'?; rules.json: "
+            "/rules/0/reply/message: no message 'Quote' in the dictionary; did you mean 'QuoteRow'?; the old dictionary goes on",
             "rules.json has changed and is read again"])
 
 

@@ -18,7 +18,7 @@ constexpr size_t READ_STEP = 64 << 10;     // bytes; room grows with what a peer
 }    // namespace
 
 CService::CService(const T_ServeOptions& p_tOptions)
-    : m_tOptions(p_tOptions), m_cLog(p_tOptions.bQuiet), m_cAnswerer(p_tOptions, m_cLog) {}
+    : m_tOptions(p_tOptions), m_cLog(p_tOptions.bQuiet, m_cMetrics), m_cAnswerer(p_tOptions, m_cLog) {}
 
 void CService::Stop(std::function<void()> p_fnIdle) {
   m_fnIdle = std::move(p_fnIdle);
@@ -35,11 +35,11 @@ CConnection::CConnection(asio::ip::tcp::socket p_cSocket, std::string p_sPeer, C
       m_cDelay(p_tWorker.cContext),
       m_sPeer(std::move(p_sPeer)) {
   ++m_tWorker.iOpen;
-  m_cService.Opened();
+  m_cService.Metrics().Opened();
 }
 
 CConnection::~CConnection() {
-  m_cService.Closed();
+  m_cService.Metrics().Closed();
   --m_tWorker.iOpen;
 }
 
@@ -83,7 +83,7 @@ void CConnection::Close() {
 }
 
 void CConnection::Refuse(const std::string& p_sWhy) {
-  m_cService.Refused(m_sPeer, p_sWhy);
+  m_cService.Log().Refused(m_sPeer, p_sWhy);
   End();
 }
 
@@ -220,7 +220,7 @@ void CConnection::OnSent(const Error& p_cError, size_t p_iLen) {
   if (p_cError) Fail("reply not sent: " + (m_bLate ? "it was not taken in time" : p_cError.message()));
   m_tCall.iOut = p_iLen;
   m_tCall.tTaken = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_tCall.tStart);
-  m_cService.Answered(m_tCall);
+  m_cService.Log().Call(m_tCall);
   m_tAnswer.sBytes = std::string();
   Error cIgnored;
   switch (m_tAnswer.eThen) {

@@ -20,20 +20,11 @@ class CService {
 
   const T_ServeOptions& Options() const { return m_tOptions; }
   CServeLog& Log() { return m_cLog; }
-  const CMetrics& Metrics() const { return m_cMetrics; }
+  CMetrics& Metrics() { return m_cMetrics; }
   CAnswerer& Answerer() { return m_cAnswerer; }
   // After Stop no request is read any more; p_fnIdle is called, by any thread, when no call is being answered.
   bool IsStopping() const { return m_bStopping; }
   void Stop(std::function<void()> p_fnIdle);
-  // What comes of connections, for the log and the counters.
-  void Opened() { m_cLog.Opened(), m_cMetrics.Opened(); }
-  void Closed() { m_cLog.Closed(), m_cMetrics.Closed(); }
-  void Answered(const T_CallRecord& p_tCall) { m_cLog.Call(p_tCall), m_cMetrics.Call(p_tCall); }
-  void Refused(const std::string& p_sPeer, const std::string& p_sWhy) {
-    m_cLog.Refused(p_sPeer, p_sWhy);
-    m_cMetrics.Refused();
-  }
-
   void CallBegins() { ++m_iBusy; }
   void CallEnds() {
     if (--m_iBusy == 0 && m_bStopping) m_fnIdle();
@@ -41,8 +32,8 @@ class CService {
 
  private:
   const T_ServeOptions m_tOptions;
-  CServeLog m_cLog;
   CMetrics m_cMetrics;
+  CServeLog m_cLog;
   CAnswerer m_cAnswerer;
   std::function<void()> m_fnIdle;
   std::atomic<bool> m_bStopping{false};

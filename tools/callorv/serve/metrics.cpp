@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
 
 namespace {
 
@@ -43,6 +44,12 @@ class CText {
 
 }    // namespace
 
+const char* ErrorName(E_CallError p_eError) {
+  constexpr const char* NAMES[ERROR_KINDS] = {"none",     "refused",   "bad_request", "user_key",
+                                              "no_reply", "bad_reply", "fault",       "failed"};
+  return NAMES[p_eError];
+}
+
 const std::array<int, CMetrics::BUCKETS> CMetrics::s_aiMicros{
     100, 250, 500, 1000, 2500, 5000, 10000, 25000, 50000, 100000, 250000, 500000, 1000000, 2500000, 5000000, 10000000};
 
@@ -76,6 +83,11 @@ void CMetrics::Opened() {
 void CMetrics::Closed() {
   const std::lock_guard<std::mutex> cLock(m_cMutex);
   --m_iOpen;
+}
+
+CMetrics::T_Totals CMetrics::Totals() const {
+  const std::lock_guard<std::mutex> cLock(m_cMutex);
+  return {m_iCalls, std::accumulate(m_aiErrors.begin(), m_aiErrors.end(), Count()), m_iAccepted, m_iOpen};
 }
 
 std::string CMetrics::Text() const {

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "serve/serve_log.h"
+#include "serve/call_record.h"
 
 // Any thread.
 class CMetrics {
@@ -17,6 +17,11 @@ class CMetrics {
   void Refused();
   void Opened();
   void Closed();
+
+  struct T_Totals {
+    unsigned long long iCalls, iErrors, iAccepted, iOpen;
+  };
+  T_Totals Totals() const;
 
   // All of it as text, the exposition format 0.0.4.
   std::string Text() const;

@@ -39,21 +39,11 @@ double ToSeconds(DURATION p_t) {
 
 }    // namespace
 
-const char* ErrorName(E_CallError p_eError) {
-  constexpr const char* NAMES[ERROR_KINDS] = {"none",     "refused",   "bad_request", "user_key",
-                                              "no_reply", "bad_reply", "fault",       "failed"};
-  return NAMES[p_eError];
-}
-
-CServeLog::CServeLog(bool p_bQuiet)
-    : m_bQuiet(p_bQuiet),
+CServeLog::CServeLog(bool p_bQuiet, CMetrics& p_cMetrics)
+    : m_cMetrics(p_cMetrics),
+      m_bQuiet(p_bQuiet),
       m_bTerminal(isatty(STDERR_FILENO) == 1),
       m_tStart(Clock::now()),
-      m_iCalls(0),
-      m_iErrors(0),
-      m_iAccepted(0),
-      m_iOpen(0),
-      m_iShownCalls(0),
       m_tShown(m_tStart) {}
 
 void CServeLog::Write(const std::string& p_sLine) {
@@ -73,15 +63,14 @@ void CServeLog::Call(const T_CallRecord& p_tCall) {
             " result=" + Printable(p_tCall.sResult, false);
   }
   const std::lock_guard<std::mutex> cLock(m_cMutex);
-  ++m_iCalls;
-  m_iErrors += p_tCall.eError != ERROR_NONE;
+  m_cMetrics.Call(p_tCall);
   if (!m_bQuiet) Write(sLine);
 }
 
 void CServeLog::Refused(const std::string& p_sPeer, const std::string& p_sWhy) {
   const std::string sLine = Now() + ' ' + p_sPeer + " refused: " + p_sWhy;
   const std::lock_guard<std::mutex> cLock(m_cMutex);
-  ++m_iErrors;
+  m_cMetrics.Refused();
   if (!m_bQuiet) Write(sLine);
 }
 
@@ -91,33 +80,24 @@ void CServeLog::Line(const std::string& p_sText) {
   Write(sLine);
 }
 
-void CServeLog::Opened() {
-  const std::lock_guard<std::mutex> cLock(m_cMutex);
-  ++m_iAccepted;
-  ++m_iOpen;
-}
-
-void CServeLog::Closed() {
-  const std::lock_guard<std::mutex> cLock(m_cMutex);
-  --m_iOpen;
-}
-
 void CServeLog::UpdateStatus() {
   const std::lock_guard<std::mutex> cLock(m_cMutex);
+  const CMetrics::T_Totals t = m_cMetrics.Totals();
   const Clock::time_point tNow = Clock::now();
-  const double dRate = static_cast<double>(m_iCalls - m_iShownCalls) / std::max(ToSeconds(tNow - m_tShown), 0.001);
-  m_iShownCalls = m_iCalls;
+  const double dRate = static_cast<double>(t.iCalls - m_iShownCalls) / std::max(ToSeconds(tNow - m_tShown), 0.001);
+  m_iShownCalls = t.iCalls;
   m_tShown = tNow;
-  m_sStatus = std::to_string(m_iCalls) + " calls  " + Seconds(dRate) + "/s  " + std::to_string(m_iErrors) +
-              " errors  " + std::to_string(m_iOpen) + " connections";
+  m_sStatus = std::to_string(t.iCalls) + " calls  " + Seconds(dRate) + "/s  " + std::to_string(t.iErrors) +
+              " errors  " + std::to_string(t.iOpen) + " connections";
   const std::string sOut = s_szEraseLine + m_sStatus;
   std::fwrite(sOut.data(), 1, sOut.size(), stderr);
 }
 
 void CServeLog::Summary() {
   const std::lock_guard<std::mutex> cLock(m_cMutex);
-  const std::string sLine = "served " + std::to_string(m_iCalls) + " calls, " + std::to_string(m_iErrors) +
-                            " errors, " + std::to_string(m_iAccepted) + " connections in " +
+  const CMetrics::T_Totals t = m_cMetrics.Totals();
+  const std::string sLine = "served " + std::to_string(t.iCalls) + " calls, " + std::to_string(t.iErrors) +
+                            " errors, " + std::to_string(t.iAccepted) + " connections in " +
                             Seconds(ToSeconds(Clock::now() - m_tStart)) + " s";
   if (!m_sStatus.empty()) std::fputs(s_szEraseLine, stderr);
   m_sStatus.clear();
