@@ -90,17 +90,28 @@ class CComparer {
     m_atChange.push_back(std::move(t));
   }
 
-  void CompareMessage(const CMsgInfo* p_pOld, const CMsgInfo* p_pNew) {
-    const CMsgInfo& cAny = p_pOld != nullptr ? *p_pOld : *p_pNew;
+  void EnterMessage(const CMsgInfo& p_cInfo) {
     m_tPlace = T_Change();
-    m_tPlace.iMsg = NumberOf(cAny);
-    m_tPlace.sMsg = NameOf(cAny);
+    m_tPlace.iMsg = NumberOf(p_cInfo);
+    m_tPlace.sMsg = NameOf(p_cInfo);
+  }
+
+  void EnterTag(const CTagInfo& p_tTag) {
+    m_tPlace.iTag = p_tTag.m_iTagNum;
+    m_tPlace.sTag = NameOf(p_tTag);
+  }
+
+  static std::string Kind(const CTagInfo& p_tTag) { return TypeWord(p_tTag) + (p_tTag.m_bArray ? " array" : ""); }
+
+  void CompareMessage(const CMsgInfo* p_pOld, const CMsgInfo* p_pNew) {
     if (p_pOld == nullptr) {
+      EnterMessage(*p_pNew);
       return Add("message added", COMPATIBLE, "", "", "no program that was built for the old dictionary asks for it");
     }
+    EnterMessage(*p_pOld);
     if (p_pNew == nullptr) {
       return Add("message removed", BOTH, "", "",
-                 NumberNow(m_cNew.GetMsgInfo(NumberOf(cAny)), "message",
+                 NumberNow(m_cNew.GetMsgInfo(NumberOf(*p_pOld)), "message",
                            "it cannot be made (-19), and a reply that is one is refused (-21)"));
     }
     CompareNumber(*p_pOld, *p_pNew);
@@ -149,16 +160,17 @@ class CComparer {
   void CompareTags(const CMsgInfo& p_cOld, const CMsgInfo& p_cNew) {
     std::vector<int> aiOld, aiNew;    // the tags that both have, in their orders
     for (const auto& t : Paired(FirstTags(p_cOld), FirstTags(p_cNew))) {
-      const CTagInfo& tAny = t.pOld != nullptr ? *t.pOld : *t.pNew;
-      m_tPlace.iTag = tAny.m_iTagNum;
-      m_tPlace.sTag = NameOf(tAny);
       if (t.pOld == nullptr) {
-        Add("tag added", COMPATIBLE, "", TypeWord(tAny) + (tAny.m_bArray ? " array" : ""),
+        EnterTag(*t.pNew);
+        Add("tag added", COMPATIBLE, "", Kind(*t.pNew),
             "it is passed over where the new dictionary is loaded; where the old one still is, a message that has it "
             "is refused (-21)");
-      } else if (t.pNew == nullptr) {
-        Add("tag removed", BOTH, TypeWord(tAny) + (tAny.m_bArray ? " array" : ""), "",
-            NumberNow(p_cNew.GetTagInfo(tAny.m_iTagNum), "tag",
+        continue;
+      }
+      EnterTag(*t.pOld);
+      if (t.pNew == nullptr) {
+        Add("tag removed", BOTH, Kind(*t.pOld), "",
+            NumberNow(p_cNew.GetTagInfo(t.pOld->m_iTagNum), "tag",
                       "it is unknown (-18), also to generated classes; a message that has it is refused (-21)"));
       } else {
         aiOld.push_back(t.pNew->m_iTagNum);
