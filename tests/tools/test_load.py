@@ -395,8 +395,8 @@ class ReportTest(LoadTest):
 
 class ArgumentTest(CallTest):
     def test_usage(self):
-        time_text = " is no time up to 168h, as 500ms, 30s, 5m or 1.5h are"
-        rate_text = " is no rate from 0.001 to 1000000 with up to three decimals"
+        time_text = " is no time: a number and a unit are needed, as in 500ms, 30s, 5m or 1.5h, up to 168h"
+        rate_text = " is no rate: a number from 0.001 to 1000000 is needed, with up to three decimals"
         for args, text in (
                 (("--rate", 5), "--rate requires --repeat or --duration"),
                 (("--report", "a.html"), "--report requires --repeat or --duration"),

@@ -10,8 +10,8 @@ namespace {
 
 using Time = std::chrono::nanoseconds;
 
-constexpr char s_szTime[] = "no time up to 168h, as 500ms, 30s, 5m or 1.5h are";
-constexpr char s_szRate[] = "no rate from 0.001 to 1000000 with up to three decimals";
+constexpr char s_szTime[] = "no time: a number and a unit are needed, as in 500ms, 30s, 5m or 1.5h, up to 168h";
+constexpr char s_szRate[] = "no rate: a number from 0.001 to 1000000 is needed, with up to three decimals";
 
 // An option whose value p_fnParse makes of a text, 0 being none.
 template <class T>

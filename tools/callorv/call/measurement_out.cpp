@@ -28,7 +28,8 @@ std::string Millis(double p_dMicros) { return CFormat("%.3f ms", p_dMicros / 100
 void PrintBars(std::ostream& p_cOut, const CHistogram& p_c) {
   enum { ROWS_MAX = 20, WIDTH = 50 };
   auto atRows = p_c.Buckets(false);
-  if (atRows.size() > ROWS_MAX) atRows = p_c.Buckets(true);
+  const auto iEmpty = std::count_if(atRows.begin(), atRows.end(), [](const auto& t) { return t.uCount == 0; });
+  if (atRows.size() > ROWS_MAX || static_cast<size_t>(iEmpty) * 2 > atRows.size()) atRows = p_c.Buckets(true);
   uint64_t uMost = 1;
   for (const auto& t : atRows) uMost = std::max(uMost, t.uCount);
   for (const auto& t : atRows) {
