@@ -39,7 +39,7 @@ class CTimeLine {
       PrintDetail(p_tCall);
     } else {
       for (const auto* p : {&p_tCall.tRequest, &p_tCall.tReply}) m_iKept += *p ? (*p)->iDetail : 0;
-      if (m_iKept > MOST) throw CFailure("more than 256 MB for one object; with --follow, each call is one");
+      if (m_iKept > MOST) throw CFailure("more than 128 MB for one object; with --follow, each call is one");
       T_Entry tEntry;
       tEntry.iTime = p_tCall.Any().tFirst.iNano;
       if (tWish.bJson) {
@@ -77,7 +77,7 @@ class CTimeLine {
   size_t Damaged() const { return m_aiOutcome[T_Call::DAMAGED]; }
 
  private:
-  enum : size_t { MOST = 256 * 1024 * 1024 };    // bytes of packets for one object
+  enum : size_t { MOST = 128 * 1024 * 1024 };    // bytes of packets for one object
   static constexpr auto REPLACE = nlohmann::ordered_json::error_handler_t::replace;
 
   const T_TimeLineOptions& m_t;
