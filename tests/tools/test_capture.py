@@ -354,6 +354,18 @@ class StreamTest(CaptureTest):
         self.assert_run(result, 1, err=f"callorv: {text}\n")
         self.assertEqual(json.loads(result.stdout), {"calls": [], "error": {"text": text}})
 
+    def test_thousands_of_packets_in_one_frame(self):
+        """As no network has it; taking them out one by one would move the rest each time."""
+        def fill(capture):
+            connection = capture.connect()
+            connection.ask(b"x")    # its place is taken by what follows
+        many = 20000
+        found = frames(fill)
+        time, last = found[-1]
+        found[-1] = (time, last[:2] + b"\0\0" + last[4:40] + packet(b"") * many)    # no length: all that is there
+        result = self.decode(pcap(found, snap=2**24), "--follow")
+        self.assertEqual((result.returncode, result.stdout.count(b"  no reply: ")), (0, many))
+
     def test_packets_that_claim_much(self):
         def fill(capture):
             for length in (b"2147483520", b"0067108864"):

@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t HEADER_SIZE = T_Piece::HEADER_SIZE;
 constexpr size_t JUNK = 256;       // bytes that are kept to be shown
+constexpr size_t PART = 16384;     // what is taken at once: each packet that is taken out moves what is behind it
 constexpr size_t SMALL = 65536;    // a longer buffer is given back when it is empty
 
 int FieldNumber(std::string_view p_sHeader, CTcpAdaptor::E_Field p_eField) {
@@ -72,19 +73,21 @@ void CFramer::SetLast(const T_Moment& p_tMoment) {
 
 void CFramer::Feed(std::string_view p_sBytes, const T_Moment& p_tMoment) {
   m_bTouched = true;
-  if (m_iSkip > 0 && !p_sBytes.empty()) {
-    const size_t iNow = static_cast<size_t>(std::min<uint64_t>(m_iSkip, p_sBytes.size()));
-    m_iSkip -= iNow;
-    m_iCame += iNow;
+  while (!p_sBytes.empty()) {
+    size_t iNow = std::min(PART, p_sBytes.size());
+    if (m_iSkip > 0) iNow = static_cast<size_t>(std::min<uint64_t>(m_iSkip, p_sBytes.size()));
+    if (m_iSkip == 0 && m_sBuffer.empty()) m_tFirst = p_tMoment;
     SetLast(p_tMoment);
+    if (m_iSkip > 0) {
+      m_iSkip -= iNow;
+      m_iCame += iNow;
+      if (m_iSkip == 0) EmitSkipped();
+    } else {
+      m_sBuffer.append(p_sBytes.substr(0, iNow));
+      Parse();
+    }
     p_sBytes.remove_prefix(iNow);
-    if (m_iSkip == 0) EmitSkipped();
   }
-  if (p_sBytes.empty()) return;
-  if (m_sBuffer.empty()) m_tFirst = p_tMoment;
-  SetLast(p_tMoment);
-  m_sBuffer.append(p_sBytes);
-  Parse();
 }
 
 void CFramer::Parse() {
