@@ -123,6 +123,12 @@ As JSON, for callorv call --data:
         self.assertIn("m18 M18 (deeper ones are left out)\n", out)
         self.assertIn("\n(a part of it: there is more than anybody would read)\n", out)
 
+    def test_messages_that_multiply(self):
+        wide = [message(i, f"M{i}", *((j, f"t{j}", f"m{i + 1}") for j in range(1, 30))) for i in range(1, 16)]
+        path = self.write("d.xml", dictionary(*wide, message(16, "M16")))
+        shown = json.loads(run("dict", "show", "--json", path, "M1").stdout)
+        self.assertEqual((shown["data"], shown["whole"], len(shown["submessages"])), ({}, False, 15))
+
     def test_json_of_a_message(self):
         shown = json.loads(run("dict", "show", "--json", self.dictionary, "Quote").stdout)
         dumped = json.loads(run("dict", "dump", "--json", self.dictionary).stdout)["messages"]

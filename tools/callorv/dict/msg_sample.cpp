@@ -11,7 +11,7 @@
 
 namespace {
 
-enum { MAX_VALUES = 1000, MAX_DEPTH = 16 };    // of what somebody would look at
+enum { MAX_VALUES = 1000, MAX_MESSAGES = 10000, MAX_DEPTH = 16 };    // of what somebody would look at
 
 // By E_TagType, for the two elements of an array.
 constexpr const char* s_aszValue[][2] = {{"", ""},       {"ABC", "DEF"},    {"7", "8"},
@@ -41,6 +41,7 @@ class CSampler {
  private:
   const CMsgDic& m_cDic;
   T_Sample& m_tSample;
+  int m_iMessages = 0;                      // inside others
   std::vector<const CMsgInfo*> m_apOpen;    // around what is added
 
   void AddTag(const CTagInfo& p_tTag, const std::string& p_sPath) {
@@ -50,7 +51,8 @@ class CSampler {
     }
     const CMsgInfo* pSub = m_cDic.GetMsgInfo(p_tTag.m_iSubMsg);
     if (pSub == nullptr || std::find(m_apOpen.begin(), m_apOpen.end(), pSub) != m_apOpen.end()) return;
-    if (m_apOpen.size() == MAX_DEPTH || m_tSample.asValues.size() >= MAX_VALUES) {
+    // Those without values count, too: held several times each, they multiply with the depth.
+    if (m_apOpen.size() == MAX_DEPTH || m_tSample.asValues.size() >= MAX_VALUES || ++m_iMessages > MAX_MESSAGES) {
       m_tSample.bWhole = false;
     } else {
       Add(*pSub, p_sPath + (p_tTag.m_bArray ? "[0]." : "."));
