@@ -16,7 +16,7 @@ namespace {
 constexpr size_t ROOM = 65536;
 // For a writer's last bytes after a signal: between two of them, and for one who never ends.
 constexpr int GRACE_MILLISECONDS = 250;
-constexpr auto LONGEST_GRACE = std::chrono::seconds(1);
+constexpr auto LONGEST_GRACE = std::chrono::milliseconds(500);
 
 }    // namespace
 
