@@ -1,7 +1,8 @@
-# callorv_generate(<target> <dictionary> [LANGUAGE c++|c] [MESSAGES <number>...] [NAMESPACE <name>] [OUTPUT <directory>])
+# callorv_generate(<target> <dictionary> [LANGUAGE c++|c] [MESSAGES <number>...] [NAMESPACE <name>]
+#                  [OUTPUT <directory>])
 #
-# Gives <target> the typed classes, or functions of C, that `callorv generate` writes for the messages of a dictionary: the
-# headers are made before the target is compiled, and again, with the target's sources, when the dictionary changes.
+# Gives <target> the typed classes, or functions of C, that `callorv generate` writes for the messages of a dictionary:
+# the headers are made before the target is compiled, and again, with the target's sources, when the dictionary changes.
 #
 #   add_executable(shop main.cpp)                          #include "quote_msg.h"
 #   target_link_libraries(shop PRIVATE callorv::callorv)   msgs::CQuote cQuote;

@@ -1,5 +1,6 @@
-"""callorv generate --language: functions of C, compiled and in a call, and dataclasses of Python; C++ is in test_generate.py,
-and a call from Python in bindings/python/tests."""
+"""callorv generate --language: functions of C, compiled and in a call, and dataclasses of Python.
+
+C++ is in test_generate.py, and a call from Python in bindings/python/tests."""
 import json
 import os
 import pathlib
@@ -85,7 +86,8 @@ class LanguageTest(ToolTest):
                          ["__init__.py", "left_msg.py", "left_msg_c.h", "right_msg.py", "right_msg_c.h"])
 
     def test_thousands_of_messages(self):
-        many = "".join(f"<msg no='{i}' name='M'><tag no='1' name='t' type='m{i % 9999 + 1}'/></msg>" for i in range(1, 10000))
+        many = "".join(f"<msg no='{i}' name='M'><tag no='1' name='t' type='m{i % 9999 + 1}'/></msg>"
+                       for i in range(1, 10000))
         path = self.write("many.xml", f"<msg_dictionary>{many}</msg_dictionary>")
         out = self.path("out")
         self.assert_run(self.generate("c", dictionary=path), 0, f"9999 messages in {out}, 9999 headers changed\n", "")
@@ -118,8 +120,9 @@ class LanguageTest(ToolTest):
         self.assert_run(self.generate("c", "--namespace", "shop::wire", dictionary=path), 0, err="")
         text = files(self.path("out"))
         self.assertEqual(sorted(text), sorted(
-            f"{name}_msg_c.h" for name in ("a", "abno2", "abno3_no3", "abno4", "abno3_no5", "anew", "none_msg_no7", "none_msg_no8",
-                                           "msg9", "msg10", "restrict", "m3_dno12", "m3_dno13", "msg")))
+            f"{name}_msg_c.h" for name in (
+                "a", "abno2", "abno3_no3", "abno4", "abno3_no5", "anew", "none_msg_no7", "none_msg_no8", "msg9", "msg10",
+                "restrict", "m3_dno12", "m3_dno13", "msg")))
         self.assertIn("#ifndef SHOP_WIRE_A_MSG_C_H\n", text["a_msg_c.h"])
         self.assertIn("static inline int shop_wire_A_set_B_set_C(CMsg* msg, int v) {", text["a_msg_c.h"])
         self.assertIn("  shop_wire_ANew_TAG_last = 2147483647\n", text["anew_msg_c.h"])
@@ -145,8 +148,9 @@ class LanguageTest(ToolTest):
 
     def python(self, text):
         """What a program prints, which sees the package out and the module callorv."""
-        result = subprocess.run([sys.executable, "-B", "-W", "error", "-c", text], cwd=self.dir, capture_output=True, text=True,
-                                timeout=60, check=False, env={**os.environ, "PYTHONPATH": f"{SOURCE}/bindings/python"})
+        environment = {**os.environ, "PYTHONPATH": f"{SOURCE}/bindings/python"}
+        result = subprocess.run([sys.executable, "-B", "-W", "error", "-c", text], cwd=self.dir, env=environment,
+                                capture_output=True, text=True, timeout=60, check=False)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         return result.stdout
 
@@ -161,14 +165,15 @@ every.nodes = [Node(next=Node(label="deep")), Node()]
 values = every.to_values()
 print({name: value for name, value in values.items() if value not in (None, [])})
 again = Every.from_values(values)
-print(again == every, again is every, again.numbers is every.numbers, Every.MSG_NUM, Every() == Every.from_values(Every().to_values()))
+print(again == every, again is every, again.numbers is every.numbers, Every.MSG_NUM)
+print(Every() == Every.from_values(Every().to_values()))
 try:
     Every.from_values({"text": "only"})
 except KeyError as error:
     print("no", error)
 """), "{'text': 't', 'flag': False, 'day': datetime.date(2026, 1, 31), 'node': {'label': 'x', 'next': None, 'children': []}, "
       "'numbers': [1, 2], 'nodes': [{'label': None, 'next': {'label': 'deep', 'next': None, 'children': []}, 'children': []}, "
-      "{'label': None, 'next': None, 'children': []}]}\nTrue False False 4 True\nno 'number'\n")
+      "{'label': None, 'next': None, 'children': []}]}\nTrue False False 4\nTrue\nno 'number'\n")
 
     def test_python_takes_no_other_reply(self):
         self.generate("python", "--message", 2)

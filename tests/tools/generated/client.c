@@ -15,7 +15,8 @@ static void fill(CMsg* in) {
   int i;
   CHECK(msgs_Every_is(in) && !msgs_Node_is(in) && !msgs_Every_is(NULL));
   CHECK(!msgs_Every_has_text(in) && msgs_Every_count_texts(in) == 0 && msgs_Every_count_nodes(in) == 0);
-  CHECK(msgs_Every_set_text(in, "text") == 0 && msgs_Every_set_number(in, 7) == 0 && msgs_Every_set_ratio(in, 1.5) == 0);
+  CHECK(msgs_Every_set_text(in, "text") == 0 && msgs_Every_set_number(in, 7) == 0);
+  CHECK(msgs_Every_set_ratio(in, 1.5) == 0);
   CHECK(msgs_Every_set_flag(in, 2) == 0 && msgs_Every_set_day(in, "20260131") == 0);
   CHECK(msgs_Node_set_label(msgs_Every_new_node(in), "one") == 0);
   CHECK(msgs_Every_add_texts(in, "a") == 0 && msgs_Every_add_texts(in, "bc") == 0);
@@ -53,7 +54,8 @@ static void check_arrays(CMsg* out) {
   int number, flag;
   double ratio;
   CHECK(msgs_Every_count_texts(out) == 2 && msgs_Every_len_texts(out, 1) == 2 && msgs_Every_len_texts(out, 2) == -27);
-  CHECK(msgs_Every_get_texts(out, 1, buf, 2) == -27 && msgs_Every_get_texts(out, 1, buf, 3) == 0 && strcmp(buf, "bc") == 0);
+  CHECK(msgs_Every_get_texts(out, 1, buf, 2) == -27);
+  CHECK(msgs_Every_get_texts(out, 1, buf, 3) == 0 && strcmp(buf, "bc") == 0);
   copy = msgs_Every_dup_texts(out, 0);
   CHECK(copy != NULL && strcmp(copy, "a") == 0 && msgs_Every_dup_texts(out, 2) == NULL);
   free(copy);
