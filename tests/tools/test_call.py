@@ -610,7 +610,7 @@ class ArgumentTest(CallTest):
                 ((*config, "1", "3", "--repeat", "1", "--threads", "1025"),
                  "--threads: Value 1025 not in range 1 to 1024"),
                 ((*config, "1", "3", "--repeat", "1", "--trace"), "--repeat excludes --trace"),
-                ((*config, "1", "3", "--in-flight", "2"), "--in-flight requires --repeat or --duration"),
+                ((*config, "1", "3", "--in-flight", "2"), "--in-flight requires --repeat, --duration or --stream"),
                 ((*config, "1", "3", "--repeat", "1", "--in-flight", "0"),
                  "--in-flight: Value 0 not in range 1 to 100000"),
                 ((*config, "1", "3", "--deadline", "0"), "--deadline: Value 0 not in range 1 to 86400000"),
@@ -635,7 +635,7 @@ class ArgumentTest(CallTest):
     def test_help_teaches_by_example(self):
         result = run("call", "--help")
         self.assert_run(result, 0, err="")
-        self.assertIn("Usage: callorv call [OPTIONS] SERVICE [MESSAGE] [VALUES...]\n", result.stdout.decode())
+        self.assertIn("Usage: callorv call [OPTIONS] [SERVICE] [MESSAGE] [VALUES...]\n", result.stdout.decode())
         self.assertIn("\nExamples:\n  callorv call --config client.cfg 1201 Quote code=ABC", result.stdout.decode())
 
 

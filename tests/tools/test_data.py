@@ -64,7 +64,7 @@ class DataTest(CallTest):
 
     def test_what_was_received_is_sent_again(self):
         """To the byte: from a server's reply by way of --json to the request."""
-        texts = ("<t1><![CDATA[ \u00e9\t<&\n'\"\\/x]]></t1><t9><![CDATA[{{n}}]]></t9>",
+        texts = ("<t1><![CDATA[ \u00e9\t<&\n'\"\\/x]]></t1><t9><![CDATA[{n}}]]></t9>",
                  "".join(f"<t4><t2>{value:.15e}</t2></t4>" for value in (
                      0.1, -0.0, 1 / 3, 2 / 3, 1e-5, 9007199254740993, 8.5e22, 1.7976931348623e308, 5e-324, 2.2250738585072014e-308,
                      123456.789, 0.57, 0.95, 99999999999999.98)),

@@ -2,6 +2,7 @@
 #ifndef CALLORV_TOOLS_CALL_ERROR_H
 #define CALLORV_TOOLS_CALL_ERROR_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 // How far a call has come; in the order of the steps.
@@ -26,6 +27,8 @@ struct T_CallError {
   int iErrno = 0;           // of the connection; 0: none
 };
 
+// {"code": ..., "text": ..., ...}
+nlohmann::ordered_json ErrorToJson(const T_CallError& p_tError);
 // {"error": {"code": ..., "text": ..., ...}} and a line feed.
 std::string ToJson(const T_CallError& p_tError);
 

@@ -15,19 +15,6 @@
 
 namespace {
 
-// Puts into p_tError what a failed call says: a rejection is the server's word, everything else the library's.
-void ExplainFailure(int p_iRet, const CCallOrvError& p_cError, const T_Server& p_tServer, double p_dSeconds,
-                    T_CallError& p_tError) {
-  p_tError.iCode = p_cError.GetCode();
-  p_tError.sText = p_cError.GetText().ToStr();
-  if (p_iRet == -3) return ExplainConnection(p_tServer, p_dSeconds, p_tError);
-  p_tError.eStage = CALL_REPLY;
-  p_tError.sAddress = AddressOf(p_tServer);
-  p_tError.bRejected = p_iRet == -4;
-  p_tError.iService = p_cError.GetRefSvcNum();
-  p_tError.sText = ToUtf8(p_tError.sText);
-}
-
 std::string RejectionText(const CCallOrvError& p_cError) {
   return "rejected by the server: Code=" + std::to_string(p_cError.GetCode()) +
          ", Text=" + Printable(p_cError.GetText().ToStr(), false) +

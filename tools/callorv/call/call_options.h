@@ -12,7 +12,7 @@ struct T_CallOptions {
   std::string sConfig;
   std::string sDictionary, sKeyFile, sServer;    // instead of the configuration file
   int iTimeOut = 90;
-  int iService = 0;
+  int iService = -1;    // none was given
   std::string sMessage;
   std::vector<std::string> asValues;
   std::string sXml;
@@ -23,8 +23,10 @@ struct T_CallOptions {
   bool bTrace = false;
   bool bShowKey = false;
   T_Report tReport;
-  T_Load tLoad;               // of many calls; neither their number nor a duration for a single one
-  int iDeadline = 0;    // milliseconds; 0: none but the time-out
+  T_Load tLoad;           // of many calls; neither their number nor a duration for a single one
+  bool bStream = false;
+  bool bOrdered = false;
+  int iDeadline = 0;      // milliseconds; 0: none but the time-out
 };
 
 #endif

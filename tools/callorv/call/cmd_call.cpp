@@ -9,6 +9,7 @@
 #include "call/call_many.h"
 #include "call/call_once.h"
 #include "call/call_options.h"
+#include "call/call_stream.h"
 #include "call/client_setup.h"
 #include "call/load_options.h"
 #include "call/request.h"
@@ -31,6 +32,7 @@ Examples:
   callorv call --config client.cfg --repeat 10000 --threads 8 1201 Quote code=ABC
   callorv call --config client.cfg --repeat 10000 --in-flight 64 1201 Quote code=ABC
   callorv call --config client.cfg --rate 500 --duration 30s 1201 Quote 'code={{uuid}}'
+  echo '{"service":1201,"message":"Quote","data":{"code":"ABC"}}' | callorv call --config client.cfg --stream
   callorv call --config client.cfg --trace 1201 Quote code=ABC
   callorv call --dictionary d.xml --key-file user.key --server localhost:7000 1201 Quote)";
 
@@ -42,6 +44,7 @@ std::string SetUpAndCall(const T_CallOptions& p_tOptions, T_Server p_tServer, T_
     SetUpClient({p_tOptions.sDictionary, p_tOptions.sKeyFile}, p_tServer, p_tError.eStage);
   }
   p_tError.eStage = CALL_REQUEST;
+  if (p_tOptions.bStream) return CallStream(p_tOptions, p_tServer);
   const std::string sDocument = ReadDocument(p_tOptions);
   if (p_tOptions.tLoad.IsMany()) return CallMany(p_tOptions, sDocument, p_tServer);
   CallOnce(p_tOptions, sDocument, p_tServer, p_tError);
@@ -55,8 +58,14 @@ std::string SetUpAndCall(const T_CallOptions& p_tOptions, T_Server p_tServer, T_
   throw CFailure(p_sText);
 }
 
-// Whether MESSAGE is there where it must be. Where a document may say it, the first TAG=VALUE stands in its place.
-void CheckMessage(T_CallOptions& p_tOptions) {
+// Whether SERVICE and MESSAGE are there where they must be. Where a document may bring the message, the first TAG=VALUE
+// stands in its place.
+void CheckArguments(T_CallOptions& p_tOptions) {
+  if (p_tOptions.bStream) {
+    if (p_tOptions.iService < 0) return;
+    throw CUsage("--stream takes no SERVICE, MESSAGE and TAG=VALUE: each line has its own");
+  }
+  if (p_tOptions.iService < 0) throw CUsage("SERVICE is required");
   const bool bValue = p_tOptions.sMessage.find('=') != std::string::npos;
   if (p_tOptions.sXml.empty() && p_tOptions.sData.empty()) {
     if (p_tOptions.sMessage.empty()) throw CUsage("MESSAGE, --xml FILE or --data JSON is needed");
@@ -69,18 +78,18 @@ void CheckMessage(T_CallOptions& p_tOptions) {
 
 void Call(T_CallOptions& p_tOptions) {
   if (p_tOptions.bJson) p_tOptions.sFormat = "json";
+  CheckArguments(p_tOptions);
   const bool bDirect = !p_tOptions.sDictionary.empty();
   if (bDirect == !p_tOptions.sConfig.empty()) {
     throw CUsage("either --config FILE or --dictionary, --key-file and --server are needed");
   }
-  CheckMessage(p_tOptions);
   T_Server tServer;
   if (bDirect) {
     tServer = ParseServer(p_tOptions.sServer);
     tServer.iTimeOut = p_tOptions.iTimeOut;
   }
   T_CallError tError;
-  tError.iService = p_tOptions.iService;
+  tError.iService = std::max(p_tOptions.iService, 0);
   std::string sFailed;
   try {
     sFailed = SetUpAndCall(p_tOptions, tServer, tError);
@@ -119,13 +128,14 @@ void AddCall(CLI::App& p_cApp) {
       ->check(Between(1, 86400))
       ->excludes(pConfig)
       ->capture_default_str();
-  pCommand->add_option("SERVICE", t.iService, "Service number")->required()->check(Between(0, 9999));
+  pCommand->add_option("SERVICE", t.iService, "Service number")->check(Between(0, 9999));
   pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml or --data brings it");
   pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
   CLI::Option* pXml = pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")
                           ->type_name("FILE");
-  pCommand
-      ->add_option("--data", t.sData, "Take the request from JSON, as it stands here or in @FILE; - is standard input")
+  CLI::Option* pData =
+      pCommand
+          ->add_option("--data", t.sData, "Take the request from JSON: this, or what is in @FILE; - is standard input")
       ->type_name("JSON")
       ->check([](const std::string& p_s) { return p_s.empty() ? "JSON or @FILE is needed" : ""; })
       ->excludes(pXml);
@@ -135,7 +145,7 @@ void AddCall(CLI::App& p_cApp) {
                              ->type_name("FORMAT")
                              ->check(CLI::IsMember({"dump", "xml", "json"}))
                              ->capture_default_str();
-  pCommand->add_flag("--json", t.bJson, "The same as --format json")->excludes(pFormat);
+  CLI::Option* pJson = pCommand->add_flag("--json", t.bJson, "The same as --format json")->excludes(pFormat);
   CLI::Option* pRepeat = pCommand->add_option("--repeat", t.tLoad.uCalls, "Call N times and measure, printing no reply")
                              ->type_name("N")
                              ->check(Between(1, 1000000000));
@@ -149,6 +159,11 @@ void AddCall(CLI::App& p_cApp) {
                             ->excludes(pDuration)
                             ->excludes(pDeadline);
   pCommand->add_flag("--show-key", t.bShowKey, "Print the user key whole in a trace")->needs(pTrace);
+  CLI::Option* pStream = pCommand->add_flag(
+      "--stream", t.bStream, "Take calls from standard input, a line of JSON each, and print a line of JSON for each");
+  for (CLI::Option* p : {pXml, pData, pFormat, pJson, pRepeat, pDuration, pTrace}) pStream->excludes(p);
+  pCommand->add_flag("--ordered", t.bOrdered, "Print the results of --stream in the order of its lines")
+      ->needs(pStream);
   pCommand->footer(s_szFooter);
   pCommand->callback([pOptions, pCommand] {
     CheckLoad(*pCommand, pOptions->tLoad, pOptions->tReport);

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "common/refusal.h"
+#include "common/text.h"
 
 namespace {
 
@@ -152,4 +153,16 @@ void ExplainConnection(const T_Server& p_tServer, double p_dSeconds, T_CallError
   if (!sAddress.empty() && sAddress != p_tServer.sHost) sPlace += " (" + sAddress + ')';
   p_tError.iErrno = tReason.iErrno;
   p_tError.sText = Refusal(sPlace, tReason.sWords, p_tError.sText);
+}
+
+void ExplainFailure(int p_iRet, const CCallOrvError& p_cError, const T_Server& p_tServer, double p_dSeconds,
+                    T_CallError& p_tError) {
+  p_tError.iCode = p_cError.GetCode();
+  p_tError.sText = p_cError.GetText().ToStr();
+  if (p_iRet == -3) return ExplainConnection(p_tServer, p_dSeconds, p_tError);
+  p_tError.eStage = CALL_REPLY;
+  p_tError.sAddress = AddressOf(p_tServer);
+  p_tError.bRejected = p_iRet == -4;
+  p_tError.iService = p_cError.GetRefSvcNum();
+  p_tError.sText = ToUtf8(p_tError.sText);
 }

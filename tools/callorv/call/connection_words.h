@@ -2,6 +2,8 @@
 #ifndef CALLORV_TOOLS_CONNECTION_WORDS_H
 #define CALLORV_TOOLS_CONNECTION_WORDS_H
 
+#include <callorv/client/callorv_error.h>
+
 #include <string>
 
 #include "call/call_error.h"
@@ -18,5 +20,10 @@ std::string AddressOf(const T_Server& p_tServer);
 // library's words. What connect() said the library does not tell: it is asked again.
 //   p_dSeconds  that the call took, 0: nobody knows
 void ExplainConnection(const T_Server& p_tServer, double p_dSeconds, T_CallError& p_tError);
+
+// Puts into p_tError what a call says that failed with p_iRet (of CCallOrv::CallServiceByMsg): a rejection is the
+// server's word, everything else the library's.
+void ExplainFailure(int p_iRet, const CCallOrvError& p_cError, const T_Server& p_tServer, double p_dSeconds,
+                    T_CallError& p_tError);
 
 #endif

@@ -2,6 +2,7 @@
 #include "call/load_options.h"
 
 #include <functional>
+#include <string_view>
 
 #include "command.h"
 #include "common/options.h"
@@ -39,7 +40,8 @@ CLI::Option* AddLoadOptions(CLI::App& p_cCommand, T_Load& p_t, T_Report& p_tRepo
       ->type_name("T")
       ->check(Between(1, 1024))
       ->capture_default_str();
-  p_cCommand.add_option("--in-flight", p_t.iInFlight, "Calls that each of these threads has under way at once")
+  p_cCommand
+      .add_option("--in-flight", p_t.iInFlight, "Calls that each of these threads, or --stream, has under way at once")
       ->type_name("K")
       ->check(Between(1, 100000));
   p_cCommand.add_option("--report", p_tReport.sPath, "Write what was measured to FILE.html, FILE.csv or FILE.json")
@@ -50,7 +52,10 @@ CLI::Option* AddLoadOptions(CLI::App& p_cCommand, T_Load& p_t, T_Report& p_tRepo
 void CheckLoad(const CLI::App& p_cCommand, const T_Load& p_t, T_Report& p_tReport) {
   for (const char* szOption : {"--rate", "--warm-up", "--threads", "--in-flight", "--report"}) {
     if (p_t.IsMany() || p_cCommand.count(szOption) == 0) continue;
-    throw CUsage(std::string(szOption) + " requires --repeat or --duration");
+    const bool bStream = std::string_view(szOption) == "--in-flight";
+    if (bStream && p_cCommand.count("--stream") > 0) continue;
+    throw CUsage(std::string(szOption) +
+                 (bStream ? " requires --repeat, --duration or --stream" : " requires --repeat or --duration"));
   }
   if (p_cCommand.count("--report") == 0) return;
   CheckReportName(p_tReport.sPath);
