@@ -7,7 +7,7 @@
 #include <string>
 
 #include "serve/fault.h"
-#include "serve/recorder.h"
+#include "serve/packet_recorder.h"
 #include "serve/serve_log.h"
 #include "serve/server.h"
 #include "serve/world.h"
@@ -35,7 +35,7 @@ class CAnswerer {
   const T_ServeOptions& m_tOptions;
   CFaults m_cFaults;
   CWorlds m_cWorlds;
-  std::optional<CRecorder> m_cRecorder;
+  std::optional<CPacketRecorder> m_cRecorder;
   T_State m_tState;
 };
 

@@ -1,5 +1,5 @@
 // Keeps the packets of the simulator's calls as files.
-#include "serve/recorder.h"
+#include "serve/packet_recorder.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -33,7 +33,7 @@ void WriteNewFile(const std::string& p_sPath, const std::string& p_sBytes) {
 
 }    // namespace
 
-CRecorder::CRecorder(const std::string& p_sFolder) : m_sFolder(p_sFolder), m_iCount(0) {
+CPacketRecorder::CPacketRecorder(const std::string& p_sFolder) : m_sFolder(p_sFolder), m_iCount(0) {
   std::error_code cError;
   std::filesystem::create_directories(p_sFolder, cError);
   for (std::filesystem::directory_iterator cEntry(p_sFolder, cError), cEnd; !cError && cEntry != cEnd;
@@ -46,7 +46,7 @@ CRecorder::CRecorder(const std::string& p_sFolder) : m_sFolder(p_sFolder), m_iCo
   if (cError) throw CFailure(p_sFolder + ": " + cError.message());
 }
 
-void CRecorder::Save(const std::string& p_sRequest, const std::string& p_sReply, int p_iSvcNum) {
+void CPacketRecorder::Save(const std::string& p_sRequest, const std::string& p_sReply, int p_iSvcNum) {
   char szName[64];
   std::snprintf(szName, sizeof szName, "/%06u-%d-", ++m_iCount, p_iSvcNum);
   WriteNewFile(m_sFolder + szName + "request.packet", p_sRequest);
