@@ -270,6 +270,14 @@ class ToolTest(unittest.TestCase):
             file.write(data if isinstance(data, bytes) else data.encode())
         return path
 
+    def run_with_echo(self, program, dictionary):
+        """Runs a program to its end with a configuration, whose server echoes."""
+        run("key", "make", "--user-key", "KEY", "-o", self.path("user.key"))
+        with Server("--dictionary", dictionary, "--echo") as server:
+            config = self.write("callorv.cfg", f"msg_dic={dictionary}\nkey_file={self.path('user.key')}\n"
+                                               f"server=127.0.0.1 {server.port}\n")
+            return subprocess.run([program, config], capture_output=True, timeout=60, check=False)
+
     def read(self, name):
         with open(self.path(name), "rb") as file:
             return file.read()

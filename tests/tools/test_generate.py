@@ -6,7 +6,7 @@ import subprocess
 import time
 import unittest
 
-from support import Server, ToolTest, run
+from support import ToolTest, run
 
 HERE = pathlib.Path(__file__).resolve().parent / "generated"
 DICTIONARY = HERE / "dictionary.xml"
@@ -107,13 +107,7 @@ class GenerateTest(ToolTest):
                 self.compile("out", f"-std={standard}")
 
     def test_a_call_with_the_classes(self):
-        run("key", "make", "--user-key", "KEY", "-o", self.path("user.key"))
-        with Server("--dictionary", DICTIONARY, "--echo") as server:
-            config = self.write("callorv.cfg", f"msg_dic={DICTIONARY}\nkey_file={self.path('user.key')}\n"
-                                               f"server=127.0.0.1 {server.port}\n")
-            result = subprocess.run([os.environ["GENERATED_CLIENT"], config], capture_output=True, timeout=60,
-                                    check=False)
-        self.assert_run(result, 0, "0 CCallOrvError: \ntext 7 20260131 1 200 label, ratio absent\n", "")
+        self.assert_run(self.run_with_echo(os.environ["GENERATED_CLIENT"], DICTIONARY), 0, "0 CCallOrvError: \ntext 7 20260131 1 200 label, ratio absent\n", "")
 
     def test_failures(self):
         self.assert_run(self.generate("--message", 77), 1, "", "callorv: message 77 is not in the dictionary\n")

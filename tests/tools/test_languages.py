@@ -8,7 +8,7 @@ import subprocess
 import sys
 import unittest
 
-from support import Server, ToolTest, run
+from support import ToolTest, run
 
 HERE = pathlib.Path(__file__).resolve().parent / "generated"
 DICTIONARY = HERE / "dictionary.xml"
@@ -129,13 +129,7 @@ class LanguageTest(ToolTest):
         self.compile(sorted(text), self.COMPILERS[::2])
 
     def test_a_call_from_c(self):
-        run("key", "make", "--user-key", "KEY", "-o", self.path("user.key"))
-        with Server("--dictionary", DICTIONARY, "--echo") as server:
-            config = self.write("callorv.cfg", f"msg_dic={DICTIONARY}\nkey_file={self.path('user.key')}\n"
-                                               f"server=127.0.0.1 {server.port}\n")
-            result = subprocess.run([os.environ["GENERATED_C_CLIENT"], config], capture_output=True, timeout=60,
-                                    check=False)
-        self.assert_run(result, 0, "0, ; first check that failed: line 0\n", "")
+        self.assert_run(self.run_with_echo(os.environ["GENERATED_C_CLIENT"], DICTIONARY), 0, "0, ; first check that failed: line 0\n", "")
 
     def test_json_of_c(self):
         result = self.generate("c", "--json", "--message", 1)
