@@ -24,7 +24,7 @@
 #include "common/line_input.h"
 #include "common/msg_json.h"
 #include "common/output.h"
-#include "common/stop_signals.h"
+#include "common/stop_signal.h"
 #include "common/text.h"
 #include "common/variables.h"
 
@@ -53,7 +53,7 @@ class CLineStream {
         m_cOutput(STDOUT_FILENO),
         m_cEpoll(epoll_create1(EPOLL_CLOEXEC)) {
     for (auto c = m_cIdle.begin(); c != m_cIdle.end(); ++c) c->cPlace = c;
-    Watch(EPOLL_CTL_ADD, m_cSignals.Fd(), EPOLLIN, &m_cSignals);
+    Watch(EPOLL_CTL_ADD, m_cSignal.Fd(), EPOLLIN, &m_cSignal);
     m_bInputWaits = Watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLONESHOT, &m_cInput);
     m_bOutputWaits = Watch(EPOLL_CTL_ADD, STDOUT_FILENO, 0, &m_cOutput);
   }
@@ -97,7 +97,7 @@ class CLineStream {
   std::deque<std::string> m_asDone;    // in order: results from m_uFirst on, "" for one that is not there yet
   uint64_t m_uFirst = 0;
   size_t m_iHeld = 0;    // bytes in m_asDone
-  CStopSignals m_cSignals;
+  CStopSignal m_cSignal;
   const CDescriptor m_cEpoll;
   bool m_bInputWaits = false;     // standard input tells when there is something; a file always has
   bool m_bOutputWaits = false;
@@ -268,8 +268,8 @@ class CLineStream {
       if (pWho == &m_cInput) {
         m_bInputArmed = false;
         m_cInput.Read();
-      } else if (pWho == &m_cSignals) {
-        m_iSignal = m_cSignals.Take();
+      } else if (pWho == &m_cSignal) {
+        m_iSignal = m_cSignal.Take();
       } else if (pWho == &m_cOutput) {
         if ((atEvent[i].events & (EPOLLERR | EPOLLHUP)) != 0 && m_cOutput.Size() == 0) {
           throw CFailure("standard output cannot be written: nobody reads it any more");

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "call/schedule.h"
+#include "common/descriptor.h"
 #include "common/stop_signal.h"
 
 namespace {
@@ -31,23 +32,6 @@ constexpr char s_szClear[] = "\r\x1b[K";    // the line of a terminal that has t
 double SecondsSince(Clock::time_point p_tStart) {
   return std::max(std::chrono::duration<double>(Clock::now() - p_tStart).count(), 0.0);
 }
-
-// What Watch() waits for beside signals: that every thread is through.
-class CEvent {
- public:
-  CEvent() : m_iFd(eventfd(0, EFD_CLOEXEC)) {
-    if (m_iFd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-  }
-  ~CEvent() { close(m_iFd); }
-  CEvent(const CEvent&) = delete;
-  CEvent& operator=(const CEvent&) = delete;
-
-  int Fd() const { return m_iFd; }
-  void Set() const { eventfd_write(m_iFd, 1); }
-
- private:
-  const int m_iFd;
-};
 
 // What the threads share.
 class CRun {
@@ -69,7 +53,7 @@ class CRun {
     Guarded([&] { m_tLoad.iInFlight > 0 ? CallInFlight(tCaller) : CallOneByOne(tCaller); });
     const std::lock_guard<std::mutex> cLock(m_cMutex);
     m_dSeconds = SecondsSince(m_cSchedule.CountFrom());
-    if (--m_iRunning == 0) m_cThrough.Set();
+    if (--m_iRunning == 0) eventfd_write(m_cThrough, 1);
   }
 
   // The last p_iThreads threads could not be made, for the reason that is being handled.
@@ -78,7 +62,7 @@ class CRun {
     m_pThrown = std::current_exception();
     m_bStop = true;
     m_iRunning -= p_iThreads;
-    if (m_iRunning == 0) m_cThrough.Set();
+    if (m_iRunning == 0) eventfd_write(m_cThrough, 1);
     m_iWaiting -= p_iThreads;
     if (m_iWaiting == 0) Start();
   }
@@ -87,7 +71,7 @@ class CRun {
   void Watch(CStopSignal& p_cSignal) {
     const bool bTerminal = isatty(STDERR_FILENO) == 1;
     for (;;) {
-      pollfd atPoll[] = {{m_cThrough.Fd(), POLLIN, 0}, {p_cSignal.Fd(), POLLIN, 0}};
+      pollfd atPoll[] = {{m_cThrough, POLLIN, 0}, {p_cSignal.Fd(), POLLIN, 0}};
       if (poll(atPoll, 2, bTerminal ? 200 : -1) < 0 && errno != EINTR) break;
       if (atPoll[0].revents != 0) break;
       if (atPoll[1].revents != 0 && p_cSignal.Take()) Interrupt(bTerminal);
@@ -113,7 +97,7 @@ class CRun {
   std::atomic<bool> m_bStop{false};
   std::atomic<uint64_t> m_uBegun{0}, m_uDone{0}, m_uFailed{0};    // of the calls that are counted
   std::atomic<uint64_t> m_uWarmUpCalls{0};
-  CEvent m_cThrough;
+  const CDescriptor m_cThrough{eventfd(0, EFD_CLOEXEC)};    // readable once every thread is through
   std::mutex m_cMutex;    // the following
   std::condition_variable m_cChanged;
   int m_iWaiting;    // threads that are not ready to start

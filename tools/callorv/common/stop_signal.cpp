@@ -2,33 +2,30 @@
 #include "common/stop_signal.h"
 
 #include <sys/signalfd.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <system_error>
+namespace {
 
-// From a descriptor, as a handler would run in the middle of whatever the thread it hits is doing.
-CStopSignal::CStopSignal() {
-  sigset_t tStop;
-  sigemptyset(&tStop);
-  sigaddset(&tStop, SIGINT);
-  sigaddset(&tStop, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &tStop, &m_tBefore);
-  m_iFd = signalfd(-1, &tStop, SFD_NONBLOCK | SFD_CLOEXEC);
-  if (m_iFd >= 0) return;
-  const int iErrno = errno;
-  pthread_sigmask(SIG_SETMASK, &m_tBefore, nullptr);
-  throw std::system_error(iErrno, std::generic_category(), "signalfd");
+sigset_t Both() {
+  sigset_t tBoth;
+  sigemptyset(&tBoth);
+  sigaddset(&tBoth, SIGINT);
+  sigaddset(&tBoth, SIGTERM);
+  return tBoth;
 }
 
-CStopSignal::~CStopSignal() {
-  close(m_iFd);
-  pthread_sigmask(SIG_SETMASK, &m_tBefore, nullptr);
+}    // namespace
+
+// From a descriptor, as a handler would run in the middle of whatever the thread it hits is doing. Blocked only when
+// nothing can fail any more.
+CStopSignal::CStopSignal() : m_tBoth(Both()), m_cFd(signalfd(-1, &m_tBoth, SFD_NONBLOCK | SFD_CLOEXEC)) {
+  pthread_sigmask(SIG_BLOCK, &m_tBoth, &m_tBefore);
 }
 
-bool CStopSignal::Take() {
+CStopSignal::~CStopSignal() { pthread_sigmask(SIG_SETMASK, &m_tBefore, nullptr); }
+
+int CStopSignal::Take() {
   signalfd_siginfo tSignal;
-  if (read(m_iFd, &tSignal, sizeof tSignal) != sizeof tSignal) return false;
+  if (read(m_cFd, &tSignal, sizeof tSignal) != sizeof tSignal) return 0;
   pthread_sigmask(SIG_SETMASK, &m_tBefore, nullptr);
-  return true;
+  return static_cast<int>(tSignal.ssi_signo);
 }
