@@ -215,7 +215,7 @@ class CLineStream {
     }
     std::string& s = Result(p_tSlot, 0, sMicros);
     s += "\"reply\":";
-    s += MsgToJson(cReply).dump();
+    AppendMsg(s, cReply);
     End(s);
   }
 

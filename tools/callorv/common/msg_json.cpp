@@ -1,44 +1,87 @@
 // A message as JSON.
 #include "common/msg_json.h"
 
+#include <charconv>
 #include <climits>
+#include <cmath>
+#include <string_view>
 
+#include "common/json_text.h"
 #include "common/text.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+void AppendValues(std::string& p_sOut, CMsg& p_cMsg);
 
-Json ValuesOf(CMsg& p_cMsg);
-
-Json JsonOf(const CString& p_s) { return ToUtf8(p_s.ToStr()); }
-Json JsonOf(int p_i) { return p_i; }
-Json JsonOf(double p_d) { return p_d; }    // null when it is no number
-Json JsonOf(bool p_b) { return p_b; }
-Json JsonOf(const CDate& p_c) { return ToUtf8(p_c.ToStr()); }
-Json JsonOf(CMsg* p_pMsg) { return p_pMsg == nullptr ? Json() : ValuesOf(*p_pMsg); }
+void Append(std::string& p_sOut, const CString& p_s) { AppendText(p_sOut, ToUtf8(p_s.ToStr())); }
+void Append(std::string& p_sOut, const CDate& p_c) { AppendText(p_sOut, ToUtf8(p_c.ToStr())); }
+void Append(std::string& p_sOut, int p_i) { p_sOut += std::to_string(p_i); }
+void Append(std::string& p_sOut, bool p_b) { p_sOut += p_b ? "true" : "false"; }
+void Append(std::string& p_sOut, CMsg* p_pMsg) {
+  if (p_pMsg == nullptr) {
+    p_sOut += "null";
+  } else {
+    AppendValues(p_sOut, *p_pMsg);
+  }
+}
+// As few digits as tell it from every other double, and one behind the point; null when it is no number.
+void Append(std::string& p_sOut, double p_d) {
+  if (!std::isfinite(p_d)) {
+    p_sOut += "null";
+    return;
+  }
+  char sz[32];
+  const std::string_view sDigits(sz, static_cast<size_t>(std::to_chars(sz, sz + sizeof sz, p_d).ptr - sz));
+  p_sOut += sDigits;
+  if (sDigits.find_first_of(".e") == std::string_view::npos) p_sOut += ".0";
+}
 
 template <class T>
-Json ElementsOf(CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
-  Json cAll = Json::array();
+void AppendElements(std::string& p_sOut, CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
+  if (p_tTag.m_bArray) p_sOut += '[';
   for (int i = 0; i < p_iCount; ++i) {
     T Value{};
     p_cMsg.GetValueAt(p_tTag.m_iTagNum, i, &Value);
-    cAll.push_back(JsonOf(Value));
+    if (i > 0) p_sOut += ',';
+    Append(p_sOut, Value);
   }
-  return p_tTag.m_bArray ? cAll : cAll[0];
+  if (p_tTag.m_bArray) p_sOut += ']';
 }
 
-Json ElementsOf(CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
+void AppendElements(std::string& p_sOut, CMsg& p_cMsg, const CTagInfo& p_tTag, int p_iCount) {
   switch (p_tTag.m_eType) {
-    case TAG_STRING: return ElementsOf<CString>(p_cMsg, p_tTag, p_iCount);
-    case TAG_INTEGER: return ElementsOf<int>(p_cMsg, p_tTag, p_iCount);
-    case TAG_DOUBLE: return ElementsOf<double>(p_cMsg, p_tTag, p_iCount);
-    case TAG_BOOL: return ElementsOf<bool>(p_cMsg, p_tTag, p_iCount);
-    case TAG_DATE: return ElementsOf<CDate>(p_cMsg, p_tTag, p_iCount);
-    case TAG_SUBMSG: return ElementsOf<CMsg*>(p_cMsg, p_tTag, p_iCount);
-    default: return nullptr;
+    case TAG_STRING: return AppendElements<CString>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    case TAG_INTEGER: return AppendElements<int>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    case TAG_DOUBLE: return AppendElements<double>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    case TAG_BOOL: return AppendElements<bool>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    case TAG_DATE: return AppendElements<CDate>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    case TAG_SUBMSG: return AppendElements<CMsg*>(p_sOut, p_cMsg, p_tTag, p_iCount);
+    default: p_sOut += "null";
   }
+}
+
+// Whether the definition has the tag before already.
+bool IsAgain(const CMsgInfo& p_cInfo, int p_iAt) {
+  int i = 0;
+  while (p_cInfo.GetTagNumAt(i) != p_cInfo.GetTagNumAt(p_iAt)) ++i;
+  return i < p_iAt;
+}
+
+void AppendValues(std::string& p_sOut, CMsg& p_cMsg) {
+  const CMsgInfo* pInfo = p_cMsg.GetMsgInfo();
+  bool bFirst = true;
+  p_sOut += '{';
+  for (int i = 0; pInfo != nullptr && i < pInfo->GetNoTags(); ++i) {
+    const CTagInfo* pTag = pInfo->GetTagInfo(pInfo->GetTagNumAt(i));
+    const int iCount = p_cMsg.GetArrSize(pTag->m_iTagNum);
+    if (iCount < 0 || IsAgain(*pInfo, i)) continue;
+    if (!bFirst) p_sOut += ',';
+    bFirst = false;
+    AppendText(p_sOut, JsonName(*pInfo, *pTag));
+    p_sOut += ':';
+    AppendElements(p_sOut, p_cMsg, *pTag, iCount);
+  }
+  p_sOut += '}';
 }
 
 }    // namespace
@@ -51,26 +94,19 @@ std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag) {
   return bFound ? ToUtf8(szName) : std::to_string(p_tTag.m_iTagNum);
 }
 
-namespace {
-
-Json ValuesOf(CMsg& p_cMsg) {
-  Json cValues = Json::object();
+void AppendMsg(std::string& p_sOut, CMsg& p_cMsg) {
   const CMsgInfo* pInfo = p_cMsg.GetMsgInfo();
-  for (int i = 0; pInfo != nullptr && i < pInfo->GetNoTags(); ++i) {
-    const CTagInfo* pTag = pInfo->GetTagInfo(pInfo->GetTagNumAt(i));
-    const int iCount = p_cMsg.GetArrSize(pTag->m_iTagNum);
-    if (iCount < 0) continue;
-    cValues[JsonName(*pInfo, *pTag)] = ElementsOf(p_cMsg, *pTag, iCount);
-  }
-  return cValues;
+  p_sOut += "{\"message\":" + std::to_string(p_cMsg.GetMsgNum()) + ",\"name\":";
+  AppendText(p_sOut, ToUtf8(pInfo == nullptr ? "" : pInfo->GetMsgName().ToStr()));
+  p_sOut += ",\"version\":";
+  AppendText(p_sOut, ToUtf8(p_cMsg.GetVer()));
+  p_sOut += ",\"values\":";
+  AppendValues(p_sOut, p_cMsg);
+  p_sOut += '}';
 }
 
-}    // namespace
-
 nlohmann::ordered_json MsgToJson(CMsg& p_cMsg) {
-  const CMsgInfo* pInfo = p_cMsg.GetMsgInfo();
-  return {{"message", p_cMsg.GetMsgNum()},
-          {"name", ToUtf8(pInfo == nullptr ? "" : pInfo->GetMsgName().ToStr())},
-          {"version", ToUtf8(p_cMsg.GetVer())},
-          {"values", ValuesOf(p_cMsg)}};
+  std::string s;
+  AppendMsg(s, p_cMsg);
+  return nlohmann::ordered_json::parse(s);
 }

@@ -12,6 +12,8 @@
 // earlier tag's, so that MsgFromJson (msg_from_json.h) finds the tag again.
 // Tags without a value are left out.
 nlohmann::ordered_json MsgToJson(CMsg& p_cMsg);
+// The same as a text on one line, which is much less work.
+void AppendMsg(std::string& p_sOut, CMsg& p_cMsg);
 
 // Under which name a tag's value stands there. UTF-8.
 std::string JsonName(const CMsgInfo& p_cInfo, const CTagInfo& p_tTag);
