@@ -85,8 +85,7 @@ class DataTest(CallTest):
         self.dictionary = self.write("odd.xml", """<msg_dictionary><msg no='3'>
             <tag no='1' name='same' type='integer'/><tag no='2' name='same' type='integer'/><tag no='3' type='integer'/>
             <tag no='4' name='5' type='integer'/><tag no='5' name='a/b~c' type='integer'/>
-            <tag no='6' name='message' type='integer'/><tag no='7' name='values' type='m3'/>
-            <tag no='3' type='integer'/></msg></msg_dictionary>""")
+            <tag no='6' name='message' type='integer'/><tag no='7' name='values' type='m3'/></msg></msg_dictionary>""")
         for tags, values in (("<t2>2</t2><t3>3</t3><t4>4</t4><t5>5</t5>", {"2": 2, "3": 3, "4": 4, "a/b~c": 5}),
                              ("<t1>1</t1><t2>2</t2>", {"same": 1, "2": 2}),
                              ("<t6>6</t6><t7><t6>7</t6></t7>", {"message": 6, "values": {"message": 7}})):

@@ -131,6 +131,13 @@ class LineTest(StreamTest):
         self.assertEqual([r["error"]["text"] for r in results if "error" in r],
                          [f"line {number}: more than 16777216 bytes" for number in (1, 3, 5)])
 
+    def test_a_tag_that_is_defined_twice_stands_once_in_a_reply(self):
+        self.dictionary = self.write("twice.xml", "<msg_dictionary><msg no='3' name='Twice'>" +
+                                     "<tag no='1' name='a' type='integer'/>" * 2 + "</msg></msg_dictionary>")
+        with self.echo() as server:
+            result = self.call(server, "--stream", stdin=b'{"service":1,"message":3,"data":{"a":7}}')
+        self.assertEqual(result.stdout.count(b'"a":7'), 1, result)
+
     def test_nothing_is_no_line(self):
         with self.echo() as server:
             for text in ("", "\n", " \n\t\n\n"):
