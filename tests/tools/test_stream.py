@@ -76,7 +76,10 @@ class LineTest(StreamTest):
     def test_a_broken_line_is_an_error_line(self):
         head = '{"service":7,"message":3,'
         number = "stands where a service's number from 0 to 9999 belongs"
-        wrong = (("x", "line 1, column 1: invalid literal", 0, None),
+        wrong = (("x", "column 1: invalid literal", 0, None),
+                 ("{", "column 2: unexpected end of input; expected string literal; each object stands on one line, as jq "
+                  "-c writes it", 0, None),
+                 ('"service": 7,', "column 10: unexpected ':'; expected end of input", 0, None),
                  ("[]", "an array stands where an object with service, message and data belongs", 0, None),
                  ("5", "5 stands where an object with service, message and data belongs", 0, None),
                  ('{"id":1}', "there is no member service", 0, 1),

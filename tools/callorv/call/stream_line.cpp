@@ -38,6 +38,15 @@ T_Members MembersOf(const CJsonIn::CValue& p_cRoot) {
   return t;
 }
 
+// What is no JSON, for somebody who has one line, or may think of several.
+std::string InOneLine(std::string p_sText) {
+  constexpr std::string_view s_sLine = ": line 1, column ";
+  const size_t iLine = p_sText.find(s_sLine);
+  if (iLine != std::string::npos) p_sText.replace(iLine, s_sLine.size(), ": column ");
+  const bool bBroken = p_sText.find("unexpected end of input") != std::string::npos;
+  return p_sText + (bBroken ? "; each object stands on one line, as jq -c writes it" : "");
+}
+
 }    // namespace
 
 int CStreamReader::MessageOf(const CJsonIn::CValue& p_cMessage) {
@@ -60,7 +69,11 @@ int CStreamReader::MessageOf(const CJsonIn::CValue& p_cMessage) {
 
 void CStreamReader::Read(const std::string& p_sName, std::string_view p_sLine, T_StreamCall& p_tCall,
                          CMsg& p_cRequest) {
-  m_cLine.Read(p_sName, p_sLine);
+  try {
+    m_cLine.Read(p_sName, p_sLine);
+  } catch (const CFailure& cError) {
+    throw CFailure(InOneLine(cError.what()));
+  }
   const CJsonIn::CValue cRoot = m_cLine.Root(), cId = cRoot.Find("id");
   if (cId) {
     p_tCall.sId.clear();
