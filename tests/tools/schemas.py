@@ -38,7 +38,8 @@ def complaints(kind, value):
     """What is wrong with a value by each schema of its kind; nothing when one of them takes it."""
     wrong = [] if validators(kind) else [f"docs/schemas has nothing for {kind}"]
     for validator in validators(kind):
-        errors = [f"{validator.schema['$id']}: {error.json_path}: {error.message}" for error in validator.iter_errors(value)]
+        errors = [f"{validator.schema['$id']}: {error.json_path}: {error.message}"
+                  for error in validator.iter_errors(value)]
         if not errors:
             return []
         wrong += errors

@@ -71,7 +71,8 @@ def run_unprivileged(*args, **more):
 
 
 def run(*args, stdin=b"", timeout=60, before=()):
-    """Runs the command to its end; standard input and both outputs are bytes. What --json prints is as docs/schemas says."""
+    """Runs the command to its end; standard input and both outputs are bytes. What --json prints is as docs/schemas
+    says."""
     result = subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
                             check=False)
     if args:

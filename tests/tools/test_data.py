@@ -5,11 +5,12 @@ import unittest
 
 from support import CallTest, Reply, message, packet, run
 
-QUOTE = {"code": "Z\u00fcrich", "price": 0.1, "open": True, "rows": [{"price": 1.5}, {}, {"text": "b"}], "day": "20260131",
-         "count": -7, "list": [1, 2], "head": {"text": "h"}, "names": ["a", "b"]}
+QUOTE = {"code": "Z\u00fcrich", "price": 0.1, "open": True, "rows": [{"price": 1.5}, {}, {"text": "b"}],
+         "day": "20260131", "count": -7, "list": [1, 2], "head": {"text": "h"}, "names": ["a", "b"]}
 QUOTE_TAGS = ("<t1><![CDATA[Z\u00fcrich]]></t1><t2>1.000000000000000e-01</t2><t3>true</t3>"
               "<t4><t2>1.500000000000000e+00</t2></t4><t4></t4><t4><t3><![CDATA[b]]></t3></t4><t5>20260131</t5>"
-              "<t6>-7</t6><t7>1</t7><t7>2</t7><t8><t3><![CDATA[h]]></t3></t8><t9><![CDATA[a]]></t9><t9><![CDATA[b]]></t9>")
+              "<t6>-7</t6><t7>1</t7><t7>2</t7><t8><t3><![CDATA[h]]></t3></t8><t9><![CDATA[a]]></t9>"
+              "<t9><![CDATA[b]]></t9>")
 
 
 class DataTest(CallTest):
@@ -39,7 +40,8 @@ class DataTest(CallTest):
 
     def test_values(self):
         for text, tags in (
-                ('{}', ""), (' {"code" : null , "rows":null}\r\n\t', ""), ('{"rows":[],"list":[]}', ""), ('{"code":""}', ""),
+                ('{}', ""), (' {"code" : null , "rows":null}\r\n\t', ""), ('{"rows":[],"list":[]}', ""),
+                ('{"code":""}', ""),
                 ('{"day":""}', ""), ('{"1":"a","6":1}', "<t1><![CDATA[a]]></t1><t6>1</t6>"),
                 ('{"head":{}}', "<t8></t8>"), ('{"8":{"3":"x"}}', "<t8><t3><![CDATA[x]]></t3></t8>"),
                 (r'{"\u0063ode":"\u00fc\n\t\"\/\\&<"}', '<t1><![CDATA[\u00fc\n\t"/\\&<]]></t1>'),
@@ -59,14 +61,15 @@ class DataTest(CallTest):
     def test_digits_that_the_wire_does_not_have_are_warned_of(self):
         self.assertEqual(
             self.sent("Quote", "--data", '{"rows":[{"price":0.30000000000000004}]}',
-                      err="callorv: warning: --data: /rows/0/price: 0.30000000000000004 has more than the 16 digits that go "
-                          "over the wire\n"), self.body("<t4><t2>3.000000000000000e-01</t2></t4>"))
+                      err="callorv: warning: --data: /rows/0/price: 0.30000000000000004 has more than the 16 digits "
+                          "that go over the wire\n"), self.body("<t4><t2>3.000000000000000e-01</t2></t4>"))
 
     def test_what_was_received_is_sent_again(self):
         """To the byte: from a server's reply by way of --json to the request."""
         texts = ("<t1><![CDATA[ \u00e9\t<&\n'\"\\/x]]></t1><t9><![CDATA[{n}}]]></t9>",
                  "".join(f"<t4><t2>{value:.15e}</t2></t4>" for value in (
-                     0.1, -0.0, 1 / 3, 2 / 3, 1e-5, 9007199254740993, 8.5e22, 1.7976931348623e308, 5e-324, 2.2250738585072014e-308,
+                     0.1, -0.0, 1 / 3, 2 / 3, 1e-5, 9007199254740993, 8.5e22, 1.7976931348623e308, 5e-324,
+                     2.2250738585072014e-308,
                      123456.789, 0.57, 0.95, 99999999999999.98)),
                  QUOTE_TAGS, "", "<t4></t4>" * 3, "<t8></t8>", "<t3>false</t3><t6>-2147483648</t6><t7>0</t7>")
         for tags in texts:
@@ -95,7 +98,8 @@ class DataTest(CallTest):
             self.assertEqual(self.sent("--data", "-", stdin=result.stdout), self.body(tags))
 
     def test_a_whole_message(self):
-        for text, args in (('{"message":3,"values":{"code":"a"}}', ()), ('{"message":"Quote","values":{"code":"a"}}', ()),
+        for text, args in (('{"message":3,"values":{"code":"a"}}', ()),
+                           ('{"message":"Quote","values":{"code":"a"}}', ()),
                            ('{"values":{"code":"a"},"version":null,"name":"Quote","message":3.0}', ("3",)),
                            ('{"message":3,"name":null,"values":null}', ("code=a",))):
             with self.subTest(text=text):
@@ -109,7 +113,8 @@ class DataTest(CallTest):
                 ('{"cod":1}', "/cod: message 3 has no tag 'cod'; did you mean 'code'?"),
                 ('{"99":1}', "/99: message 3 has no tag '99'"),
                 ('{"\ud55c":1}', "/\ud55c: '\ud55c' has a character that ISO-8859-1 cannot write"),
-                ('{"rows":[{"price":1},{"prise":2}]}', "/rows/1/prise: message 4 has no tag 'prise'; did you mean 'price'?"),
+                ('{"rows":[{"price":1},{"prise":2}]}',
+                 "/rows/1/prise: message 4 has no tag 'prise'; did you mean 'price'?"),
                 ('{"a/b~":1}', "/a~1b~0: message 3 has no tag 'a/b~'"),
                 ('{"code":5}', "/code: 5 stands where a text belongs"),
                 ('{"code":["a"]}', "/code: an array stands where a text belongs"),
@@ -117,14 +122,17 @@ class DataTest(CallTest):
                 ('{"count":1.5}', "/count: 1.5 stands where an integer of 32 bits belongs"),
                 ('{"count":2147483648}', "/count: 2147483648 stands where an integer of 32 bits belongs"),
                 ('{"count":-2147483649}', "/count: -2147483649 stands where an integer of 32 bits belongs"),
-                ('{"count":1.00000000000000000001}', "/count: 1.00000000000000000001 stands where an integer of 32 bits belongs"),
+                ('{"count":1.00000000000000000001}',
+                 "/count: 1.00000000000000000001 stands where an integer of 32 bits belongs"),
                 ('{"count":1e99}', "/count: 1e99 stands where an integer of 32 bits belongs"),
-                ('{"count":99999999999999999999}', "/count: 99999999999999999999 stands where an integer of 32 bits belongs"),
+                ('{"count":99999999999999999999}',
+                 "/count: 99999999999999999999 stands where an integer of 32 bits belongs"),
                 ('{"count":%s}' % digits, f"/count: {digits[:60]}... stands where an integer of 32 bits belongs"),
                 ('{"list":[1,true]}', "/list/1: true stands where an integer of 32 bits belongs"),
                 ('{"price":"1.5"}', "/price: '1.5' stands where a number belongs"),
                 ('{"price":9007199254740993}', "/price: 9007199254740993 does not fit into a double to its last digit"),
-                ('{"price":0.300000000000000041}', "/price: 0.300000000000000041 does not fit into a double to its last digit"),
+                ('{"price":0.300000000000000041}',
+                 "/price: 0.300000000000000041 does not fit into a double to its last digit"),
                 ('{"price":3e-324}', "/price: 3e-324 does not fit into a double to its last digit"),
                 ('{"price":1e-999}', "/price: 1e-999 does not fit into a double to its last digit"),
                 ('{"price":1e999}', "/price: number overflow parsing '1e999'"),
@@ -153,14 +161,16 @@ class DataTest(CallTest):
                 ('"' + "\u00fc" * 40 + '"', "'" + "\u00fc" * 30 + "...' stands where an object with values belongs"),
                 ('{"message":4,"values":{}}', "/message: message 4 contradicts MESSAGE, which is 3"),
                 ('{"message":"QuoteRow","values":{}}', "/message: message 4 contradicts MESSAGE, which is 3"),
-                ('{"message":"Qoute","values":{}}', "/message: no message 'Qoute' in the dictionary; did you mean 'Quote'?"),
+                ('{"message":"Qoute","values":{}}',
+                 "/message: no message 'Qoute' in the dictionary; did you mean 'Quote'?"),
                 ('{"message":99,"values":{}}', "/message: no message '99' in the dictionary"),
                 ('{"message":null,"values":{}}', "/message: null stands where a message's number or name belongs"),
                 ('{"message":3,"name":"QuoteRow","values":{}}',
                  "/name: message 3 is 'Quote' in this dictionary, not 'QuoteRow'"),
                 ('{"message":3,"name":3,"values":{}}', "/name: 3 stands where a message's name belongs"),
                 ('{"message":3,"vers":"","values":{}}',
-                 "/vers: beside message and values there may be name and version, nothing else; did you mean 'version'?"),
+                 "/vers: beside message and values there may be name and version, nothing else; "
+                 "did you mean 'version'?"),
                 ('{"message":3,"version":1,"values":{}}', "/version: 1 stands where a text belongs"),
                 ('{"message":3,"version":"01234567890123456","values":{}}',
                  "/version: '01234567890123456' has more than 16 characters"),
@@ -177,7 +187,8 @@ class DataTest(CallTest):
                 (b"{'code':1}", "line 1, column 2: invalid literal; expected string literal"),
                 (b'{"code":"a"} x', "line 1, column 14: invalid literal; expected end of input"),
                 (b'{"code":"a"}{}', "line 1, column 13: unexpected '{'; expected end of input"),
-                (b'{"rows":[{"price":}]}', "/rows/0/price: line 1, column 19: unexpected '}'; expected '[', '{', or a literal"),
+                (b'{"rows":[{"price":}]}',
+                 "/rows/0/price: line 1, column 19: unexpected '}'; expected '[', '{', or a literal"),
                 (b'{"list":[1 2]}', "/list/1: line 1, column 12: unexpected number literal; expected ']'"),
                 (b'{"list":[1,]}', "/list/1: line 1, column 12: unexpected ']'; expected '[', '{', or a literal"),
                 (b'{"code":"abc', "/code: line 1, column 13: invalid string: missing closing quote"),
@@ -185,16 +196,18 @@ class DataTest(CallTest):
                 (b'{"price":NaN}', "/price: line 1, column 10: invalid literal"),
                 (b'{"code":"\xff"}', "/code: line 1, column 10: invalid string: ill-formed UTF-8 byte"),
                 (b'{"code":"\xed\xa0\x80"}', "/code: line 1, column 11: invalid string: ill-formed UTF-8 byte"),
-                (br'{"code":"\ud800"}', "/code: line 1, column 16: invalid string: surrogate U+D800..U+DBFF must be followed by "
-                                        "U+DC00..U+DFFF"),
+                (br'{"code":"\ud800"}', "/code: line 1, column 16: invalid string: surrogate U+D800..U+DBFF must be "
+                 "followed by U+DC00..U+DFFF"),
                 (b'{"head":' * 5000, "/head" * 4096 + ": more than 4096 levels")):
             with self.subTest(text=text[:60]):
                 result = self.call(1, 1201, "Quote", "--data", "-", stdin=text)
                 self.assertEqual(result.returncode, 1)
-                self.assertTrue(result.stderr.decode().startswith("callorv: standard input: " + why.split(";")[0]), result)
+                said = "callorv: standard input: " + why.split(";")[0]
+                self.assertTrue(result.stderr.decode().startswith(said), result)
 
     def test_nesting(self):
-        self.dictionary = self.write("deep.xml", "<msg_dictionary><msg no='3'><tag no='1' name='in' type='m3' array='Y'/>"
+        self.dictionary = self.write("deep.xml", "<msg_dictionary><msg no='3'>"
+                                                 "<tag no='1' name='in' type='m3' array='Y'/>"
                                                  "<tag no='2' name='x' type='integer'/></msg></msg_dictionary>")
         text = '{"in":[' * 1022 + '{"x":1}' + "]}" * 1022
         self.assertEqual(self.sent("3", "--data", text), self.body("<t1>" * 1022 + "<t2>1</t2>" + "</t1>" * 1022))
@@ -218,18 +231,21 @@ class DataTest(CallTest):
         text = "--data: /count: true stands where an integer of 32 bits belongs"
         self.assert_run(result, 1, err=f"callorv: {text}\n")
         self.assertEqual(json.loads(result.stdout), {"error": {
-            "code": 0, "text": text, "service": 1201, "rejected": False, "stage": "request", "address": None, "errno": None}})
+            "code": 0, "text": text, "service": 1201, "rejected": False, "stage": "request", "address": None,
+            "errno": None}})
 
     def test_repeat(self):
         with self.echo() as server:
-            result = self.call(server, 1201, "Quote", "--data", '{"code":"a"}', "--repeat", 3, "--in-flight", 2, "--json")
+            result = self.call(server, 1201, "Quote", "--data", '{"code":"a"}', "--repeat", 3, "--in-flight", 2,
+                               "--json")
         self.assertEqual((json.loads(result.stdout)["calls"], json.loads(result.stdout)["failed"]), (3, 0))
 
     def test_usage(self):
         needed = "MESSAGE, --xml FILE or --data JSON is needed"
         for args, text in (
                 ((), needed),
-                (("--data", "{}"), "MESSAGE is needed, as --data brings values alone, not an object with message and values"),
+                (("--data", "{}"),
+                 "MESSAGE is needed, as --data brings values alone, not an object with message and values"),
                 (("--data", '{"message":3}', "code=a"),
                  "MESSAGE is needed, as --data brings values alone, not an object with message and values"),
                 (("Quote", "--data", ""), "--data: JSON or @FILE is needed"),

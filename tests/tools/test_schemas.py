@@ -1,4 +1,4 @@
-"""docs/schemas: sound, named as they say, and told of; what the command prints is compared with them by support.run()."""
+"""docs/schemas: sound, named as they say, and told of; support.run() compares with them what the command prints."""
 import json
 import unittest
 
@@ -6,7 +6,8 @@ import jsonschema
 
 import schemas
 
-LINES = (('{"service":1201,"message":"Quote"}', True), ('{"service":1201,"message":3,"data":{"code":"a"},"id":[1]}', True),
+LINES = (('{"service":1201,"message":"Quote"}', True),
+         ('{"service":1201,"message":3,"data":{"code":"a"},"id":[1]}', True),
          ('{"service":1201,"data":{"message":3,"values":{}},"id":null}', True), ('{"message":3}', False), ('[]', False),
          ('{"service":1201,"messge":3}', False), ('{"service":"1201","message":3}', False),
          ('{"service":10000,"message":3}', False), ('{"service":1201,"message":3,"data":[]}', False))

@@ -77,8 +77,8 @@ class LineTest(StreamTest):
         head = '{"service":7,"message":3,'
         number = "stands where a service's number from 0 to 9999 belongs"
         wrong = (("x", "column 1: invalid literal", 0, None),
-                 ("{", "column 2: unexpected end of input; expected string literal; each object stands on one line, as jq "
-                  "-c writes it", 0, None),
+                 ("{", "column 2: unexpected end of input; expected string literal; each object stands on one line, "
+                  "as jq -c writes it", 0, None),
                  ('"service": 7,', "column 10: unexpected ':'; expected end of input", 0, None),
                  ("[]", "an array stands where an object with service, message and data belongs", 0, None),
                  ("5", "5 stands where an object with service, message and data belongs", 0, None),
@@ -234,8 +234,8 @@ class FailureTest(StreamTest):
             process = self.popen(server, "--in-flight", 100,
                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (64, 100)))
             self.assertEqual(process.wait(60), 1)
-            self.assertEqual(process.stderr.read(), b"callorv: --in-flight 100 needs 132 descriptors, of which the process "
-                                                    b"may have 100 (ulimit -Hn)\n")
+            self.assertEqual(process.stderr.read(), b"callorv: --in-flight 100 needs 132 descriptors, of which the "
+                                                    b"process may have 100 (ulimit -Hn)\n")
             process = self.popen(server, "--in-flight", 60,
                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (64, 100)))
             out, _ = process.communicate(line().encode() * 200, timeout=60)
@@ -373,8 +373,8 @@ class FlowTest(StreamTest):
             self.assertEqual(self.hear(process)["id"], "slow")
             self.assertEqual(process.stdout.read(), b"")
             self.assertEqual(process.wait(60), 1)
-            self.assertEqual(process.stderr.read().decode(), f"callorv: ended by {name} after 2 lines, 1 of which failed; "
-                                                             "no call was begun for those behind\n")
+            self.assertEqual(process.stderr.read().decode(), f"callorv: ended by {name} after 2 lines, 1 of which "
+                                                             "failed; no call was begun for those behind\n")
 
     def test_the_second_signal_ends_it_at_once(self):
         server, _, arrived = self.slow_first()
