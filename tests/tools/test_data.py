@@ -205,6 +205,11 @@ class DataTest(CallTest):
                 said = "callorv: standard input: " + why.split(";")[0]
                 self.assertTrue(result.stderr.decode().startswith(said), result)
 
+    def test_quotes_that_the_shell_took_are_told_of(self):
+        for text in ("{code:ABC}", "{'code':'ABC'}"):
+            self.refused(("Quote", "--data", text), "--data: line 1, column 2: invalid literal; expected string literal; names "
+                         "and texts stand in double quotes, which the shell takes away unless single ones stand around all")
+
     def test_nesting(self):
         self.dictionary = self.write("deep.xml", "<msg_dictionary><msg no='3'>"
                                                  "<tag no='1' name='in' type='m3' array='Y'/>"

@@ -36,8 +36,14 @@ void ReadData(CMsg& p_cRequest, const T_CallOptions& p_tOptions, const std::stri
   try {
     cDocument.Read(sFile.empty() ? "--data" : InputName(sFile), p_sDocument);
   } catch (const CFailure& cError) {
-    if (!sFile.empty() || !WhyUnreadable(p_sDocument).empty()) throw;
-    throw CFailure(std::string(cError.what()) + "; for what stands in the file write --data @" + p_sDocument);
+    std::string sText = cError.what();
+    if (sFile.empty() && WhyUnreadable(p_sDocument).empty()) {
+      sText += "; for what stands in the file write --data @" + p_sDocument;
+    } else if (sFile.empty() && sText.find("expected string literal") != std::string::npos) {
+      sText += "; names and texts stand in double quotes, "
+               "which the shell takes away unless single ones stand around all";
+    }
+    throw CFailure(sText);
   }
   if (p_tOptions.sMessage.empty() && cDocument.Root().Kind() == JSON_OBJECT && !IsWholeMessage(cDocument.Root())) {
     throw CUsage("MESSAGE is needed, as --data brings values alone, not an object with message and values");
