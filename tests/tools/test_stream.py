@@ -330,15 +330,19 @@ class FlowTest(StreamTest):
         self.assertEqual(process.wait(60), 0)
 
     def test_memory_is_bounded(self):
-        text = "".join(line(str(i), id=i) for i in range(20000)).encode()
-        with self.echo("--threads", 8) as server, open(self.write("lines", text), "rb") as lines, \
-                open(self.path("results"), "wb") as results:
-            process = self.popen(server, "--in-flight", 16, stdin=lines, stdout=results)
-            _, status, usage = os.wait4(process.pid, 0)
-            process.returncode = status
-        self.assertEqual(status, 0)
-        self.assertEqual(self.read("results").count(b"\n"), 20000)
-        self.assertLess(usage.ru_maxrss, 40000)    # KB; the lines and results alone are 4 MB
+        peaks = []
+        for count in (1000, 12000):    # 12,000 lines and their results have 20 MB
+            text = "".join(line(str(i).ljust(800, "x"), id=i) for i in range(count))
+            with self.echo("--threads", 8) as server, open(self.write("lines", text), "rb") as lines, \
+                    open(self.path("results"), "wb") as results:
+                process = self.popen(server, "--in-flight", 16, stdin=lines, stdout=results,
+                                     env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1"})
+                _, status, usage = os.wait4(process.pid, 0)
+                process.returncode = status
+            self.assertEqual(status, 0)
+            self.assertEqual(self.read("results").count(b"\n"), count)
+            peaks.append(usage.ru_maxrss)
+        self.assertLess(peaks[1] - peaks[0], 10000)    # KB
 
     def test_a_reader_that_waits_gets_its_line(self):
         with self.echo() as server:
