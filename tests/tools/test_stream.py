@@ -1,6 +1,7 @@
 """callorv call --stream: calls that come as lines, results that go as lines."""
 import json
 import os
+import pathlib
 import pty
 import resource
 import signal
@@ -390,6 +391,17 @@ class FlowTest(StreamTest):
         while process.poll() is None:    # the first is taken whenever it is looked at
             process.send_signal(signal.SIGINT)
         self.assertEqual(process.returncode, -signal.SIGINT)
+
+    def test_a_file_without_end_can_be_left(self):
+        os.truncate(self.write("endless", ""), 1 << 40)    # of zeroes, which stand nowhere
+        with open(self.path("endless"), "rb") as endless:
+            process = self.popen(1, stdin=endless)
+        while pathlib.Path(f"/proc/{process.pid}/fdinfo/0").read_text(encoding="ascii").startswith("pos:\t0\n"):
+            self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.communicate(timeout=60), (
+            b"", b"callorv: ended by SIGINT after 0 lines, 0 of which failed; no call was begun for those behind\n"))
+        self.assertEqual(process.returncode, 1)
 
     def test_so_many_are_under_way_and_no_more(self):
         with self.echo("--delay", 20, "--threads", 16) as server, Wire(server.port) as wire:

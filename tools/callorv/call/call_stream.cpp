@@ -132,8 +132,8 @@ class CLineStream {
       const CLineInput::E_Line eLine = m_cInput.Next(sLine);
       if (eLine == CLineInput::NOTHING_YET) {
         if (m_bInputWaits || m_cInput.HasEnded()) return;
-        m_cInput.Read();    // a file does not keep anybody waiting
-        continue;
+        m_cInput.Read();    // a file does not keep anybody waiting, but may have no line for long
+        return;
       }
       ++m_uNumber;
       if (eLine == CLineInput::LINE && sLine.find_first_not_of(" \t\r") == std::string_view::npos) continue;
@@ -261,7 +261,8 @@ class CLineStream {
     if (iReady == 0) {    // now somebody may be waiting for what there is
       m_cOutput.Flush();
       ArmOutput();
-      iReady = epoll_wait(m_cEpoll, atEvent, MOST, TimeLeft());
+      const bool bOn = !m_bInputWaits && HasRoom() && !m_cInput.IsOver();
+      iReady = epoll_wait(m_cEpoll, atEvent, MOST, bOn ? 0 : TimeLeft());
     }
     for (int i = 0; i < iReady; ++i) {
       void* pWho = atEvent[i].data.ptr;
