@@ -60,7 +60,7 @@ static void check_arrays(CMsg* out) {
   CHECK(copy != NULL && strcmp(copy, "a") == 0 && msgs_Every_dup_texts(out, 2) == NULL);
   free(copy);
   CHECK(msgs_Every_count_numbers(out) == 2 && msgs_Every_get_numbers(out, 1, &number) == 0 && number < -2147483647);
-  CHECK(msgs_Every_count_ratios(out) == 2 && msgs_Every_get_ratios(out, 1, &ratio) == 0 && ratio == -1e300);
+  CHECK(msgs_Every_count_ratios(out) == 2 && msgs_Every_get_ratios(out, 1, &ratio) == 0 && ratio == (double)-1e300);
   CHECK(msgs_Every_count_flags(out) == 2 && msgs_Every_get_flags(out, 0, &flag) == 0 && flag == 0);
   CHECK(msgs_Every_get_flags(out, 1, &flag) == 0 && flag == 1);
   CHECK(msgs_Every_count_days(out) == 2 && msgs_Every_get_days(out, 1, buf) == 0 && strcmp(buf, "20260102") == 0);
