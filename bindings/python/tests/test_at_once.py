@@ -98,6 +98,7 @@ import callorv
 config, library, how = sys.argv[1:]
 client = callorv.Client(config, library=library)
 signal.signal(signal.SIGUSR1, lambda *_: print("handled", flush=True))
+signal.signal(signal.SIGINT, signal.default_int_handler)    # which a shell's background job ignores
 try:
     if how == "call":
         client.call(7, "Everything", number=1)
