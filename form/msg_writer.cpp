@@ -90,7 +90,7 @@ class CMsgWalk {
       const int iTag = pInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0 && !bTold) return BAD_TAG;
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
-      if (pCell == nullptr || !pCell->m_bSet || pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) continue;
+      if (!IsPrinted(pCell)) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pInfo->GetTagInfo(iTag);
       p_tPlace.iRow = -1;
@@ -99,6 +99,9 @@ class CMsgWalk {
     }
     m_aPlace.pop_back();
     return m_aPlace.empty() ? END : CLOSE;
+  }
+  static bool IsPrinted(const CMsgValue* p_pCell) {
+    return p_pCell != nullptr && p_pCell->m_bSet && p_pCell->m_eType >= TAG_STRING && p_pCell->m_eType <= TAG_SUBMSG;
   }
   // The next sub-message of the tag becomes m_pSub; false after the last.
   bool NextRow(T_Place& p_tPlace) {
