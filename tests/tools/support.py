@@ -70,7 +70,7 @@ def run_unprivileged(*args, **more):
     return run(*args, before=drop, **more)
 
 
-def run(*args, stdin=b"", timeout=60, before=()):
+def run(*args, stdin=b"", timeout=250, before=()):
     """Runs the command to its end; standard input and both outputs are bytes. What --json prints is as docs/schemas
     says."""
     result = subprocess.run([*before, COMMAND, *map(str, args)], input=stdin, capture_output=True, timeout=timeout,
