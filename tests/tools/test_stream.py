@@ -97,7 +97,7 @@ class LineTest(StreamTest):
                  ('{"service":7,"message":99}', "/message: no message '99' in the dictionary", 7, None),
                  ('{"service":7,"message":[]}',
                   "/message: an array stands where a message's number or name belongs", 7, None),
-                 ('{"service":7,"mesage":3}', 
+                 ('{"service":7,"mesage":3}',
                   "/mesage: a line has no member but service, message, data and id; did you mean 'message'?", 0, None),
                  (head + '"data":[]}', "/data: an array stands where an object with values belongs", 7, None),
                  (head + '"id":{"n":2},"data":{"rows":[{"prise":1}]}}',
