@@ -8,12 +8,11 @@
 #include "common/json_number.h"
 #include "common/json_text.h"
 #include "common/msg_from_json.h"
-#include "common/msg_names.h"
 #include "common/near.h"
 
 namespace {
 
-enum { MAX_SERVICE = 9999, MAX_NAMES = 10000 };    // a number has many forms
+enum { MAX_SERVICE = 9999, MAX_NAMES = 10000 };    // a number has many forms, also as a text
 
 // The members, of which any may be missing.
 struct T_Members {
@@ -50,21 +49,13 @@ std::string InOneLine(std::string p_sText) {
 }    // namespace
 
 int CStreamReader::MessageOf(const CJsonIn::CValue& p_cMessage) {
-  int iMessage = 0;
-  const bool bNumber = p_cMessage.Kind() == JSON_NUMBER;
-  if (!(bNumber && ToInt(p_cMessage.Text(), iMessage)) && p_cMessage.Kind() != JSON_TEXT) {
-    p_cMessage.Fail(p_cMessage.Words() + " stands where a message's number or name belongs");
-  }
-  const std::string sMessage = bNumber ? std::to_string(iMessage) : std::string(p_cMessage.Text());
+  if (p_cMessage.Kind() != JSON_TEXT) return MessageAt(p_cMessage);
+  const std::string sMessage(p_cMessage.Text());
   const auto cKnown = m_cMessages.find(sMessage);
   if (cKnown != m_cMessages.end()) return cKnown->second;
-  try {
-    const int iFound = FindMessage(sMessage);
-    if (m_cMessages.size() < MAX_NAMES) m_cMessages[sMessage] = iFound;
-    return iFound;
-  } catch (const CFailure& cError) {
-    p_cMessage.Fail(cError.what());
-  }
+  const int iFound = MessageAt(p_cMessage);
+  if (m_cMessages.size() < MAX_NAMES) m_cMessages[sMessage] = iFound;
+  return iFound;
 }
 
 void CStreamReader::Read(const std::string& p_sName, std::string_view p_sLine, T_StreamCall& p_tCall,

@@ -2,10 +2,14 @@
 #ifndef CALLORV_TOOLS_JSON_IN_H
 #define CALLORV_TOOLS_JSON_IN_H
 
+#include <callorv/base/exception.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "command.h"
 
 enum E_JsonKind { JSON_NULL, JSON_BOOL, JSON_NUMBER, JSON_TEXT, JSON_ARRAY, JSON_OBJECT };
 
@@ -58,5 +62,17 @@ class CJsonIn {
   std::string m_sTexts;
   std::vector<T_Node> m_atNode;    // as they come in the text
 };
+
+// p_fn, whose failures get the place of p_cValue.
+template <class F>
+auto At(const CJsonIn::CValue& p_cValue, F p_fn) {
+  try {
+    return p_fn();
+  } catch (const CFailure& cError) {
+    p_cValue.Fail(cError.what());
+  } catch (const CException& cError) {
+    p_cValue.Fail(cError.GetText());
+  }
+}
 
 #endif

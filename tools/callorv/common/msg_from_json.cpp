@@ -18,18 +18,6 @@ namespace {
 
 enum { MAX_DEPTH = 1023 };    // of messages; with the value in the innermost, as many elements as the library reads
 
-// p_fn, whose failures get the place.
-template <class F>
-auto At(const CJsonIn::CValue& p_cValue, F p_fn) {
-  try {
-    return p_fn();
-  } catch (const CFailure& cError) {
-    p_cValue.Fail(cError.what());
-  } catch (const CException& cError) {
-    p_cValue.Fail(cError.GetText());
-  }
-}
-
 const char* WhatBelongs(E_TagType p_eType) {
   switch (p_eType) {
     case TAG_STRING: return "a text";
@@ -144,11 +132,7 @@ std::string NameOf(int p_iMessage) { return ToUtf8(MA_GetMsgDic()->GetMsgInfo(p_
 // The number of a whole message, all of whose members but its values are checked.
 int MessageOf(const CJsonIn::CValue& p_cWhole, int p_iMessage) {
   const CJsonIn::CValue cMessage = p_cWhole.Find("message"), cName = p_cWhole.Find("name");
-  Require(cMessage, cMessage.Kind() == JSON_NUMBER || cMessage.Kind() == JSON_TEXT, "a message's number or name");
-  int iMessage = 0;
-  const bool bNumber = cMessage.Kind() == JSON_NUMBER && ToInt(cMessage.Text(), iMessage);
-  const std::string sMessage = bNumber ? std::to_string(iMessage) : std::string(cMessage.Text());
-  iMessage = At(cMessage, [&] { return FindMessage(sMessage); });
+  const int iMessage = MessageAt(cMessage);
   if (p_iMessage != 0 && p_iMessage != iMessage) {
     cMessage.Fail("message " + std::to_string(iMessage) + " contradicts MESSAGE, which is " +
                   std::to_string(p_iMessage));
@@ -169,6 +153,14 @@ int MessageOf(const CJsonIn::CValue& p_cWhole, int p_iMessage) {
 }
 
 }    // namespace
+
+int MessageAt(const CJsonIn::CValue& p_cMessage) {
+  int iMessage = 0;
+  const bool bNumber = p_cMessage.Kind() == JSON_NUMBER && ToInt(p_cMessage.Text(), iMessage);
+  Require(p_cMessage, bNumber || p_cMessage.Kind() == JSON_TEXT, "a message's number or name");
+  const std::string sMessage = bNumber ? std::to_string(iMessage) : std::string(p_cMessage.Text());
+  return At(p_cMessage, [&] { return FindMessage(sMessage); });
+}
 
 bool IsWholeMessage(const CJsonIn::CValue& p_cData) { return p_cData.Find("message") && p_cData.Find("values"); }
 

@@ -13,6 +13,9 @@
 // object that MsgToJson (msg_json.h) makes, which has the members `message` and `values`.
 bool IsWholeMessage(const CJsonIn::CValue& p_cData);
 
+// The number of a message that is given by number or name. Throws CFailure with the place.
+int MessageAt(const CJsonIn::CValue& p_cMessage);
+
 // Fills p_cMsg, which is initialised again. Of a whole message the version is taken, too; it may be of no other message
 // than p_iMessage, and its name must be that of its number. null is no value. A double whose text on the wire is
 // shorter than it was written is warned of.

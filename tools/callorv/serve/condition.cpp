@@ -105,7 +105,7 @@ bool CPattern::IsIn(const std::string& p_sText) {
 CCondition::T_Wanted CCondition::Wanted(const CJsonIn::CValue& p_cJson) {
   double d = 0;
   switch (p_cJson.Kind()) {
-    case JSON_TEXT: return {Placed(p_cJson, [&] { return ToLatin1(p_cJson.Text()); }), std::nullopt};
+    case JSON_TEXT: return {At(p_cJson, [&] { return ToLatin1(p_cJson.Text()); }), std::nullopt};
     case JSON_BOOL: return {std::string(p_cJson.Text()), std::nullopt};
     case JSON_NUMBER:
       if (ToDouble(p_cJson.Text(), d) == FIT_NOT) p_cJson.Fail("does not fit into a double to its last digit");
@@ -140,7 +140,7 @@ void CCondition::ReadObject(const CJsonIn::CValue& p_cJson) {
   if (cEqual) ReadEqual(cEqual);
   if (cPattern) {
     const std::string sPattern = TextOf(cPattern);
-    m_pPattern = Placed(cPattern, [&] { return std::make_shared<CPattern>(sPattern); });
+    m_pPattern = At(cPattern, [&] { return std::make_shared<CPattern>(sPattern); });
   }
   if (cPresent) m_bPresent = BoolOf(cPresent);
   for (const auto& [cEnd, pEnd] : {std::make_pair(cFrom, &m_tFrom), std::make_pair(cTo, &m_tTo)}) {

@@ -3,21 +3,9 @@
 #define CALLORV_TOOLS_JSON_MEMBERS_H
 
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "command.h"
 #include "common/json_in.h"
-
-// p_fn, whose CFailure gets the place of p_cJson.
-template <class F>
-auto Placed(const CJsonIn::CValue& p_cJson, F p_fn) {
-  try {
-    return p_fn();
-  } catch (const CFailure& cError) {
-    p_cJson.Fail(cError.what());
-  }
-}
 
 // All of these throw CFailure with the place.
 // No members but the known ones; a line for each other one.

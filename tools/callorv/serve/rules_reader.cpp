@@ -113,7 +113,7 @@ class CRulesReader {
       std::vector<std::string> asFaults;
       OneOrMore(p_c, [&](const CValue& p_cOne) {
         asFaults.push_back(TextOf(p_cOne));
-        Placed(p_cOne, [&] { CFaults({asFaults.back()}); });
+        At(p_cOne, [&] { CFaults({asFaults.back()}); });
       });
       if (m_sWrong.empty()) tRule.pFaults = std::make_unique<CFaults>(asFaults);
     });
@@ -136,14 +136,14 @@ class CRulesReader {
   int MessageOf(const CValue& p_c) const {
     const std::string sMessage =
         p_c.Kind() == JSON_NUMBER ? std::to_string(IntOf(p_c, 1, CMsgDic::SLOTS - 1)) : TextOf(p_c);
-    return Placed(p_c, [&] { return FindMessage(sMessage, m_t.cDic); });
+    return At(p_c, [&] { return FindMessage(sMessage, m_t.cDic); });
   }
 
   std::vector<std::string> UserKeys(const CValue& p_c) {
     std::vector<std::string> asKeys;
     ForEach(p_c, [&](const CValue& p_cKey) {
       const std::string sKey = TextOf(p_cKey);
-      asKeys.push_back(Placed(p_cKey, [&] { return ToLatin1(sKey); }));
+      asKeys.push_back(At(p_cKey, [&] { return ToLatin1(sKey); }));
       if (asKeys.back().empty() || asKeys.back().size() > LONGEST_KEY) p_cKey.Fail("a user key has 1 to 20 characters");
     });
     if (!p_c.First()) p_c.Fail("an empty list, which no user key is in");
@@ -158,7 +158,7 @@ class CRulesReader {
         if (!IsPath(sPath)) c.Fail("'" + sPath + "' is no tag");
         CCondition cCondition(c);
         if (p_tRule.iMsgNum != 0) {
-          Placed(c, [&] { cCondition.CheckType(TypeAt(m_t.cDic, p_tRule.iMsgNum, sPath)); });
+          At(c, [&] { cCondition.CheckType(TypeAt(m_t.cDic, p_tRule.iMsgNum, sPath)); });
         }
         const auto it = std::find(m_asPaths.begin(), m_asPaths.end(), sPath);
         p_tRule.aValues.emplace_back(static_cast<size_t>(it - m_asPaths.begin()), std::move(cCondition));
@@ -176,7 +176,7 @@ class CRulesReader {
         if (!IsStateName(sName)) c.Fail("'" + sName + "' is no name: 1 to 64 letters, digits, _, . and -");
         if (c.Kind() != JSON_NULL) cState[sName] = TextOf(c);
         else cState[sName];
-        if (p_bPlaceholders) Placed(c, [&] { HasPlaceholders(cState[sName], true); });
+        if (p_bPlaceholders) At(c, [&] { HasPlaceholders(cState[sName], true); });
       });
     }
     return cState;
@@ -211,7 +211,7 @@ class CRulesReader {
     if (cReject) {
       tReply.iRejectCode = IntOf(cReject, INT_MIN, INT_MAX);
       if (cText) tReply.sRejectText = TextOf(cText);
-      if (cText) Placed(cText, [&] { HasPlaceholders(tReply.sRejectText, true); });
+      if (cText) At(cText, [&] { HasPlaceholders(tReply.sRejectText, true); });
     }
     return tReply;
   }
