@@ -165,6 +165,13 @@ class CProgram {
     Expect(CallOrv_GetUser(m_apCall[p_u]) == nullptr, "user");
     const std::string sInput = m_cInput.Bytes(m_cInput.Number<uint16_t>() % MOST_REPLY);
     m_atPeer[p_u] = {cPort.Accept(), PacketOf(reinterpret_cast<const uint8_t*>(sInput.data()), sInput.size()), 0};
+    // A busy machine takes its time to connect, also to itself; a server that closes before it is asked is another case.
+    for (pollfd tPoll = {CallOrv_GetFd(m_apCall[p_u]), POLLOUT, 0}; CallOrv_GetEvents(m_apCall[p_u]) == POLLOUT;) {
+      Expect(poll(&tPoll, 1, DEADLINE_MS) == 1, "not sent");
+      CallOrv_Step(m_apCall[p_u]);
+    }
+    pollfd tAsked = {m_atPeer[p_u].iSock, POLLIN, 0};
+    Expect(poll(&tAsked, 1, DEADLINE_MS) == 1, "not asked");
   }
 
   static void Drain(const T_Peer& p_tPeer) {    // else closing is a reset
