@@ -39,6 +39,17 @@ inline T_End Finished(CPendingCall p_cCall) {
   return EndOf(iRet, cErr, *pOut);
 }
 
+// Sends, however busy the machine, and leaves the reply where it comes.
+inline void AwaitReply(CPendingCall& p_cCall) {
+  pollfd tPoll = {p_cCall.GetFd(), POLLOUT, 0};
+  while (p_cCall.GetEvents() == POLLOUT) {
+    REQUIRE(poll(&tPoll, 1, 20000) == 1);
+    p_cCall.Step();
+  }
+  tPoll.events = POLLIN;
+  REQUIRE(poll(&tPoll, 1, 20000) == 1);
+}
+
 // Steps as an event loop does; how many steps it took.
 inline int StepToEnd(CPendingCall& p_cCall) {
   for (int iSteps = 1;; ++iSteps) {
