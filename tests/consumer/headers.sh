@@ -3,17 +3,21 @@
 # CC, CXX, CFLAGS and CXXFLAGS come from the environment.
 set -eu
 diff -r "$1/include/callorv" "$2/include/callorv"
-cd "$1/include"
-strict="-Wall -Wextra -Wshadow -pedantic -Werror -fsyntax-only -I ."
+include=$1/include
+strict="-Wall -Wextra -Wshadow -pedantic -Werror -I $include"
+work=$(mktemp -d)
+trap 'rm -r "$work"' EXIT
+cd "$work"
 
 # alone STANDARD LANGUAGE HEADER COMPILER...
 alone() {
   standard=$1 language=$2 header=$3
   shift 3
+  echo "int iNotEmpty;" >"alone.$language"
   # shellcheck disable=SC2086
-  echo "int iNotEmpty;" | "$@" $strict -std="$standard" -include "$header" -x "$language" -
+  "$@" $strict -std="$standard" -include "$header" -c "alone.$language"
 }
-for header in $(find callorv -type f); do
+for header in $(cd "$include" && find callorv -type f); do
   # shellcheck disable=SC2086
   alone c++11 c++ "$header" $CXX ${CXXFLAGS:-}
 done

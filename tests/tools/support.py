@@ -260,6 +260,7 @@ class ToolTest(unittest.TestCase):
         self.dir = tempfile.mkdtemp(prefix="callorv-test-")
         self.addCleanup(shutil.rmtree, self.dir)
         self.dictionary = self.write("dictionary.xml", DICTIONARY)
+        os.environ["CCACHE_BASEDIR"] = self.dir    # what was compiled in another such folder need not be again
 
     def path(self, name):
         return os.path.join(self.dir, name)

@@ -13,7 +13,7 @@ from support import ToolTest, run
 HERE = pathlib.Path(__file__).resolve().parent / "generated"
 DICTIONARY = HERE / "dictionary.xml"
 SOURCE = HERE.parent.parent.parent
-CC, CXX = [os.environ["CALLORV_CC"]], os.environ["CALLORV_CXX"].split()
+CC, CXX = [os.environ["CALLORV_CC"]], os.environ["CALLORV_CXX"].split()[-1:]
 LOST = 'callorv: warning: message 5: tag 15 "lost" is left out: message 999 is not in the dictionary\n'
 SHADOWED = ('callorv: warning: message 5: tag 10 "class" is left out: an earlier tag has its name, by which Python finds '
             'tags\n')
