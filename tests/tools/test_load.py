@@ -107,22 +107,21 @@ class DurationTest(LoadTest):
 
     def test_for_people(self):
         with self.echo("--quiet") as server:
-            result = self.call(server, 1201, "Quote", "--duration", "50ms", "--rate", 100, "--warm-up", "20ms")
+            result = self.call(server, 1201, "Quote", "--duration", "1s", "--rate", 5, "--warm-up", "400ms")
         self.assert_run(result, 0, err="")
         self.assertRegex(result.stdout.decode(),
-                         r"\A5 calls from 1 thread in \d\.\d{3} s: \d+ calls/s, 100 wanted\n"
-                         r"not counted: 2 calls of the 0.02 s before, to warm up\nlatency  50 % ")
+                         r"\A5 calls from 1 thread in \d\.\d{3} s: \d+ calls/s, 5 wanted\n"
+                         r"not counted: 2 calls of the 0.4 s before, to warm up\nlatency  50 % ")
 
     def test_warm_up_is_not_counted(self):
         with self.echo("--quiet", "--delay", 30) as server:
-            seen = [self.measure(server, "--warm-up", "40ms", "--repeat", 3, *more)
-                    for more in ((), ("--in-flight", 2), ("--rate", 50), ("--rate", 50, "--in-flight", 2))]
+            seen = [self.measure(server, "--warm-up", "400ms", "--repeat", 3, *more)
+                    for more in ((), ("--in-flight", 2), ("--rate", 5), ("--rate", 5, "--in-flight", 2))]
         for one in seen:
-            self.assertEqual((one["calls"], one["warm_up"]["seconds"]), (3, 0.04))
+            self.assertEqual((one["calls"], one["warm_up"]["seconds"]), (3, 0.4))
             self.assertGreaterEqual(one["warm_up"]["calls"], 1)
-        self.assertEqual([one["warm_up"]["calls"] for one in seen[2:]], [2, 2])    # due after 0 and 20 ms
+        self.assertEqual([one["warm_up"]["calls"] for one in seen[2:]], [2, 2])    # due after 0 and 200 ms
         self.assertIn(f"served {sum(one['calls'] + one['warm_up']['calls'] for one in seen)} calls", server.log)
-
 
     def test_a_bar_shows_the_time_that_is_over(self):
         master, slave = pty.openpty()
@@ -173,11 +172,11 @@ class RateTest(LoadTest):
         self.assertGreaterEqual(self.slower(seen, 250000), 1)
 
     def test_calls_that_find_no_free_thread_by_the_end_are_told(self):
-        with self.echo("--quiet", "--delay", 250) as server:
+        with self.echo("--quiet", "--delay", 800) as server:
             for more in (), ("--in-flight", 1):
-                seen = self.measure(server, "--rate", 100, "--duration", "100ms", *more)
+                seen = self.measure(server, "--rate", 20, "--duration", "500ms", *more)
                 self.assertEqual((seen["calls"], seen["not_begun"]), (1, 9))
-            result = self.call(server, 1201, "Quote", "--rate", 100, "--duration", "100ms")
+            result = self.call(server, 1201, "Quote", "--rate", 20, "--duration", "500ms")
         self.assertIn("\nnot made: 9 calls that no thread was free for when due; ", result.stdout.decode())
 
 

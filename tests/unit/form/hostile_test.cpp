@@ -209,7 +209,7 @@ TEST_CASE("documents that ask for much time are refused early or read quickly") 
 TEST_CASE("an element of very many attributes is read quickly, and so is a text that looks like one") {
   const CClock cClock;
   std::string sAttributes;
-  for (int i = 0; i < 3 * MANY; ++i) sAttributes += " a" + std::to_string(i) + "=''";
+  for (int i = 0; i < MANY; ++i) sAttributes += " a" + std::to_string(i) + "=''";
   CLoadedDic cDic;
   CMsg cMsg(0, 0, 0, &cDic);
   CHECK(Load(cMsg, "<msg no='120'" + sAttributes + "><t7 a=''>1</t7><t7" + sAttributes + "/></msg>") == 0);
@@ -222,7 +222,7 @@ TEST_CASE("an element of very many attributes is read quickly, and so is a text 
   CHECK((sText == sAttributes.substr(1).c_str()));
 
   std::string sHidden = "<?xml version='1.0' encoding='UTF-7'?><msg no='120'";
-  for (int i = 0; i < 3 * MANY; ++i) sHidden += " a" + std::to_string(i) + "+AD0-''";
+  for (int i = 0; i < MANY; ++i) sHidden += " a" + std::to_string(i) + "+AD0-''";
   CHECK(Load(cMsg, sHidden + "><t7>2</t7></msg>") == 0);
   CHECK(cMsg.GetValue(7, &iNumber) == 0);
   CHECK(iNumber == 2);
