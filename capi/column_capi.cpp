@@ -13,6 +13,7 @@ using callorv::detail::Assign;
 using callorv::detail::CAccess;
 using callorv::detail::CCells;
 using callorv::detail::Guard;
+using callorv::detail::Load;
 using callorv::detail::s_tLines;
 using callorv::detail::ValueTraits;
 
@@ -25,8 +26,8 @@ int GetFromRow(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag, T* p_pOut) {
   using V = ValueTraits<T>;
   CMsgValue* pCell = CCells::FindSet(p_cRow, p_iTag, V::eType);
   if (pCell != nullptr) {
-    if (!pCell->m_bMulti) return static_cast<int>(V::Load(*pCell, *p_pOut));
-    Assign(*p_pOut, V::ArrayOf(*pCell)->GetAt(0));
+    if (!pCell->m_bMulti) return static_cast<int>(Load(*pCell, *p_pOut));
+    Assign(*p_pOut, (pCell->*V::pArrayOf)->GetAt(0));
     return 1;
   }
   const CTagInfo* pTag = CCells::FindTag(p_cRow, p_iTag);

@@ -10,7 +10,7 @@
 #include "callorv/base/stream.h"
 #include "dict/arena.h"
 #include "dict/msg_dic_handler.h"
-#include "dict/type_word.h"
+#include "dict/tag_types.h"
 #include "xml/xml_reader.h"
 
 using namespace callorv::detail;
@@ -26,12 +26,13 @@ void CheckMsgNum(int p_iMsgNum) {
 // The type that a type word names; p_iSubMsg receives the sub-message's number, 0 for other types.
 E_TagType ParseType(const CString& p_sType, int& p_iSubMsg) {
   p_iSubMsg = 0;
-  for (int i = TAG_STRING; i <= TAG_DATE; ++i) {
-    if (*p_sType.ToStr() == *s_aszTypeWord[i] && p_sType == s_aszTypeWord[i]) return static_cast<E_TagType>(i);
+  const char* sz = p_sType.ToStr();
+  for (const T_TagType& t : s_atTagType) {
+    if (t.bPlain && *sz == *t.szWord && p_sType == t.szWord) return static_cast<E_TagType>(&t - s_atTagType);
   }
-  if (!p_sType.StartsWith("m")) throw CException(MSG_TAG_TYPE, "tagtype=%s", p_sType.ToStr());
-  p_iSubMsg = ParseInt32(p_sType.ToStr() + 1);
-  if (p_iSubMsg < 1 || p_iSubMsg >= CMsgDic::SLOTS) throw CException(MSG_SUBMSG_RANGE, "submsg=%s", p_sType.ToStr());
+  if (!p_sType.StartsWith("m")) throw CException(MSG_TAG_TYPE, "tagtype=%s", sz);
+  p_iSubMsg = ParseInt32(sz + 1);
+  if (p_iSubMsg < 1 || p_iSubMsg >= CMsgDic::SLOTS) throw CException(MSG_SUBMSG_RANGE, "submsg=%s", sz);
   return TAG_SUBMSG;
 }
 

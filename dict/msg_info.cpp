@@ -10,7 +10,7 @@
 #include "callorv/base/stream.h"
 #include "callorv/error/error.h"
 #include "dict/arena.h"
-#include "dict/type_word.h"
+#include "dict/tag_types.h"
 
 using namespace callorv::detail;
 
@@ -78,7 +78,7 @@ void CMsgInfo::SetTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType
   } catch (const std::bad_alloc&) {
     throw CException("(CTagInfo)", MSG_MEMORY);
   }
-  if (!p_bArray && (p_eType == TAG_STRING || p_eType == TAG_DATE)) ++m_iApart;
+  if (!p_bArray && TagType(p_eType).bApart) ++m_iApart;
 }
 
 void CMsgInfo::Dump(CStream* p_pOut) const {
@@ -86,10 +86,10 @@ void CMsgInfo::Dump(CStream* p_pOut) const {
   for (int i = 0; i < GetNoTags(); ++i) {
     const CTagInfo* pTag = GetTagInfo(GetTagNumAt(i));
     if (pTag == nullptr) continue;
-    const bool bPlain = pTag->m_eType >= TAG_STRING && pTag->m_eType <= TAG_DATE;
-    const CString sType = bPlain                         ? CString(s_aszTypeWord[pTag->m_eType])
+    const T_TagType& tType = TagType(pTag->m_eType);
+    const CString sType = tType.bPlain                  ? CString(tType.szWord)
                           : pTag->m_eType == TAG_SUBMSG ? CFormat("m%04d", pTag->m_iSubMsg)
-                                                         : CString("unknown");
+                                                        : CString("unknown");
     cOut.Put(CFormat("\t<tag no='%d' name='%s' type='%s' array='%s' />\n", pTag->m_iTagNum, pTag->m_sName.ToStr(),
                      sType.ToStr(), pTag->m_bArray ? "Y" : "N"));
   }

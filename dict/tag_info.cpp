@@ -1,7 +1,9 @@
 // One tag (field) of a message definition.
 #include "callorv/dict/tag_info.h"
 
-#include "dict/type_word.h"
+#include "dict/tag_types.h"
+
+using namespace callorv::detail;
 
 CTagInfo::CTagInfo() noexcept
     : m_iTagNum(0), m_eType(TAG_UNKNOWN), m_iSubMsg(0), m_bArray(false), m_pNext(nullptr) {}
@@ -11,6 +13,6 @@ CTagInfo::CTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType, int p
       m_pNext(nullptr) {}
 
 CString CTagInfo::ReprType(E_TagType p_eType) {
-  if (p_eType < TAG_UNKNOWN || p_eType > TAG_SUBMSG) return CFormat("Unknown(%d)", static_cast<int>(p_eType));
-  return CString(callorv::detail::s_aszTypeWord[p_eType]);
+  if (p_eType < TAG_UNKNOWN || p_eType >= TAG_TYPES) return CFormat("Unknown(%d)", static_cast<int>(p_eType));
+  return CString(TagType(p_eType).szWord);
 }

@@ -10,6 +10,7 @@
 #include "form/own_form_reader.h"
 #include "msg/cells.h"
 #include "msg/prefetch.h"
+#include "msg/value_traits.h"
 
 using namespace callorv::detail;
 
@@ -22,25 +23,16 @@ struct T_Elem {
   int iDepth;    // 1: a tag of the whole message
 };
 
-// The values of a plain cell in order: p_fn(row, value).
+// The values of a plain cell in order: p_fn(row, value). False: its type is none.
 template <class F>
-void ForEachValue(const CMsgValue& p_cCell, F p_fn) {
-  const auto fnAll = [&p_fn](const auto* p_pArray) {
-    for (int i = 0; p_pArray != nullptr && i < p_pArray->GetSize(); ++i) p_fn(i, p_pArray->GetAt(i));
-  };
-  const bool bMulti = p_cCell.m_bMulti;
-  switch (p_cCell.m_eType) {
-    case TAG_STRING:
-      if (bMulti) fnAll(p_cCell.m_pStrArr);
-      else if (p_cCell.m_pStr != nullptr) p_fn(0, *p_cCell.m_pStr);
-      break;
-    case TAG_INTEGER: bMulti ? fnAll(p_cCell.m_pIntArr) : p_fn(0, p_cCell.m_iVal); break;
-    case TAG_DOUBLE: bMulti ? fnAll(p_cCell.m_pDblArr) : p_fn(0, p_cCell.m_dVal); break;
-    case TAG_BOOL: bMulti ? fnAll(p_cCell.m_pBoolArr) : p_fn(0, p_cCell.m_bVal); break;
-    default:    // a date: sub-messages are walked, and other types skipped
-      if (bMulti) fnAll(p_cCell.m_pDateArr);
-      else if (p_cCell.m_pDate != nullptr) p_fn(0, *p_cCell.m_pDate);
-  }
+bool ForEachValue(const CMsgValue& p_cCell, F p_fn) {
+  return WithPlainType(p_cCell.m_eType, [&](auto p_tType) {
+    if (!p_cCell.m_bMulti) {
+      if (const auto* pValue = p_tType.Value(p_cCell)) p_fn(0, *pValue);
+    } else if (const auto* pArray = p_cCell.*p_tType.pArrayOf) {
+      for (int i = 0; i < pArray->GetSize(); ++i) p_fn(i, pArray->GetAt(i));
+    }
+  });
 }
 
 // Goes through a message and its sub-messages, each in the dictionary's order; every form is printed along it. Not
@@ -90,7 +82,7 @@ class CMsgWalk {
       const int iTag = pInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0 && !bTold) return BAD_TAG;
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
-      if (!IsPrinted(pCell)) continue;
+      if (pCell == nullptr || !pCell->m_bSet) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pInfo->GetTagInfo(iTag);
       p_tPlace.iRow = -1;
@@ -99,9 +91,6 @@ class CMsgWalk {
     }
     m_aPlace.pop_back();
     return m_aPlace.empty() ? END : CLOSE;
-  }
-  static bool IsPrinted(const CMsgValue* p_pCell) {
-    return p_pCell != nullptr && p_pCell->m_bSet && p_pCell->m_eType >= TAG_STRING && p_pCell->m_eType <= TAG_SUBMSG;
   }
   // The next sub-message of the tag becomes m_pSub; false after the last.
   bool NextRow(T_Place& p_tPlace) {
@@ -132,8 +121,8 @@ void Write(const CMsg& p_cMsg, int p_iDepth, FORM&& p_cForm) {
       case CMsgWalk::BAD_TAG: p_cForm.BadTag(cWalk.TagNum()); break;
       case CMsgWalk::VALUES: {
         const T_Elem tElem = cWalk.Elem();
-        ForEachValue(cWalk.Cell(), [&](int p_iRow, const auto& p_Value) { p_cForm.Value(tElem, p_iRow, p_Value); });
-        p_cForm.EndValues(tElem);
+        const auto fnValue = [&](int p_iRow, const auto& p_Value) { p_cForm.Value(tElem, p_iRow, p_Value); };
+        if (ForEachValue(cWalk.Cell(), fnValue)) p_cForm.EndValues(tElem);
         break;
       }
       case CMsgWalk::OPEN: p_cForm.OpenSub(cWalk.Elem(), cWalk.Row(), cWalk.Sub()); break;

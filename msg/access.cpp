@@ -45,7 +45,7 @@ int CAccess::FailMemory(CMsg& p_cMsg, const char* p_szWhy) { return p_cMsg.Fail(
 template <class T, class VALUE>
 const char* CAccess::Append(CMsgValue& p_cCell, VALUE p_Value) {
   using V = ValueTraits<T>;
-  auto*& pArray = V::ArrayOf(p_cCell);
+  auto*& pArray = p_cCell.*V::pArrayOf;
   try {
     if (pArray == nullptr) pArray = new typename V::Array;
     AddTo(*pArray, ToElement(p_Value));
@@ -101,7 +101,7 @@ int CAccess::SetElement(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
 
 template <class T>
 int CAccess::GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_bChecked, T* p_pOut) {
-  auto* pArray = ValueTraits<T>::ArrayOf(p_cCell);
+  auto* pArray = p_cCell.*ValueTraits<T>::pArrayOf;
   if (pArray == nullptr) return FailNull(p_cMsg, p_cCell.m_iTagNum);
   if (p_bChecked && (p_iIndex < 0 || p_iIndex >= pArray->GetSize())) {
     p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_cCell.m_iTagNum);
@@ -153,11 +153,11 @@ int CAccess::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
   if (pCell == nullptr) return FailGet(p_cMsg, p_iTag, V::eType, s_tLines<T>.iGetArr);
   if (!pCell->m_bMulti) {
     T Value{};
-    if (!V::Load(*pCell, Value)) return FailNull(p_cMsg, p_iTag);
+    if (!Load(*pCell, Value)) return FailNull(p_cMsg, p_iTag);
     AddTo(*p_pOut, Value);
     return 0;
   }
-  auto* pArray = V::ArrayOf(*pCell);
+  auto* pArray = pCell->*V::pArrayOf;
   if (pArray == nullptr) return FailNull(p_cMsg, p_iTag);
   for (int i = 0; i < pArray->GetSize(); ++i) AddTo(*p_pOut, pArray->GetAt(i));
   return 0;
@@ -168,21 +168,14 @@ int CAccess::ArrSize(CMsg& p_cMsg, int p_iTag) {
   CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
   if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
   if (!pCell->m_bSet) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
-  if (pCell->m_eType < TAG_STRING || pCell->m_eType > TAG_SUBMSG) {
-    return p_cMsg.Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);    // sic: the detail is about the type here
-  }
-  if (!pCell->m_bMulti) return 1;
-  const auto fnSize = [&](auto* p_pArray) {
-    return p_pArray != nullptr ? p_pArray->GetSize() : FailNull(p_cMsg, p_iTag);
-  };
-  switch (pCell->m_eType) {
-    case TAG_STRING: return fnSize(pCell->m_pStrArr);
-    case TAG_INTEGER: return fnSize(pCell->m_pIntArr);
-    case TAG_DOUBLE: return fnSize(pCell->m_pDblArr);
-    case TAG_BOOL: return fnSize(pCell->m_pBoolArr);
-    case TAG_DATE: return fnSize(pCell->m_pDateArr);
-    default: return fnSize(pCell->m_pMsgArr);
-  }
+  int iSize = 1;
+  const bool bKnown = WithType(pCell->m_eType, [&](auto p_tType) {
+    if (!pCell->m_bMulti) return;
+    const auto* pArray = pCell->*p_tType.pArrayOf;
+    iSize = pArray != nullptr ? pArray->GetSize() : FailNull(p_cMsg, p_iTag);
+  });
+  // sic: the detail is about the type here
+  return bKnown ? iSize : p_cMsg.Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);
 }
 
 // ---- reading
@@ -210,20 +203,11 @@ const CTagInfo& CAccess::ParsedTag(CMsg& p_cMsg, int p_iTag) {
 
 void CAccess::StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen) {
   CMsgValue& cCell = ParsedCell(p_cMsg, p_cTag);
-  switch (cCell.m_eType) {
-    case TAG_STRING: StoreParsed<CString>(p_cMsg, cCell, T_Text{p_sz, p_iLen}); break;
-    case TAG_INTEGER: StoreParsed<int>(p_cMsg, cCell, ParseInt32(p_sz)); break;
-    case TAG_DOUBLE: StoreParsed<double>(p_cMsg, cCell, ParseDouble(p_sz, static_cast<size_t>(p_iLen))); break;
-    case TAG_BOOL:
-      StoreParsed<bool>(p_cMsg, cCell, strncmp(p_sz, "true", static_cast<size_t>(std::max(p_iLen, 4))) == 0);
-      break;
-    case TAG_DATE: {    // there need be no NUL behind it
-      char szDate[sizeof(CDate::m_szDate)] = "";
-      std::string_view(p_sz, static_cast<size_t>(p_iLen)).copy(szDate, sizeof(szDate) - 1);
-      StoreParsed<CDate>(p_cMsg, cCell, CDate(szDate));
-      break;
-    }
-    default: throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_cTag.m_iTagNum, static_cast<int>(cCell.m_eType));
+  const bool bPlain = WithPlainType(cCell.m_eType, [&](auto p_tType) {
+    StoreParsed<typename decltype(p_tType)::Type>(p_cMsg, cCell, p_tType.Parse(p_sz, p_iLen));
+  });
+  if (!bPlain) {
+    throw CException(MSG_TAG_TYPE, "tagnum=%d,type=%d", p_cTag.m_iTagNum, static_cast<int>(cCell.m_eType));
   }
   CCells::Fill(p_cMsg);
 }

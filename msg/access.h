@@ -64,7 +64,7 @@ struct CAccess {
   [[gnu::noinline]] static int SetElement(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);
   template <class T>
   static int GetSingle(CMsg& p_cMsg, const CMsgValue& p_cCell, T* p_pOut) {
-    return ValueTraits<T>::Load(p_cCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_cCell.m_iTagNum);
+    return Load(p_cCell, *p_pOut) ? 0 : FailNull(p_cMsg, p_cCell.m_iTagNum);
   }
   // The element of the cell's array at p_iIndex, where a missing one is a failure if p_bChecked, else the type's zero.
   template <class T>

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
 
+#include "base/number.h"
 #include "dict/arena.h"
 #include "msg/msg_value.h"
 
@@ -56,52 +58,53 @@ inline void Assign(std::string_view& p_svOut, const CString& p_s) {
 }
 
 // For each type: its tag type, its array and the text for no memory for that, and
+//   Value   the value of a single cell; null when there is none
+//   Parse   what is stored of a text, behind which there stands a byte that ends numbers and words; not of sub-messages
 //   Clear   what a getter does to its output before any check
 //   Store   keeps a value in a single cell, with memory of the arena; null, or the text why not (the cell's value is
 //           then as it was)
-//   Load    the value of a single cell; false when there is none
 // For a value kept in the cell itself:
 template <class T, E_TagType TYPE, class ARRAY, T CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
 struct T_InlineTraits {
+  using Type = T;
   using Array = ARRAY;
   static constexpr E_TagType eType = TYPE;
-  static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
+  static constexpr auto pArrayOf = ARRAY_OF;
+  static const T* Value(const CMsgValue& p_cCell) { return &(p_cCell.*VALUE); }
   static void Clear(T& p_Out) { p_Out = T(); }
   static const char* Store(CArena&, CMsgValue& p_cCell, T p_Value) {
     p_cCell.*VALUE = p_Value;
     return nullptr;
   }
-  static bool Load(const CMsgValue& p_cCell, T& p_Out) {
-    p_Out = p_cCell.*VALUE;
-    return true;
-  }
 };
 // For a value that the cell points to:
 template <class T, E_TagType TYPE, class ARRAY, T* CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
 struct T_OwnedTraits {
+  using Type = T;
   using Array = ARRAY;
   static constexpr E_TagType eType = TYPE;
-  static Array*& ArrayOf(CMsgValue& p_cCell) { return p_cCell.*ARRAY_OF; }
+  static constexpr auto pArrayOf = ARRAY_OF;
+  static const T* Value(const CMsgValue& p_cCell) { return p_cCell.*VALUE; }
   static void Clear(T&) {}
-  static bool Load(const CMsgValue& p_cCell, T& p_Out) {
-    if (p_cCell.*VALUE == nullptr) return false;
-    p_Out = *(p_cCell.*VALUE);
-    return true;
-  }
 };
 
 template <class T> struct ValueTraits;
 template <> struct ValueTraits<int>
     : T_InlineTraits<int, TAG_INTEGER, CIntArray, &CMsgValue::m_iVal, &CMsgValue::m_pIntArr> {
   static constexpr const char* szNewArray = "new CIntArray failed";
+  static int Parse(const char* p_sz, int) { return ParseInt32(p_sz); }
 };
 template <> struct ValueTraits<double>
     : T_InlineTraits<double, TAG_DOUBLE, CDblArray, &CMsgValue::m_dVal, &CMsgValue::m_pDblArr> {
   static constexpr const char* szNewArray = "new CDblArray failed";
+  static double Parse(const char* p_sz, int p_iLen) { return ParseDouble(p_sz, static_cast<size_t>(p_iLen)); }
 };
 template <> struct ValueTraits<bool>
     : T_InlineTraits<bool, TAG_BOOL, CBoolArray, &CMsgValue::m_bVal, &CMsgValue::m_pBoolArr> {
   static constexpr const char* szNewArray = "new CBoolArray failed";
+  static bool Parse(const char* p_sz, int p_iLen) {
+    return strncmp(p_sz, "true", static_cast<size_t>(std::max(p_iLen, 4))) == 0;
+  }
 };
 template <> struct ValueTraits<CMsg*>
     : T_InlineTraits<CMsg*, TAG_SUBMSG, CMsgArray, &CMsgValue::m_pMsg, &CMsgValue::m_pMsgArr> {
@@ -110,6 +113,7 @@ template <> struct ValueTraits<CMsg*>
 template <> struct ValueTraits<CString>
     : T_OwnedTraits<CString, TAG_STRING, CStrArray, &CMsgValue::m_pStr, &CMsgValue::m_pStrArr> {
   static constexpr const char* szNewArray = "new CStrArray failed";
+  static T_Text Parse(const char* p_sz, int p_iLen) { return {p_sz, p_iLen}; }
   static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, T_Text p_tText) try {
     CString*& pStr = p_cCell.m_pStr;
     if (pStr == nullptr) {
@@ -126,15 +130,15 @@ template <> struct ValueTraits<CString>
 // A string that goes out as it stands in the message, with a NUL behind it: borrowed until the value changes.
 template <> struct ValueTraits<std::string_view> : ValueTraits<CString> {
   static void Clear(std::string_view&) {}
-  static bool Load(const CMsgValue& p_cCell, std::string_view& p_svOut) {
-    if (p_cCell.m_pStr == nullptr) return false;
-    Assign(p_svOut, *p_cCell.m_pStr);
-    return true;
-  }
 };
 template <> struct ValueTraits<CDate>
     : T_OwnedTraits<CDate, TAG_DATE, CDateArray, &CMsgValue::m_pDate, &CMsgValue::m_pDateArr> {
   static constexpr const char* szNewArray = "new CDateArray failed";
+  static CDate Parse(const char* p_sz, int p_iLen) {    // there need be no NUL behind it
+    char szDate[sizeof(CDate::m_szDate)] = "";
+    std::string_view(p_sz, static_cast<size_t>(p_iLen)).copy(szDate, sizeof(szDate) - 1);
+    return CDate(szDate);
+  }
   static const char* Store(CArena& p_cArena, CMsgValue& p_cCell, const CDate& p_c) {
     CDate*& pDate = p_cCell.m_pDate;
     if (pDate == nullptr) {
@@ -149,11 +153,36 @@ template <> struct ValueTraits<CDate>
 // Nullable values are kept as the plain ones; only what goes out differs.
 template <class T> struct ValueTraits<T_Nullable<T>> : ValueTraits<T> {
   static void Clear(T_Nullable<T>& p_Out) { p_Out.Clear(); }
-  static bool Load(const CMsgValue& p_cCell, T_Nullable<T>& p_Out) {
-    p_Out.m_bSet = ValueTraits<T>::Load(p_cCell, p_Out.m_Value);
-    return p_Out.m_bSet;
-  }
 };
+
+// Gives out the value of a single cell; false when there is none.
+template <class T> bool Load(const CMsgValue& p_cCell, T& p_Out) {
+  const auto* pValue = ValueTraits<T>::Value(p_cCell);
+  if (pValue != nullptr) Assign(p_Out, *pValue);
+  return pValue != nullptr;
+}
+
+// p_fn(the traits of a tag type whose values are no sub-messages); false: it is no such type.
+template <class F>
+[[gnu::always_inline]] inline bool WithPlainType(E_TagType p_eType, F p_fn) {
+  switch (p_eType) {
+    case TAG_STRING: p_fn(ValueTraits<CString>()); return true;
+    case TAG_INTEGER: p_fn(ValueTraits<int>()); return true;
+    case TAG_DOUBLE: p_fn(ValueTraits<double>()); return true;
+    case TAG_BOOL: p_fn(ValueTraits<bool>()); return true;
+    case TAG_DATE: p_fn(ValueTraits<CDate>()); return true;
+    case TAG_SUBMSG:
+    case TAG_UNKNOWN: break;
+  }
+  return false;
+}
+// The same for all types.
+template <class F>
+[[gnu::always_inline]] inline bool WithType(E_TagType p_eType, F p_fn) {
+  if (p_eType != TAG_SUBMSG) return WithPlainType(p_eType, p_fn);
+  p_fn(ValueTraits<CMsg*>());
+  return true;
+}
 
 // A value as an array takes it, and an element of an array as the type that goes out.
 template <class T> const T& ToElement(const T& p_Value) { return p_Value; }
