@@ -11,7 +11,7 @@
 
 using namespace callorv::detail;
 
-static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK && CCrypt::SEED_KEY_SIZE == sizeof(SeedKey));
+static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK);
 
 namespace {
 

@@ -6,7 +6,7 @@ namespace callorv::detail {
 
 enum { SEED_BLOCK = 16, SEED_ROUND_KEYS = 32 };
 
-// Expands a 16-byte key into 32 words, each of which fits in 32 bits.
+// Expands a key (CCrypt::SEED_KEY_SIZE bytes) into SEED_ROUND_KEYS words, each of which fits in 32 bits.
 void SeedRoundKey(unsigned long* p_aiRoundKeys, const unsigned char* p_pKey);
 // Encrypts or decrypts one block in place.
 void SeedEncrypt(unsigned char* p_pBlock, const unsigned long* p_aiRoundKeys);

@@ -1,5 +1,4 @@
-// The bytes of which the SEED key is made; CALLORV_SEED_KEY, 32 hexadecimal digits, is in a header that the build
-// writes.
+// The bytes of which the SEED key is made; CALLORV_SEED_KEY, in hexadecimal, is in a header that the build writes.
 #include "crypt/seed_key.h"
 
 #include "seed_key_value.h"
@@ -8,7 +7,7 @@ namespace callorv::detail {
 
 namespace {
 
-static_assert(sizeof(CALLORV_SEED_KEY) == 33);
+static_assert(sizeof(CALLORV_SEED_KEY) == 2 * CCrypt::SEED_KEY_SIZE + 1);
 
 constexpr unsigned Digit(char p_c) {
   return static_cast<unsigned>(p_c <= '9' ? p_c - '0' : (p_c | 0x20) - 'a' + 10);

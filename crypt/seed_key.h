@@ -5,9 +5,11 @@
 #include <array>
 #include <cstddef>
 
+#include "callorv/crypt/crypt.h"
+
 namespace callorv::detail {
 
-using SeedKey = std::array<unsigned char, 16>;
+using SeedKey = std::array<unsigned char, CCrypt::SEED_KEY_SIZE>;
 
 constexpr void Swap(SeedKey& p_abKey, size_t p_i, size_t p_j) {
   const unsigned char b = p_abKey[p_i];
@@ -15,12 +17,13 @@ constexpr void Swap(SeedKey& p_abKey, size_t p_i, size_t p_j) {
   p_abKey[p_j] = b;
 }
 
-// The three passes that turn the stored bytes into the key: reverse all, swap the halves, turn the four groups of four
-// by one place.
+// The three passes that turn the stored bytes into the key: reverse all, swap the halves, turn the groups of four by one
+// place.
 constexpr void PermuteSeedKey(SeedKey& p_abKey) {
-  for (size_t i = 0; i < 8; ++i) Swap(p_abKey, i, 15 - i);
-  for (size_t j = 8; j < 16; ++j) Swap(p_abKey, j, j - 8);
-  for (size_t j = 4; j < 16; ++j) Swap(p_abKey, j, j - 4);
+  constexpr size_t uSize = CCrypt::SEED_KEY_SIZE, uHalf = uSize / 2;
+  for (size_t i = 0; i < uHalf; ++i) Swap(p_abKey, i, uSize - 1 - i);
+  for (size_t j = uHalf; j < uSize; ++j) Swap(p_abKey, j, j - uHalf);
+  for (size_t j = 4; j < uSize; ++j) Swap(p_abKey, j, j - 4);
 }
 
 // What those passes begin with. The key itself stands nowhere in the library's file.

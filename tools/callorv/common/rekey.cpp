@@ -66,7 +66,7 @@ CSeedKey::CSeedKey(const std::string& p_sPath) : m_bBuiltIn(p_sPath.empty()) {
   }
   explicit_bzero(m_ab, sizeof(m_ab));    // no destructor runs
   if (iLen < 0) throw CFailure(p_sPath + ": " + FileErrorText(iErrno));
-  throw CFailure(p_sPath + ": no SEED key, which is 32 hexadecimal digits and a line end");
+  throw CFailure(p_sPath + ": no SEED key, which is " + std::to_string(DIGITS) + " hexadecimal digits and a line end");
 }
 
 CSeedKey::~CSeedKey() { explicit_bzero(m_ab, sizeof(m_ab)); }
