@@ -15,12 +15,6 @@
 
 using namespace callorv::detail;
 
-namespace {
-
-enum { ADAPTORS_TIME_OUT = 60 };    // seconds that a negative one counts as
-
-}    // namespace
-
 int CCallOrv::Resolve(CCallOrvError* p_pErr) {
   const int iRet = CheckCall(s_bSetupOK, 0, true, p_pErr);
   if (iRet < 0) return iRet;
@@ -42,7 +36,7 @@ int CCallOrv::StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallO
                            CPendingCall& p_cCall) {
   const CNoCancel cWhole;
   if (p_iDeadlineMs <= 0) {
-    const int iSeconds = s_iTimeOut < 0 ? ADAPTORS_TIME_OUT : s_iTimeOut;
+    const int iSeconds = s_iTimeOut < 0 ? +RECV_TIME_OUT : s_iTimeOut;
     p_iDeadlineMs = static_cast<int>(std::min<long long>(iSeconds * 1000LL, INT_MAX));
   }
   auto pCall = std::make_unique<CallOrv_Call>(p_iSvcNum, p_iDeadlineMs);

@@ -25,7 +25,9 @@ namespace {
 
 using callorv::detail::CNoCancel;
 using callorv::detail::CSocket;
+using callorv::detail::RECV_TIME_OUT;
 using callorv::detail::RecvFault;
+using callorv::detail::SEND_TIME_OUT;
 using callorv::detail::SendFault;
 using callorv::detail::ShutAndClose;
 using callorv::detail::T_Fault;
@@ -145,7 +147,8 @@ struct CAdaptor::T_LastError {
   CString sText;
 };
 
-CAdaptor::CAdaptor() : iPort(0), iSock(-1), iSendTimeOut(90), iRecvTimeOut(60), pLastError(nullptr) {}
+CAdaptor::CAdaptor()
+    : iPort(0), iSock(-1), iSendTimeOut(SEND_TIME_OUT), iRecvTimeOut(RECV_TIME_OUT), pLastError(nullptr) {}
 
 CAdaptor::~CAdaptor() { delete pLastError; }
 

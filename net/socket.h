@@ -8,6 +8,8 @@
 
 namespace callorv::detail {
 
+enum { SEND_TIME_OUT = 90, RECV_TIME_OUT = 60 };    // seconds that a negative time-out counts as
+
 // Shuts a socket down and closes it; what close() returned.
 int ShutAndClose(int p_iSock);
 
