@@ -26,20 +26,23 @@ std::map<int, std::string> Table(const std::string& p_sHeading) {
   return mText;
 }
 
-void CheckTable(const std::string& p_sHeading, const char* (*p_fnText)(int), size_t p_iCodes) {
+void CheckTable(const std::string& p_sHeading, const char* (*p_fnText)(int)) {
   const auto mText = Table(p_sHeading);
-  CHECK(mText.size() == p_iCodes);
+  size_t uTexts = 0;
   for (int i = 0; i > -50; --i) {
     CAPTURE(i);
     const char* szText = p_fnText(i);
     REQUIRE((szText != nullptr) == (mText.count(i) == 1));
-    if (szText != nullptr) CHECK(mText.at(i) == szText);
+    if (szText == nullptr) continue;
+    CHECK(mText.at(i) == szText);
+    ++uTexts;
   }
+  CHECK(mText.size() == uTexts);    // it lists no other
 }
 
 }    // namespace
 
-TEST_CASE("docs/errors.md lists every message code with its text") { CheckTable("MA_GetErrorStr", MA_GetErrorStr, 37); }
+TEST_CASE("docs/errors.md lists every message code with its text") { CheckTable("MA_GetErrorStr", MA_GetErrorStr); }
 TEST_CASE("docs/errors.md lists every adaptor code with its text") {
-  CheckTable("ADAPT_GetErrorStr", ADAPT_GetErrorStr, 18);
+  CheckTable("ADAPT_GetErrorStr", ADAPT_GetErrorStr);
 }
