@@ -17,7 +17,6 @@ inline constexpr T_TagType s_atTagType[] = {
     {"bool", true, false},     {"date", true, true},   {"submsg", false, false},
 };
 inline constexpr int TAG_TYPES = sizeof(s_atTagType) / sizeof(*s_atTagType);
-static_assert(TAG_TYPES == TAG_SUBMSG + 1);
 
 // Its row: the first one for what is no type.
 constexpr const T_TagType& TagType(E_TagType p_eType) {

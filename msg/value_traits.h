@@ -11,6 +11,7 @@
 
 #include "base/number.h"
 #include "dict/arena.h"
+#include "dict/tag_types.h"
 #include "msg/msg_value.h"
 
 namespace callorv::detail {
@@ -66,6 +67,7 @@ inline void Assign(std::string_view& p_svOut, const CString& p_s) {
 // For a value kept in the cell itself:
 template <class T, E_TagType TYPE, class ARRAY, T CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
 struct T_InlineTraits {
+  static_assert(TYPE < TAG_TYPES && !TagType(TYPE).bApart);
   using Type = T;
   using Array = ARRAY;
   static constexpr E_TagType eType = TYPE;
@@ -80,6 +82,7 @@ struct T_InlineTraits {
 // For a value that the cell points to:
 template <class T, E_TagType TYPE, class ARRAY, T* CMsgValue::*VALUE, ARRAY* CMsgValue::*ARRAY_OF>
 struct T_OwnedTraits {
+  static_assert(TYPE < TAG_TYPES && TagType(TYPE).bApart);
   using Type = T;
   using Array = ARRAY;
   static constexpr E_TagType eType = TYPE;
