@@ -17,8 +17,7 @@ constexpr void Swap(SeedKey& p_abKey, size_t p_i, size_t p_j) {
   p_abKey[p_j] = b;
 }
 
-// The three passes that turn the stored bytes into the key: reverse all, swap the halves, turn the groups of four by one
-// place.
+// The three passes that turn the stored bytes into the key: reverse all, swap the halves, turn the groups of four.
 constexpr void PermuteSeedKey(SeedKey& p_abKey) {
   constexpr size_t uSize = CCrypt::SEED_KEY_SIZE, uHalf = uSize / 2;
   for (size_t i = 0; i < uHalf; ++i) Swap(p_abKey, i, uSize - 1 - i);
