@@ -270,22 +270,10 @@ int CMsg::GetValue(int p_iTag, CBoolArray* p_pOut) { return CAccess::GetArray(*t
 int CMsg::GetValue(int p_iTag, CDateArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
 int CMsg::GetValue(int p_iTag, CMsgArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
 
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, CString* p_psOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_psOut);
-}
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, int* p_piOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_piOut);
-}
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, double* p_pdOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pdOut);
-}
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, bool* p_pbOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pbOut);
-}
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, CDate* p_pcOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_pcOut);
-}
-int CMsg::GetValueAt(int p_iTag, int p_iIndex, CMsg** p_ppOut) {
-  return CAccess::GetAt(*this, p_iTag, p_iIndex, p_ppOut);
-}
+int CMsg::GetValueAt(int p_iTag, int p_i, CString* p_psOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_psOut); }
+int CMsg::GetValueAt(int p_iTag, int p_i, int* p_piOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_piOut); }
+int CMsg::GetValueAt(int p_iTag, int p_i, double* p_pdOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_pdOut); }
+int CMsg::GetValueAt(int p_iTag, int p_i, bool* p_pbOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_pbOut); }
+int CMsg::GetValueAt(int p_iTag, int p_i, CDate* p_pcOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_pcOut); }
+int CMsg::GetValueAt(int p_iTag, int p_i, CMsg** p_ppOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_ppOut); }
 int CMsg::GetArrSize(int p_iTag) { return CAccess::ArrSize(*this, p_iTag); }

@@ -51,24 +51,12 @@ CMsg* CMsg::GetValue(char* p_szName) {
   CMsg* pSub = nullptr;
   return GetByName(*this, p_szName, &pSub) == 0 ? pSub : nullptr;
 }
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, CString* p_psOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_psOut);
-}
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, int* p_piOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_piOut);
-}
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, double* p_pdOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_pdOut);
-}
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, bool* p_pbOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_pbOut);
-}
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, CDate* p_pcOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_pcOut);
-}
-int CMsg::GetValueAt(char* p_szName, int p_iIndex, CMsg** p_ppOut) {
-  return GetAtByName(*this, p_szName, p_iIndex, p_ppOut);
-}
+int CMsg::GetValueAt(char* p_szName, int p_i, CString* p_psOut) { return GetAtByName(*this, p_szName, p_i, p_psOut); }
+int CMsg::GetValueAt(char* p_szName, int p_i, int* p_piOut) { return GetAtByName(*this, p_szName, p_i, p_piOut); }
+int CMsg::GetValueAt(char* p_szName, int p_i, double* p_pdOut) { return GetAtByName(*this, p_szName, p_i, p_pdOut); }
+int CMsg::GetValueAt(char* p_szName, int p_i, bool* p_pbOut) { return GetAtByName(*this, p_szName, p_i, p_pbOut); }
+int CMsg::GetValueAt(char* p_szName, int p_i, CDate* p_pcOut) { return GetAtByName(*this, p_szName, p_i, p_pcOut); }
+int CMsg::GetValueAt(char* p_szName, int p_i, CMsg** p_ppOut) { return GetAtByName(*this, p_szName, p_i, p_ppOut); }
 int CMsg::GetArrSize(char* p_szName) {
   return callorv::detail::CAccess::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
 }
