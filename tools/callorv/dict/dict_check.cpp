@@ -249,14 +249,19 @@ void CDicChecker::OnTag(const T_Attribute* p_atAttr, int p_iAttrs) {
 void CDicChecker::CheckType(T_Tag& p_tTag) {
   const std::string sTag = "message " + Str(m_atMsg.back().iNum) + ", tag " + Str(p_tTag.iNum);
   std::vector<std::string> asKnown;
-  for (int i = TAG_STRING; i < TAG_SUBMSG; ++i) {
-    asKnown.push_back(CTagInfo::ReprType(static_cast<E_TagType>(i)).ToStr());
-    if (asKnown.back() == p_tTag.sType) return;
+  std::string sKnown;
+  for (int i = TAG_STRING;; ++i) {
+    const CString sWord = CTagInfo::ReprType(static_cast<E_TagType>(i));
+    if (sWord.StartsWith("Unknown")) break;
+    if (i == TAG_SUBMSG) continue;
+    if (sWord == p_tTag.sType.c_str()) return;
+    asKnown.push_back(sWord.ToStr());
+    sKnown += asKnown.back() + ", ";
   }
   if (p_tTag.sType[0] == 'M') asKnown.push_back('m' + p_tTag.sType.substr(1));
   if (p_tTag.sType.empty() || p_tTag.sType[0] != 'm') {
     Error(sTag + ": type " + Quoted(p_tTag.sType) +
-          " is none of string, integer, double, bool, date, and m with a number" + DidYouMean(p_tTag.sType, asKnown));
+          " is none of " + sKnown + "and m with a number" + DidYouMean(p_tTag.sType, asKnown));
     return;
   }
   const CString sNum(p_tTag.sType.c_str() + 1);
