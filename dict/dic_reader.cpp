@@ -16,7 +16,7 @@ class CDicReaderHandler : public CDicFileHandler {
   CDicReader& m_cReader;
   std::vector<CDicReader::T_Attribute> m_atAttr;
 
-  void OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) override;
+  void OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) override;
   void OnReport(int p_iLine, int p_iColumn) override {
     m_cReader.m_iLine = p_iLine;
     m_cReader.m_iColumn = p_iColumn;
@@ -42,7 +42,7 @@ struct T_Parser {
 
 }    // namespace
 
-void CDicReaderHandler::OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) {
+void CDicReaderHandler::OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) {
   GetPlace(m_cReader.m_iLine, m_cReader.m_iColumn);
   m_atAttr.resize(p_cAttrs.GetCount());
   for (size_t i = 0; i < m_atAttr.size(); ++i) {

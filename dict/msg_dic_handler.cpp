@@ -30,7 +30,7 @@ struct T_Wanted {
   CString& sValue;
 };
 template <size_t N>
-void GetAttributes(const CXmlAttributes& p_cAttrs, const T_Wanted (&p_atWanted)[N]) {
+void GetAttributes(CXmlAttributes p_cAttrs, const T_Wanted (&p_atWanted)[N]) {
   for (size_t i = 0; i < p_cAttrs.GetCount(); ++i) {
     const char16_t* szName = p_cAttrs.GetName(i);
     const auto fnIs = [szName](const T_Wanted& p_tWanted) { return IsName(szName, p_tWanted.szName, LOW_BYTE); };
@@ -62,7 +62,7 @@ void CDicFileHandler::Action(const char* p_szPath) {
   Parse(std::ref(fnParse));
 }
 
-void MsgDicHandler::OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) {
+void MsgDicHandler::OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) {
   switch (p_iDepth) {
     case 1:
       if (!IsName(p_szName, "msg_dictionary", WHOLE)) ThrowUnknown("root element", p_szName);

@@ -29,7 +29,7 @@ class MsgDicHandler : public callorv::detail::CDicFileHandler {
   int m_iMsgNum;                   // of the latest "msg"
   CMsgDic* m_pDic;
 
-  void OnStart(const char16_t* p_szName, const callorv::detail::CXmlAttributes& p_cAttrs, int p_iDepth) override;
+  void OnStart(const char16_t* p_szName, callorv::detail::CXmlAttributes p_cAttrs, int p_iDepth) override;
 };
 
 #endif

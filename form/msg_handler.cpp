@@ -16,13 +16,6 @@ constexpr T_XmlUse s_tUse{" ", ": ", "\n", "Out of memory 0", false};
 
 }    // namespace
 
-struct MsgHandler::T_TagTexts {
-  const char* szWhere;       // at which end of the element
-  const char* szNoNumber;    // what its name should have been
-};
-const MsgHandler::T_TagTexts MsgHandler::s_tStart{"start", "tagnum"};
-const MsgHandler::T_TagTexts MsgHandler::s_tEnd{"end", "tag element"};
-
 MsgHandler::MsgHandler(CMsg* p_pMsg, CMsgDic* p_pDic)
     : CXmlHandler(s_tUse), m_pDic(p_pDic), m_iMsgNum(0), m_bByName(false), m_iCurrentTag(0), m_pRootMsg(p_pMsg),
       m_pCurrentMsg(p_pMsg) {
@@ -42,8 +35,9 @@ void MsgHandler::Action(const char* p_szXml) {
   Parse(std::ref(fnParse));
 }
 
-void MsgHandler::StartRoot(const char* p_szName, const CXmlAttributes& p_cAttrs) {
-  if (strcmp(p_szName, "msg") != 0) throw CException(MSG_XML, "Unknown root element(%s)", p_szName);
+void MsgHandler::StartRoot(const char16_t* p_szName, CXmlAttributes p_cAttrs) {
+  const CNarrow cRoot(p_szName);
+  if (strcmp(cRoot.Text(), "msg") != 0) throw CException(MSG_XML, "Unknown root element(%s)", cRoot.Text());
   CString sVer;
   for (size_t i = 0; i < p_cAttrs.GetCount(); ++i) {
     const CNarrow cName(p_cAttrs.GetName(i)), cValue(p_cAttrs.GetValue(i));
@@ -60,31 +54,31 @@ void MsgHandler::StartRoot(const char* p_szName, const CXmlAttributes& p_cAttrs)
 
 // The tag that the element names. Inside an element that holds no sub-message there is no definition, so no tag is
 // known.
-const CTagInfo& MsgHandler::Resolve(const char16_t* p_szWide, const T_TagTexts& p_tTexts) const {
-  const CNarrow cName(p_szWide);
-  const char* szName = cName.Text();
+const CTagInfo& MsgHandler::Resolve(const char16_t* p_szName, bool p_bStart) const {
+  const auto fnWhere = [&] { return p_bStart ? "start" : "end"; };
   const CMsgInfo* pMsgInfo = m_atOpen.back().pInside;
   int iTag = -1;
   if (m_bByName) {
-    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(szName);
-    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", p_tTexts.szWhere, szName);
+    if (pMsgInfo != nullptr) iTag = pMsgInfo->GetTagNumByName(CNarrow(p_szName).Text());
+    if (iTag < 0) throw CException(MSG_XML, "Unknown %s tagname(%s)", fnWhere(), CNarrow(p_szName).Text());
   } else {
-    if (*szName != 't' && *szName != 'a') {
-      throw CException(MSG_XML, "Unknown %s %s(%s)", p_tTexts.szWhere, p_tTexts.szNoNumber, szName);
+    if (const char cFirst = static_cast<char>(*p_szName); cFirst != 't' && cFirst != 'a') {
+      throw CException(MSG_XML, "Unknown %s %s(%s)", fnWhere(), p_bStart ? "tagnum" : "tag element",
+                       CNarrow(p_szName).Text());
     }
-    iTag = ParseInt32(szName + 1);
+    iTag = ParseInt32(p_szName + 1);
   }
   const CTagInfo* pTag = pMsgInfo != nullptr ? pMsgInfo->GetTagInfo(iTag) : nullptr;
-  if (pTag == nullptr) throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", p_tTexts.szWhere, szName, iTag);
-  return *pTag;
+  if (pTag != nullptr) return *pTag;
+  throw CException(MSG_XML, "Unknown %s tag element(%s, %d)", fnWhere(), CNarrow(p_szName).Text(), iTag);
 }
 
-void MsgHandler::OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) {
+void MsgHandler::OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) {
   if (p_iDepth == 1) {
-    StartRoot(CNarrow(p_szName).Text(), p_cAttrs);
+    StartRoot(p_szName, p_cAttrs);
     return;
   }
-  const CTagInfo& cTag = Resolve(p_szName, s_tStart);
+  const CTagInfo& cTag = Resolve(p_szName, true);
   const CMsgInfo* pInside = nullptr;
   if (cTag.m_eType == TAG_SUBMSG) {
     m_pCurrentMsg = m_pCurrentMsg->MakeSubMsgEntry(cTag.m_iTagNum);
@@ -94,21 +88,22 @@ void MsgHandler::OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttr
     if (pInside == nullptr) throw CException(MSG_XML, "Unknown submsg(%d)", iSubMsg);
   }
   m_iCurrentTag = cTag.m_iTagNum;
-  m_atOpen.push_back({p_szName, &cTag, pInside});
+  m_atOpen.emplace_back() = {p_szName, &cTag, pInside};
 }
 
 void MsgHandler::OnText(const char16_t* p_p, size_t p_uLen) {
   const CNarrow cText(p_p, p_uLen);
-  const std::string_view svText = Trimmed(cText.Text());
+  const std::string_view svText = Trimmed(cText.View());
   if (svText.empty() || m_iCurrentTag < 0) return;
-  CAccess::StoreText(*m_pCurrentMsg, CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag), svText.data(),
-                     TextLen(svText.size()));
+  const T_Open& tIn = m_atOpen.back();
+  const CTagInfo& cTag = tIn.pInside == nullptr ? *tIn.pTag : CAccess::ParsedTag(*m_pCurrentMsg, m_iCurrentTag);
+  CAccess::StoreText(*m_pCurrentMsg, cTag, svText.data(), TextLen(svText.size()));
 }
 
 void MsgHandler::OnEnd(const char16_t* p_szName, int p_iDepth) {
   const T_Open tOpen = m_atOpen.back();
   m_atOpen.pop_back();
   if (p_iDepth == 1) return;
-  const CTagInfo& cTag = tOpen.szName == p_szName ? *tOpen.pTag : Resolve(p_szName, s_tEnd);
+  const CTagInfo& cTag = tOpen.szName == p_szName ? *tOpen.pTag : Resolve(p_szName, false);
   if (cTag.m_eType == TAG_SUBMSG) m_pCurrentMsg = m_pCurrentMsg->GetParent();
 }

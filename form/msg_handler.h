@@ -19,13 +19,12 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   static unsigned Parsed() { return s_uParsed.load(std::memory_order_relaxed); }
 
  protected:
-  void OnStart(const char16_t* p_szName, const callorv::detail::CXmlAttributes& p_cAttrs, int p_iDepth) override;
+  void OnStart(const char16_t* p_szName, callorv::detail::CXmlAttributes p_cAttrs, int p_iDepth) override;
   void OnText(const char16_t* p_p, size_t p_uLen) override;
   void OnEnd(const char16_t* p_szName, int p_iDepth) override;
 
  private:
-  struct T_TagTexts;    // what an unknown tag is called at its start and at its end
-  struct T_Open {       // an open element
+  struct T_Open {    // an open element
     const char16_t* szName;
     const CTagInfo* pTag;
     const CMsgInfo* pInside;    // definition for the elements inside it; null: none are known
@@ -39,10 +38,9 @@ class MsgHandler : public callorv::detail::CXmlHandler {
   CMsg* m_pCurrentMsg;        // the message that the open elements belong to
   std::vector<T_Open> m_atOpen;
 
-  void StartRoot(const char* p_szName, const callorv::detail::CXmlAttributes& p_cAttrs);
-  const CTagInfo& Resolve(const char16_t* p_szWide, const T_TagTexts& p_tTexts) const;
+  void StartRoot(const char16_t* p_szName, callorv::detail::CXmlAttributes p_cAttrs);
+  const CTagInfo& Resolve(const char16_t* p_szName, bool p_bStart) const;
 
-  static const T_TagTexts s_tStart, s_tEnd;
   static inline std::atomic<unsigned> s_uParsed{0};
 };
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <string>
+#include <string_view>
 
 #include "callorv/base/str.h"
 
@@ -17,30 +17,29 @@ void InitializeParser();
 void TerminateParser();
 bool IsParserReady();    // whether anybody has initialised it
 
-// Text of the parser (UTF-16) as the low byte of each unit, up to the first zero unit or p_uLen. Short texts stay on
+// Text of the parser (UTF-16) as the low byte of each unit, up to the first that is 0 or p_uLen. Short texts stay on
 // the stack.
 class CNarrow {
  public:
   explicit CNarrow(const char16_t* p_sz) : CNarrow(p_sz, std::char_traits<char16_t>::length(p_sz)) {}
-  CNarrow(const char16_t* p_p, size_t p_uLen) : m_p(p_uLen <= SIZE ? m_szNear : Far(p_uLen)) {
-    for (size_t i = 0; i < p_uLen; ++i) m_p[i] = static_cast<char>(p_p[i]);
-    m_p[p_uLen] = 0;
+  CNarrow(const char16_t* p_p, size_t p_uLen) : m_pFar(p_uLen <= SIZE ? nullptr : new char[p_uLen + 1]) {
+    char* const pOut = m_pFar != nullptr ? m_pFar.get() : m_szNear;
+    size_t i = 0;
+    while (i < p_uLen && (pOut[i] = static_cast<char>(p_p[i])) != 0) ++i;
+    pOut[i] = 0;
+    m_svText = {pOut, i};
   }
   CNarrow(const CNarrow&) = delete;
   CNarrow& operator=(const CNarrow&) = delete;
 
-  const char* Text() const { return m_p; }    // a NUL behind; a unit whose low byte is 0 gives one inside
+  std::string_view View() const { return m_svText; }
+  const char* Text() const { return m_svText.data(); }    // with a NUL behind
 
  private:
   enum { SIZE = 512 };
   char m_szNear[SIZE + 1];
   std::unique_ptr<char[]> m_pFar;
-  char* m_p;
-
-  char* Far(size_t p_uLen) {
-    m_pFar.reset(new char[p_uLen + 1]);
-    return m_pFar.get();
-  }
+  std::string_view m_svText;
 };
 
 // The same in UTF-8.
@@ -99,7 +98,7 @@ class CXmlHandler {
   virtual ~CXmlHandler() = default;
 
   // Names are without a prefix, and the same at both ends of an element, down to the pointer. The root's depth is 1.
-  virtual void OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) = 0;
+  virtual void OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) = 0;
   virtual void OnText(const char16_t* /*p_p*/, size_t /*p_uLen*/) {}    // a piece of one
   virtual void OnEnd(const char16_t* /*p_szName*/, int /*p_iDepth*/) {}
   // Where the parser found what it is about to report; columns and lines from 1 on.

@@ -387,6 +387,9 @@ TEST_CASE("of every character the low byte is kept") {
   CHECK(cNames.Ret() == 0);
   CHECK(cNames->GetMsgNum() == 1);
   CHECK(Texts(*cNames, 1) == "x|");
+  CRead cDigit("<msg no='1'><t\xc4\xb1>x</t\xc4\xb1></msg>");    // U+0131 ends in the byte of 1
+  CHECK(cDigit.Ret() == 0);
+  CHECK(Texts(*cDigit, 1) == "x|");
 }
 
 TEST_CASE("other encodings") {

@@ -58,7 +58,7 @@ class CRecorder : public CXmlHandler {
   }
   bool IsWellFormed() const { return m_bWellFormed; }
 
-  void OnStart(const char16_t* p_szName, const CXmlAttributes& p_cAttrs, int p_iDepth) override {
+  void OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) override {
     Event('<', std::to_string(p_iDepth) + Narrow(p_szName));
     for (size_t i = 0; i < p_cAttrs.GetCount(); ++i) {
       Event('@', Narrow(p_cAttrs.GetName(i)) + '=' + Narrow(p_cAttrs.GetValue(i)));
