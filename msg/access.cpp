@@ -180,12 +180,6 @@ int CAccess::ArrSize(CMsg& p_cMsg, int p_iTag) {
 
 // ---- reading
 
-CMsgValue& CAccess::ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-  CMsgValue* pCell = CCells::SetHashBag(p_cMsg, p_cTag);
-  if (pCell == nullptr) throw CException("new CMsgValue failed", MSG_MEMORY);
-  return *pCell;
-}
-
 template <class T, class VALUE>
 void CAccess::StoreParsed(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {
   if (!p_cCell.m_bMulti && p_cCell.m_bSet) return;    // of a scalar the first text stays

@@ -49,7 +49,10 @@ struct CAccess {
   // markup or a blank.
   static const CTagInfo& ParsedTag(CMsg& p_cMsg, int p_iTag);
   static void StoreText(CMsg& p_cMsg, const CTagInfo& p_cTag, const char* p_sz, int p_iLen);
-  static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag);
+  static CMsgValue& ParsedCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+    if (CMsgValue* pCell = CCells::SetHashBag(p_cMsg, p_cTag)) return *pCell;
+    throw CException("new CMsgValue failed", MSG_MEMORY);
+  }
 
  private:
   // Set and Get where FirstCell gives nothing; Get also for arrays. They go all the way, so that the usual way stays

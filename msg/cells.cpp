@@ -25,13 +25,15 @@ CMsgValue* CCells::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
 }
 
 CMsgValue* CCells::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-  const int iHashKey = p_cMsg.m_pMsgInfo->GetHashKey();
-  CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
-  CMsgValue*& pHead = p_cMsg.m_apSlot[ChainOf(p_cTag.m_iTagNum, iHashKey)];
-  if (pHead == nullptr && pIndex == nullptr) return pHead = NewCell(p_cMsg, p_cTag);    // as a rule
-  if (CMsgValue* pFound = FindInChain(pHead, pIndex, p_cTag.m_iTagNum)) return pFound;
+  if (CMsgValue* pFound = GetHashBag(p_cMsg, p_cTag.m_iTagNum)) return pFound;
+  CMsgValue*& pHead = p_cMsg.m_apSlot[ChainOf(p_cTag.m_iTagNum, p_cMsg.m_pMsgInfo->GetHashKey())];
+  if (Seldom(pHead != nullptr || p_cMsg.m_pExtra != nullptr)) return ChainCell(p_cMsg, p_cTag);
+  return pHead = NewCell(p_cMsg, p_cTag);
+}
 
-  CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, iHashKey, p_cTag.m_iTagNum,
+CMsgValue* CCells::ChainCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
+  CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
+  CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, p_cMsg.m_pMsgInfo->GetHashKey(), p_cTag.m_iTagNum,
                                 [&] { return NewCell(p_cMsg, p_cTag); });
   if (p_cMsg.m_pExtra != nullptr) {
     p_cMsg.m_pExtra->pIndex = pIndex;

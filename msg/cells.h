@@ -54,6 +54,7 @@ struct CCells {
   }
 
  private:
+  [[gnu::noinline]] static CMsgValue* ChainCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // not the first of its slot
   static size_t ExpectedBytes(const CMsgInfo& p_cInfo);
   [[gnu::noinline]] static void FillUp(CMsg& p_cMsg);
 };
