@@ -24,6 +24,11 @@ int CAccess::FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eW
                      CTagInfo::ReprType(p_eHas).ToStr(), CTagInfo::ReprType(p_eWanted).ToStr());
 }
 
+int CAccess::CheckSet(CMsg& p_cMsg, int p_iTag, const CTagInfo* p_pTag, E_TagType p_eWanted, int p_iLine) {
+  if (p_pTag == nullptr) return FailTag(p_cMsg, p_iTag);
+  return p_pTag->m_eType == p_eWanted ? 0 : FailType(p_cMsg, p_iTag, p_pTag->m_eType, p_eWanted, p_iLine);
+}
+
 int CAccess::FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine) {
   if (CCells::FindTag(p_cMsg, p_iTag) == nullptr) return FailTag(p_cMsg, p_iTag);
   const CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
@@ -73,10 +78,8 @@ int CAccess::Set(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
 
 template <class T, class VALUE>
 int CAccess::SetAny(CMsg& p_cMsg, int p_iTag, VALUE p_Value) {
-  using V = ValueTraits<T>;
   const CTagInfo* pTag = CCells::FindTag(p_cMsg, p_iTag);
-  if (pTag == nullptr) return FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != V::eType) return FailType(p_cMsg, p_iTag, pTag->m_eType, V::eType, s_tLines<T>.iSet);
+  if (const int iRet = CheckSet(p_cMsg, p_iTag, pTag, ValueTraits<T>::eType, s_tLines<T>.iSet)) return iRet;
   CMsgValue* pCell = CCells::SetHashBag(p_cMsg, *pTag);
   if (pCell == nullptr) return FailMemory(p_cMsg, "new CMsgValue failed");
   return pCell->m_bMulti ? SetElement<T>(p_cMsg, *pCell, p_Value) : SetSingle<T>(p_cMsg, *pCell, p_Value);
@@ -234,12 +237,8 @@ int CMsg::SetValue(int p_iTag, CBool p_cValue) {
 int CMsg::SetValue(int p_iTag, long long p_iValue) {
   const int iValue = static_cast<int>(p_iValue);
   if (iValue == p_iValue) return SetValue(p_iTag, iValue);
-  const CTagInfo* pTag = CCells::FindTag(*this, p_iTag);
-  if (pTag == nullptr) return CAccess::FailTag(*this, p_iTag);
-  if (pTag->m_eType != TAG_INTEGER) {
-    return CAccess::FailType(*this, p_iTag, pTag->m_eType, TAG_INTEGER, s_tLines<int>.iSet);
-  }
-  return Fail(MSG_INPUT, "tagnum=%d", p_iTag);
+  const int iRet = CAccess::CheckSet(*this, p_iTag, CCells::FindTag(*this, p_iTag), TAG_INTEGER, s_tLines<int>.iSet);
+  return iRet != 0 ? iRet : Fail(MSG_INPUT, "tagnum=%d", p_iTag);
 }
 int CMsg::SetValue(int p_iTag, CMsg* p_pSub) { return COwner::SetSub(*this, p_iTag, p_pSub); }
 

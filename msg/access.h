@@ -15,6 +15,8 @@ struct CAccess {
   // Of a row, but told by the message.
   [[gnu::cold]] static int FailTag(CMsg& p_cMsg, const CMsg& p_cRow, int p_iTag);
   [[gnu::cold]] static int FailType(CMsg& p_cMsg, int p_iTag, E_TagType p_eHas, E_TagType p_eWanted, int p_iLine);
+  // 0, or of those two what the tag is not fit for a setter for.
+  static int CheckSet(CMsg& p_cMsg, int p_iTag, const CTagInfo* p_pTag, E_TagType p_eWanted, int p_iLine);
   [[gnu::cold]] static int FailGet(CMsg& p_cMsg, int p_iTag, E_TagType p_eType, int p_iLine);
   [[gnu::cold]] static int FailUndefined(CMsg& p_cMsg);    // the message itself
   [[gnu::cold]] static int FailNull(CMsg& p_cMsg, int p_iTag);

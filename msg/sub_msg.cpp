@@ -138,9 +138,7 @@ int COwner::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
     delete p_pSub;
     return 0;
   }
-  if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG)
-    return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
+  if (const int iRet = CAccess::CheckSet(p_cMsg, p_iTag, pTag, TAG_SUBMSG, s_tLines<CMsg*>.iSet)) return iRet;
   if (eStanding == STANDS_ELSEWHERE || eStanding == STANDS_AROUND) {
     return p_cMsg.Fail(MSG_INPUT, "tagnum=%d,msgnum=%d", p_iTag, p_cMsg.m_iMsgNum);
   }
@@ -218,9 +216,7 @@ CMsg* COwner::Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag)
 
 int COwner::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
   const CTagInfo* pTag = CCells::FindTag(p_cMsg, p_iTag);
-  if (pTag == nullptr) return CAccess::FailTag(p_cMsg, p_iTag);
-  if (pTag->m_eType != TAG_SUBMSG)
-    return CAccess::FailType(p_cMsg, p_iTag, pTag->m_eType, TAG_SUBMSG, s_tLines<CMsg*>.iSet);
+  if (const int iRet = CAccess::CheckSet(p_cMsg, p_iTag, pTag, TAG_SUBMSG, s_tLines<CMsg*>.iSet)) return iRet;
   CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
   if (pCell != nullptr && !pCell->m_bMulti && pCell->m_pMsg != nullptr) {
     p_pSub = pCell->m_pMsg;
