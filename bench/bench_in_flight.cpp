@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <numeric>
 
 #include "client.h"
 #include "crowd.h"
@@ -52,7 +53,10 @@ void Finish(CPendingCall& p_cCall) {
   if (p_cCall.Finish(&cReply, &cErr) < 0) throw std::runtime_error(cErr.GetText().ToStr());
 }
 
-// p_iCalls calls, p_iInFlight at once, in a loop as an application would write it.
+// p_iCalls calls, p_iInFlight at once, in a loop as an application would write it: calls are finished as they end, and
+// what takes their places is begun together, behind the last of them. A server that sleeps is then woken once and works
+// beside the client, where one that is asked now and then is woken, at the client's cost, for nearly every call. The
+// floor does the same.
 void CallByEpoll(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight) {
   const int iEpoll = epoll_create1(EPOLL_CLOEXEC);
   std::vector<CPendingCall> cCalls(static_cast<size_t>(p_iInFlight));
@@ -62,14 +66,16 @@ void CallByEpoll(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight)
     tEvent.data.u32 = p_uSlot;
     if (epoll_ctl(iEpoll, p_iHow, cCalls[p_uSlot].GetFd(), &tEvent) != 0) throw std::runtime_error("epoll_ctl");
   };
-  int iStarted = 0;
-  const auto fnStart = [&](uint32_t p_uSlot) {
-    cCalls[p_uSlot] = Start(p_iSvcNum, p_cRequest);
-    fnWatch(EPOLL_CTL_ADD, p_uSlot);
-    ++iStarted;
-  };
-  while (iStarted < p_iCalls && iStarted < p_iInFlight) fnStart(static_cast<uint32_t>(iStarted));
-  for (int iDone = 0; iDone < p_iCalls;) {
+  std::vector<uint32_t> auFree(cCalls.size());
+  std::iota(auFree.begin(), auFree.end(), 0);
+  for (int iStarted = 0, iDone = 0; iDone < p_iCalls;) {
+    for (const uint32_t uSlot : auFree) {
+      if (iStarted == p_iCalls) break;
+      cCalls[uSlot] = Start(p_iSvcNum, p_cRequest);
+      fnWatch(EPOLL_CTL_ADD, uSlot);
+      ++iStarted;
+    }
+    auFree.clear();
     epoll_event atEvent[256];
     const int iReady = epoll_wait(iEpoll, atEvent, 256, -1);
     for (int i = 0; i < iReady; ++i) {
@@ -81,22 +87,31 @@ void CallByEpoll(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight)
       }
       Finish(cCalls[uSlot]);
       ++iDone;
-      if (iStarted < p_iCalls) fnStart(uSlot);
+      auFree.push_back(uSlot);
     }
   }
   close(iEpoll);
 }
 
+// The same. That no more are over, it asks only where others are to be begun.
 void CallByWaitAny(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight) {
   std::vector<CPendingCall> cCalls(static_cast<size_t>(p_iInFlight));
-  int iStarted = 0;
-  for (; iStarted < p_iCalls && iStarted < p_iInFlight; ++iStarted) {
-    cCalls[static_cast<size_t>(iStarted)] = Start(p_iSvcNum, p_cRequest);
-  }
-  for (int i; (i = CPendingCall::WaitAny(cCalls.data(), p_iInFlight, -1)) >= 0;) {
-    CPendingCall& cCall = cCalls[static_cast<size_t>(i)];
-    Finish(cCall);
-    if (iStarted < p_iCalls) cCall = Start(p_iSvcNum, p_cRequest), ++iStarted;
+  std::vector<size_t> auFree(cCalls.size());
+  std::iota(auFree.begin(), auFree.end(), 0);
+  for (int iStarted = 0, iDone = 0; iDone < p_iCalls;) {
+    for (const size_t uSlot : auFree) {
+      if (iStarted == p_iCalls) break;
+      cCalls[uSlot] = Start(p_iSvcNum, p_cRequest);
+      ++iStarted;
+    }
+    auFree.clear();
+    const int iThen = iStarted < p_iCalls ? 0 : -1;
+    for (int iTimeOut = -1, i; (i = CPendingCall::WaitAny(cCalls.data(), p_iInFlight, iTimeOut)) >= 0;) {
+      Finish(cCalls[static_cast<size_t>(i)]);
+      ++iDone;
+      auFree.push_back(static_cast<size_t>(i));
+      iTimeOut = iThen;
+    }
   }
 }
 

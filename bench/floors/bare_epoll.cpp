@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <numeric>
 #include <stdexcept>
 #include <vector>
 
@@ -37,12 +38,17 @@ class CBareLoop {
   CBareLoop(const CBareLoop&) = delete;
   CBareLoop& operator=(const CBareLoop&) = delete;
 
+  // What takes the places of those that are over is begun together, so that a server that sleeps is woken once.
   void Run(int p_iExchanges, const std::function<void(char*)>& p_fnDone) {
-    int iStarted = 0;
-    for (; iStarted < p_iExchanges && iStarted < static_cast<int>(m_atSlot.size()); ++iStarted) {
-      Start(static_cast<uint32_t>(iStarted));
-    }
-    for (int iDone = 0; iDone < p_iExchanges;) {
+    std::vector<uint32_t> auFree(m_atSlot.size());
+    std::iota(auFree.begin(), auFree.end(), 0);
+    for (int iStarted = 0, iDone = 0; iDone < p_iExchanges;) {
+      for (const uint32_t uSlot : auFree) {
+        if (iStarted == p_iExchanges) break;
+        Start(uSlot);
+        ++iStarted;
+      }
+      auFree.clear();
       epoll_event atEvent[256];
       const int iReady = epoll_wait(m_iEpoll, atEvent, 256, -1);
       for (int i = 0; i < iReady; ++i) {
@@ -52,7 +58,7 @@ class CBareLoop {
         } else if (Receive(m_atSlot[uSlot])) {
           p_fnDone(m_aReply.data());
           ++iDone;
-          if (iStarted < p_iExchanges) Start(uSlot), ++iStarted;
+          auFree.push_back(uSlot);
         }
       }
     }
