@@ -16,6 +16,7 @@ import zlib
 import schemas
 
 COMMAND = os.environ["CALLORV"]
+signal.signal(signal.SIGINT, signal.default_int_handler)    # a shell's background jobs ignore it
 
 DICTIONARY = """<?xml version='1.0' encoding='ISO-8859-1' ?>
 <msg_dictionary>
