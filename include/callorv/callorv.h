@@ -38,8 +38,8 @@ typedef struct CMsg CMsg;
  * while it was forked; messages that it has are its own copies. When another thread was, the child may do what the
  * system allows to the children of programs with threads - exec, or _exit - and no more: a lock that the other thread
  * held, of the XML parser or the C library, is held for ever there, and a call may wait for it. Do not fork during
- * initialisation. Connections that are open are copied into the child; that of CallOrv_CallService ends with the call
- * all the same. */
+ * initialisation. Connections that are open are copied into the child; that of CallOrv_CallService, or of a call that
+ * is finished, ends with the call all the same. */
 
 /* An error record; the caller's, 1032 bytes. Written on failure only. */
 typedef struct CallOrv_Error {

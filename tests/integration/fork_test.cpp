@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <mutex>
@@ -41,13 +42,17 @@ std::string Read() {
   return "";
 }
 
+int CallWithin(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CallOrv_Error* p_pErr) {
+  return CallOrv_CallServiceWithin(p_iSvcNum, p_pIn, p_pOut, 60000, p_pErr);
+}
+
 // Makes a call. "", or what went wrong.
-std::string Call() {
+std::string Call(decltype(CallOrv_CallService)* p_fnCall = CallOrv_CallService) {
   const CMsgPtr pIn(MA_NewMsg(100)), pOut(MA_NewMsg(0));
   CallOrv_Error tErr = {};
   int iBack = 0;
   MSG_SetInt(pIn.get(), 2, 5);
-  const int iRet = CallOrv_CallService(7, pIn.get(), pOut.get(), &tErr);
+  const int iRet = p_fnCall(7, pIn.get(), pOut.get(), &tErr);
   if (iRet != 0) return std::to_string(iRet) + " " + std::to_string(tErr.iCode) + " " + tErr.szText;
   MSG_GetInt(pOut.get(), 2, &iBack);
   return iBack == 5 ? "" : "the reply holds " + std::to_string(iBack);
@@ -111,28 +116,32 @@ TEST_CASE("a child that is forked while no other thread is in the library reads,
 }
 
 TEST_CASE("a child that has a copy of a call's connection does not keep it open") {
-  std::promise<void> cArrived, cForked;
-  std::promise<ssize_t> cEnd;
-  CPeer cPeer([&](int p_iSock) {
-    T_Request tRequest;
-    if (!ReadRequest(p_iSock, tRequest)) return;
-    cArrived.set_value();
-    cForked.get_future().wait();
-    WriteAll(p_iSock, Packet(tRequest.sBody));
-    char cByte;
-    cEnd.set_value(recv(p_iSock, &cByte, 1, 0));
-  });
-  SetUp(cPeer.Port());
-  std::future<std::string> cCall = std::async(std::launch::async, Call);
-  cArrived.get_future().wait();
-  const pid_t iPid = fork();
-  if (iPid == 0) {
-    alarm(60);
-    for (;;) pause();
+  for (auto* const fnCall : {CallOrv_CallService, CallWithin}) {
+    std::promise<void> cArrived, cForked;
+    std::promise<ssize_t> cEnd;
+    CPeer cPeer([&](int p_iSock) {
+      T_Request tRequest;
+      if (!ReadRequest(p_iSock, tRequest)) return;
+      cArrived.set_value();
+      cForked.get_future().wait();
+      WriteAll(p_iSock, Packet(tRequest.sBody));
+      char cByte;
+      cEnd.set_value(recv(p_iSock, &cByte, 1, 0));
+    });
+    SetUp(cPeer.Port());
+    std::future<std::string> cCall = std::async(std::launch::async, Call, fnCall);
+    cArrived.get_future().wait();
+    const pid_t iPid = fork();
+    if (iPid == 0) {
+      alarm(60);
+      for (;;) pause();
+    }
+    cForked.set_value();
+    CHECK(cCall.get() == "");
+    std::future<ssize_t> cEnded = cEnd.get_future();
+    CHECK(cEnded.wait_for(std::chrono::seconds(30)) == std::future_status::ready);    // while the child lives
+    CHECK(kill(iPid, SIGKILL) == 0);
+    CHECK(waitpid(iPid, nullptr, 0) == iPid);
+    CHECK(cEnded.get() == 0);    // an orderly end
   }
-  cForked.set_value();
-  CHECK(cCall.get() == "");
-  CHECK(cEnd.get_future().get() == 0);    // an orderly end, while the child lives
-  CHECK(kill(iPid, SIGKILL) == 0);
-  CHECK(waitpid(iPid, nullptr, 0) == iPid);
 }
