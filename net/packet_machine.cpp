@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <string_view>
 
 #include "base/number.h"
 #include "net/packet_fields.h"
@@ -14,42 +13,6 @@
 namespace callorv::detail {
 
 namespace {
-
-using E_Field = CTcpAdaptor::E_Field;
-using T_Field = CTcpAdaptor::T_Field;
-
-// Reads fields out of bytes that nobody has checked.
-class CFieldReader {
- public:
-  explicit CFieldReader(const char* p_pIn) : m_pIn(p_pIn) {}
-
-  int Number(E_Field p_eField) const {    // 0 for junk
-    const T_Field& tField = s_atFields[p_eField];
-    char szNumber[12] = {};
-    std::copy_n(m_pIn + tField.iAt, tField.iWidth, szNumber);
-    return ParseInt32(szNumber);
-  }
-
-  void Text(E_Field p_eField, CString& p_sOut) const {    // with its padding; a NUL ends it
-    const std::string_view sText = Field(p_eField);
-    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
-  }
-
-  void TrimmedText(E_Field p_eField, CString& p_sOut) const {
-    std::string_view sText = Field(p_eField);
-    while (!sText.empty() && IsWhite(sText.front())) sText.remove_prefix(1);
-    while (!sText.empty() && IsWhite(sText.back())) sText.remove_suffix(1);
-    p_sOut.Set(sText.data(), static_cast<int>(sText.size()));
-  }
-
- private:
-  const char* m_pIn;
-
-  std::string_view Field(E_Field p_eField) const {
-    const T_Field& tField = s_atFields[p_eField];
-    return {m_pIn + tField.iAt, strnlen(m_pIn + tField.iAt, static_cast<size_t>(tField.iWidth))};
-  }
-};
 
 int NoMemory(T_Fault& p_tFault) { return p_tFault.Set(ADAPT_MEMORY, "ReceiveFrom"); }
 
@@ -135,7 +98,7 @@ const CStream* CPacketMachine::Unpack(CStream& p_stRoom, T_Fault& p_tFault) {
   return Uncompress(p_stRoom, p_tFault) < 0 ? nullptr : &p_stRoom;
 }
 
-bool CPacketMachine::IsCompressed() const { return m_szFrame[s_atFields[CTcpAdaptor::COMPRESSED].iAt] == 'Y'; }
+bool CPacketMachine::IsCompressed() const { return CFieldReader(m_szFrame).IsCompressed(); }
 
 int CPacketMachine::Begin(E_Part p_ePart) {
   m_ePart = p_ePart;
@@ -153,15 +116,7 @@ int CPacketMachine::TakeHeader(T_Fault& p_tFault) {
   const CFieldReader cHeader(m_szFrame);
   if (m_pInfo != nullptr) {
     try {
-      m_pInfo->iSvcNum = cHeader.Number(CTcpAdaptor::SERVICE);
-      m_pInfo->iMsgNum = cHeader.Number(CTcpAdaptor::MESSAGE);
-      m_pInfo->iExtra = cHeader.Number(CTcpAdaptor::EXTRA);
-      cHeader.Text(CTcpAdaptor::TIME_STAMP, m_pInfo->sTimeStamp);
-      cHeader.TrimmedText(CTcpAdaptor::USER_KEY, m_pInfo->sUserKey);
-      cHeader.Text(CTcpAdaptor::AUX13, m_pInfo->sAux13);
-      m_pInfo->bCompressed = IsCompressed();
-      cHeader.Text(CTcpAdaptor::AUX8, m_pInfo->sAux8);
-      cHeader.Text(CTcpAdaptor::AUX21, m_pInfo->sAux21);
+      ReadHeader(cHeader, *m_pInfo);
     } catch (const std::bad_alloc&) {
       return NoMemory(p_tFault);
     }

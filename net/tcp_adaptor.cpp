@@ -4,7 +4,6 @@
 #include <time.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -14,58 +13,9 @@
 #include "net/packet_fields.h"
 #include "net/packet_machine.h"
 
+using namespace callorv::detail;
+
 namespace {
-
-using callorv::detail::CDeflateMemory;
-using callorv::detail::CPacketMachine;
-using callorv::detail::FormatInt;
-using callorv::detail::INT_CHARS;
-using callorv::detail::RecvFault;
-using callorv::detail::s_atFields;
-using callorv::detail::s_szBegin;
-using callorv::detail::s_tCheckSum;
-using callorv::detail::T_Fault;
-
-using E_Field = CTcpAdaptor::E_Field;
-using T_Field = CTcpAdaptor::T_Field;
-
-// Writes a number as "%0*d" does; returns its end.
-char* PutPadded(char* p_pOut, int p_iWidth, int p_iValue) {
-  char szNumber[INT_CHARS];
-  const char* pDigits = szNumber;
-  const char* pEnd = FormatInt(szNumber, p_iValue);
-  const int iPad = std::max(p_iWidth - static_cast<int>(pEnd - pDigits), 0);
-  if (p_iValue < 0) *p_pOut++ = *pDigits++;
-  return std::copy(pDigits, pEnd, std::fill_n(p_pOut, iPad, '0'));
-}
-
-// Writes fields as printf would, each at its place, and counts the characters. A number too wide for its field is
-// written in full, its end to be covered by the next field; the count tells.
-class CFieldWriter {
- public:
-  explicit CFieldWriter(char* p_pOut) : m_pOut(p_pOut) {}
-
-  int Count() const { return m_iCount; }
-
-  void Number(E_Field p_eField, int p_iValue) { Number(s_atFields[p_eField], p_iValue); }
-  void Number(const T_Field& p_tField, int p_iValue) {
-    char* pOut = m_pOut + p_tField.iAt;
-    m_iCount += static_cast<int>(PutPadded(pOut, p_tField.iWidth, p_iValue) - pOut);
-  }
-
-  void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"
-    const T_Field& tField = s_atFields[p_eField];
-    const size_t uWidth = static_cast<size_t>(tField.iWidth);
-    const size_t uLen = strnlen(p_szText, uWidth);
-    char* pOut = std::copy_n(p_szText, uLen, m_pOut + tField.iAt);
-    std::fill_n(pOut, uWidth - uLen, ' ');
-    m_iCount += tField.iWidth;
-  }
-
- private:
-  char* m_pOut;
-  int m_iCount = 0;
-};
 
 void SetTimeStamp(CString& p_sOut) {
   const time_t tNow = time(nullptr);
@@ -146,21 +96,8 @@ int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
     return Fail(ADAPT_MEMORY, "(%s)", "SendTo");
   }
 
-  CFieldWriter cHeader(pPacket);
-  cHeader.Text(BEGIN_STRING, s_szBegin);
-  cHeader.Number(PACKET_LENGTH, HEADER_SIZE + iSentLen);
-  cHeader.Number(SERVICE, p_pInfo->iSvcNum);
-  cHeader.Number(MESSAGE, p_pInfo->iMsgNum);
-  cHeader.Number(EXTRA, p_pInfo->iExtra);
-  cHeader.Text(TIME_STAMP, p_pInfo->sTimeStamp.ToStr());
-  cHeader.Text(USER_KEY, p_pInfo->sUserKey.ToStr());
-  cHeader.Text(AUX13, p_pInfo->sAux13.ToStr());
-  cHeader.Text(COMPRESSED, p_pInfo->bCompressed ? "Y" : "N");
-  cHeader.Number(BODY_LENGTH, iPlainLen);
-  cHeader.Text(AUX8, p_pInfo->sAux8.ToStr());
-  cHeader.Text(AUX21, p_pInfo->sAux21.ToStr());
-  if (cHeader.Count() != HEADER_SIZE) {
-    Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, cHeader.Count(), HEADER_SIZE,
+  if (const int iHeaderLen = WriteHeader(pPacket, *p_pInfo, iSentLen); iHeaderLen != HEADER_SIZE) {
+    Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, iHeaderLen, HEADER_SIZE,
          pPacket);
     p_stOut.Clear();    // the header stands where an empty stream has its NUL
     return ADAPT_HEADER;
