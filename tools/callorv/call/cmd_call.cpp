@@ -128,7 +128,11 @@ void AddCall(CLI::App& p_cApp) {
       ->check(Between(1, 86400))
       ->excludes(pConfig)
       ->capture_default_str();
-  pCommand->add_option("SERVICE", t.iService, "Service number")->check(Between(0, 9999));
+  pCommand->add_option("SERVICE", t.iService, "Service number")->check([](const std::string& p_sText) {
+    const std::string sWrong = Between(0, 9999)(p_sText);
+    const bool bName = !sWrong.empty() && p_sText.find_first_not_of("-0123456789") != std::string::npos;
+    return bName ? sWrong + "; the service's number stands before the message" : sWrong;
+  });
   pCommand->add_option("MESSAGE", t.sMessage, "Request message, unless --xml or --data brings it");
   pCommand->add_option("VALUES", t.asValues, "Values of the request")->type_name("TAG=VALUE");
   CLI::Option* pXml = pCommand->add_option("--xml", t.sXml, "Take the request from an XML file; - is standard input")
