@@ -243,7 +243,7 @@ TEST_CASE("a reset at any time is told as by a blocking call") {
   }
 }
 
-TEST_CASE("a server that goes away while a request is sent raises no signal") {
+TEST_CASE("a server that goes away while a request is sent raises no signal in flight either") {
   CServicePeer cPeer(nullptr);
   SetUp(cPeer.Port());
   const CMsgPtr pIn = NewRequest(RandomText(12000000).c_str());
@@ -253,7 +253,7 @@ TEST_CASE("a server that goes away while a request is sent raises no signal") {
   CHECK(tEnd.sText.substr(0, 33) == "Failed in send()(-6)((send errno=");
 }
 
-TEST_CASE("a server that is not there") {
+TEST_CASE("a server that is not there when a call starts") {
   const CDeafPort cNobody;
   SetUp(cNobody.Port());
   const CMsgPtr pIn = NewRequest("x");

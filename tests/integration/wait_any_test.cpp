@@ -325,7 +325,7 @@ TEST_CASE("a thread that is cancelled in Finish frees the call, in WaitAny it do
   CHECK(OpenDescriptors() == iBefore);
 }
 
-TEST_CASE("a thousand calls, many of them failing, leave no descriptor open") {
+TEST_CASE("a thousand calls in flight, many of them failing, leave no descriptor open") {
   const auto fnRun = [](int p_iCalls) {
     CServicePeer cPeer([](const T_Request& p_tRequest) -> T_Answer {
       switch (p_tRequest.SvcNum() % 4) {
