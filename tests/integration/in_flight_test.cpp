@@ -1,8 +1,12 @@
 // Calls that hold no thread: what they come to, whatever the server does.
+#include <dlfcn.h>
 #include <doctest/doctest.h>
+#include <netdb.h>
 #include <sys/epoll.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstring>
 #include <mutex>
 #include <random>
 #include <string>
@@ -11,6 +15,22 @@
 #include "support/descriptors.h"
 #include "support/in_flight.h"
 #include "support/service_peer.h"
+
+namespace {
+
+const char* const HOST = "a.name.that.is.looked.up";
+std::atomic<int> s_iLookUps{0};
+
+}    // namespace
+
+// In front of the library's.
+extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* p_szNode, const char* p_szService,
+                                                          const addrinfo* p_pHints, addrinfo** p_ppResult) {
+  static const auto s_fnReal = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  const bool bHost = p_szNode != nullptr && strcmp(p_szNode, HOST) == 0;
+  s_iLookUps += bHost;
+  return s_fnReal(bHost ? "127.0.0.1" : p_szNode, p_szService, p_pHints, p_ppResult);
+}
 
 namespace {
 
@@ -327,6 +347,27 @@ TEST_CASE("an address that was looked up is kept until the server is another one
   CHECK(cErr.GetRefSvcNum() == -1);
   SetUp(cPeer.Port());
   CHECK(Stepped(7, pIn.get()).iRet == 0);
+}
+
+TEST_CASE("a name is looked up for each call, or once when it is resolved") {
+  CServicePeer cPeer(Echo);
+  const CTempDir cDir;
+  const std::string sKey = cDir.Write("user.key", KeyFile("USER")), sDic = cDir.Write("empty.xml", "<msg_dictionary/>");
+  CCallOrvError cErr;
+  SetUp(cPeer.Port());    // the messages
+  REQUIRE(CCallOrv::Initialize(sKey.c_str(), sDic.c_str(), HOST, cPeer.Port(), 30, &cErr) == 0);
+  const CMsgPtr pIn = NewRequest("x");
+  const int iBefore = s_iLookUps;
+  CHECK(Stepped(7, pIn.get()).iRet == 0);
+  CHECK(Stepped(7, pIn.get()).iRet == 0);
+  CHECK(s_iLookUps == iBefore + 2);
+  CHECK(CCallOrv::Resolve(&cErr) == 0);
+  CHECK(s_iLookUps == iBefore + 3);
+  CHECK(Stepped(7, pIn.get()).iRet == 0);
+  CHECK(Stepped(7, pIn.get()).iRet == 0);
+  CHECK(s_iLookUps == iBefore + 3);
+  CHECK(Blocking(7, pIn.get()).iRet == 0);    // as ever
+  CHECK(s_iLookUps == iBefore + 4);
 }
 
 TEST_CASE("what cannot be started") {
