@@ -82,7 +82,7 @@ class CMsgWalk {
       const int iTag = pInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0 && !bTold) return BAD_TAG;
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
-      if (pCell == nullptr || !pCell->m_bSet) continue;
+      if (!IsPrinted(pCell)) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pInfo->GetTagInfo(iTag);
       p_tPlace.iRow = -1;
@@ -92,6 +92,7 @@ class CMsgWalk {
     m_aPlace.pop_back();
     return m_aPlace.empty() ? END : CLOSE;
   }
+  static bool IsPrinted(const CMsgValue* p_pCell) { return p_pCell != nullptr && p_pCell->m_bSet; }
   // The next sub-message of the tag becomes m_pSub; false after the last.
   bool NextRow(T_Place& p_tPlace) {
     const CMsgValue& cCell = *p_tPlace.pCell;
