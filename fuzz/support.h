@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -34,6 +35,17 @@ inline void ExpectSame(std::string_view p_sIs, std::string_view p_sShould, const
           p_sIs.data(), static_cast<int>(p_sShould.size()), p_sShould.data());
   abort();
 }
+
+// What p_fn comes to, called again where the fuzzer's timer, which looks for hangs, has interrupted it.
+template <class F>
+auto Again(F p_fn) {
+  for (;;) {
+    const auto Result = p_fn();
+    if (Result >= 0 || errno != EINTR) return Result;
+  }
+}
+// What a wait of the library for a reply then comes to.
+inline const char* const INTERRUPTED = "Failed in select()(-10)((recv errno=4,Interrupted system call))";
 
 // Takes the fuzzer's bytes from the front; zeros when there are none left.
 class CInput {

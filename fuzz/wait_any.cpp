@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
 #include <memory>
 #include <vector>
 
@@ -39,7 +38,7 @@ class CPort {
   CPort& operator=(const CPort&) = delete;
 
   int Accept() const {
-    const int iPeer = accept(m_iListen, nullptr, nullptr), iOn = 1;
+    const int iPeer = Again([this] { return accept(m_iListen, nullptr, nullptr); }), iOn = 1;
     Expect(iPeer >= 0, "not accepted");
     Expect(setsockopt(iPeer, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof(iOn)) == 0, "no option");
     return iPeer;
@@ -189,10 +188,7 @@ class CProgram {
   }
   static bool IsReady(int p_iSock, short p_iEvents) {
     pollfd tPoll = {p_iSock, p_iEvents, 0};
-    int iReady;
-    do iReady = poll(&tPoll, 1, DEADLINE_MS);
-    while (iReady < 0 && errno == EINTR);
-    return iReady == 1;
+    return Again([&] { return poll(&tPoll, 1, DEADLINE_MS); }) == 1;
   }
 
   void TakeTurn(int p_iOver) {
@@ -213,7 +209,7 @@ class CProgram {
     const int iRet = CallOrv_Finish(std::exchange(m_apCall[p_u], nullptr), pOut.get(), &tErr);
     const std::string sText = tErr.szText;
     if (sText == "Socket closed(-9)((Connection reset by peer))") return;    // may overtake what was sent before it
-    if (sText == "Failed in select()(-10)((recv errno=4,Interrupted system call))") return;    // by the fuzzer's timer
+    if (sText == INTERRUPTED) return;
     T_Outcome tShould = ReadModel(tPeer.sPacket.substr(0, tPeer.uSent), END_CLOSED);
     if (tShould.iCode != 0) {
       ExpectSame(iRet, -3, "result");
