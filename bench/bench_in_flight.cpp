@@ -4,10 +4,12 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <numeric>
+#include <vector>
 
 #include "client.h"
 #include "crowd.h"
@@ -53,6 +55,21 @@ void Finish(CPendingCall& p_cCall) {
   if (p_cCall.Finish(&cReply, &cErr) < 0) throw std::runtime_error(cErr.GetText().ToStr());
 }
 
+std::vector<uint32_t> AllSlots(int p_iSlots) {
+  std::vector<uint32_t> auSlot(static_cast<size_t>(p_iSlots));
+  std::iota(auSlot.begin(), auSlot.end(), 0);
+  return auSlot;
+}
+// p_fnStart(slot) in each that is free, p_iMost times at most; how often. None is free then.
+template <class F>
+int StartIn(std::vector<uint32_t>& p_auFree, int p_iMost, F p_fnStart) {
+  p_auFree.resize(std::min(p_auFree.size(), static_cast<size_t>(p_iMost)));
+  for (const uint32_t uSlot : p_auFree) p_fnStart(uSlot);
+  const int iStarted = static_cast<int>(p_auFree.size());
+  p_auFree.clear();
+  return iStarted;
+}
+
 // p_iCalls calls, p_iInFlight at once, in a loop as an application would write it: calls are finished as they end, and
 // what takes their places is begun together, behind the last of them. A server that sleeps is then woken once and works
 // beside the client, where one that is asked now and then is woken, at the client's cost, for nearly every call. The
@@ -66,16 +83,12 @@ void CallByEpoll(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight)
     tEvent.data.u32 = p_uSlot;
     if (epoll_ctl(iEpoll, p_iHow, cCalls[p_uSlot].GetFd(), &tEvent) != 0) throw std::runtime_error("epoll_ctl");
   };
-  std::vector<uint32_t> auFree(cCalls.size());
-  std::iota(auFree.begin(), auFree.end(), 0);
+  std::vector<uint32_t> auFree = AllSlots(p_iInFlight);
   for (int iStarted = 0, iDone = 0; iDone < p_iCalls;) {
-    for (const uint32_t uSlot : auFree) {
-      if (iStarted == p_iCalls) break;
-      cCalls[uSlot] = Start(p_iSvcNum, p_cRequest);
-      fnWatch(EPOLL_CTL_ADD, uSlot);
-      ++iStarted;
-    }
-    auFree.clear();
+    iStarted += StartIn(auFree, p_iCalls - iStarted, [&](uint32_t p_uSlot) {
+      cCalls[p_uSlot] = Start(p_iSvcNum, p_cRequest);
+      fnWatch(EPOLL_CTL_ADD, p_uSlot);
+    });
     epoll_event atEvent[256];
     const int iReady = epoll_wait(iEpoll, atEvent, 256, -1);
     for (int i = 0; i < iReady; ++i) {
@@ -96,20 +109,15 @@ void CallByEpoll(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight)
 // The same. That no more are over, it asks only where others are to be begun.
 void CallByWaitAny(int p_iSvcNum, CMsg& p_cRequest, int p_iCalls, int p_iInFlight) {
   std::vector<CPendingCall> cCalls(static_cast<size_t>(p_iInFlight));
-  std::vector<size_t> auFree(cCalls.size());
-  std::iota(auFree.begin(), auFree.end(), 0);
+  std::vector<uint32_t> auFree = AllSlots(p_iInFlight);
   for (int iStarted = 0, iDone = 0; iDone < p_iCalls;) {
-    for (const size_t uSlot : auFree) {
-      if (iStarted == p_iCalls) break;
-      cCalls[uSlot] = Start(p_iSvcNum, p_cRequest);
-      ++iStarted;
-    }
-    auFree.clear();
+    iStarted += StartIn(auFree, p_iCalls - iStarted,
+                        [&](uint32_t p_uSlot) { cCalls[p_uSlot] = Start(p_iSvcNum, p_cRequest); });
     const int iThen = iStarted < p_iCalls ? 0 : -1;
     for (int iTimeOut = -1, i; (i = CPendingCall::WaitAny(cCalls.data(), p_iInFlight, iTimeOut)) >= 0;) {
       Finish(cCalls[static_cast<size_t>(i)]);
       ++iDone;
-      auFree.push_back(static_cast<size_t>(i));
+      auFree.push_back(static_cast<uint32_t>(i));
       iTimeOut = iThen;
     }
   }

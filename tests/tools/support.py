@@ -1,6 +1,7 @@
 """Runs the callorv command, and speaks its packets without any of its code."""
 import atexit
 import contextlib
+import functools
 import hashlib
 import itertools
 import os
@@ -119,20 +120,17 @@ class Ready:
             return subprocess.CompletedProcess(command, os.waitstatus_to_exitcode(status), out.read(), err.read())
 
 
+@functools.cache
 def ready():
     """The one of this process, if the command can be kept ready."""
-    if "CALLORV_READY" not in os.environ:
-        return None
-    if not hasattr(Ready, "one"):
-        Ready.one = Ready()
-    return Ready.one
+    return Ready() if "CALLORV_READY" in os.environ else None
 
 
 def run(*args, stdin=b"", timeout=250, before=()):
     """Runs the command to its end; standard input and both outputs are bytes. What --json prints is as docs/schemas
     says."""
     command = [*before, COMMAND, *map(str, args)]
-    result = ready().run(command, stdin, timeout) if ready() and not before else None
+    result = ready().run(command, stdin, timeout) if not before and ready() else None
     if result is None:
         result = subprocess.run(command, input=stdin, capture_output=True, timeout=timeout, check=False)
     if args:

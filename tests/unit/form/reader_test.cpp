@@ -390,6 +390,12 @@ TEST_CASE("of every character the low byte is kept") {
   CRead cDigit("<msg no='1'><t\xc4\xb1>x</t\xc4\xb1></msg>");    // U+0131 ends in the byte of 1
   CHECK(cDigit.Ret() == 0);
   CHECK(Texts(*cDigit, 1) == "x|");
+  CRead cLetter("<msg no='1'><\xc5\xb4""1>x</\xc5\xb4""1></msg>");    // U+0174 in that of t
+  CHECK(cLetter.Ret() == 0);
+  CHECK(Texts(*cLetter, 1) == "x|");
+  CRead cEnd("<msg no='1'><t1\xc4\x80""5>x</t1\xc4\x80""5></msg>");    // U+0100 in 0, which ends the number
+  CHECK(cEnd.Ret() == 0);
+  CHECK(Texts(*cEnd, 1) == "x|");
 }
 
 TEST_CASE("other encodings") {

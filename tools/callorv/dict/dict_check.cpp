@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 #include <string_view>
+#include <vector>
 
 #include "common/near.h"
 #include "common/text.h"
@@ -246,20 +247,25 @@ void CDicChecker::OnTag(const T_Attribute* p_atAttr, int p_iAttrs) {
   tMsg.atTag.push_back(std::move(tTag));
 }
 
-void CDicChecker::CheckType(T_Tag& p_tTag) {
-  const std::string sTag = "message " + Str(m_atMsg.back().iNum) + ", tag " + Str(p_tTag.iNum);
-  std::vector<std::string> asKnown;
-  std::string sKnown;
+// The library's words for the types but sub-messages.
+std::vector<std::string> TypeWords() {
+  std::vector<std::string> asWord;
   for (int i = TAG_STRING;; ++i) {
     const CString sWord = CTagInfo::ReprType(static_cast<E_TagType>(i));
-    if (sWord.StartsWith("Unknown")) break;
-    if (i == TAG_SUBMSG) continue;
-    if (sWord == p_tTag.sType.c_str()) return;
-    asKnown.push_back(sWord.ToStr());
-    sKnown += asKnown.back() + ", ";
+    if (sWord.StartsWith("Unknown")) return asWord;
+    if (i != TAG_SUBMSG) asWord.push_back(sWord.ToStr());
   }
-  if (p_tTag.sType[0] == 'M') asKnown.push_back('m' + p_tTag.sType.substr(1));
+}
+
+void CDicChecker::CheckType(T_Tag& p_tTag) {
+  static const std::vector<std::string> s_asWord = TypeWords();
+  if (std::find(s_asWord.begin(), s_asWord.end(), p_tTag.sType) != s_asWord.end()) return;
+  const std::string sTag = "message " + Str(m_atMsg.back().iNum) + ", tag " + Str(p_tTag.iNum);
   if (p_tTag.sType.empty() || p_tTag.sType[0] != 'm') {
+    std::string sKnown;
+    for (const std::string& sWord : s_asWord) sKnown += sWord + ", ";
+    std::vector<std::string> asKnown = s_asWord;
+    if (p_tTag.sType[0] == 'M') asKnown.push_back('m' + p_tTag.sType.substr(1));
     Error(sTag + ": type " + Quoted(p_tTag.sType) +
           " is none of " + sKnown + "and m with a number" + DidYouMean(p_tTag.sType, asKnown));
     return;
