@@ -265,7 +265,7 @@ void CDicChecker::CheckType(T_Tag& p_tTag) {
     std::string sKnown;
     for (const std::string& sWord : s_asWord) sKnown += sWord + ", ";
     std::vector<std::string> asKnown = s_asWord;
-    if (p_tTag.sType[0] == 'M') asKnown.push_back('m' + p_tTag.sType.substr(1));
+    if (p_tTag.sType.substr(0, 1) == "M") asKnown.push_back('m' + p_tTag.sType.substr(1));
     Error(sTag + ": type " + Quoted(p_tTag.sType) +
           " is none of " + sKnown + "and m with a number" + DidYouMean(p_tTag.sType, asKnown));
     return;
