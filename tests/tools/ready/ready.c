@@ -1,7 +1,8 @@
-/* Preloaded into the callorv command, keeps it ready behind all that happens before main(): loading the libraries takes
- * longer than most commands take. For each message on the socket READY_SOCKET a child goes on into main(): a message
- * is the umask, the folder, the number of arguments, arguments and environment, each up to its NUL, with descriptors
- * for standard input and both outputs. Answered by the child's pid and, when it has ended, by its status. */
+/* Preloaded into the callorv command, keeps it ready behind all that happens before main(), and behind the parser's own
+ * start, which an application may have made as well: the two take longer than most commands take. For each message on
+ * the socket READY_SOCKET a child goes on into main(): a message is the umask, the folder, the number of arguments,
+ * arguments and environment, each up to its NUL, with descriptors for standard input and both outputs. Answered by the
+ * child's pid and, when it has ended, by its status. */
 #include <dlfcn.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +12,8 @@
 #include <unistd.h>
 
 enum { MOST_BYTES = 1 << 16, MOST_TEXTS = 1 << 12, STREAMS = 3 };
+
+void StartParser(void);
 
 typedef int Main(int, char**, char**);
 typedef int StartMain(Main*, int, char**, void (*)(void), void (*)(void), void (*)(void), void*);
@@ -55,6 +58,7 @@ static int Serve(int p_iArgs, char** p_aszArg, char** p_aszEnv) {
   (void)p_iArgs, (void)p_aszArg, (void)p_aszEnv;
   const int iSock = atoi(getenv("READY_SOCKET"));
   int aiStream[STREAMS];
+  StartParser();
   for (ssize_t iSize; (iSize = Receive(iSock, aiStream)) > 0;) {
     const pid_t iChild = fork();
     if (iChild == 0) {
