@@ -9,11 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "support/client_files.h"
+#include "support/long_text.h"
 #include "support/service_peer.h"
 #include "support/set_up.h"
 #include "support/temp_file.h"
@@ -324,10 +324,7 @@ TEST_CASE("a request may take longer to send than the reply may take to come") {
     WriteAll(p_iSock, Packet(Body100("taken")));
   });
   SetUp(cPeer.Port(), 4);
-  std::mt19937 cRandom(1);
-  std::string sText(16000000, ' ');    // more than the kernel's buffers hold, also compressed
-  for (char& c : sText) c = static_cast<char>('!' + cRandom() % 94);
-  CMsgPtr pIn = NewRequest(sText.c_str()), pOut = NewMsg(0);
+  CMsgPtr pIn = NewRequest(TextBeyondBuffers().c_str()), pOut = NewMsg(0);
   CCallOrvError cErr;
   const auto cStart = std::chrono::steady_clock::now();
   CHECK(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr) == 0);

@@ -14,6 +14,7 @@
 
 #include "support/descriptors.h"
 #include "support/in_flight.h"
+#include "support/long_text.h"
 #include "support/service_peer.h"
 
 namespace {
@@ -35,13 +36,6 @@ extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* p_szNode, 
 namespace {
 
 T_Answer Echo(const T_Request& p_tRequest) { return {Packet(p_tRequest.sBody)}; }
-
-std::string RandomText(size_t p_uLen) {    // that cannot be compressed much, and ends no CDATA section
-  std::mt19937 cRandom(1);
-  std::string sText(p_uLen, ' ');
-  for (char& c : sText) c = static_cast<char>('!' + cRandom() % 60);
-  return sText;
-}
 
 // Sends an answer byte after byte, each when the one before has arrived.
 void Trickle(int p_iSock, const std::string& p_sBytes) {
@@ -266,7 +260,7 @@ TEST_CASE("a reset at any time is told as by a blocking call") {
 TEST_CASE("a server that goes away while a request is sent raises no signal in flight either") {
   CServicePeer cPeer(nullptr);
   SetUp(cPeer.Port());
-  const CMsgPtr pIn = NewRequest(RandomText(12000000).c_str());
+  const CMsgPtr pIn = NewRequest(TextBeyondBuffers().c_str());
   const T_End tEnd = Stepped(7, pIn.get(), 600000);
   CHECK(tEnd.iRet == -3);
   CHECK(tEnd.iCode == -4);
@@ -406,7 +400,7 @@ TEST_CASE("the time is up while connecting") {
 TEST_CASE("the time is up while sending to a server that never reads") {
   CPeer cPeer(WaitForEnd);
   SetUp(cPeer.Port());
-  const CMsgPtr pIn = NewRequest(RandomText(16000000).c_str());
+  const CMsgPtr pIn = NewRequest(TextBeyondBuffers().c_str());
   const auto cStart = std::chrono::steady_clock::now();
   Started(7, pIn.get(), 600000).Cancel();
   const std::chrono::duration<double, std::milli> cPacket = std::chrono::steady_clock::now() - cStart;

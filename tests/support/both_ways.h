@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "form/msg_handler.h"
+#include "msg/cells.h"
 
 // Everything that can be asked of a message and of those in it.
 inline std::string Describe(CMsg& p_cMsg) {
@@ -27,9 +28,11 @@ inline std::string Describe(CMsg& p_cMsg) {
     sOut.append(cMsg.GetVer()).append("|").append(cMsg.GetLastError()).append("\n");
     const CMsgInfo* pInfo = cMsg.GetMsgInfo();
     for (int k = 0; pInfo != nullptr && k < pInfo->GetNoTags(); ++k) {
-      const int iTag = pInfo->GetTagNumAt(k), iSize = cMsg.GetArrSize(iTag);
-      fnPut(iTag, iSize);
-      if (iSize < 0) sOut += cMsg.GetLastError();    // whether there is a value cell without a value
+      const int iTag = pInfo->GetTagNumAt(k);
+      // Asked of a tag without a value cell, GetArrSize words an error, which takes longer than all else here.
+      const bool bCell = callorv::detail::CCells::GetHashBag(cMsg, iTag) != nullptr;
+      const int iSize = bCell ? cMsg.GetArrSize(iTag) : 0;
+      fnPut(iTag, bCell, iSize);
       for (int iRow = 0; pInfo->GetTagType(iTag) == TAG_SUBMSG && iRow < iSize; ++iRow) {
         CMsg* pSub = nullptr;
         if (cMsg.GetValueAt(iTag, iRow, &pSub) == 0 && pSub != nullptr) atNext.push_back({pSub, &cMsg});

@@ -81,8 +81,8 @@ inline std::string Packet(const std::string& p_sBody, bool p_bCompress = false) 
   if (p_bCompress) {
     uLongf iLen = compressBound(p_sBody.size());
     sSent.resize(iLen);
-    compress(reinterpret_cast<Bytef*>(&sSent[0]), &iLen, reinterpret_cast<const Bytef*>(p_sBody.data()),
-             p_sBody.size());
+    compress2(reinterpret_cast<Bytef*>(&sSent[0]), &iLen, reinterpret_cast<const Bytef*>(p_sBody.data()),
+              p_sBody.size(), Z_BEST_SPEED);
     sSent.resize(iLen);
   }
   char szHeader[129];

@@ -281,7 +281,7 @@ TEST_CASE("what was not taken is freed by the caller after the message, too") { 
 // ---- trees
 
 TEST_CASE("trees of many levels are built in either direction and freed") {    // in quadratic time it would take minutes
-  enum { LEVELS = 200000 };
+  enum { LEVELS = 100000 };
   CTestDic cDic;
   SUBCASE("from the outermost inwards") {
     CMsg cTop(121, 0, 0, &cDic);

@@ -20,7 +20,7 @@ namespace {
 #ifdef __SANITIZE_THREAD__    // its record of calls grows by each exception that passes through the parser, to gigabytes
 const int MUTANTS = 200;
 #else
-const int MUTANTS = IsUnderValgrind() ? 200 : 20000;    // there they take more than eight minutes
+const int MUTANTS = IsUnderValgrind() ? 200 : 10000;    // there they take more than eight minutes
 #endif
 
 constexpr T_XmlUse s_tUse{" ", ": ", "\n", "no source", false};
