@@ -1,7 +1,12 @@
 // Streams encrypted and decrypted under the key that is built in, and under one that is given.
 #include <callorv/crypt/crypt.h>
 
+#include <pthread.h>
+
 #include <climits>
+#include <functional>
+#include <iterator>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -187,6 +192,43 @@ TEST_CASE("several threads may encrypt and decrypt at once") {
   }
   for (std::thread& cThread : cThreads) cThread.join();
   for (const int iRight : aiRight) CHECK(iRight == 100);
+}
+
+TEST_CASE("neither the key nor the round keys are left on the stack") {
+  unsigned long aiKeys[32];
+  CCrypt::CreateRoundKey(aiKeys);
+  CStream stPlain(0, 512), stCipher(0, 512), stOut(0, 512);
+  CString sErr;
+  Fill(stPlain, "text");
+  Fill(stCipher, Encrypted(std::string(16, 'x')));
+  const std::function<void()> afnDo[] = {[&] { CCrypt::DecryptStream(stCipher, stOut, sErr); },
+                                         [&] { CCrypt::EncryptStream(stPlain, stOut, sErr); },
+                                         [&] { CCrypt::CreateRoundKey(aiKeys); }};
+  for (const auto& fnDo : afnDo) {
+    std::vector<char> acStack(512 * 1024);
+    pthread_attr_t tAttr;
+    pthread_t tThread;
+    pthread_attr_init(&tAttr);
+    REQUIRE(pthread_attr_setstack(&tAttr, acStack.data(), acStack.size()) == 0);
+    const auto fnRun = [](void* p_p) -> void* {
+      [[maybe_unused]] volatile char acBelow[128 * 1024];    // what ends the thread does not write over what is left
+      acBelow[0] = 0;
+      (*static_cast<const std::function<void()>*>(p_p))();
+      return nullptr;
+    };
+    REQUIRE(pthread_create(&tThread, &tAttr, fnRun, const_cast<std::function<void()>*>(&fnDo)) == 0);
+    pthread_attr_destroy(&tAttr);
+    pthread_join(tThread, nullptr);
+    const std::string_view sLeft(acStack.data(), acStack.size());
+    // Parts of them, as others may be written over by what is called later.
+    CHECK(sLeft.find(FromHex(CALLORV_SEED_KEY).substr(0, 8)) == sLeft.npos);
+    CHECK(sLeft.find(FromHex(CALLORV_SEED_KEY).substr(8)) == sLeft.npos);
+    for (size_t i = 0; i < std::size(aiKeys); i += 4) {
+      const std::string_view sFour(reinterpret_cast<const char*>(aiKeys + i), 4 * sizeof(*aiKeys));
+      CAPTURE(i);
+      CHECK(sLeft.find(sFour) == sLeft.npos);
+    }
+  }
 }
 
 TEST_CASE("DecryptStream: the output is emptied before anything else, also when it is the input") {
