@@ -364,6 +364,26 @@ TEST_CASE("far down in a tree a message is taken whatever it holds, but for what
   for (CMsg* pSub : {pPlain, pInner, pDeep}) CHECK(pSub->SetValue(6, &cTop) == -28);
 }
 
+TEST_CASE("far down in a tree no message takes what it stands in, whatever else stands there first") {
+  CMsgDic cDic;
+  cDic.SetMsgInfo(5, "node", "", "1");
+  cDic.SetMsgDetail(5, 1, "number", "integer", "N");
+  for (const int iTag : {2, 3, 4}) cDic.SetMsgDetail(5, iTag, "node", "m5", "N");
+  for (const int iDeep : {2, 4}) {
+    for (const bool bFirst : {true, false}) {
+      CAPTURE(iDeep);
+      CAPTURE(bFirst);
+      CMsg cTop(5, 0, 0, &cDic);
+      CMsg* pDeep = bFirst ? cTop.NewSub(iDeep) : nullptr;
+      cTop.NewSub(6 - iDeep)->SetValue(1, 7);    // nothing stands below it
+      if (!bFirst) pDeep = cTop.NewSub(iDeep);
+      for (int i = 0; i < 300; ++i) pDeep = pDeep->NewSub(2);
+      CHECK(pDeep->SetValue(3, &cTop) == -28);
+      CHECK(pDeep->SetValue(1, 8) == 0);
+    }
+  }
+}
+
 TEST_CASE("no circle is possible, however the message is held") {
   CTestMsg cMsg(121);
   cMsg->SetValue(1, "top");
