@@ -28,10 +28,8 @@ using callorv::detail::CSocket;
 using callorv::detail::RECV_TIME_OUT;
 using callorv::detail::RecvFault;
 using callorv::detail::SEND_TIME_OUT;
-using callorv::detail::SendFault;
 using callorv::detail::ShutAndClose;
 using callorv::detail::T_Fault;
-using callorv::detail::WaitFault;
 
 // The text of code -n; the slots from 18 on are reserved.
 constexpr const char* s_szaErrStr[50] = {
@@ -184,12 +182,12 @@ int CAdaptor::SendData(const char* p_pData, int p_iLen, int p_iTimeOut) {
       p_iLen -= static_cast<int>(iSent);
       if (p_iLen == 0) return 0;
     } else if (iSendErrno != EAGAIN) {
-      return Fail(SendFault(iSendErrno, tFault), "%s", tFault.szDetail);
+      return Fail(tFault.SetErrno(ADAPT_SEND, "send", iSendErrno), "%s", tFault.szDetail);
     }
     timeval tTime = {p_iTimeOut, 0};
     const int iReady = Wait(iSock, WAIT_WRITE, &tTime);
     const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(WaitFault("send", iWaitErrno, tFault), "%s", tFault.szDetail);
+    if (iReady < 0) return Fail(tFault.SetErrno(ADAPT_SELECT, "send", iWaitErrno), "%s", tFault.szDetail);
     if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(send to=%d)", static_cast<int>(tTime.tv_sec));
   }
 }
@@ -204,7 +202,7 @@ int CAdaptor::ReceiveData(char* p_pBuf, int p_iLen, int p_iTimeOut) {
     timeval tTime = {p_iTimeOut, 0};
     const int iReady = Wait(iSock, WAIT_READ, &tTime);
     const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(WaitFault("recv", iWaitErrno, tFault), "%s", tFault.szDetail);
+    if (iReady < 0) return Fail(tFault.SetErrno(ADAPT_SELECT, "recv", iWaitErrno), "%s", tFault.szDetail);
     if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(recv to=%d)", static_cast<int>(tTime.tv_sec));
 
     errno = 0;

@@ -111,7 +111,7 @@ int CExchange::Send(T_Fault& p_tFault) {
     const bool bWasMade = iErrno == ECONNRESET || iErrno == EPIPE;    // one that was not is refused instead
     if (m_ePhase == CONNECT && !bWasMade) return ConnectFault(p_tFault);
     m_ePhase = SEND;
-    return SendFault(iErrno, p_tFault);
+    return p_tFault.SetErrno(ADAPT_SEND, "send", iErrno);
   }
   m_ePhase = SEND;
   m_iSent += static_cast<int>(iSent);
@@ -164,7 +164,8 @@ void CExchange::Await() {
       continue;
     }
     T_Fault tFault;
-    m_ePhase == CONNECT ? ConnectFault(tFault) : WaitFault(m_ePhase == SEND ? "send" : "recv", iErrno, tFault);
+    const char* szCall = m_ePhase == SEND ? "send" : "recv";
+    m_ePhase == CONNECT ? ConnectFault(tFault) : tFault.SetErrno(ADAPT_SELECT, szCall, iErrno);
     Fail(tFault);
   }
 }

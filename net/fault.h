@@ -27,6 +27,11 @@ struct T_Fault {
     iCode = p_iCode;
     return p_iCode;
   }
+  // p_szCall  "send" or "recv"; for ADAPT_SELECT whichever was to follow the wait
+  int SetErrno(int p_iCode, const char* p_szCall, int p_iErrno) {
+    char szBuf[128];
+    return Set(p_iCode, "(%s errno=%d,%s)", p_szCall, p_iErrno, strerror_r(p_iErrno, szBuf, sizeof(szBuf)));
+  }
 };
 
 // The whole text of a fault.
@@ -35,35 +40,12 @@ inline void FormatFault(CString& p_sOut, int p_iCode, const char* p_szDetail) {
   p_sOut.Format("%s(%d)(%s)", szText != nullptr ? szText : "(null)", p_iCode, p_szDetail);
 }
 
-// strerror's text for an errno value, safe in any thread.
-class CErrnoText {
- public:
-  explicit CErrnoText(int p_iErrno) : m_szText(strerror_r(p_iErrno, m_szBuf, sizeof(m_szBuf))) {}
-  CErrnoText(const CErrnoText&) = delete;
-  CErrnoText& operator=(const CErrnoText&) = delete;
-
-  const char* ToStr() const { return m_szText; }
-
- private:
-  char m_szBuf[128];
-  const char* m_szText;
-};
-
-inline int SendFault(int p_iErrno, T_Fault& p_tFault) {
-  return p_tFault.Set(ADAPT_SEND, "(send errno=%d,%s)", p_iErrno, CErrnoText(p_iErrno).ToStr());
-}
-
 // p_iErrno  0: the peer closed the connection
 inline int RecvFault(int p_iErrno, T_Fault& p_tFault) {
   if (p_iErrno == 0) return p_tFault.Set(ADAPT_CLOSED, "OK");
-  const CErrnoText cText(p_iErrno);
-  if (p_iErrno == ECONNRESET) return p_tFault.Set(ADAPT_CLOSED, "(%s)", cText.ToStr());
-  return p_tFault.Set(ADAPT_RECV, "(recv errno=%d,%s)", p_iErrno, cText.ToStr());
-}
-
-// p_szWhat  "send" or "recv", whichever was to follow the wait
-inline int WaitFault(const char* p_szWhat, int p_iErrno, T_Fault& p_tFault) {
-  return p_tFault.Set(ADAPT_SELECT, "(%s errno=%d,%s)", p_szWhat, p_iErrno, CErrnoText(p_iErrno).ToStr());
+  if (p_iErrno != ECONNRESET) return p_tFault.SetErrno(ADAPT_RECV, "recv", p_iErrno);
+  char szBuf[128];
+  return p_tFault.Set(ADAPT_CLOSED, "(%s)", strerror_r(p_iErrno, szBuf, sizeof(szBuf)));
 }
 
 }    // namespace callorv::detail
