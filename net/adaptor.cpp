@@ -108,9 +108,10 @@ class CSigPipeHold {
 
 enum E_Direction { WAIT_READ, WAIT_WRITE };
 
-// select() on one socket: waits up to p_pTime, which select() counts down. The set is as large as the descriptor
-// needs, since an fd_set ends at 1023. Returns select()'s result with its errno.
-int Wait(int p_iSock, E_Direction p_eDirection, timeval* p_pTime) {
+// Waits by select() for one socket, p_iTimeOut seconds at most. The set is as large as the descriptor needs, since an
+// fd_set ends at 1023. 0 or the code of the fault.
+int Wait(int p_iSock, E_Direction p_eDirection, int p_iTimeOut, T_Fault& p_tFault) {
+  const char* szCall = p_eDirection == WAIT_READ ? "recv" : "send";
   using Word = unsigned long;    // the kernel reads the bits in longs
   const size_t uBits = 8 * sizeof(Word);
   Word aSmall[FD_SETSIZE / uBits] = {};
@@ -119,16 +120,18 @@ int Wait(int p_iSock, E_Direction p_eDirection, timeval* p_pTime) {
   const size_t uSock = static_cast<size_t>(p_iSock);
   if (uSock >= FD_SETSIZE) {
     pLarge.reset(new (std::nothrow) Word[uSock / uBits + 1]());
-    if (pLarge == nullptr) {
-      errno = ENOMEM;
-      return -1;
-    }
+    if (pLarge == nullptr) return p_tFault.SetErrno(ADAPT_SELECT, szCall, ENOMEM);
     pBits = pLarge.get();
   }
   pBits[uSock / uBits] |= Word{1} << uSock % uBits;
   fd_set* pSet = reinterpret_cast<fd_set*>(pBits);
-  return select(p_iSock + 1, p_eDirection == WAIT_READ ? pSet : nullptr, p_eDirection == WAIT_WRITE ? pSet : nullptr,
-                nullptr, p_pTime);
+  timeval tTime = {p_iTimeOut, 0};    // select() counts it down
+  const int iReady = select(p_iSock + 1, p_eDirection == WAIT_READ ? pSet : nullptr,
+                            p_eDirection == WAIT_WRITE ? pSet : nullptr, nullptr, &tTime);
+  const int iErrno = errno;
+  if (iReady < 0) return p_tFault.SetErrno(ADAPT_SELECT, szCall, iErrno);
+  if (iReady == 0) return p_tFault.Set(ADAPT_TIMEOUT, "(%s to=%d)", szCall, static_cast<int>(tTime.tv_sec));
+  return 0;
 }
 
 }    // namespace
@@ -176,19 +179,15 @@ int CAdaptor::SendData(const char* p_pData, int p_iLen, int p_iTimeOut) {
   CSigPipeHold cHold;
   for (;;) {
     const ssize_t iSent = cHold.Send(iSock, p_pData, static_cast<size_t>(p_iLen));
-    const int iSendErrno = errno;
+    const int iErrno = errno;
     if (iSent > 0) {
       p_pData += iSent;
       p_iLen -= static_cast<int>(iSent);
       if (p_iLen == 0) return 0;
-    } else if (iSendErrno != EAGAIN) {
-      return Fail(tFault.SetErrno(ADAPT_SEND, "send", iSendErrno), "%s", tFault.szDetail);
+    } else if (iErrno != EAGAIN) {
+      return Fail(tFault.SetErrno(ADAPT_SEND, "send", iErrno), "%s", tFault.szDetail);
     }
-    timeval tTime = {p_iTimeOut, 0};
-    const int iReady = Wait(iSock, WAIT_WRITE, &tTime);
-    const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(tFault.SetErrno(ADAPT_SELECT, "send", iWaitErrno), "%s", tFault.szDetail);
-    if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(send to=%d)", static_cast<int>(tTime.tv_sec));
+    if (Wait(iSock, WAIT_WRITE, p_iTimeOut, tFault) < 0) return Fail(tFault.iCode, "%s", tFault.szDetail);
   }
 }
 
@@ -199,20 +198,16 @@ int CAdaptor::ReceiveData(char* p_pBuf, int p_iLen, int p_iTimeOut) {
   T_Fault tFault;
   int iLeft = p_iLen;
   while (iLeft > 0) {
-    timeval tTime = {p_iTimeOut, 0};
-    const int iReady = Wait(iSock, WAIT_READ, &tTime);
-    const int iWaitErrno = errno;
-    if (iReady < 0) return Fail(tFault.SetErrno(ADAPT_SELECT, "recv", iWaitErrno), "%s", tFault.szDetail);
-    if (iReady == 0) return Fail(ADAPT_TIMEOUT, "(recv to=%d)", static_cast<int>(tTime.tv_sec));
+    if (Wait(iSock, WAIT_READ, p_iTimeOut, tFault) < 0) return Fail(tFault.iCode, "%s", tFault.szDetail);
 
     errno = 0;
     const ssize_t iGot = recv(iSock, p_pBuf, static_cast<size_t>(iLeft), 0);
-    const int iRecvErrno = errno;
+    const int iErrno = errno;
     if (iGot > 0) {
       p_pBuf += iGot;
       iLeft -= static_cast<int>(iGot);
-    } else if (iRecvErrno != EAGAIN) {
-      return Fail(RecvFault(iRecvErrno, tFault), "%s", tFault.szDetail);
+    } else if (iErrno != EAGAIN) {
+      return Fail(RecvFault(iErrno, tFault), "%s", tFault.szDetail);
     }
   }
   return p_iLen;
