@@ -21,15 +21,9 @@
 #include "net/fault.h"
 #include "net/socket.h"
 
-namespace {
+using namespace callorv::detail;
 
-using callorv::detail::CNoCancel;
-using callorv::detail::CSocket;
-using callorv::detail::RECV_TIME_OUT;
-using callorv::detail::RecvFault;
-using callorv::detail::SEND_TIME_OUT;
-using callorv::detail::ShutAndClose;
-using callorv::detail::T_Fault;
+namespace {
 
 // The text of code -n; the slots from 18 on are reserved.
 constexpr const char* s_szaErrStr[50] = {
@@ -231,7 +225,6 @@ int CAdaptor::Fail(int p_iCode, const char* p_szFmt, ...) {
 }
 
 void CAdaptor::Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) {
-  using namespace callorv::detail;
   try {
     if (pLastError == nullptr) pLastError = new T_LastError;
     pLastError->iCode = p_iCode;
