@@ -100,10 +100,9 @@ const CStream* CPacketMachine::Unpack(CStream& p_stRoom, T_Fault& p_tFault) {
 
 bool CPacketMachine::IsCompressed() const { return CFieldReader(m_szFrame).IsCompressed(); }
 
-int CPacketMachine::Begin(E_Part p_ePart) {
+void CPacketMachine::Begin(E_Part p_ePart) {
   m_ePart = p_ePart;
   m_iHave = 0;
-  return 0;
 }
 
 int CPacketMachine::TakeHeader(T_Fault& p_tFault) {

@@ -64,7 +64,7 @@ class CPacketMachine {
     return m_cBlocks.empty() ? m_stSent : m_cBlocks.back();
   }
   void Join();
-  int Begin(E_Part p_ePart);
+  void Begin(E_Part p_ePart);
   int TakeHeader(T_Fault& p_tFault);
   int TakeBody(T_Fault& p_tFault);
   int TakeTrailer(T_Fault& p_tFault);
