@@ -23,8 +23,6 @@ inline constexpr T_Field s_atFields[] = {
 static_assert(std::size(s_atFields) == CTcpAdaptor::FIELDS);
 static_assert(s_atFields[CTcpAdaptor::AUX21].iAt + s_atFields[CTcpAdaptor::AUX21].iWidth == CTcpAdaptor::HEADER_SIZE);
 
-inline constexpr T_Field s_tCheckSum{"checksum", 0, CTcpAdaptor::TRAILER_SIZE};    // in the trailer
-
 inline constexpr char s_szBegin[] = "QMX-SSP-V1.0";
 
 // Writes a number as "%0*d" does; returns its end.
@@ -45,10 +43,9 @@ class CFieldWriter {
 
   int Count() const { return m_iCount; }
 
-  void Number(E_Field p_eField, int p_iValue) { Number(s_atFields[p_eField], p_iValue); }
-  void Number(const T_Field& p_tField, int p_iValue) {
-    char* pOut = m_pOut + p_tField.iAt;
-    m_iCount += static_cast<int>(PutPadded(pOut, p_tField.iWidth, p_iValue) - pOut);
+  void Number(E_Field p_eField, int p_iValue) {
+    char* pOut = m_pOut + s_atFields[p_eField].iAt;
+    m_iCount += static_cast<int>(PutPadded(pOut, s_atFields[p_eField].iWidth, p_iValue) - pOut);
   }
 
   void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"

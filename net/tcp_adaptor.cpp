@@ -102,9 +102,8 @@ int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
     p_stOut.Clear();    // the header stands where an empty stream has its NUL
     return ADAPT_HEADER;
   }
-  const int iCheckSum = CalcCheckSum(pPacket, HEADER_SIZE + iSentLen);
   char* pTrailer = pPacket + HEADER_SIZE + iSentLen;
-  CFieldWriter(pTrailer).Number(s_tCheckSum, iCheckSum);
+  PutPadded(pTrailer, TRAILER_SIZE, CalcCheckSum(pPacket, HEADER_SIZE + iSentLen));
   if (bKeepHeaders) {
     memcpy(szLastSendHeader, pPacket, HEADER_SIZE);
     memcpy(szLastSendHeader + HEADER_SIZE, pTrailer, TRAILER_SIZE);
