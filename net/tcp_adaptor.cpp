@@ -32,13 +32,6 @@ void SetTimeStamp(CString& p_sOut) {
   p_sOut.Set(szStamp, static_cast<int>(p - szStamp));
 }
 
-// Makes room for a whole packet. Throws std::bad_alloc, also for a length that no packet can have.
-char* PacketRoom(CStream& p_stPacket, long long p_iBodyLen) {
-  const int iFrame = CTcpAdaptor::HEADER_SIZE + CTcpAdaptor::TRAILER_SIZE;
-  if (p_iBodyLen > INT_MAX - iFrame) throw std::bad_alloc();
-  return p_stPacket.GetBuffer(iFrame + static_cast<int>(p_iBodyLen));
-}
-
 // As zlib's compress(), byte for byte.
 int Compress(const CStream& p_stBody, char* p_pOut, long long p_iRoom, int* p_pLen) {
   CDeflateMemory cMemory;
@@ -75,7 +68,7 @@ int CTcpAdaptor::SendTo(T_PacketInfo* p_pInfo, int p_iTimeOut) {
 }
 
 int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
-  if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "(%s)", "SendTo");
+  if (p_pInfo == nullptr) return Fail(ADAPT_NULL, "(SendTo)");
   SetTimeStamp(p_pInfo->sTimeStamp);
 
   p_stOut.Clear();
@@ -86,19 +79,19 @@ int CTcpAdaptor::BuildPacket(T_PacketInfo* p_pInfo, CStream& p_stOut) {
   try {
     // What zlib may need at worst is 0.1 % and 12 bytes more than the body.
     const long long iRoom = p_pInfo->bCompressed ? (iPlainLen + 12LL) * 1001 / 1000 + 1 : iPlainLen;
-    pPacket = PacketRoom(p_stOut, iRoom);
+    if (iRoom > INT_MAX - HEADER_SIZE - TRAILER_SIZE) throw std::bad_alloc();
+    pPacket = p_stOut.GetBuffer(HEADER_SIZE + static_cast<int>(iRoom) + TRAILER_SIZE);
     if (!p_pInfo->bCompressed) {
       memcpy(pPacket + HEADER_SIZE, stBody.GetData(), static_cast<size_t>(iPlainLen));
     } else if (const int iZlib = Compress(stBody, pPacket + HEADER_SIZE, iRoom, &iSentLen)) {
-      return Fail(ADAPT_COMPRESSION, "(%s)(%d)", "SendTo", iZlib);
+      return Fail(ADAPT_COMPRESSION, "(SendTo)(%d)", iZlib);
     }
   } catch (const std::bad_alloc&) {
-    return Fail(ADAPT_MEMORY, "(%s)", "SendTo");
+    return Fail(ADAPT_MEMORY, "(SendTo)");
   }
 
   if (const int iHeaderLen = WriteHeader(pPacket, *p_pInfo, iSentLen); iHeaderLen != HEADER_SIZE) {
-    Fail(ADAPT_HEADER, "(%s) size mismatch(%d, %d)[%.*s]", "SendTo", HEADER_SIZE, iHeaderLen, HEADER_SIZE,
-         pPacket);
+    Fail(ADAPT_HEADER, "(SendTo) size mismatch(%d, %d)[%.*s]", HEADER_SIZE, iHeaderLen, HEADER_SIZE, pPacket);
     p_stOut.Clear();    // the header stands where an empty stream has its NUL
     return ADAPT_HEADER;
   }
