@@ -11,8 +11,6 @@
 
 using namespace callorv::detail;
 
-static_assert(+CCrypt::CIPHER_BLOCK == +SEED_BLOCK);
-
 namespace {
 
 // The round keys for as long as they are needed.

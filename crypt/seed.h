@@ -4,7 +4,7 @@
 
 namespace callorv::detail {
 
-enum { SEED_BLOCK = 16, SEED_ROUND_KEYS = 32 };
+enum { SEED_ROUND_KEYS = 32 };
 
 // Expands a key (CCrypt::SEED_KEY_SIZE bytes) into SEED_ROUND_KEYS words, each of which fits in 32 bits.
 void SeedRoundKey(unsigned long* p_aiRoundKeys, const unsigned char* p_pKey);

@@ -1,6 +1,7 @@
 // The SEED block cipher, against RFC 4269 and OpenSSL.
 #include "crypt/seed.h"
 
+#include "callorv/crypt/crypt.h"
 #include "unit/crypt/oracle.h"
 
 using namespace callorv::detail;
@@ -17,7 +18,7 @@ template <class F>
 std::string Crypt(const std::string& p_s, const std::string& p_sKey, F p_fnCrypt) {
   const T_Keys tKeys(p_sKey);
   std::string s = "x" + p_s;
-  for (size_t i = 1; i < s.size(); i += SEED_BLOCK) {
+  for (size_t i = 1; i < s.size(); i += CCrypt::CIPHER_BLOCK) {
     p_fnCrypt(reinterpret_cast<unsigned char*>(&s[i]), tKeys.ai);
   }
   return s.substr(1);
