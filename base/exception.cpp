@@ -3,31 +3,24 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <memory>
 #include <new>
 #include <utility>
 
 #include "base/format.h"
 
 struct CException::T_Text {
-  std::atomic<int> iUsers{1};
   CString sText;
+  std::atomic<int> iUsers{1};
 };
 
-CException::CException(const char* p_szText, int p_iCode) : m_iCode(p_iCode) {
-  auto pText = std::make_unique<T_Text>();
-  pText->sText.Set(p_szText);
-  m_pText = pText.release();
-}
+CException::CException(const char* p_szText, int p_iCode) : m_iCode(p_iCode), m_pText(new T_Text{p_szText}) {}
 
-CException::CException(int p_iCode, const char* p_szFmt, ...) : m_iCode(p_iCode) {
-  auto pText = std::make_unique<T_Text>();
+CException::CException(int p_iCode, const char* p_szFmt, ...) : CException("", p_iCode) {
   va_list tArgs;
   va_start(tArgs, p_szFmt);
-  const bool bDone = callorv::detail::VFormat(&pText->sText, p_szFmt, tArgs);
+  const bool bDone = callorv::detail::VFormat(&m_pText->sText, p_szFmt, tArgs);
   va_end(tArgs);
   if (!bDone) throw std::bad_alloc();
-  m_pText = pText.release();
 }
 
 CException::CException(const CException& p_c) noexcept : m_iCode(p_c.m_iCode), m_pText(p_c.m_pText) {
