@@ -151,8 +151,7 @@ void CString::Trim(const char* p_szSet) {
 
 bool CString::StartsWith(const char* p_sz) const {
   p_sz = OrEmpty(p_sz);
-  const size_t iLen = strlen(p_sz);
-  return iLen <= static_cast<size_t>(GetSize()) && memcmp(ToStr(), p_sz, iLen) == 0;
+  return strncmp(ToStr(), p_sz, strlen(p_sz)) == 0;
 }
 
 bool CString::EndsWith(const char* p_sz) const {
