@@ -16,19 +16,12 @@ using namespace callorv::detail;
 
 static_assert(CMsgInfo::BUCKETS == CHAINS);
 
-namespace {
-
-// How many hash buckets a name map is made for.
-enum { NAME_BUCKETS = 1024 };
-
-}    // namespace
-
 CMsgInfo::CMsgInfo() noexcept : CMsgInfo(0, "", "", 0) {}
 
 CMsgInfo::CMsgInfo(int p_iMsgNum, const char* p_szName, const char* p_szVer, int p_iHashKey)
     : m_iMsgNum(p_iMsgNum), m_sName(p_szName), m_sVer(p_szVer),
       m_iHashKey(p_iHashKey >= 1 && p_iHashKey <= BUCKETS ? p_iHashKey : +BUCKETS), m_apBucket(),
-      m_cNameMap(NAME_BUCKETS), m_pIndex(nullptr), m_iApart(0), m_pArena(nullptr) {}
+      m_cNameMap(0), m_pIndex(nullptr), m_iApart(0), m_pArena(nullptr) {}
 
 CMsgInfo::~CMsgInfo() {
   delete m_pIndex;
