@@ -5,8 +5,7 @@
 
 using namespace callorv::detail;
 
-CTagInfo::CTagInfo() noexcept
-    : m_iTagNum(0), m_eType(TAG_UNKNOWN), m_iSubMsg(0), m_bArray(false), m_pNext(nullptr) {}
+CTagInfo::CTagInfo() noexcept : CTagInfo(0, "", TAG_UNKNOWN, 0, false) {}
 
 CTagInfo::CTagInfo(int p_iTagNum, const char* p_szName, E_TagType p_eType, int p_iSubMsg, bool p_bArray)
     : m_iTagNum(p_iTagNum), m_sName(p_szName), m_eType(p_eType), m_iSubMsg(p_iSubMsg), m_bArray(p_bArray),
