@@ -11,6 +11,7 @@
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/util/BinFileInputStream.hpp>
 #include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/Janitor.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PanicHandler.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
@@ -79,14 +80,6 @@ class CTextSource : public MemBufInputSource {
   }
 };
 
-struct T_Wide {
-  XMLCh* psz;
-  explicit T_Wide(const char* p_sz) : psz(XMLString::transcode(p_sz)) {}
-  ~T_Wide() { XMLString::release(&psz); }
-  T_Wide(const T_Wide&) = delete;
-  T_Wide& operator=(const T_Wide&) = delete;
-};
-
 // A local file, opened by the bytes of its name: nothing that looks like a URL reaches the network, and a name that the
 // locale cannot express still opens. Its base loses memory when it finds too little, hence one that knows its blocks.
 struct T_SourceMemory {
@@ -95,7 +88,9 @@ struct T_SourceMemory {
 class CFileSource : private T_SourceMemory, public LocalFileInputSource {
  public:
   explicit CFileSource(const char* p_szPath)
-      : LocalFileInputSource(T_Wide(p_szPath).psz, &cMemory), m_szPath(p_szPath) {}
+      : LocalFileInputSource(
+            ArrayJanitor<XMLCh>(XMLString::transcode(p_szPath), XMLPlatformUtils::fgMemoryManager).get(), &cMemory),
+        m_szPath(p_szPath) {}
   BinInputStream* makeStream() const override {
     auto pFile = std::make_unique<BinFileInputStream>(m_szPath);
     return pFile->getIsOpen() ? pFile.release() : nullptr;
@@ -111,7 +106,6 @@ class COwningSource : public InputSource {
  public:
   explicit COwningSource(const InputSource& p_cSource) : m_cSource(p_cSource) {}
   const XMLCh* getSystemId() const override { return m_cSource.getSystemId(); }
-  const XMLCh* getEncoding() const override { return m_cSource.getEncoding(); }
   BinInputStream* makeStream() const override {
     m_pStream.reset(m_cSource.makeStream());
     return m_pStream != nullptr ? ::new (m_aView) CView(*m_pStream) : nullptr;
