@@ -8,21 +8,6 @@
 
 namespace callorv::detail {
 
-class CDicReaderHandler : public CDicFileHandler {
- public:
-  explicit CDicReaderHandler(CDicReader& p_cReader) : m_cReader(p_cReader) {}
-
- private:
-  CDicReader& m_cReader;
-  std::vector<CDicReader::T_Attribute> m_atAttr;
-
-  void OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) override;
-  void OnReport(int p_iLine, int p_iColumn) override {
-    m_cReader.m_iLine = p_iLine;
-    m_cReader.m_iColumn = p_iColumn;
-  }
-};
-
 namespace {
 
 bool IsCut(const char16_t* p_sz) {
@@ -42,16 +27,29 @@ struct T_Parser {
 
 }    // namespace
 
-void CDicReaderHandler::OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) {
-  GetPlace(m_cReader.m_iLine, m_cReader.m_iColumn);
-  m_atAttr.resize(p_cAttrs.GetCount());
-  for (size_t i = 0; i < m_atAttr.size(); ++i) {
-    m_atAttr[i].sName = CNarrow(p_cAttrs.GetName(i)).Text();
-    m_atAttr[i].sValue = CNarrow(p_cAttrs.GetValue(i)).Text();
-    m_atAttr[i].bCut = IsCut(p_cAttrs.GetName(i)) || IsCut(p_cAttrs.GetValue(i));
+class CDicReaderHandler : public CDicFileHandler {
+ public:
+  explicit CDicReaderHandler(CDicReader& p_cReader) : m_cReader(p_cReader) {}
+
+ private:
+  CDicReader& m_cReader;
+  std::vector<CDicReader::T_Attribute> m_atAttr;
+
+  void OnStart(const char16_t* p_szName, CXmlAttributes p_cAttrs, int p_iDepth) override {
+    GetPlace(m_cReader.m_iLine, m_cReader.m_iColumn);
+    m_atAttr.resize(p_cAttrs.GetCount());
+    for (size_t i = 0; i < m_atAttr.size(); ++i) {
+      m_atAttr[i].sName = CNarrow(p_cAttrs.GetName(i)).Text();
+      m_atAttr[i].sValue = CNarrow(p_cAttrs.GetValue(i)).Text();
+      m_atAttr[i].bCut = IsCut(p_cAttrs.GetName(i)) || IsCut(p_cAttrs.GetValue(i));
+    }
+    m_cReader.OnElement(p_iDepth, CTranscoded(p_szName).Text(), m_atAttr.data(), static_cast<int>(m_atAttr.size()));
   }
-  m_cReader.OnElement(p_iDepth, CTranscoded(p_szName).Text(), m_atAttr.data(), static_cast<int>(m_atAttr.size()));
-}
+  void OnReport(int p_iLine, int p_iColumn) override {
+    m_cReader.m_iLine = p_iLine;
+    m_cReader.m_iColumn = p_iColumn;
+  }
+};
 
 }    // namespace callorv::detail
 

@@ -2,7 +2,6 @@
 #include "callorv/dict/msg_dic.h"
 
 #include <new>
-#include <utility>
 
 #include "base/number.h"
 #include "base/text_out.h"
