@@ -78,11 +78,7 @@ void CExchange::Fail(const T_Fault& p_tFault) {
 const char* CExchange::PhaseName() const {
   if (m_ePhase == CONNECT) return "connect";
   if (m_ePhase == SEND) return "send";
-  switch (m_cMachine.Part()) {
-    case CPacketMachine::HEADER: return "header";
-    case CPacketMachine::BODY: return "body";
-    default: return "checksum";
-  }
+  return m_cMachine.PartName();
 }
 
 bool CExchange::Step() {

@@ -75,7 +75,7 @@ int CPacketMachine::Feed(const char* p_pData, int p_iLen, T_Fault& p_tFault) {
 int CPacketMachine::Cut(int p_iCode, T_Fault& p_tFault) {
   if (m_ePart == BODY) Body().Clear();
   if (p_iCode != ADAPT_TIMEOUT || m_ePart == HEADER) return p_iCode;
-  return p_tFault.Set(ADAPT_CORRUPTED, "uncompleted packet timeout(%s)", m_ePart == BODY ? "body" : "checksum");
+  return p_tFault.Set(ADAPT_CORRUPTED, "uncompleted packet timeout(%s)", PartName());
 }
 
 // Makes one piece of the body.

@@ -29,6 +29,7 @@ class CPacketMachine {
   CPacketMachine& operator=(const CPacketMachine&) = delete;
 
   E_Part Part() const { return m_ePart; }
+  const char* PartName() const { return m_ePart == HEADER ? "header" : m_ePart == BODY ? "body" : "checksum"; }
   int GetHave() const { return m_iHave; }    // bytes of this part that came
 
   // Where the next bytes go, until the machine is next used. Room for a body grows with what came, or by p_iFirst if
