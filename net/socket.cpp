@@ -27,9 +27,7 @@ int Resolve(const char* p_szHost, in_addr& p_tAddr, T_Fault& p_tFault) {
   addrinfo* pList = nullptr;
   if (getaddrinfo(p_szHost, nullptr, &tHints, &pList) != 0) return p_tFault.Set(ADAPT_HOST, "(hostname=%s)", p_szHost);
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> cOwner(pList, freeaddrinfo);
-  sockaddr_in tFirst;
-  memcpy(&tFirst, pList->ai_addr, sizeof(tFirst));
-  p_tAddr = tFirst.sin_addr;
+  p_tAddr = reinterpret_cast<const sockaddr_in*>(pList->ai_addr)->sin_addr;
   return 0;
 }
 
