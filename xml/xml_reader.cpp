@@ -22,7 +22,6 @@
 
 #include "base/cancel.h"
 #include "base/kept.h"
-#include "base/number.h"
 #include "callorv/base/exception.h"
 #include "callorv/error/error.h"
 #include "xml/reader_memory.h"
