@@ -145,9 +145,8 @@ int CAccess::GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut) {
 template int CAccess::Get(CMsg&, int, std::string_view*);    // for the C functions
 template int CAccess::GetAt(CMsg&, int, int, std::string_view*);
 
-template <class ARRAY>
-int CAccess::GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut) {
-  using T = typename ElementOf<ARRAY>::Type;
+template <class T>
+int CAccess::GetArray(CMsg& p_cMsg, int p_iTag, typename ValueTraits<T>::Array* p_pOut) {
   using V = ValueTraits<T>;
   if (p_pOut == nullptr) return FailOutput(p_cMsg);
   p_pOut->RemoveAll();
@@ -256,12 +255,12 @@ CMsg* CMsg::GetValue(int p_iTag) {
   return GetValue(p_iTag, &pSub) == 0 ? pSub : nullptr;
 }
 
-int CMsg::GetValue(int p_iTag, CStrArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
-int CMsg::GetValue(int p_iTag, CIntArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
-int CMsg::GetValue(int p_iTag, CDblArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
-int CMsg::GetValue(int p_iTag, CBoolArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
-int CMsg::GetValue(int p_iTag, CDateArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
-int CMsg::GetValue(int p_iTag, CMsgArray* p_pOut) { return CAccess::GetArray(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CStrArray* p_pOut) { return CAccess::GetArray<CString>(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CIntArray* p_pOut) { return CAccess::GetArray<int>(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CDblArray* p_pOut) { return CAccess::GetArray<double>(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CBoolArray* p_pOut) { return CAccess::GetArray<bool>(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CDateArray* p_pOut) { return CAccess::GetArray<CDate>(*this, p_iTag, p_pOut); }
+int CMsg::GetValue(int p_iTag, CMsgArray* p_pOut) { return CAccess::GetArray<CMsg*>(*this, p_iTag, p_pOut); }
 
 int CMsg::GetValueAt(int p_iTag, int p_i, CString* p_psOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_psOut); }
 int CMsg::GetValueAt(int p_iTag, int p_i, int* p_piOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_piOut); }

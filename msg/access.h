@@ -31,8 +31,8 @@ struct CAccess {
   static int Get(CMsg& p_cMsg, int p_iTag, T* p_pOut);
   template <class T>
   static int GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut);
-  template <class ARRAY>
-  static int GetArray(CMsg& p_cMsg, int p_iTag, ARRAY* p_pOut);
+  template <class T>
+  static int GetArray(CMsg& p_cMsg, int p_iTag, typename ValueTraits<T>::Array* p_pOut);
   static int ArrSize(CMsg& p_cMsg, int p_iTag);
   // p_fnByTag(tag) for the tag of that name.
   template <class F>

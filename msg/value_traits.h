@@ -202,11 +202,6 @@ inline void AddTo(CMsgArray& p_apOut, CMsg* p_pMsg) {
   if (p_apOut.Add(p_pMsg) == MSG_MEMORY) throw std::bad_alloc();
 }
 
-// The element type of an array.
-template <class ARRAY> struct ElementOf;
-template <class T> struct ElementOf<CArray<T>> { using Type = T; };
-template <> struct ElementOf<CMsgArray> { using Type = CMsg*; };
-
 }    // namespace callorv::detail
 
 #endif
