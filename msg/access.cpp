@@ -52,7 +52,7 @@ const char* CAccess::Append(CMsgValue& p_cCell, VALUE p_Value) {
   using V = ValueTraits<T>;
   auto*& pArray = p_cCell.*V::pArrayOf;
   try {
-    if (pArray == nullptr) pArray = new typename V::Array;
+    if (pArray == nullptr) pArray = NewArray<typename V::Array>();
     AddTo(*pArray, ToElement(p_Value));
     p_cCell.m_bSet = true;
     return nullptr;
@@ -60,6 +60,8 @@ const char* CAccess::Append(CMsgValue& p_cCell, VALUE p_Value) {
     return V::szNewArray;
   }
 }
+
+template const char* CAccess::Append<CMsg*>(CMsgValue&, CMsg*);    // for rows
 
 template <class T, class VALUE>
 const char* CAccess::StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value) {

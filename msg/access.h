@@ -33,6 +33,10 @@ struct CAccess {
   static int GetAt(CMsg& p_cMsg, int p_iTag, int p_iIndex, T* p_pOut);
   template <class T>
   static int GetArray(CMsg& p_cMsg, int p_iTag, typename ValueTraits<T>::Array* p_pOut);
+  // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set once the
+  // array has an element.
+  template <class T, class VALUE>
+  [[gnu::noinline]] static const char* Append(CMsgValue& p_cCell, VALUE p_Value);
   static int ArrSize(CMsg& p_cMsg, int p_iTag);
   // p_fnByTag(tag) for the tag of that name.
   template <class F>
@@ -74,10 +78,6 @@ struct CAccess {
   // The element of the cell's array at p_iIndex, where a missing one is a failure if p_bChecked, else the type's zero.
   template <class T>
   [[gnu::noinline]] static int GetElement(CMsg& p_cMsg, CMsgValue& p_cCell, int p_iIndex, bool p_bChecked, T* p_pOut);
-  // Appends to the cell's array, which is made on first use; null, or the text why not. The cell is set once the
-  // array has an element.
-  template <class T, class VALUE>
-  [[gnu::noinline]] static const char* Append(CMsgValue& p_cCell, VALUE p_Value);
   // Stores into a cell that is no array; as ValueTraits<T>::Store.
   template <class T, class VALUE>
   static const char* StoreSingle(CMsg& p_cMsg, CMsgValue& p_cCell, VALUE p_Value);

@@ -51,7 +51,6 @@ struct COwner {
   // throws.
   static CMsg* Construct(CMsg& p_cMsg, int p_iMsgNum, int p_iRootNum, int p_iTag);
   static void Put(CMsg& p_cSub, CMsg& p_cMsg, CMsgValue& p_cCell);
-  static const char* AppendRow(CMsgValue& p_cCell, CMsg* p_pSub);    // null, or the text why not
   static void DropLastRow(CMsgValue& p_cCell);
   static CMsgValue* SetAside(CMsg& p_cMsg, const CTagInfo& p_cTag);
 };

@@ -52,17 +52,6 @@ void COwner::TakeOut(CMsg& p_cMsg) {
   p_cMsg.m_bLent = p_cMsg.m_bVacant = false;
 }
 
-const char* COwner::AppendRow(CMsgValue& p_cCell, CMsg* p_pSub) {
-  try {
-    if (p_cCell.m_pMsgArr == nullptr) p_cCell.m_pMsgArr = new CMsgArray(true);
-    AddTo(*p_cCell.m_pMsgArr, p_pSub);
-  } catch (const std::bad_alloc&) {
-    return ValueTraits<CMsg*>::szNewArray;
-  }
-  p_cCell.m_bSet = true;
-  return nullptr;
-}
-
 void COwner::DropLastRow(CMsgValue& p_cCell) {
   p_cCell.m_pMsgArr->m_apMsg[--p_cCell.m_pMsgArr->m_iSize] = nullptr;
   p_cCell.m_bSet = p_cCell.m_pMsgArr->m_iSize > 0;
@@ -149,7 +138,7 @@ int COwner::SetSub(CMsg& p_cMsg, int p_iTag, CMsg* p_pSub) {
   CMsg* pReplaced = pCell->m_bMulti || eStanding == STANDS_HERE ? nullptr : pCell->m_pMsg;
   CMsgValue* pAside = nullptr;    // for one that this message made, and so must free
   if (pCell->m_bMulti) {
-    if (const char* szWhy = AppendRow(*pCell, p_pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
+    if (const char* szWhy = CAccess::Append<CMsg*>(*pCell, p_pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
   } else if (pReplaced != nullptr && pReplaced->m_bMade) {
     pAside = SetAside(p_cMsg, *pTag);
     if (pAside == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsgValue failed");
@@ -233,7 +222,7 @@ int COwner::NewSub(CMsg& p_cMsg, int p_iTag, CMsg*& p_pSub) {
   if (pSub == nullptr) return CAccess::FailMemory(p_cMsg, "new CMsg failed");
   if (pCell->m_bMulti) {
     CPrefetch::Next(*pCell, pSub);
-    if (const char* szWhy = AppendRow(*pCell, pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
+    if (const char* szWhy = CAccess::Append<CMsg*>(*pCell, pSub)) return CAccess::FailMemory(p_cMsg, szWhy);
   }
   if (const int iListed = p_cMsg.AddChild(pSub)) {
     if (pCell->m_bMulti) DropLastRow(*pCell);
@@ -267,7 +256,7 @@ CMsg* COwner::MakeSub(CMsg& p_cMsg, int p_iTag) {
     if (pSub->m_pMsgInfo == nullptr && !cCell.m_bMulti) pSub->Init(pTag->m_iSubMsg, 0, 0);    // says what is wrong
     if (cCell.m_bMulti) {
       CPrefetch::Next(cCell, pSub);
-      if (const char* szWhy = AppendRow(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
+      if (const char* szWhy = CAccess::Append<CMsg*>(cCell, pSub)) throw CException(szWhy, MSG_MEMORY);
     }
     Put(*pSub, p_cMsg, cCell);
   }

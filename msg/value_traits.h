@@ -187,6 +187,8 @@ template <class F>
   return true;
 }
 
+template <class ARRAY> ARRAY* NewArray() { return new ARRAY; }
+template <> inline CMsgArray* NewArray() { return new CMsgArray(true); }
 // A value as an array takes it, and an element of an array as the type that goes out.
 template <class T> const T& ToElement(const T& p_Value) { return p_Value; }
 inline CString ToElement(const T_Text& p_t) {
