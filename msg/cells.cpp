@@ -11,7 +11,12 @@ T_MsgExtra& CCells::Extra(CMsg& p_cMsg) {
 }
 
 CMsgValue* CCells::NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-  CArena* pArena = Arena(p_cMsg);
+  CArena*& pArena = p_cMsg.m_pArena;
+  if (pArena == nullptr) {    // with room for every tag
+    const CMsgInfo& cInfo = *p_cMsg.m_pMsgInfo;
+    pArena = CArena::Make(static_cast<size_t>(cInfo.GetNoTags()) * CArena::Rounded(sizeof(CMsgValue)) +
+                          cInfo.m_iApart * CArena::Rounded(sizeof(CString)));
+  }
   void* p = pArena != nullptr ? pArena->Allocate(sizeof(CMsgValue)) : nullptr;
   if (p == nullptr) return nullptr;
   ++p_cMsg.m_iCells;
@@ -32,30 +37,18 @@ CMsgValue* CCells::SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag) {
 }
 
 CMsgValue* CCells::ChainCell(CMsg& p_cMsg, const CTagInfo& p_cTag) {
-  CChainIndex<CMsgValue>* pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : nullptr;
+  CChainIndex<CMsgValue>* pNew = nullptr;
+  CChainIndex<CMsgValue>*& pIndex = p_cMsg.m_pExtra != nullptr ? p_cMsg.m_pExtra->pIndex : pNew;
   CMsgValue* pCell = AddToChain(p_cMsg.m_apSlot, pIndex, p_cMsg.m_pMsgInfo->GetHashKey(), p_cTag.m_iTagNum,
                                 [&] { return NewCell(p_cMsg, p_cTag); });
-  if (p_cMsg.m_pExtra != nullptr) {
-    p_cMsg.m_pExtra->pIndex = pIndex;
-  } else if (pIndex != nullptr) {
+  if (pNew != nullptr) {
     try {
-      Extra(p_cMsg).pIndex = pIndex;
+      Extra(p_cMsg).pIndex = pNew;
     } catch (const std::bad_alloc&) {
-      delete pIndex;    // only a short cut
+      delete pNew;    // only a short cut
     }
   }
   return pCell;
-}
-
-// What the cells of a message with every tag set need.
-size_t CCells::ExpectedBytes(const CMsgInfo& p_cInfo) {
-  return static_cast<size_t>(p_cInfo.GetNoTags()) * CArena::Rounded(sizeof(CMsgValue)) +
-         p_cInfo.m_iApart * CArena::Rounded(sizeof(CString));
-}
-
-CArena* CCells::Arena(CMsg& p_cMsg) {
-  if (p_cMsg.m_pArena == nullptr) p_cMsg.m_pArena = CArena::Make(ExpectedBytes(*p_cMsg.m_pMsgInfo));
-  return p_cMsg.m_pArena;
 }
 
 // The messages that offered this one its place hold something now, too, unless it cannot be reached from them any more.

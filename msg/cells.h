@@ -46,7 +46,6 @@ struct CCells {
   static CMsgValue* SetHashBag(CMsg& p_cMsg, const CTagInfo& p_cTag);
   static CMsgValue* NewCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // in no slot yet
   static T_MsgExtra& Extra(CMsg& p_cMsg);    // made on first use; throws std::bad_alloc
-  static CArena* Arena(CMsg& p_cMsg);    // made on first use; null when there is no memory
   static bool IsVacant(const CMsg& p_cMsg) { return p_cMsg.m_bVacant; }
   // To be called once something was stored: the message is not empty any more.
   static void Fill(CMsg& p_cMsg) {
@@ -55,7 +54,6 @@ struct CCells {
 
  private:
   [[gnu::noinline]] static CMsgValue* ChainCell(CMsg& p_cMsg, const CTagInfo& p_cTag);    // not the first of its slot
-  static size_t ExpectedBytes(const CMsgInfo& p_cInfo);
   [[gnu::noinline]] static void FillUp(CMsg& p_cMsg);
 };
 
