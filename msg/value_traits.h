@@ -88,7 +88,7 @@ struct T_OwnedTraits {
   static constexpr E_TagType eType = TYPE;
   static constexpr auto pArrayOf = ARRAY_OF;
   static const T* Value(const CMsgValue& p_cCell) { return p_cCell.*VALUE; }
-  static void Clear(T&) {}
+  template <class OUT> static void Clear(OUT&) {}
 };
 
 template <class T> struct ValueTraits;
@@ -131,9 +131,7 @@ template <> struct ValueTraits<CString>
   }
 };
 // A string that goes out as it stands in the message, with a NUL behind it: borrowed until the value changes.
-template <> struct ValueTraits<std::string_view> : ValueTraits<CString> {
-  static void Clear(std::string_view&) {}
-};
+template <> struct ValueTraits<std::string_view> : ValueTraits<CString> {};
 template <> struct ValueTraits<CDate>
     : T_OwnedTraits<CDate, TAG_DATE, CDateArray, &CMsgValue::m_pDate, &CMsgValue::m_pDateArr> {
   static constexpr const char* szNewArray = "new CDateArray failed";
