@@ -41,7 +41,7 @@ template <class T, class STORE>
 int ReadColumn(CMsg& p_cMsg, int p_iRowsTag, int p_iTag, int p_iN, STORE p_fnStore) {
   const CMsgValue* pRows = CCells::FindSet(p_cMsg, p_iRowsTag, TAG_SUBMSG);
   if (pRows == nullptr) return CAccess::FailGet(p_cMsg, p_iRowsTag, TAG_SUBMSG, s_tLines<CMsg*>.iGetArr);
-  const int iRows = CAccess::ArrSize(p_cMsg, p_iRowsTag);
+  const int iRows = p_cMsg.GetArrSize(p_iRowsTag);
   for (int i = 0; i < p_iN; ++i) {
     T Value{};
     const CMsg* pRow = nullptr;

@@ -1,11 +1,9 @@
 // The values of a message: set, read, and stored as they come out of XML.
 #include "callorv/msg/msg.h"
 
-#include <algorithm>
 #include <cstring>
 #include <type_traits>
 
-#include "base/number.h"
 #include "msg/access.h"
 #include "msg/cells.h"
 #include "msg/owner.h"
@@ -167,21 +165,6 @@ int CAccess::GetArray(CMsg& p_cMsg, int p_iTag, typename ValueTraits<T>::Array* 
   return 0;
 }
 
-int CAccess::ArrSize(CMsg& p_cMsg, int p_iTag) {
-  if (CCells::FindTag(p_cMsg, p_iTag) == nullptr) return FailTag(p_cMsg, p_iTag);
-  CMsgValue* pCell = CCells::GetHashBag(p_cMsg, p_iTag);
-  if (pCell == nullptr) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
-  if (!pCell->m_bSet) return p_cMsg.Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
-  int iSize = 1;
-  const bool bKnown = WithType(pCell->m_eType, [&](auto p_tType) {
-    if (!pCell->m_bMulti) return;
-    const auto* pArray = pCell->*p_tType.pArrayOf;
-    iSize = pArray != nullptr ? pArray->GetSize() : FailNull(p_cMsg, p_iTag);
-  });
-  // sic: the detail is about the type here
-  return bKnown ? iSize : p_cMsg.Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);
-}
-
 // ---- reading
 
 template <class T, class VALUE>
@@ -270,4 +253,18 @@ int CMsg::GetValueAt(int p_iTag, int p_i, double* p_pdOut) { return CAccess::Get
 int CMsg::GetValueAt(int p_iTag, int p_i, bool* p_pbOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_pbOut); }
 int CMsg::GetValueAt(int p_iTag, int p_i, CDate* p_pcOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_pcOut); }
 int CMsg::GetValueAt(int p_iTag, int p_i, CMsg** p_ppOut) { return CAccess::GetAt(*this, p_iTag, p_i, p_ppOut); }
-int CMsg::GetArrSize(int p_iTag) { return CAccess::ArrSize(*this, p_iTag); }
+
+int CMsg::GetArrSize(int p_iTag) {
+  if (CCells::FindTag(*this, p_iTag) == nullptr) return CAccess::FailTag(*this, p_iTag);
+  const CMsgValue* pCell = CCells::GetHashBag(*this, p_iTag);
+  if (pCell == nullptr) return Fail(MSG_NO_DATA, "tagnum=%d", p_iTag);
+  if (!pCell->m_bSet) return Fail(MSG_NO_DATA, "tagnum=%d,Unset", p_iTag);
+  int iSize = 1;
+  const bool bKnown = WithType(pCell->m_eType, [&](auto p_tType) {
+    if (!pCell->m_bMulti) return;
+    const auto* pArray = pCell->*p_tType.pArrayOf;
+    iSize = pArray != nullptr ? pArray->GetSize() : CAccess::FailNull(*this, p_iTag);
+  });
+  // sic: the detail is about the type here
+  return bKnown ? iSize : Fail(MSG_TAG_TYPE, "tagnum=%d,NULL", p_iTag);
+}

@@ -37,7 +37,6 @@ struct CAccess {
   // array has an element.
   template <class T, class VALUE>
   [[gnu::noinline]] static const char* Append(CMsgValue& p_cCell, VALUE p_Value);
-  static int ArrSize(CMsg& p_cMsg, int p_iTag);
   // p_fnByTag(tag) for the tag of that name.
   template <class F>
   static int ByName(CMsg& p_cMsg, const char* p_szName, F p_fnByTag) {
