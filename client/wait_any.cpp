@@ -103,18 +103,14 @@ class CCalls {
   }
 };
 
-template <class AT>
-int WaitAnyOf(int p_iCount, int p_iTimeOutMs, AT p_fnAt) {
-  return CCalls<AT>(p_iCount, p_fnAt).WaitAny(p_iTimeOutMs);
-}
-
 }    // namespace
 
 int CPendingCall::WaitAny(CallOrv_Call** p_apCalls, int p_iCount, int p_iTimeOutMs) {
-  return WaitAnyOf(p_apCalls != nullptr ? p_iCount : 0, p_iTimeOutMs, [=](int p_iAt) { return p_apCalls[p_iAt]; });
+  const auto fnAt = [=](int p_iAt) { return p_apCalls[p_iAt]; };
+  return CCalls(p_apCalls != nullptr ? p_iCount : 0, fnAt).WaitAny(p_iTimeOutMs);
 }
 
 int CPendingCall::WaitAny(CPendingCall* p_pCalls, int p_iCount, int p_iTimeOutMs) {
-  return WaitAnyOf(p_pCalls != nullptr ? p_iCount : 0, p_iTimeOutMs,
-                   [=](int p_iAt) { return p_pCalls[p_iAt].m_pCall; });
+  const auto fnAt = [=](int p_iAt) { return p_pCalls[p_iAt].m_pCall; };
+  return CCalls(p_pCalls != nullptr ? p_iCount : 0, fnAt).WaitAny(p_iTimeOutMs);
 }
