@@ -82,7 +82,7 @@ class CMsgWalk {
       const int iTag = pInfo->GetTagNumAt(p_tPlace.iOrder);
       if (iTag < 0 && !bTold) return BAD_TAG;
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
-      if (!IsPrinted(pCell)) continue;
+      if (pCell == nullptr || !pCell->m_bSet) continue;
       p_tPlace.pCell = pCell;
       p_tPlace.pTag = pInfo->GetTagInfo(iTag);
       p_tPlace.iRow = -1;
@@ -92,7 +92,6 @@ class CMsgWalk {
     m_aPlace.pop_back();
     return m_aPlace.empty() ? END : CLOSE;
   }
-  static bool IsPrinted(const CMsgValue* p_pCell) { return p_pCell != nullptr && p_pCell->m_bSet; }
   // The next sub-message of the tag becomes m_pSub; false after the last.
   bool NextRow(T_Place& p_tPlace) {
     const CMsgValue& cCell = *p_tPlace.pCell;
@@ -193,18 +192,8 @@ class CXmlForm {
     EndLine();
   }
   void EndValues(const T_Elem&) {}
-  void OpenSub(const T_Elem& p_tElem, int, const CMsg&) {
-    const T_Name& tName = Name(p_tElem);
-    StartLine(p_tElem);
-    m_cOut.End(Open(m_cOut.Begin(tName.Room() + MARKS), tName));
-    EndLine();
-  }
-  void CloseSub(const T_Elem& p_tElem) {
-    const T_Name& tName = Name(p_tElem);
-    StartLine(p_tElem);
-    m_cOut.End(Close(m_cOut.Begin(tName.Room() + MARKS), tName));
-    EndLine();
-  }
+  void OpenSub(const T_Elem& p_tElem, int, const CMsg&) { PutMark(p_tElem, Open); }
+  void CloseSub(const T_Elem& p_tElem) { PutMark(p_tElem, Close); }
 
  private:
   // From here on the wire form writes a string by its size; below, as "%s" prints it, up to its first NUL.
@@ -237,6 +226,13 @@ class CXmlForm {
   }
   void EndLine() {
     if (m_bReadable) m_cOut.Put('\n');
+  }
+  template <class F>
+  void PutMark(const T_Elem& p_tElem, F p_fnMark) {
+    const T_Name& tName = Name(p_tElem);
+    StartLine(p_tElem);
+    m_cOut.End(p_fnMark(m_cOut.Begin(tName.Room() + MARKS), tName));
+    EndLine();
   }
   // Valid until the next one is asked for.
   const T_Name& Name(const T_Elem& p_tElem) {
