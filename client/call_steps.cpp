@@ -1,8 +1,6 @@
 // The steps that a call is made of, whether it waits or not.
 #include "client/call_steps.h"
 
-#include <new>
-
 #include "callorv/error/error.h"
 
 namespace callorv::detail {
@@ -53,11 +51,13 @@ int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p
   return 0;
 }
 
-int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError& p_cErr) {
+int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError* p_pErr) {
+  if (p_pErr == nullptr) return MSG_NULL;
+  p_pErr->Clear();
   if (!p_bSetupOK) {
-    p_cErr.SetError(MSG_NOT_INIT, s_szNotSetUp, p_iSvcNum);
+    p_pErr->SetError(MSG_NOT_INIT, s_szNotSetUp, p_iSvcNum);
   } else if (p_szNull != nullptr) {
-    p_cErr.SetError(MSG_NULL, p_szNull, 0);
+    p_pErr->SetError(MSG_NULL, p_szNull, 0);
   } else {
     return 0;
   }
@@ -110,18 +110,6 @@ std::unique_ptr<CMsg> MakeMsg(CMsgBase& p_cIn, int p_iSvcNum, CCallOrvError& p_c
     p_cErr.SetError(MSG_NO_DATA, sText.ToStr(), p_iSvcNum);
   }
   return pMsg;
-}
-
-std::unique_ptr<CMsg> NewReply(CMsgDic* p_pDic, int p_iSvcNum, CCallOrvError& p_cErr) {
-  std::unique_ptr<CMsg> pReply(new (std::nothrow) CMsg(0, 0, 0, p_pDic));
-  if (pReply == nullptr) p_cErr.SetError(MSG_MEMORY, "Out of memory", p_iSvcNum);
-  return pReply;
-}
-
-int LoadReply(CMsg& p_cReply, CMsgBase& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr) {
-  if (p_cOut.LoadFromMsg(&p_cReply) >= 0) return 0;
-  p_cErr.SetError(MSG_NO_DATA, p_cOut.sLastError.ToStr(), p_iSvcNum);
-  return -5;
 }
 
 }    // namespace callorv::detail

@@ -3,6 +3,7 @@
 #define CALLORV_CLIENT_CALL_STEPS_H
 
 #include <memory>
+#include <new>
 
 #include "callorv/base/exception.h"
 #include "callorv/client/callorv_error.h"
@@ -24,7 +25,7 @@ constexpr char s_szOutputNull[] = "Output Msg(p_pOut) is NULL";
 // Whether a call may begin: 0 with p_pErr cleared, or what the call returns, with p_pErr filled when there is one.
 int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p_pErr);
 // The same for a typed call: p_szNull names what is null, if anything is.
-int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError& p_cErr);
+int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError* p_pErr);
 
 // The packet for a message, with the user key. 0 or CORE_REQUEST with the reason.
 int MakeRequest(CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey, CAdaptor::T_PacketInfo& p_tRequest,
@@ -36,10 +37,19 @@ int JudgeReply(int p_iCoreResult, const CString& p_sReason, CMsg& p_cOut, int p_
 
 // The message that a typed one makes; null with p_cErr filled.
 std::unique_ptr<CMsg> MakeMsg(CMsgBase& p_cIn, int p_iSvcNum, CCallOrvError& p_cErr);
-// A message for a typed call's reply; null with p_cErr filled.
-std::unique_ptr<CMsg> NewReply(CMsgDic* p_pDic, int p_iSvcNum, CCallOrvError& p_cErr);
-// Fills a typed message from the reply. 0 or -5 with p_cErr filled.
-int LoadReply(CMsg& p_cReply, CMsgBase& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr);
+// Fills a typed message from the reply that p_fnCall(message) gets: 0, or -3 to -5 with p_cErr filled.
+template <class F>
+int GetTypedReply(CMsgBase& p_cOut, int p_iSvcNum, CCallOrvError& p_cErr, F p_fnCall) {
+  const std::unique_ptr<CMsg> pReply(new (std::nothrow) CMsg(0, 0, 0, MA_GetMsgDic()));
+  if (pReply == nullptr) {
+    p_cErr.SetError(MSG_MEMORY, "Out of memory", p_iSvcNum);
+    return -3;
+  }
+  if (p_fnCall(pReply.get()) < 0) return -4;
+  if (p_cOut.LoadFromMsg(pReply.get()) >= 0) return 0;
+  p_cErr.SetError(MSG_NO_DATA, p_cOut.sLastError.ToStr(), p_iSvcNum);
+  return -5;
+}
 
 // Runs what calls the application's typed messages. A CException comes out plain, whatever class was derived from it.
 template <class F>

@@ -163,16 +163,14 @@ int CCallOrv::CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOr
 }
 
 int CCallOrv::CallService(int p_iSvcNum, CMsgBase* p_pIn, CMsgBase* p_pOut, CCallOrvError* p_pErr) {
-  if (p_pErr == nullptr) return MSG_NULL;
-  p_pErr->Clear();
   const char* szNull = p_pIn == nullptr ? s_szInputNull : p_pOut == nullptr ? s_szOutputNull : nullptr;
-  if (CheckTypedCall(s_bSetupOK, p_iSvcNum, szNull, *p_pErr) < 0) return -1;
+  const int iRet = CheckTypedCall(s_bSetupOK, p_iSvcNum, szNull, p_pErr);
+  if (iRet < 0) return iRet;
   return ThrowPlain([&] {
     const std::unique_ptr<CMsg> pRequest = MakeMsg(*p_pIn, p_iSvcNum, *p_pErr);
     if (pRequest == nullptr) return -2;
-    const std::unique_ptr<CMsg> pReply = NewReply(s_pMsgDic, p_iSvcNum, *p_pErr);
-    if (pReply == nullptr) return -3;
-    if (CallServiceByMsg(p_iSvcNum, pRequest.get(), pReply.get(), p_pErr) < 0) return -4;
-    return LoadReply(*pReply, *p_pOut, p_iSvcNum, *p_pErr);
+    return GetTypedReply(*p_pOut, p_iSvcNum, *p_pErr, [&](CMsg* p_pReply) {
+      return CallServiceByMsg(p_iSvcNum, pRequest.get(), p_pReply, p_pErr);
+    });
   });
 }

@@ -68,9 +68,7 @@ CPendingCall CCallOrv::Start(int p_iSvcNum, CMsg* p_pIn, int p_iDeadlineMs, CCal
 
 CPendingCall CCallOrv::Start(int p_iSvcNum, CMsgBase* p_pIn, int p_iDeadlineMs, CCallOrvError* p_pErr) {
   CPendingCall cCall;
-  if (p_pErr == nullptr) return cCall;
-  p_pErr->Clear();
-  if (CheckTypedCall(s_bSetupOK, p_iSvcNum, p_pIn == nullptr ? s_szInputNull : nullptr, *p_pErr) < 0) return cCall;
+  if (CheckTypedCall(s_bSetupOK, p_iSvcNum, p_pIn == nullptr ? s_szInputNull : nullptr, p_pErr) < 0) return cCall;
   ThrowPlain([&] {
     const std::unique_ptr<CMsg> pRequest = MakeMsg(*p_pIn, p_iSvcNum, *p_pErr);
     if (pRequest != nullptr) StartChecked(p_iSvcNum, *pRequest, p_iDeadlineMs, *p_pErr, cCall);
@@ -133,13 +131,9 @@ int CPendingCall::Finish(CMsg* p_pOut, CCallOrvError* p_pErr) {
 int CPendingCall::Finish(CMsgBase* p_pOut, CCallOrvError* p_pErr) {
   CPendingCall cCall(Release());
   const int iSvcNum = cCall ? cCall.m_pCall->iSvcNum : 0;
-  if (p_pErr == nullptr) return MSG_NULL;
-  p_pErr->Clear();
-  if (CheckTypedCall(true, iSvcNum, p_pOut == nullptr ? s_szOutputNull : nullptr, *p_pErr) < 0) return -1;
+  const int iRet = CheckTypedCall(true, iSvcNum, p_pOut == nullptr ? s_szOutputNull : nullptr, p_pErr);
+  if (iRet < 0) return iRet;
   return ThrowPlain([&] {
-    const std::unique_ptr<CMsg> pReply = NewReply(MA_GetMsgDic(), iSvcNum, *p_pErr);
-    if (pReply == nullptr) return -3;
-    if (cCall.Finish(pReply.get(), p_pErr) < 0) return -4;
-    return LoadReply(*pReply, *p_pOut, iSvcNum, *p_pErr);
+    return GetTypedReply(*p_pOut, iSvcNum, *p_pErr, [&](CMsg* p_pReply) { return cCall.Finish(p_pReply, p_pErr); });
   });
 }
