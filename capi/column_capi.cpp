@@ -9,13 +9,7 @@
 #include "capi/guard.h"
 #include "msg/access.h"
 
-using callorv::detail::Assign;
-using callorv::detail::CAccess;
-using callorv::detail::CCells;
-using callorv::detail::Guard;
-using callorv::detail::Load;
-using callorv::detail::s_tLines;
-using callorv::detail::ValueTraits;
+using namespace callorv::detail;
 
 namespace {
 

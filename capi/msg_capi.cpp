@@ -13,11 +13,7 @@
 #include "capi/guard.h"
 #include "msg/access.h"
 
-using callorv::detail::CAccess;
-using callorv::detail::CFilePtr;
-using callorv::detail::Close;
-using callorv::detail::Guard;
-using callorv::detail::SetError;
+using namespace callorv::detail;
 
 namespace {
 
