@@ -87,14 +87,7 @@ CMsg* GetSub(CMsg* p_pMsg, int* p_piRet, GET p_fnGet) {
 
 }    // namespace
 
-CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error* err) {
-  CMsg* pMsg = nullptr;
-  Guard(err, [&] {
-    pMsg = MA_NewMsg(msgnum);
-    return 0;
-  });
-  return pMsg;
-}
+CMsg* MSG_GetNewMsg(int msgnum, CallOrv_Error*) { return MA_NewMsg(msgnum); }
 
 void MSG_Destroy(CMsg* msg) { MA_FreeMsg(msg); }
 
