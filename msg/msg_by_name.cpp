@@ -2,22 +2,21 @@
 #include "callorv/msg/msg.h"
 #include "msg/access.h"
 
+using callorv::detail::CAccess;
+
 namespace {
 
 template <class T>
 int SetByName(CMsg& p_cMsg, const char* p_szName, T p_Value) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
-                                          [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
+  return CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.SetValue(p_iTag, p_Value); });
 }
 template <class T>
 int GetByName(CMsg& p_cMsg, const char* p_szName, T* p_pOut) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
-                                          [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
+  return CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValue(p_iTag, p_pOut); });
 }
 template <class T>
 int GetAtByName(CMsg& p_cMsg, const char* p_szName, int p_iIndex, T* p_pOut) {
-  return callorv::detail::CAccess::ByName(p_cMsg, p_szName,
-                                          [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
+  return CAccess::ByName(p_cMsg, p_szName, [&](int p_iTag) { return p_cMsg.GetValueAt(p_iTag, p_iIndex, p_pOut); });
 }
 
 }    // namespace
@@ -58,5 +57,5 @@ int CMsg::GetValueAt(char* p_szName, int p_i, bool* p_pbOut) { return GetAtByNam
 int CMsg::GetValueAt(char* p_szName, int p_i, CDate* p_pcOut) { return GetAtByName(*this, p_szName, p_i, p_pcOut); }
 int CMsg::GetValueAt(char* p_szName, int p_i, CMsg** p_ppOut) { return GetAtByName(*this, p_szName, p_i, p_ppOut); }
 int CMsg::GetArrSize(char* p_szName) {
-  return callorv::detail::CAccess::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
+  return CAccess::ByName(*this, p_szName, [&](int p_iTag) { return GetArrSize(p_iTag); });
 }
