@@ -52,7 +52,7 @@ int CCallOrv::StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallO
     p_cErr.SetError(iRet, sReason.ToStr(), -1);
     return -3;
   }
-  const bool bResolved = s_sResolvedHost == s_sServer.ToStr() && !s_sResolved.IsEmpty();
+  const bool bResolved = s_sResolvedHost == s_sServer.ToStr();
   pCall->Open(bResolved ? s_sResolved.ToStr() : s_sServer.ToStr(), s_iPort);
   p_cCall = CPendingCall(pCall.release());
   return 0;
