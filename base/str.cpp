@@ -17,13 +17,6 @@ namespace {
 
 const char* OrEmpty(const char* p_sz) { return p_sz != nullptr ? p_sz : ""; }
 
-// strlen as an int, less than INT_MAX so that the terminator can be counted.
-int Length(const char* p_sz) {
-  const size_t iLen = strlen(p_sz);
-  if (iLen >= INT_MAX) throw std::bad_alloc();
-  return static_cast<int>(iLen);
-}
-
 }    // namespace
 
 bool callorv::detail::VFormat(CString* p_pOut, const char* p_szFmt, va_list p_tArgs) noexcept {
@@ -85,7 +78,9 @@ CString::CString(CString&& p_s) noexcept : m_u(p_s.m_u) { p_s.SetInline(0); }
 
 void CString::Set(const char* p_sz) {
   p_sz = OrEmpty(p_sz);
-  Set(p_sz, Length(p_sz));
+  const size_t iLen = strlen(p_sz);
+  if (iLen >= INT_MAX) throw std::bad_alloc();    // the terminator must be countable, too
+  Set(p_sz, static_cast<int>(iLen));
 }
 
 void CString::Set(const CString& p_s) {
