@@ -78,18 +78,12 @@ int CPacketMachine::Cut(int p_iCode, T_Fault& p_tFault) {
   return p_tFault.Set(ADAPT_CORRUPTED, "uncompleted packet timeout(%s)", PartName());
 }
 
-// Makes one piece of the body.
-void CPacketMachine::Join() {
-  if (m_cBlocks.empty()) return;
-  m_stSent.GetBuffer(m_iBodyLen);
-  for (; !m_cBlocks.empty(); m_cBlocks.pop_front()) {
-    m_stSent.AppendData(m_cBlocks.front().GetData(), m_cBlocks.front().GetSize());
-  }
-}
-
 const CStream* CPacketMachine::Unpack(CStream& p_stRoom, T_Fault& p_tFault) {
   try {
-    Join();
+    m_stSent.GetBuffer(m_iBodyLen);    // all in one piece
+    for (; !m_cBlocks.empty(); m_cBlocks.pop_front()) {
+      m_stSent.AppendData(m_cBlocks.front().GetData(), m_cBlocks.front().GetSize());
+    }
   } catch (const std::bad_alloc&) {
     NoMemory(p_tFault);
     return nullptr;

@@ -64,7 +64,6 @@ class CPacketMachine {
     if (m_pInfo != nullptr && !IsCompressed()) return m_pInfo->stBody;
     return m_cBlocks.empty() ? m_stSent : m_cBlocks.back();
   }
-  void Join();
   void Begin(E_Part p_ePart);
   int TakeHeader(T_Fault& p_tFault);
   int TakeBody(T_Fault& p_tFault);
