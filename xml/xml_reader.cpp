@@ -154,11 +154,6 @@ CKept<T_Reader, 16> s_cKept;
 constexpr XMLSize_t KEEP_READER_MAX = 1024 * 1024;    // bytes
 std::atomic<int> s_iInits{0};
 
-CReaderPtr TakeReader() {
-  CReaderPtr pReader(s_cKept.Take());
-  return pReader != nullptr ? std::move(pReader) : std::make_unique<T_Reader>();
-}
-
 void KeepReader(CReaderPtr p_pReader) {
   if (p_pReader->cMemory.Held() > KEEP_READER_MAX) return;
   if (s_iInits.load(std::memory_order_relaxed) > 0 && s_cKept.Put(p_pReader.get())) (void)p_pReader.release();
@@ -233,7 +228,8 @@ size_t CXmlHandler::ParseNew(bool p_bKept, const ARGS&... p_args) {
   SecurityManager cBounds;
   const COwningSource cSource(cNamed);      // outlives the reader
   CSax cCallbacks(*this);                   // and so do these
-  CReaderPtr pReader = p_bKept ? TakeReader() : std::make_unique<T_Reader>();
+  CReaderPtr pReader(p_bKept ? s_cKept.Take() : nullptr);
+  if (pReader == nullptr) pReader = std::make_unique<T_Reader>();
   CSaxReader& cReader = *pReader->pSax;
   cReader.setContentHandler(&cCallbacks);
   cReader.setErrorHandler(&cCallbacks);
