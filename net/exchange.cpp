@@ -51,12 +51,9 @@ void CExchange::Open(const char* p_szHost, int p_iPort) {
   const CNoCancel cWhole;
   T_Fault tFault;
   CSocket cSocket;
-  if (Connect(p_szHost, p_iPort, SOCK_NONBLOCK | SOCK_CLOEXEC, cSocket, tFault) < 0) {
-    Fail(tFault);
-    return;
-  }
+  if (Connect(p_szHost, p_iPort, SOCK_NONBLOCK | SOCK_CLOEXEC, cSocket, tFault) < 0) Fail(tFault);
   m_iSock = cSocket.Release();
-  Step();    // on the same machine a connection is made by now
+  Step();    // on the same machine a connection is made by now; when it failed, all is over
   if (m_bFailed && m_ePhase == CONNECT) Close();
 }
 
