@@ -101,7 +101,8 @@ E_TagType TypeAt(CMsgDic& p_cDic, int p_iMsgNum, const std::string& p_sPath) {
     if (p_cDic.GetMsgInfo(p_iMsgNum) == nullptr) {
       throw CFailure("no message '" + std::to_string(p_iMsgNum) + "' in the dictionary");
     }
-    const CTagInfo& tTag = FindTag(CMsg(p_iMsgNum, 0, 0, &p_cDic), aSteps[i].sTag);
+    const CMsg cMsg(p_iMsgNum, 0, 0, &p_cDic);
+    const CTagInfo& tTag = FindTag(cMsg, aSteps[i].sTag);
     if (i + 1 == aSteps.size()) return tTag.m_eType;
     if (tTag.m_eType != TAG_SUBMSG) throw CFailure("tag '" + aSteps[i].sTag + "' is no sub-message");
     p_iMsgNum = tTag.m_iSubMsg;

@@ -143,13 +143,16 @@ void CCondition::ReadObject(const CJsonIn::CValue& p_cJson) {
     m_pPattern = At(cPattern, [&] { return std::make_shared<CPattern>(sPattern); });
   }
   if (cPresent) m_bPresent = BoolOf(cPresent);
-  for (const auto& [cEnd, pEnd] : {std::make_pair(cFrom, &m_tFrom), std::make_pair(cTo, &m_tTo)}) {
-    if (!cEnd) continue;
-    *pEnd = Wanted(cEnd);
-    if (cEnd.Kind() != JSON_NUMBER && (cEnd.Kind() != JSON_TEXT || !IsDate(cEnd.Text()) || cEnd.Text().empty())) {
-      cEnd.Fail(cEnd.Words() + " is neither a number nor a text with a date (YYYYMMDD)");
+  const auto fnReadEnd = [](const CJsonIn::CValue& p_cEnd, std::optional<T_Wanted>& p_tEnd) {
+    if (!p_cEnd) return;
+    p_tEnd = Wanted(p_cEnd);
+    if (p_cEnd.Kind() != JSON_NUMBER &&
+        (p_cEnd.Kind() != JSON_TEXT || !IsDate(p_cEnd.Text()) || p_cEnd.Text().empty())) {
+      p_cEnd.Fail(p_cEnd.Words() + " is neither a number nor a text with a date (YYYYMMDD)");
     }
-  }
+  };
+  fnReadEnd(cFrom, m_tFrom);
+  fnReadEnd(cTo, m_tTo);
   if (m_tFrom && m_tTo && m_tFrom->dNumber.has_value() != m_tTo->dNumber.has_value()) {
     p_cJson.Fail("one end of the range is a number, the other a date");
   }
