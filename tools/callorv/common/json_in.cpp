@@ -131,6 +131,10 @@ void CJsonIn::Read(const std::string& p_sName, std::string_view p_sText) {
   m_sName = p_sName;
   m_sTexts.clear();
   m_atNode.clear();
+  // Newer parsers have another text for nothing at all, without a place.
+  if (p_sText.empty()) {
+    throw CFailure(p_sName + ": line 1, column 1: unexpected end of input; expected '[', '{', or a literal");
+  }
   CBuilder cBuilder(*this);
   Json::sax_parse(p_sText.begin(), p_sText.end(), &cBuilder);
 }
