@@ -205,7 +205,7 @@ TEST_CASE("neither the key nor the round keys are left on the stack") {
                                          [&] { CCrypt::EncryptStream(stPlain, stOut, sErr); },
                                          [&] { CCrypt::CreateRoundKey(aiKeys); }};
   for (const auto& fnDo : afnDo) {
-    std::vector<char> acStack(512 * 1024);
+    std::vector<char> acStack(2 * 1024 * 1024);    // as much as a sanitizer needs
     pthread_attr_t tAttr;
     pthread_t tThread;
     pthread_attr_init(&tAttr);
