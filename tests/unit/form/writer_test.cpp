@@ -642,6 +642,18 @@ TEST_CASE("without memory the forms throw and leave whole bytes behind") {
   }
 }
 
+TEST_CASE("a tag that lost its value is in no form") {
+  CTestMsg cPlain(120), cMsg(120);
+  for (CTestMsg* pMsg : {&cPlain, &cMsg}) (*pMsg)->SetValue(7, 5);
+  std::unique_ptr<CMsg> pRow(NewRow(cMsg.Dic(), "gone"));
+  REQUIRE(cMsg->SetValue(6, pRow.get()) == 0);
+  CHECK(Dump(*cMsg) != Dump(*cPlain));
+  pRow.reset();    // takes itself out; the tag's cell stays
+  CHECK(ToXml(*cMsg) == ToXml(*cPlain));
+  CHECK(DumpXml(*cMsg) == DumpXml(*cPlain));
+  CHECK(Dump(*cMsg) == Dump(*cPlain));
+}
+
 #if __SIZEOF_POINTER__ == 8 && !defined(__SANITIZE_THREAD__)
 TEST_CASE("a stream cannot become longer than an int counts") {
   CTestMsg cMsg(120);
