@@ -71,6 +71,20 @@ class CFullPort {
   void Close() {    // from now on who wants to connect is refused
     if (m_iListen >= 0) close(std::exchange(m_iListen, -1));
   }
+  // Takes connections until p_iSock's, and resets that one at once.
+  void Reset(int p_iSock) const {
+    sockaddr_in tOurs = {}, tPeer = {};
+    socklen_t uSize = sizeof(tOurs);
+    getsockname(p_iSock, reinterpret_cast<sockaddr*>(&tOurs), &uSize);
+    while (tPeer.sin_port != tOurs.sin_port) {
+      const int iTaken = accept(m_iListen, reinterpret_cast<sockaddr*>(&tPeer), &uSize);
+      if (iTaken < 0) throw std::runtime_error("cannot accept");
+      ResetOnClose(iTaken);
+      close(iTaken);
+    }
+    pollfd tPoll = {p_iSock, 0, 0};
+    poll(&tPoll, 1, 60000);    // until it knows
+  }
 
  private:
   int m_iPort = 0;
@@ -293,6 +307,17 @@ TEST_CASE("a server that refuses only later") {
   StepToEnd(cCall);
   CHECK(cCall.GetFd() == iFd);
   CheckEnd(Finished(std::move(cCall)), -3, -3, "Failed in connect()(-5)((connect))", -1);
+}
+
+TEST_CASE("a server that takes a call only later, and resets it before anything is sent") {
+  CFullPort cPort;
+  SetUp(cPort.Port());
+  const CMsgPtr pIn = NewRequest("x");
+  CPendingCall cCall = Started(7, pIn.get());
+  CHECK(cCall.Step());    // not made yet
+  cPort.Reset(cCall.GetFd());
+  StepToEnd(cCall);
+  CheckEnd(Finished(std::move(cCall)), -3, -4, "Failed in send()(-6)((send errno=104,Connection reset by peer))", -1);
 }
 
 TEST_CASE("no descriptor, and a host without an address") {
