@@ -16,8 +16,8 @@
 #endif
 enum { SMALL_STACK = (IS_INSTRUMENTED ? 1024 : 40) * 1024 };
 
-// Runs p_fn in a thread with a stack of p_uBytes.
-inline void OnSmallStack(const std::function<void()>& p_fn, size_t p_uBytes = SMALL_STACK) {
+// Runs p_fn in a thread with a stack of p_uBytes, which stands at p_pStack unless that is null.
+inline void OnSmallStack(const std::function<void()>& p_fn, size_t p_uBytes = SMALL_STACK, void* p_pStack = nullptr) {
   const auto fnRun = [](void* p_p) -> void* {
     (*static_cast<const std::function<void()>*>(p_p))();
     return nullptr;
@@ -25,7 +25,8 @@ inline void OnSmallStack(const std::function<void()>& p_fn, size_t p_uBytes = SM
   pthread_attr_t tAttr;
   pthread_t tThread;
   pthread_attr_init(&tAttr);
-  if (pthread_attr_setstacksize(&tAttr, p_uBytes) != 0 ||
+  if ((p_pStack != nullptr ? pthread_attr_setstack(&tAttr, p_pStack, p_uBytes)
+                           : pthread_attr_setstacksize(&tAttr, p_uBytes)) != 0 ||
       pthread_create(&tThread, &tAttr, fnRun, const_cast<std::function<void()>*>(&p_fn)) != 0) {
     throw std::runtime_error("no thread");
   }

@@ -1,8 +1,6 @@
 // Streams encrypted and decrypted under the key that is built in, and under one that is given.
 #include <callorv/crypt/crypt.h>
 
-#include <pthread.h>
-
 #include <climits>
 #include <functional>
 #include <iterator>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "support/fail_alloc.h"
+#include "support/small_stack.h"
 #include "support/valgrind.h"
 #include "unit/crypt/oracle.h"
 
@@ -207,19 +206,11 @@ TEST_CASE("neither the key nor the round keys are left on the stack") {
                                          [&] { CCrypt::CreateRoundKey(aiKeys); }};
   for (const auto& fnDo : afnDo) {
     std::vector<char> acStack(2 * 1024 * 1024);    // as much as a sanitizer needs
-    pthread_attr_t tAttr;
-    pthread_t tThread;
-    pthread_attr_init(&tAttr);
-    REQUIRE(pthread_attr_setstack(&tAttr, acStack.data(), acStack.size()) == 0);
-    const auto fnRun = [](void* p_p) -> void* {
+    OnSmallStack([&] {
       [[maybe_unused]] volatile char acBelow[128 * 1024];    // what ends the thread does not write over what is left
       acBelow[0] = 0;
-      (*static_cast<const std::function<void()>*>(p_p))();
-      return nullptr;
-    };
-    REQUIRE(pthread_create(&tThread, &tAttr, fnRun, const_cast<std::function<void()>*>(&fnDo)) == 0);
-    pthread_attr_destroy(&tAttr);
-    pthread_join(tThread, nullptr);
+      fnDo();
+    }, acStack.size(), acStack.data());
     const std::string_view sLeft(acStack.data(), acStack.size());
     // Parts of them, as others may be written over by what is called later.
     CHECK(sLeft.find(FromHex(CALLORV_SEED_KEY).substr(0, 8)) == sLeft.npos);

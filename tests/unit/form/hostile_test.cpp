@@ -1,29 +1,14 @@
 // Sizes that must cost memory only: deep, long and badly hashed messages.
-#include <pthread.h>
-
 #include <ctime>
-#include <functional>
 
+#include "support/small_stack.h"
 #include "support/test_dic.h"
 
 namespace {
 
 const int MANY = 100000;
 
-// Runs a function in a thread with a stack of 256 KiB.
-void* RunIt(void* p_pFn) {
-  (*static_cast<std::function<void()>*>(p_pFn))();
-  return nullptr;
-}
-void OnSmallStack(std::function<void()> p_fn) {
-  pthread_attr_t tAttr;
-  pthread_t tThread;
-  REQUIRE(pthread_attr_init(&tAttr) == 0);
-  REQUIRE(pthread_attr_setstacksize(&tAttr, 256 * 1024) == 0);
-  REQUIRE(pthread_create(&tThread, &tAttr, RunIt, &p_fn) == 0);
-  CHECK(pthread_join(tThread, nullptr) == 0);
-  pthread_attr_destroy(&tAttr);
-}
+const size_t STACK = 256 * 1024;
 
 // Processor time of this process, which what else the machine does cannot change much. What takes steps in proportion
 // to the square of MANY takes minutes.
@@ -84,11 +69,11 @@ TEST_CASE("100,000 messages inside each other, made from the innermost") {
   for (int iTag : {3, 4}) {
     std::unique_ptr<CMsg> pMsg = Nested(*pDic, MANY, iTag);
     std::string sXml;
-    OnSmallStack([&] { sXml = ToXml(*pMsg); });
+    OnSmallStack([&] { sXml = ToXml(*pMsg); }, STACK);
     const std::string sOpen = "<t" + std::to_string(iTag) + "><t1><![CDATA[x]]></t1>";
     CHECK(sXml.find(sOpen + sOpen) != std::string::npos);
     CHECK(sXml.size() > static_cast<size_t>(MANY) * (sOpen.size() + 5));
-    OnSmallStack([&] { pMsg.reset(); });
+    OnSmallStack([&] { pMsg.reset(); }, STACK);
   }
   CHECK(cClock.Seconds() < REASONABLE);
 }
@@ -109,7 +94,7 @@ TEST_CASE("100,000 messages inside each other, made from the outermost") {
   OnSmallStack([&] {
     CHECK(ToXml(cMade).size() > static_cast<size_t>(MANY) * 9);
     CHECK(ToXml(cGiven).size() > static_cast<size_t>(MANY) * 30);
-  });
+  }, STACK);
   CHECK(cClock.Seconds() < REASONABLE);
 }
 
@@ -120,7 +105,7 @@ TEST_CASE("messages inside each other in the readable forms") {    // whose inde
   OnSmallStack([&] {
     pMsg->DumpXml(&stXml, false, 1);
     pMsg->Dump(&stList, false, 1);
-  });
+  }, STACK);
   CHECK(Text(stXml).find("\n" + std::string(4000, ' ') + "<t1><![CDATA[x]]></t1>\n" + std::string(3998, ' ') +
                          "</t3>\n") != std::string::npos);
   CHECK(Text(stList).find("\n" + std::string(4002, ' ') + "[1](text) x\n=") != std::string::npos);
@@ -134,7 +119,7 @@ TEST_CASE("an Init drops messages of any depth on a small stack") {
     REQUIRE(pMsg->SetValue(4, Nested(cDic, 20000, 4).release()) == 0);
     pMsg->Init(121, 0, 0);
   }
-  OnSmallStack([&] { pMsg.reset(); });
+  OnSmallStack([&] { pMsg.reset(); }, STACK);
 }
 
 TEST_CASE("100,000 rows") {
