@@ -93,7 +93,11 @@ inline double ParseDouble(const char* p_sz, size_t p_iLen) {
 enum { INT_CHARS = 11 };    // what FormatInt may need
 
 // "%d", without a NUL; returns the end.
-inline char* FormatInt(char* p_p, int p_i) { return std::to_chars(p_p, p_p + INT_CHARS, p_i).ptr; }
+inline char* FormatInt(char* p_p, int p_i) {
+  if (p_i < 0 || p_i > 9) return std::to_chars(p_p, p_p + INT_CHARS, p_i).ptr;
+  *p_p = static_cast<char>('0' + p_i);
+  return p_p + 1;
+}
 
 }    // namespace callorv::detail
 

@@ -1,4 +1,6 @@
 // The three text forms of a message.
+#include "form/msg_writer.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -18,9 +20,12 @@ namespace {
 
 // A tag that is being written.
 struct T_Elem {
-  const CTagInfo& cTag;
+  const CMsgInfo& cInfo;
+  int iTag;
   bool bMulti;
   int iDepth;    // 1: a tag of the whole message
+
+  const CTagInfo& Tag() const { return *cInfo.GetTagInfo(iTag); }
 };
 
 // The values of a plain cell in order: p_fn(row, value). False: its type is none.
@@ -42,7 +47,10 @@ class CMsgWalk {
   enum E_Step { BAD_TAG, VALUES, OPEN, CLOSE, END };
 
   // p_iDepth  of the message's own tags
-  CMsgWalk(const CMsg& p_cTop, int p_iDepth) : m_iDepth(p_iDepth) { m_aPlace.push_back({&p_cTop}); }
+  CMsgWalk(const CMsg& p_cTop, int p_iDepth) : m_iDepth(p_iDepth) {
+    m_aPlace.reserve(NEAR);
+    m_aPlace.push_back({&p_cTop});
+  }
 
   // Goes on: to a tag number below 0, a plain tag that has values, a sub-message's beginning or end, or the end of all.
   [[gnu::always_inline]] E_Step Next() {
@@ -53,7 +61,8 @@ class CMsgWalk {
   int TagNum() const { return m_aPlace.back().pMsg->GetMsgInfo()->GetTagNumAt(m_aPlace.back().iOrder); }
   const CMsgValue& Cell() const { return *m_aPlace.back().pCell; }
   [[gnu::always_inline]] T_Elem Elem() const {
-    return {*m_aPlace.back().pTag, Cell().m_bMulti, m_iDepth + static_cast<int>(m_aPlace.size()) - 1};
+    const int iDepth = m_iDepth + static_cast<int>(m_aPlace.size()) - 1;
+    return {*m_aPlace.back().pMsg->GetMsgInfo(), Cell().m_iTagNum, Cell().m_bMulti, iDepth};
   }
   int Row() const { return m_aPlace.back().iRow; }
   const CMsg& Sub() const { return *m_pSub; }    // after OPEN
@@ -64,13 +73,13 @@ class CMsgWalk {
     int iOrder = -1;                     // of the tag among the message's
     int iRow = -1;                       // of the sub-message in the tag
     const CMsgValue* pCell = nullptr;    // of the tag, if it has one that is printed
-    const CTagInfo* pTag = nullptr;
   };
 
   const int m_iDepth;
   E_Step m_eStep = CLOSE;
   const CMsg* m_pSub = nullptr;
-  std::byte m_abNear[16 * sizeof(T_Place)];    // messages nested up to eight deep need no memory but this
+  enum { NEAR = 8 };    // messages nested no deeper need no memory but this
+  alignas(T_Place) std::byte m_abNear[NEAR * sizeof(T_Place)];
   std::pmr::monotonic_buffer_resource m_cMemory{m_abNear, sizeof(m_abNear)};
   std::pmr::vector<T_Place> m_aPlace{&m_cMemory};
 
@@ -84,7 +93,6 @@ class CMsgWalk {
       const CMsgValue* pCell = CCells::GetHashBag(*p_tPlace.pMsg, iTag);
       if (pCell == nullptr || !pCell->m_bSet) continue;
       p_tPlace.pCell = pCell;
-      p_tPlace.pTag = pInfo->GetTagInfo(iTag);
       p_tPlace.iRow = -1;
       if (pCell->m_eType != TAG_SUBMSG) return VALUES;
       if (NextRow(p_tPlace)) return OPEN;
@@ -184,7 +192,7 @@ class CXmlForm {
   }
   template <class T>
   void Value(const T_Elem& p_tElem, int, const T& p_Value) {
-    const T_Name& tName = Name(p_tElem);
+    const T_Name tName = Name(p_tElem);
     StartLine(p_tElem);
     char* p = m_cOut.Begin(2 * tName.Room() + MARKS + MaxChars(p_Value));
     p = PrintValue(Open(p, tName), p_Value);
@@ -201,25 +209,23 @@ class CXmlForm {
   // What stands around names and value at most.
   static constexpr size_t MARKS = sizeof("<></><![CDATA[]]>");
 
-  // What stands between '<' and '>'.
+  // What stands between '<' and '>': a name of the dictionary, or a letter and the tag's number.
   struct T_Name {
-    const CTagInfo* pTag = nullptr;
-    const char* p = nullptr;
-    size_t uLen = 0;
-    char szNear[16] = {};    // the name if it is not longer: copied whole, it takes one step
+    const char* p;    // null: the number
+    size_t uLen;
+    char cLetter;
+    int iTag;
 
-    size_t Room() const { return std::max(uLen, sizeof(szNear)); }
+    size_t Room() const { return p != nullptr ? uLen : 1 + INT_CHARS; }
     char* Put(char* p_p) const {
-      if (uLen > sizeof(szNear)) return CTextOut::Copy(p_p, p, uLen);
-      memcpy(p_p, szNear, sizeof(szNear));
-      return p_p + uLen;
+      if (p != nullptr) return CTextOut::Copy(p_p, p, uLen);
+      *p_p++ = cLetter;
+      return FormatInt(p_p, iTag);
     }
   };
-  enum { NAMES = 16 };
 
   CTextOut m_cOut;
   const bool m_bReadable, m_bArrayPrefix, m_bByName;
-  T_Name m_atName[NAMES];    // the latest ones, by tag number
 
   void StartLine(const T_Elem& p_tElem) {
     if (m_bReadable) m_cOut.PutBlanks(Indent(p_tElem.iDepth));
@@ -229,25 +235,15 @@ class CXmlForm {
   }
   template <class F>
   void PutMark(const T_Elem& p_tElem, F p_fnMark) {
-    const T_Name& tName = Name(p_tElem);
+    const T_Name tName = Name(p_tElem);
     StartLine(p_tElem);
     m_cOut.End(p_fnMark(m_cOut.Begin(tName.Room() + MARKS), tName));
     EndLine();
   }
-  // Valid until the next one is asked for.
-  const T_Name& Name(const T_Elem& p_tElem) {
-    T_Name& tName = m_atName[static_cast<unsigned>(p_tElem.cTag.m_iTagNum) % NAMES];
-    if (tName.pTag == &p_tElem.cTag) return tName;
-    tName.pTag = &p_tElem.cTag;
-    if (m_bByName) {
-      tName.p = p_tElem.cTag.m_sName.ToStr();
-      tName.uLen = strlen(tName.p);
-      memcpy(tName.szNear, tName.p, std::min(tName.uLen, sizeof(tName.szNear)));
-    } else {
-      *tName.szNear = m_bArrayPrefix && p_tElem.bMulti ? 'a' : 't';
-      tName.uLen = static_cast<size_t>(FormatInt(tName.szNear + 1, p_tElem.cTag.m_iTagNum) - tName.szNear);
-    }
-    return tName;
+  T_Name Name(const T_Elem& p_tElem) const {
+    if (!m_bByName) return {nullptr, 0, m_bArrayPrefix && p_tElem.bMulti ? 'a' : 't', p_tElem.iTag};
+    const CString& sName = p_tElem.Tag().m_sName;
+    return {sName.ToStr(), static_cast<size_t>(sName.GetSize()), 0, 0};
   }
   static char* Open(char* p_p, const T_Name& p_tName) {
     *p_p++ = '<';
@@ -319,14 +315,18 @@ class CListForm {
   void Label(const T_Elem& p_tElem) {
     m_cOut.PutBlanks(2 + Indent(p_tElem.iDepth));
     m_cOut.Put('[');
-    m_cOut.PutNumber(p_tElem.cTag.m_iTagNum);
+    m_cOut.PutNumber(p_tElem.iTag);
     m_cOut.Put("](");
-    m_cOut.PutText(p_tElem.cTag.m_sName.ToStr());
+    m_cOut.PutText(p_tElem.Tag().m_sName.ToStr());
     m_cOut.Put(')');
   }
 };
 
 }    // namespace
+
+void callorv::detail::AppendXml(const CMsg& p_cMsg, CStream& p_stOut) {
+  Write(p_cMsg, 1, CXmlForm(p_stOut, false, false, false));
+}
 
 int CMsg::ToXml(CStream* p_pOut, bool p_bArrayPrefix, bool p_bByName, int p_iDepth) const {
   if (p_iDepth == 1) p_pOut->Clear();
