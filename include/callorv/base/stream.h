@@ -2,6 +2,8 @@
 #ifndef CALLORV_BASE_STREAM_H
 #define CALLORV_BASE_STREAM_H
 
+#include <utility>
+
 #include "callorv/export.h"
 
 // Bytes with a length, always followed by a NUL that the length does not count, so that text in a stream can be
@@ -33,6 +35,13 @@ class CALLORV_API CStream {
   // Sets the length to p_iLen (at most what GetBuffer made room for) and puts the NUL behind it.
   void ReleaseBuffer(int p_iLen);
   int GetCapacity() const { return m_iCapacity; }    // bytes that fit without growing
+  // Changes places with another stream; nothing is copied. Data that was borrowed moves with its stream.
+  void Swap(CStream& p_st) noexcept {
+    std::swap(m_pData, p_st.m_pData);
+    std::swap(m_iSize, p_st.m_iSize);
+    std::swap(m_iCapacity, p_st.m_iCapacity);
+    std::swap(m_iGrowBy, p_st.m_iGrowBy);
+  }
 
  private:
   char* m_pData;

@@ -126,6 +126,24 @@ TEST_CASE("CStream::Clear keeps the room") {
   CheckBytes(st, "next");
 }
 
+TEST_CASE("CStream::Swap changes places with another stream") {
+  CStream stLong(0, 512), stNone(0, 7);
+  stLong.AppendData("a\0b", 3);
+  const char* pData = stLong.GetData();
+  stLong.Swap(stNone);
+  CHECK(stNone.GetData() == pData);
+  CHECK(std::string(stNone.GetData(), 4) == std::string("a\0b", 4));
+  CHECK(stNone.GetSize() == 3);
+  CHECK(stNone.GetCapacity() == 512);
+  CHECK(stLong.GetSize() == 0);
+  CHECK(stLong.GetCapacity() == 0);
+  CHECK(*stLong.GetData() == 0);
+  stLong.AppendData("c", 1);
+  CHECK(stLong.GetCapacity() == 7);    // the step moves, too
+  stLong.Swap(stLong);
+  CHECK(std::string(stLong.GetData()) == "c");
+}
+
 TEST_CASE("CStream: GetBuffer and ReleaseBuffer") {
   CStream st(0, 512);
   char* p = st.GetBuffer(1000);
