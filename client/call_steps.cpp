@@ -2,6 +2,8 @@
 #include "client/call_steps.h"
 
 #include "callorv/error/error.h"
+#include "callorv/net/tcp_adaptor.h"
+#include "form/msg_writer.h"
 
 namespace callorv::detail {
 
@@ -64,18 +66,17 @@ int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOr
   return -1;
 }
 
-int MakeRequest(CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey, CAdaptor::T_PacketInfo& p_tRequest,
-                CString& p_sErr) {
-  if (p_cIn.ToXml(&p_tRequest.stBody, false, false, 1) < 0) {
-    p_sErr = p_cIn.GetLastError();
-    return CORE_REQUEST;
-  }
-  p_tRequest.iSvcNum = p_iSvcNum;
-  p_tRequest.iMsgNum = p_cIn.GetRootNum();
-  p_tRequest.iExtra = p_iExtra;
-  p_tRequest.sUserKey = p_sUserKey;
-  p_tRequest.bCompressed = p_tRequest.stBody.GetSize() > MAX_PLAIN_BODY || p_tRequest.iMsgNum == ALWAYS_COMPRESSED_MSG;
-  return 0;
+void MakeRequest(const CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey,
+                 CAdaptor::T_PacketInfo& p_tHeader, CStream& p_stPacket) {
+  p_stPacket.GetBuffer(CTcpAdaptor::HEADER_SIZE);
+  p_stPacket.ReleaseBuffer(CTcpAdaptor::HEADER_SIZE);
+  AppendXml(p_cIn, p_stPacket);
+  p_tHeader.iSvcNum = p_iSvcNum;
+  p_tHeader.iMsgNum = p_cIn.GetRootNum();
+  p_tHeader.iExtra = p_iExtra;
+  p_tHeader.sUserKey = p_sUserKey;
+  const int iBody = p_stPacket.GetSize() - CTcpAdaptor::HEADER_SIZE;
+  p_tHeader.bCompressed = iBody > MAX_PLAIN_BODY || p_tHeader.iMsgNum == ALWAYS_COMPRESSED_MSG;
 }
 
 int ReadReply(const CStream& p_stBody, CMsg& p_cOut, CString& p_sErr) {

@@ -13,9 +13,10 @@
 
 namespace callorv::detail {
 
-// Results of CCallOrv::CallServiceCore.
+// Results of CCallOrv::CallServiceCore. -2 is for a request that cannot be written, which does not happen: when memory
+// is short std::bad_alloc is thrown.
 enum E_CoreResult {
-  CORE_NULL = -1, CORE_REQUEST = -2, CORE_CONNECT = -3, CORE_SEND = -4, CORE_RECEIVE = -5, CORE_REPLY = -6,
+  CORE_NULL = -1, CORE_CONNECT = -3, CORE_SEND = -4, CORE_RECEIVE = -5, CORE_REPLY = -6,
   CORE_REPLY_THROWN = -7
 };
 
@@ -27,9 +28,10 @@ int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p
 // The same for a typed call: p_szNull names what is null, if anything is.
 int CheckTypedCall(bool p_bSetupOK, int p_iSvcNum, const char* p_szNull, CCallOrvError* p_pErr);
 
-// The packet for a message, with the user key. 0 or CORE_REQUEST with the reason.
-int MakeRequest(CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey, CAdaptor::T_PacketInfo& p_tRequest,
-                CString& p_sErr);
+// What is to be sent for a message, with the user key: p_stPacket, which is empty, gets the body behind room for the
+// packet's header, p_tHeader the rest. Throws std::bad_alloc.
+void MakeRequest(const CMsg& p_cIn, int p_iSvcNum, int p_iExtra, const CString& p_sUserKey,
+                 CAdaptor::T_PacketInfo& p_tHeader, CStream& p_stPacket);
 // The message in a reply's body. 0, CORE_REPLY or CORE_REPLY_THROWN with the reason.
 int ReadReply(const CStream& p_stBody, CMsg& p_cOut, CString& p_sErr);
 // What a call returns whose exchange ended with p_iCoreResult; p_cErr, which is clear, is filled unless that is 0.

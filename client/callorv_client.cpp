@@ -11,6 +11,8 @@
 #include "callorv/net/tcp_adaptor.h"
 #include "client/call_steps.h"
 #include "crypt/file.h"
+#include "net/packet_machine.h"
+#include "net/packet_writer.h"
 
 using namespace callorv::detail;
 
@@ -35,8 +37,15 @@ class CConnection final : public CTcpAdaptor {
   }
 };
 
-void AppendBody(const CStream& p_stBody, CStream& p_stOut) {
-  if (p_stOut.AppendData(p_stBody.GetData(), p_stBody.GetSize()) < 0) throw std::bad_alloc();
+void SetSendHeader(const CStream& p_stPacket, CString& p_sOut) {
+  char szHeader[CTcpAdaptor::HEADER_SIZE + CTcpAdaptor::TRAILER_SIZE];
+  CopyHeader(p_stPacket, szHeader);
+  p_sOut.Set(szHeader, sizeof(szHeader));
+}
+
+// The body that stands in p_stIn from p_iAt on.
+void AppendBody(const CStream& p_stIn, int p_iAt, CStream& p_stOut) {
+  if (p_stOut.AppendData(p_stIn.GetData() + p_iAt, p_stIn.GetSize() - p_iAt) < 0) throw std::bad_alloc();
 }
 
 }    // namespace
@@ -120,33 +129,40 @@ int CCallOrv::CallServiceCore(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, int p_iE
     p_sErr.Format("Parameter is NULL(%p, %p)", static_cast<void*>(p_pIn), static_cast<void*>(p_pOut));
     return CORE_NULL;
   }
-  CAdaptor::T_PacketInfo tRequest;
-  if (MakeRequest(*p_pIn, p_iSvcNum, p_iExtra, s_sUserKey, tRequest, p_sErr) < 0) return CORE_REQUEST;
+  CAdaptor::T_PacketInfo tHeader;
+  CStream stRequest(0, 1024), stReply(0, 512);
+  MakeRequest(*p_pIn, p_iSvcNum, p_iExtra, s_sUserKey, tHeader, stRequest);
+  if (p_pExchange != nullptr) AppendBody(stRequest, CTcpAdaptor::HEADER_SIZE, p_pExchange->stSent);
 
-  CAdaptor::T_PacketInfo tReply;
   {
     CConnection cConnection;
-    cConnection.KeepHeaders(p_pExchange != nullptr);
+    T_Fault tFault;
+    char szHeader[CTcpAdaptor::HEADER_SIZE + 1] = "";
+    CPacketMachine cReply(&stReply, nullptr, p_pExchange != nullptr ? szHeader : nullptr);
     int iRet = 0;
     if (cConnection.Connect(s_sServer.ToStr(), s_iPort) < 0) {
       iRet = CORE_CONNECT;
-    } else if (cConnection.SendTo(&tRequest, -1) < 0) {
+    } else if (WritePacket(tHeader, stRequest, tFault) < 0) {
       iRet = CORE_SEND;
-    } else if (cConnection.ReceiveFrom(&tReply, s_iTimeOut) < 0) {
-      iRet = CORE_RECEIVE;
+    } else {
+      if (p_pExchange != nullptr) SetSendHeader(stRequest, p_pExchange->sSendHeader);
+      if (cConnection.SendData(stRequest.GetData(), stRequest.GetSize(), -1) < 0) {
+        iRet = CORE_SEND;
+      } else if (cReply.ReadFrom(cConnection, s_iTimeOut, tFault) < 0) {
+        iRet = CORE_RECEIVE;
+      }
     }
     if (p_pExchange != nullptr) {
-      p_pExchange->sSendHeader = cConnection.GetLastSendHeader();
-      p_pExchange->sRecvHeader = cConnection.GetLastRecvHeader();
-      AppendBody(tRequest.stBody, p_pExchange->stSent);
-      AppendBody(tReply.stBody, p_pExchange->stReceived);
+      p_pExchange->sRecvHeader = szHeader;
+      AppendBody(stReply, 0, p_pExchange->stReceived);
     }
     if (iRet < 0) {
+      if (tFault.iCode != 0) cConnection.SetLastError(tFault.iCode, "%s", tFault.szDetail);
       p_sErr = cConnection.GetLastError();
       return iRet;
     }
   }
-  return ReadReply(tReply.stBody, *p_pOut, p_sErr);
+  return ReadReply(stReply, *p_pOut, p_sErr);
 }
 
 int CCallOrv::CallServiceByMsg(int p_iSvcNum, CMsg* p_pIn, CMsg* p_pOut, CCallOrvError* p_pErr) {

@@ -8,9 +8,9 @@
 
 #include "base/cancel.h"
 #include "callorv/client/callorv_client.h"
-#include "callorv/net/tcp_adaptor.h"
 #include "client/call_steps.h"
 #include "client/pending_state.h"
+#include "net/packet_writer.h"
 #include "net/socket.h"
 
 using namespace callorv::detail;
@@ -40,16 +40,13 @@ int CCallOrv::StartChecked(int p_iSvcNum, CMsg& p_cIn, int p_iDeadlineMs, CCallO
     p_iDeadlineMs = static_cast<int>(std::min<long long>(iSeconds * 1000LL, INT_MAX));
   }
   auto pCall = std::make_unique<CallOrv_Call>(p_iSvcNum, p_iDeadlineMs);
-  CString sReason;
-  CAdaptor::T_PacketInfo tRequest;
-  int iRet = MakeRequest(p_cIn, p_iSvcNum, 0, s_sUserKey, tRequest, sReason);
-  CTcpAdaptor cAdaptor;
-  if (iRet == 0 && cAdaptor.BuildPacket(&tRequest, pCall->Packet()) < 0) {
-    sReason = cAdaptor.GetLastError();
-    iRet = CORE_SEND;
-  }
-  if (iRet < 0) {
-    p_cErr.SetError(iRet, sReason.ToStr(), -1);
+  CAdaptor::T_PacketInfo tHeader;
+  MakeRequest(p_cIn, p_iSvcNum, 0, s_sUserKey, tHeader, pCall->Packet());
+  T_Fault tFault;
+  if (WritePacket(tHeader, pCall->Packet(), tFault) < 0) {
+    CString sReason;
+    FormatFault(sReason, tFault.iCode, tFault.szDetail);
+    p_cErr.SetError(CORE_SEND, sReason.ToStr(), -1);
     return -3;
   }
   const bool bResolved = s_sResolvedHost == s_sServer.ToStr();

@@ -38,7 +38,7 @@ int MillisecondsUntil(long long p_iEnd) {
 }
 
 CExchange::CExchange(int p_iDeadlineMs)
-    : m_iDeadlineMs(p_iDeadlineMs), m_iEnd(Now() + p_iDeadlineMs * 1000000LL), m_oPacket(std::in_place, 0, 1) {}
+    : m_iDeadlineMs(p_iDeadlineMs), m_iEnd(Now() + p_iDeadlineMs * 1000000LL), m_oPacket(std::in_place, 0, 1024) {}
 
 CExchange::~CExchange() { Close(); }
 
@@ -48,12 +48,11 @@ void CExchange::Close() {
 }
 
 void CExchange::Open(const char* p_szHost, int p_iPort) {
-  const CNoCancel cWhole;
   T_Fault tFault;
   CSocket cSocket;
   if (Connect(p_szHost, p_iPort, SOCK_NONBLOCK | SOCK_CLOEXEC, cSocket, tFault) < 0) Fail(tFault);
   m_iSock = cSocket.Release();
-  Step();    // on the same machine a connection is made by now; when it failed, all is over
+  Proceed();    // on the same machine a connection is made by now; when it failed, all is over
   if (m_bFailed && m_ePhase == CONNECT) Close();
 }
 
@@ -81,9 +80,13 @@ const char* CExchange::PhaseName() const {
 bool CExchange::Step() {
   if (m_bOver) return false;
   const CNoCancel cWhole;
-  T_Fault tFault;
-  if (Advance(tFault) < 0) Fail(tFault);
+  Proceed();
   return !m_bOver;
+}
+
+void CExchange::Proceed() {
+  T_Fault tFault;
+  if (!m_bOver && Advance(tFault) < 0) Fail(tFault);
 }
 
 int CExchange::Advance(T_Fault& p_tFault) {

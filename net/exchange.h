@@ -26,7 +26,8 @@ class CExchange {
   CExchange& operator=(const CExchange&) = delete;
 
   CStream& Packet() { return *m_oPacket; }    // to be filled before Open
-  // Begins to connect. What fails here is told as what fails later; the exchange then has no descriptor.
+  // Begins to connect; the thread must not be cancelled meanwhile. What fails here is told as what fails later; the
+  // exchange then has no descriptor.
   void Open(const char* p_szHost, int p_iPort);
 
   int GetFd() const { return m_iSock; }
@@ -55,11 +56,12 @@ class CExchange {
   int m_iSent = 0;
   std::optional<CStream> m_oPacket;    // until it is sent
   CString m_sFault;
-  CPacketMachine m_cMachine{nullptr, nullptr};
+  CPacketMachine m_cMachine{nullptr, nullptr, nullptr};
 
   void Fail(const T_Fault& p_tFault);
   void Close();
   const char* PhaseName() const;
+  void Proceed();    // Step, once the thread cannot be cancelled
   int Advance(T_Fault& p_tFault);
   int Send(T_Fault& p_tFault);
   int Receive(T_Fault& p_tFault);

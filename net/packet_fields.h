@@ -27,19 +27,21 @@ inline constexpr char s_szBegin[] = "QMX-SSP-V1.0";
 
 // Writes a number as "%0*d" does; returns its end.
 inline char* PutPadded(char* p_pOut, int p_iWidth, int p_iValue) {
-  char szNumber[INT_CHARS];
-  const char* pDigits = szNumber;
-  const char* pEnd = FormatInt(szNumber, p_iValue);
-  const int iPad = std::max(p_iWidth - static_cast<int>(pEnd - pDigits), 0);
-  if (p_iValue < 0) *p_pOut++ = *pDigits++;
-  return std::copy(pDigits, pEnd, std::fill_n(p_pOut, iPad, '0'));
+  unsigned uLeft = p_iValue < 0 ? 0u - static_cast<unsigned>(p_iValue) : static_cast<unsigned>(p_iValue);
+  char* pFirst = p_pOut;
+  if (p_iValue < 0) *pFirst++ = '-';
+  char* pEnd = p_pOut + p_iWidth;
+  char* p = pEnd;
+  for (; uLeft != 0 && p > pFirst; uLeft /= 10) *--p = static_cast<char>('0' + uLeft % 10);
+  while (p > pFirst) *--p = '0';
+  return uLeft == 0 ? pEnd : FormatInt(p_pOut, p_iValue);    // too wide: in full
 }
 
 // Writes fields as printf would, each at its place, and counts the characters. A number too wide for its field is
 // written in full, its end to be covered by the next field; the count tells.
 class CFieldWriter {
  public:
-  explicit CFieldWriter(char* p_pOut) : m_pOut(p_pOut) {}
+  explicit CFieldWriter(char* p_pOut) : m_pOut(p_pOut) { memset(p_pOut, ' ', CTcpAdaptor::HEADER_SIZE); }
 
   int Count() const { return m_iCount; }
 
@@ -48,12 +50,11 @@ class CFieldWriter {
     m_iCount += static_cast<int>(PutPadded(pOut, s_atFields[p_eField].iWidth, p_iValue) - pOut);
   }
 
-  void Text(E_Field p_eField, const char* p_szText) {    // "%-*.*s"
+  // "%-*.*s". What follows a number that may be too wide is never a text that leaves its end uncovered.
+  void Text(E_Field p_eField, const char* p_szText) {
     const T_Field& tField = s_atFields[p_eField];
     const size_t uWidth = static_cast<size_t>(tField.iWidth);
-    const size_t uLen = strnlen(p_szText, uWidth);
-    char* pOut = std::copy_n(p_szText, uLen, m_pOut + tField.iAt);
-    std::fill_n(pOut, uWidth - uLen, ' ');
+    if (*p_szText != 0) memcpy(m_pOut + tField.iAt, p_szText, strnlen(p_szText, uWidth));
     m_iCount += tField.iWidth;
   }
 
@@ -62,9 +63,10 @@ class CFieldWriter {
   int m_iCount = 0;
 };
 
-// Writes the header of a packet whose body is sent in p_iSentLen bytes. How many characters that took: as many as a
-// header has, unless a number is too wide.
-[[gnu::always_inline]] inline int WriteHeader(char* p_pOut, const CAdaptor::T_PacketInfo& p_tInfo, int p_iSentLen) {
+// Writes the header of a packet whose body, of p_iPlainLen bytes, is sent in p_iSentLen. How many characters that
+// took: as many as a header has, unless a number is too wide.
+[[gnu::always_inline]] inline int WriteHeader(char* p_pOut, const CAdaptor::T_PacketInfo& p_tInfo, int p_iPlainLen,
+                                              int p_iSentLen) {
   CFieldWriter cHeader(p_pOut);
   cHeader.Text(CTcpAdaptor::BEGIN_STRING, s_szBegin);
   cHeader.Number(CTcpAdaptor::PACKET_LENGTH, CTcpAdaptor::HEADER_SIZE + p_iSentLen);
@@ -75,7 +77,7 @@ class CFieldWriter {
   cHeader.Text(CTcpAdaptor::USER_KEY, p_tInfo.sUserKey.ToStr());
   cHeader.Text(CTcpAdaptor::AUX13, p_tInfo.sAux13.ToStr());
   cHeader.Text(CTcpAdaptor::COMPRESSED, p_tInfo.bCompressed ? "Y" : "N");
-  cHeader.Number(CTcpAdaptor::BODY_LENGTH, p_tInfo.stBody.GetSize());
+  cHeader.Number(CTcpAdaptor::BODY_LENGTH, p_iPlainLen);
   cHeader.Text(CTcpAdaptor::AUX8, p_tInfo.sAux8.ToStr());
   cHeader.Text(CTcpAdaptor::AUX21, p_tInfo.sAux21.ToStr());
   return cHeader.Count();

@@ -14,6 +14,8 @@ namespace callorv::detail {
 
 namespace {
 
+enum { FIRST_ROOM = 64 * 1024 };    // bytes of a body that are made room for at once when it is waited for
+
 int NoMemory(T_Fault& p_tFault) { return p_tFault.Set(ADAPT_MEMORY, "ReceiveFrom"); }
 
 }    // namespace
@@ -27,7 +29,7 @@ int CPacketMachine::GetRoom(int p_iFirst, T_Room& p_tRoom, T_Fault& p_tFault) {
     try {
       if (m_iHave == m_iRoom) {
         int iMore = std::min(m_iBodyLen - m_iHave, std::max(m_iHave, p_iFirst));
-        if (m_pInfo == nullptr) {
+        if (m_pBody == nullptr) {
           if (Body().GetSize() == BLOCK_BYTES) m_cBlocks.emplace_back(0, 1);
           iMore = std::min(iMore, BLOCK_BYTES - Body().GetSize());
         }
@@ -72,6 +74,19 @@ int CPacketMachine::Feed(const char* p_pData, int p_iLen, T_Fault& p_tFault) {
   return 0;
 }
 
+int CPacketMachine::ReadFrom(CAdaptor& p_cFrom, int p_iTimeOut, T_Fault& p_tFault) {
+  while (m_ePart != COMPLETE) {
+    T_Room tRoom;
+    int iRet = GetRoom(FIRST_ROOM, tRoom, p_tFault);
+    if (iRet < 0) return iRet;
+    iRet = p_cFrom.ReceiveData(tRoom.pAt, tRoom.iLen, p_iTimeOut);
+    if (iRet < 0) return Cut(iRet, p_tFault);
+    iRet = Fill(tRoom.iLen, p_tFault);
+    if (iRet < 0) return iRet;
+  }
+  return 0;
+}
+
 int CPacketMachine::Cut(int p_iCode, T_Fault& p_tFault) {
   if (m_ePart == BODY) Body().Clear();
   if (p_iCode != ADAPT_TIMEOUT || m_ePart == HEADER) return p_iCode;
@@ -107,14 +122,14 @@ int CPacketMachine::TakeHeader(T_Fault& p_tFault) {
   if (m_szCopy != nullptr) memcpy(m_szCopy, m_szFrame, CTcpAdaptor::HEADER_SIZE);
 
   const CFieldReader cHeader(m_szFrame);
-  if (m_pInfo != nullptr) {
+  if (m_pFields != nullptr) {
     try {
-      ReadHeader(cHeader, *m_pInfo);
+      ReadHeader(cHeader, *m_pFields);
     } catch (const std::bad_alloc&) {
       return NoMemory(p_tFault);
     }
-    m_pInfo->stBody.Clear();    // the body of an earlier packet
   }
+  if (m_pBody != nullptr) m_pBody->Clear();    // the body of an earlier packet
   Begin(BODY);
   m_iBodyLen = cHeader.Number(CTcpAdaptor::PACKET_LENGTH) - CTcpAdaptor::HEADER_SIZE;
   if (m_iBodyLen < 0) return Cut(m_iBodyLen, p_tFault);    // a hostile header's length is the result of reading it
@@ -123,7 +138,7 @@ int CPacketMachine::TakeHeader(T_Fault& p_tFault) {
 
 int CPacketMachine::TakeBody(T_Fault& p_tFault) {
   Begin(TRAILER);
-  return m_pInfo != nullptr && IsCompressed() ? Uncompress(m_pInfo->stBody, p_tFault) : 0;
+  return m_pBody != nullptr && IsCompressed() ? Uncompress(*m_pBody, p_tFault) : 0;
 }
 
 int CPacketMachine::TakeTrailer(T_Fault& p_tFault) {

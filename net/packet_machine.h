@@ -21,10 +21,10 @@ class CPacketMachine {
     int iLen = 0;    // 1 or more
   };
 
-  // p_pInfo     gets everything; the body is uncompressed as soon as it is whole. Null: the body is kept as it was
-  //             sent, for Unpack, and the other fields are nobody's business.
-  // p_szHeader  gets a copy of the header, unless it is null
-  CPacketMachine(CAdaptor::T_PacketInfo* p_pInfo, char* p_szHeader) : m_pInfo(p_pInfo), m_szCopy(p_szHeader) {}
+  // p_pBody     gets the body, uncompressed as soon as it is whole. Null: it is kept as it was sent, for Unpack.
+  // p_pFields   gets what the header says, p_szHeader a copy of it, unless they are null
+  CPacketMachine(CStream* p_pBody, CAdaptor::T_PacketInfo* p_pFields, char* p_szHeader)
+      : m_pBody(p_pBody), m_pFields(p_pFields), m_szCopy(p_szHeader) {}
   CPacketMachine(const CPacketMachine&) = delete;
   CPacketMachine& operator=(const CPacketMachine&) = delete;
 
@@ -40,28 +40,32 @@ class CPacketMachine {
   int Fill(int p_iLen, T_Fault& p_tFault);
   // The same for bytes that stand elsewhere. Those behind the packet are not looked at.
   int Feed(const char* p_pData, int p_iLen, T_Fault& p_tFault);
+  // All of the packet, from a connection; p_iTimeOut seconds for each wait. A failure to receive has its own text in
+  // p_cFrom, unless the fault has one.
+  int ReadFrom(CAdaptor& p_cFrom, int p_iTimeOut, T_Fault& p_tFault);
   // No more bytes can be had, for a reason with this code. The code that the packet fails with.
   int Cut(int p_iCode, T_Fault& p_tFault);
 
-  // The body before compression, from TRAILER on, in a machine without a record: its own or p_stRoom. Null when it
+  // The body before compression, from TRAILER on, in a machine that kept it: its own or p_stRoom. Null when it
   // cannot be uncompressed, or there is no memory for it in one piece.
   const CStream* Unpack(CStream& p_stRoom, T_Fault& p_tFault);
 
  private:
-  CAdaptor::T_PacketInfo* const m_pInfo;
+  CStream* const m_pBody;
+  CAdaptor::T_PacketInfo* const m_pFields;
   char* const m_szCopy;
   E_Part m_ePart = HEADER;
   int m_iHave = 0;       // bytes of this part
   int m_iRoom = 0;       // bytes of the body that there is room for
   int m_iBodyLen = 0;
   int m_iBodySum = 0;    // of the bytes that came
-  CStream m_stSent{0, 512};    // a body that p_pInfo does not want, or not as it is
+  CStream m_stSent{0, 512};    // a body that p_pBody does not want, or not as it is
   std::list<CStream> m_cBlocks;    // what came of it behind the first block
   char m_szFrame[CTcpAdaptor::HEADER_SIZE + CTcpAdaptor::TRAILER_SIZE + 1] = {};
 
   bool IsCompressed() const;
   CStream& Body() {    // where its next bytes go
-    if (m_pInfo != nullptr && !IsCompressed()) return m_pInfo->stBody;
+    if (m_pBody != nullptr && !IsCompressed()) return *m_pBody;
     return m_cBlocks.empty() ? m_stSent : m_cBlocks.back();
   }
   void Begin(E_Part p_ePart);

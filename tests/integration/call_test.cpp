@@ -177,6 +177,26 @@ TEST_CASE("a body above 1024 bytes is compressed, one of 1024 is not") {
   }
 }
 
+TEST_CASE("a request arrives as it was written, whatever its length") {
+  CServicePeer cPeer(Echo);
+  SetUp(cPeer.Port());
+  for (int iLen = 1; iLen <= 1100; ++iLen) {    // across every step in which room grows, and into compression
+    CAPTURE(iLen);
+    CMsgPtr pIn = NewMsg(100), pOut = NewMsg(0);
+    REQUIRE(pIn->SetValue(1, std::string(static_cast<size_t>(iLen), 'x').c_str()) == 0);
+    CStream stXml(0, 512);
+    REQUIRE(pIn->ToXml(&stXml, false, false, 1) == 0);
+    CCallOrvError cErr;
+    CCallOrv::T_Exchange tExchange;
+    REQUIRE(CCallOrv::CallServiceByMsg(7, pIn.get(), pOut.get(), &cErr, &tExchange) == 0);
+    const T_Request tRequest = cPeer.LastRequest();
+    CHECK(tRequest.bIntact);
+    CHECK(tRequest.sBody == stXml.GetData());
+    CHECK(tExchange.sSendHeader.ToStr() == tRequest.sHeader + tRequest.sTrailer);
+    CHECK(std::string(tExchange.stSent.GetData()) == tRequest.sBody);
+  }
+}
+
 TEST_CASE("message 1 is compressed whatever its length") {
   CServicePeer cPeer(Echo);
   SetUp(cPeer.Port());

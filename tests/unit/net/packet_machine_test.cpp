@@ -44,7 +44,7 @@ TEST_CASE("a body that is kept stands in blocks while it comes, so that no piece
     for (const size_t uLen : {0u, 1u, 262143u, 262144u, 262145u, 524288u, 5000000u}) {
       CAPTURE(uLen);
       const std::string sBody = Digits(uLen);
-      CPacketMachine cMachine(nullptr, nullptr);
+      CPacketMachine cMachine(nullptr, nullptr, nullptr);
       CStream stRoom(0, 512);
       const CStream* pBody = nullptr;
       T_Fault tFault;
@@ -56,7 +56,7 @@ TEST_CASE("a body that is kept stands in blocks while it comes, so that no piece
 
 TEST_CASE("header, body and checksum may come byte by byte into the room that there is for them") {
   const std::string sBody = Digits(300), sPacket = Packet(sBody);
-  CPacketMachine cMachine(nullptr, nullptr);
+  CPacketMachine cMachine(nullptr, nullptr, nullptr);
   CStream stRoom(0, 512);
   T_Fault tFault;
   for (const char c : sPacket) {
@@ -74,7 +74,7 @@ TEST_CASE("header, body and checksum may come byte by byte into the room that th
 TEST_CASE("no memory for a block, or for all of them in one piece, is told") {
   const std::string sPacket = Packet(Digits(600000));
   const int iFailures = ForEachFailure([&](CFailAlloc& p_cFail) {
-    CPacketMachine cMachine(nullptr, nullptr);
+    CPacketMachine cMachine(nullptr, nullptr, nullptr);
     CStream stRoom(0, 512);
     const CStream* pBody = nullptr;
     T_Fault tFault;
