@@ -7,17 +7,14 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "base/cancel.h"
 #include "base/detail_text.h"
+#include "net/checksum.h"
 #include "net/fault.h"
 #include "net/socket.h"
 
@@ -238,41 +235,5 @@ void CAdaptor::Record(int p_iCode, const char* p_szFmt, va_list p_tArgs) {
 const char* CAdaptor::GetLastError() { return pLastError != nullptr ? pLastError->sText.ToStr() : ""; }
 
 int CAdaptor::CalcCheckSum(const char* p_pData, int p_iLen) {
-  if (p_iLen < 1) return 0;
-  size_t uLeft = static_cast<size_t>(p_iLen);
-  uint32_t uSum = 0;    // wraps at a multiple of 256
-#if defined(__SSE2__)
-  // psadbw adds up 8 bytes at a time; two sums, as each addition waits for the one before.
-  const __m128i tZero = _mm_setzero_si128();
-  __m128i atSum[2] = {tZero, tZero};
-  for (; uLeft >= 32; uLeft -= 32, p_pData += 32) {
-    for (int i = 0; i < 2; ++i) {
-      const __m128i tBytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p_pData) + i);
-      atSum[i] = _mm_add_epi64(atSum[i], _mm_sad_epu8(tBytes, tZero));
-    }
-  }
-  const __m128i tSum = _mm_add_epi64(atSum[0], atSum[1]);
-  uSum = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi64(tSum, _mm_srli_si128(tSum, 8))));
-#else
-  // Four bytes at a time. uEven adds up bytes 0 and 2 in two 16-bit halves; taken from the sum of the words it leaves
-  // bytes 1 and 3, one place higher. 256 words cannot overflow a half.
-  while (uLeft >= 4) {
-    const size_t uWords = uLeft / 4 < 256 ? uLeft / 4 : 256;
-    uint32_t uAll = 0;
-    uint32_t uEven = 0;
-#pragma GCC unroll 4    // 1.7 times as fast on i686
-    for (size_t i = 0; i < uWords; ++i) {
-      uint32_t uWord;
-      memcpy(&uWord, p_pData + 4 * i, 4);
-      uAll += uWord;
-      uEven += uWord & 0x00FF00FF;
-    }
-    const uint32_t uOdd = (uAll - uEven) >> 8;
-    uSum += uEven + (uEven >> 16) + uOdd + (uOdd >> 16);
-    p_pData += 4 * uWords;
-    uLeft -= 4 * uWords;
-  }
-#endif
-  for (; uLeft > 0; --uLeft) uSum += static_cast<unsigned char>(*p_pData++);
-  return static_cast<int>(uSum % 256);
+  return p_iLen < 1 ? 0 : static_cast<int>(Sum(p_pData, static_cast<size_t>(p_iLen)) % 256);
 }
