@@ -41,14 +41,15 @@ class CExchange {
   bool Step();
   // Steps and waits until it is over. A signal handler ends it, as it ends the waits of CAdaptor.
   void Await();
-  // Closes what is over. The body that came, which is p_stRoom or lives as long as this; or null, with the reason in
-  // p_sErr. Throws std::bad_alloc, also when there was no memory for the reason before.
+  // Ends the connection of what is over. The body that came, which is p_stRoom or lives as long as this; or null, with
+  // the reason in p_sErr. Throws std::bad_alloc, also when there was no memory for the reason before.
   const CStream* Finish(CStream& p_stRoom, CString& p_sErr);
 
  private:
   const int m_iDeadlineMs;
   int m_iSock = -1;
   const long long m_iEnd;
+  const unsigned m_uForks;    // of the process, when it began
   E_Phase m_ePhase = CONNECT;
   bool m_bOver = false;
   bool m_bFailed = false;

@@ -284,6 +284,29 @@ TEST_CASE("a forked child cancels its parent's call, who notices nothing") {
   CHECK(Finished(std::move(cCall)).iRet == 0);
 }
 
+TEST_CASE("a call's connection ends with its Finish, although a forked child has it, too") {
+  std::promise<void> cGone;
+  CPeer cPeer([&](int p_iSock) {
+    T_Request tRequest;
+    ReadRequest(p_iSock, tRequest);
+    WriteAll(p_iSock, Packet(tRequest.sBody));
+    ReadToEnd(p_iSock);
+    cGone.set_value();
+  });
+  SetUp(cPeer.Port());
+  const CMsgPtr pIn = NewRequest("x");
+  CPendingCall cCall = Started(7, pIn.get());
+  const pid_t iChild = fork();
+  if (iChild == 0) {
+    alarm(60);
+    for (;;) pause();
+  }
+  CHECK(Finished(std::move(cCall)).iRet == 0);
+  CHECK(cGone.get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready);
+  kill(iChild, SIGKILL);
+  waitpid(iChild, nullptr, 0);
+}
+
 TEST_CASE("a call's descriptor is not for programs that are executed") {
   CServicePeer cPeer(Echo);
   SetUp(cPeer.Port());
