@@ -363,9 +363,7 @@ std::vector<T_Row> InFlight(int p_iSends) {
       {CALL_RECV, 1, LAST, FAULT_NONE, 0, "-3 error -5 Socket closed(-9)(OK) -1"},
       {CALL_RECV, 1, LAST, FAULT_SHORT, 0, GOOD},
       {CALL_RECV, 1, LAST, FAULT_CANCEL, 0, GOOD},    // all the rest comes at once: it does not wait again
-      {CALL_SHUTDOWN, 1, 1, FAULT_ERRNO, 0, GOOD},
       {CALL_CLOSE, 1, 1, FAULT_ERRNO, 0, GOOD},
-      {CALL_SHUTDOWN, 1, 1, FAULT_CANCEL, 0, GOOD},
       {CALL_CLOSE, 1, 1, FAULT_CANCEL, 0, GOOD},
       {CALL_SOCKET, 1, 1, FAULT_CANCEL, 0, CANCELLED},    // where it waits
       {CALL_SETSOCKOPT, 1, 1, FAULT_CANCEL, 0, CANCELLED},
@@ -382,7 +380,7 @@ T_Target InFlightTarget(const std::string& p_sName, const std::vector<T_Fault>& 
   tTarget.atAlways = p_atAlways;
   tTarget.aiCount = {{CALL_SOCKET, 1}, {CALL_SETSOCKOPT, 1}, {CALL_CONNECT, 1},
                      {CALL_SEND, p_iSends}, {CALL_POLL, p_iSends - 1 + p_iReceives}, {CALL_RECV, p_iReceives},
-                     {CALL_SHUTDOWN, 1}, {CALL_CLOSE, 1}};
+                     {CALL_CLOSE, 1}};
   tTarget.sGood = "0";
   tTarget.atRow = InFlight(p_iSends);
   tTarget.fnRun = tTarget.fnNext = [=] { return CallWithin(p_eService); };
