@@ -26,13 +26,13 @@ enum { STEP_BYTES = 64 * 1024 };
 // needs no memory for a body that is only announced.
 enum { FIRST_BYTES = 4 * 1024 };
 
-// How many forks were begun, which are counted from the first question on. When that cannot be arranged, there is one
-// before each question.
-unsigned CountForks() {
-  static std::atomic<unsigned> s_uForks{0};
-  static const bool s_bCounted = pthread_atfork([] { ++s_uForks; }, nullptr, nullptr) == 0;
-  return s_bCounted ? s_uForks.load() : ++s_uForks;
-}
+// Counted from the loading of the library on, until it is unloaded: no thread can be in the middle of arranging that
+// when another one forks.
+std::atomic<unsigned> s_uForks{0};
+const bool s_bForksAreCounted = pthread_atfork([] { ++s_uForks; }, nullptr, nullptr) == 0;
+
+// How many forks were begun; when they are not counted, there is one before each question.
+unsigned CountForks() { return s_bForksAreCounted ? s_uForks.load() : ++s_uForks; }
 
 }    // namespace
 

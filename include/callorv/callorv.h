@@ -39,7 +39,8 @@ typedef struct CMsg CMsg;
  * system allows to the children of programs with threads - exec, or _exit - and no more: a lock that the other thread
  * held, of the XML parser or the C library, is held for ever there, and a call may wait for it. Do not fork during
  * initialisation. Connections that are open are copied into the child; that of CallOrv_CallService, or of a call that
- * is finished, ends with the call all the same. */
+ * is finished, ends with the call all the same. (Of a finished call this needs fork(): a child that was made past it, by
+ * clone() or _Fork(), and executes nothing, keeps the connection open for as long as it has the descriptor.) */
 
 /* An error record; the caller's, 1032 bytes. Written on failure only. */
 typedef struct CallOrv_Error {
@@ -85,12 +86,10 @@ CALLORV_API int CallOrv_CallService(int svcNum, CMsg* in, CMsg* out, CallOrv_Err
  *   CallOrv_Finish(pCall, pOut, &tErr);
  *
  * A call is used by one thread at a time, not always the same one; different calls are independent. After fork() the
- * child may only cancel a call of its parent, who notices nothing; Finish of the parent ends the connection even if the
- * child does not cancel. A child that was made past fork(), by clone() or _Fork(), keeps it open for as long as it has
- * the descriptor. Start, Step and Cancel are no cancellation points (pthread_cancel); Finish, WaitAny and
- * CallServiceWithin are while they wait: Finish and CallServiceWithin then free the call, with WaitAny the calls stay
- * the caller's. Except in Finish, a null call is over: descriptor -1, events, time left and user null. No call raises
- * SIGPIPE.
+ * child may only cancel a call of its parent, who notices nothing. Start, Step and Cancel are no cancellation points
+ * (pthread_cancel); Finish, WaitAny and CallServiceWithin are while they wait: Finish and CallServiceWithin then free
+ * the call, with WaitAny the calls stay the caller's. Except in Finish, a null call is over: descriptor -1, events,
+ * time left and user null. No call raises SIGPIPE.
  *
  * Poll it level-triggered: a step reads or sends 64 KB at most, and what is left is to wake the caller again. With
  * edge-triggered events (EPOLLET), arm the descriptor anew after every step (EPOLL_CTL_MOD), which tells at once of
