@@ -39,8 +39,8 @@ typedef struct CMsg CMsg;
  * system allows to the children of programs with threads - exec, or _exit - and no more: a lock that the other thread
  * held, of the XML parser or the C library, is held for ever there, and a call may wait for it. Do not fork during
  * initialisation. Connections that are open are copied into the child; that of CallOrv_CallService, or of a call that
- * is finished, ends with the call all the same. (Of a finished call this needs fork(): a child that was made past it, by
- * clone() or _Fork(), and executes nothing, keeps the connection open for as long as it has the descriptor.) */
+ * is finished, ends with the call all the same. (Of a finished call this needs fork(): a child that was made past it,
+ * by clone() or _Fork(), and executes nothing, keeps the connection open for as long as it has the descriptor.) */
 
 /* An error record; the caller's, 1032 bytes. Written on failure only. */
 typedef struct CallOrv_Error {
