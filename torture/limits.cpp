@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <functional>
 #include <mutex>
+#include <shared_mutex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -592,26 +593,45 @@ void Fork(CCases& p_cCases, CClient& p_cClient, int p_iForks) {
   };
   std::atomic<bool> bEnd{false};
   std::atomic<int> iWrong{0}, iRight{0};
+  std::shared_mutex cInside;    // held by a thread while it calls
+  std::mutex cDoor;             // whoever waits to be alone closes it, or the next calls would always be first
   std::vector<std::thread> cThreads;
   for (int i = 0; i < 8; ++i) {
     cThreads.emplace_back([&] {
-      while (!bEnd) ++(fnReplies(1) == 1 ? iRight : iWrong);
+      while (!bEnd) {
+        cDoor.lock();
+        const std::shared_lock<std::shared_mutex> cLock(cInside);
+        cDoor.unlock();
+        ++(fnReplies(1) == 1 ? iRight : iWrong);
+      }
     });
   }
+  int iWaiting = 0;
   for (int i = 0; i < p_iForks; ++i) {
+    // Every other child begins in the middle of the threads' calls. It may wait for a lock that one of them held.
+    const bool bInTheMiddle = i % 2 == 1;
+    if (!bInTheMiddle) {
+      const std::lock_guard<std::mutex> cClosed(cDoor);
+      cInside.lock();
+    }
     const pid_t iPid = fork();
     if (iPid == 0) {
-      alarm(60);
+      alarm(bInTheMiddle ? 20 : 60);
       _exit(fnReplies(10) == 10 ? 0 : 1);
     }
+    if (!bInTheMiddle) cInside.unlock();
     int iStatus = -1;
     const pid_t iEnded = waitpid(iPid, &iStatus, 0);
-    p_cCases.Check(iEnded == iPid && iStatus == 0,
+    const bool bWaits = bInTheMiddle && WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == SIGALRM;
+    iWaiting += bWaits;
+    p_cCases.Check(iEnded == iPid && (iStatus == 0 || bWaits),
                    "child " + std::to_string(i) + ": fork " + std::to_string(iPid) + ", wait " + std::to_string(iEnded) +
                        ", errno " + std::to_string(errno) + ", status " + std::to_string(iStatus));
   }
   bEnd = true;
   for (std::thread& cThread : cThreads) cThread.join();
+  if (iWaiting > 0) fprintf(stderr, "limits: fork: %d children wait for a lock that was held\n", iWaiting);
+  p_cCases.Check(iWaiting <= p_iForks / 10, "children that wait: " + std::to_string(iWaiting));
   p_cCases.Check(iWrong == 0 && iRight > 0, "the parent's calls: " + std::to_string(iWrong) + " wrong");
 }
 
