@@ -237,7 +237,7 @@ class CMachine {
     const auto fnReplaced = [](const auto& p_p) { return p_p->bReplaced && !p_p->bMade; };
     const auto it = std::find_if(p_cMsg.apOwned.begin(), p_cMsg.apOwned.end(), fnReplaced);
     if (it == p_cMsg.apOwned.end()) return;
-    (*it)->bReplaced = false;    // it is the program's again
+    (*it)->bReplaced = (*it)->bVacant = false;    // it is the program's again
     (*it)->pOwner = nullptr;
     m_apTop.push_back(std::move(*it));
     p_cMsg.apOwned.erase(it);
