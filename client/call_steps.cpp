@@ -38,18 +38,14 @@ void ReportReject(CMsg& p_cReply, int p_iSvcNum, CCallOrvError& p_cErr) {
 }    // namespace
 
 int CheckCall(bool p_bSetupOK, int p_iSvcNum, bool p_bMessages, CCallOrvError* p_pErr) {
-  CCallOrvError cUnwanted;    // the first two failures go before the check of p_pErr
-  CCallOrvError& cErr = p_pErr != nullptr ? *p_pErr : cUnwanted;
-  if (!p_bSetupOK) {
-    cErr.SetError(MSG_NOT_INIT, s_szNotSetUp, p_iSvcNum);
-    return -1;
-  }
-  if (!p_bMessages) {
-    cErr.SetError(MSG_NULL, "Parameter is NULL", p_iSvcNum);
-    return -2;
-  }
+  const auto fnFailed = [&](int p_iCode, const char* p_szText, int p_iRet) {    // these go before the check of p_pErr
+    if (p_pErr != nullptr) p_pErr->SetError(p_iCode, p_szText, p_iSvcNum);
+    return p_iRet;
+  };
+  if (!p_bSetupOK) return fnFailed(MSG_NOT_INIT, s_szNotSetUp, -1);
+  if (!p_bMessages) return fnFailed(MSG_NULL, "Parameter is NULL", -2);
   if (p_pErr == nullptr) return MSG_NULL;
-  cErr.Clear();
+  p_pErr->Clear();
   return 0;
 }
 

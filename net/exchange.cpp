@@ -25,6 +25,9 @@ enum { STEP_BYTES = 64 * 1024 };
 // The first bytes are received here, which spares a short packet's header and trailer a call of the system each, and
 // needs no memory for a body that is only announced.
 enum { FIRST_BYTES = 4 * 1024 };
+// Room for a short request's packet: of the sizes that the C library keeps for each thread, on i386 up to 1,020 bytes.
+// A kilobyte cost 500 instructions more there.
+enum { PACKET_ROOM = 1000 };
 
 // Counted from the loading of the library on, until it is unloaded: no thread can be in the middle of arranging that
 // when another one forks.
@@ -49,13 +52,14 @@ int MillisecondsUntil(long long p_iEnd) {
 
 CExchange::CExchange(int p_iDeadlineMs)
     : m_iDeadlineMs(p_iDeadlineMs), m_iEnd(Now() + p_iDeadlineMs * 1000000LL), m_uForks(CountForks()),
-      m_oPacket(std::in_place, 0, 1024) {}
+      m_oPacket(std::in_place, 0, PACKET_ROOM) {}
 
 CExchange::~CExchange() { Close(); }
 
 void CExchange::Close() {
+  if (m_iSock < 0) return;
   const CNoCancel cWhole;
-  if (m_iSock >= 0) close(std::exchange(m_iSock, -1));
+  close(std::exchange(m_iSock, -1));
 }
 
 void CExchange::Open(const char* p_szHost, int p_iPort) {

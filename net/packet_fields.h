@@ -50,6 +50,13 @@ class CFieldWriter {
     m_iCount += static_cast<int>(PutPadded(pOut, s_atFields[p_eField].iWidth, p_iValue) - pOut);
   }
 
+  // A text of the library's own, no longer than its field.
+  template <size_t N>
+  void Literal(E_Field p_eField, const char (&p_sz)[N]) {
+    memcpy(m_pOut + s_atFields[p_eField].iAt, p_sz, N - 1);
+    m_iCount += s_atFields[p_eField].iWidth;
+  }
+
   // "%-*.*s". What follows a number that may be too wide is never a text that leaves its end uncovered.
   void Text(E_Field p_eField, const char* p_szText) {
     const T_Field& tField = s_atFields[p_eField];
@@ -68,7 +75,7 @@ class CFieldWriter {
 [[gnu::always_inline]] inline int WriteHeader(char* p_pOut, const CAdaptor::T_PacketInfo& p_tInfo, int p_iPlainLen,
                                               int p_iSentLen) {
   CFieldWriter cHeader(p_pOut);
-  cHeader.Text(CTcpAdaptor::BEGIN_STRING, s_szBegin);
+  cHeader.Literal(CTcpAdaptor::BEGIN_STRING, s_szBegin);
   cHeader.Number(CTcpAdaptor::PACKET_LENGTH, CTcpAdaptor::HEADER_SIZE + p_iSentLen);
   cHeader.Number(CTcpAdaptor::SERVICE, p_tInfo.iSvcNum);
   cHeader.Number(CTcpAdaptor::MESSAGE, p_tInfo.iMsgNum);
@@ -76,7 +83,7 @@ class CFieldWriter {
   cHeader.Text(CTcpAdaptor::TIME_STAMP, p_tInfo.sTimeStamp.ToStr());
   cHeader.Text(CTcpAdaptor::USER_KEY, p_tInfo.sUserKey.ToStr());
   cHeader.Text(CTcpAdaptor::AUX13, p_tInfo.sAux13.ToStr());
-  cHeader.Text(CTcpAdaptor::COMPRESSED, p_tInfo.bCompressed ? "Y" : "N");
+  p_tInfo.bCompressed ? cHeader.Literal(CTcpAdaptor::COMPRESSED, "Y") : cHeader.Literal(CTcpAdaptor::COMPRESSED, "N");
   cHeader.Number(CTcpAdaptor::BODY_LENGTH, p_iPlainLen);
   cHeader.Text(CTcpAdaptor::AUX8, p_tInfo.sAux8.ToStr());
   cHeader.Text(CTcpAdaptor::AUX21, p_tInfo.sAux21.ToStr());
