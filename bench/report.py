@@ -6,9 +6,11 @@ figures are kept in bench/recorded.json, the plots in docs/performance/ are draw
 docs/performance.md. Exit status 1: a ratio or a size is more than twice the recorded one and misses its target, or is missing.
 """
 import argparse
+import collections
 import json
 import pathlib
 import re
+import statistics
 import subprocess
 import sys
 
@@ -87,12 +89,15 @@ GROWTH = [
 
 
 def read(folder):
-    figures = {}
+    """What was measured, by benchmark and counter: of several runs the median."""
+    runs = collections.defaultdict(lambda: collections.defaultdict(list))
     for path in sorted(pathlib.Path(folder).glob("*.json")):
         for entry in json.loads(path.read_text())["benchmarks"]:
             name = re.sub(r"/(iterations:\d+|manual_time)", "", entry["name"])
-            figures[name] = {key: value for key, value in entry.items() if isinstance(value, float)}
-    return figures
+            for key, value in entry.items():
+                if isinstance(value, float):
+                    runs[name][key].append(value)
+    return {name: {key: statistics.median(values) for key, values in counters.items()} for name, counters in runs.items()}
 
 
 def worst(figures, names, counter):
